@@ -1,0 +1,27 @@
+# OpenSSL 3 with engines, and libp11. What is refused is refused here, with the reason.
+find_package(OpenSSL REQUIRED COMPONENTS Crypto SSL)
+if(OPENSSL_VERSION VERSION_LESS 3.0)
+    message(FATAL_ERROR "OpenSSL ${OPENSSL_VERSION} is too old: libmarvo needs OpenSSL 3.0 or a later 3.x.")
+endif()
+if(OPENSSL_VERSION VERSION_GREATER_EQUAL 4.0)
+    message(FATAL_ERROR "OpenSSL ${OPENSSL_VERSION} has no engines any more: libmarvo needs OpenSSL 3.0 to 3.x.")
+endif()
+include(CheckCSourceCompiles)
+set(CMAKE_REQUIRED_INCLUDES ${OPENSSL_INCLUDE_DIR})
+check_c_source_compiles("
+    #include <openssl/opensslconf.h>
+    #if defined(OPENSSL_NO_ENGINE) || defined(OPENSSL_NO_DYNAMIC_ENGINE)
+    #error no engines
+    #endif
+    int main(void) { return 0; }" MARVO_OPENSSL_HAS_ENGINES)
+unset(CMAKE_REQUIRED_INCLUDES)
+if(NOT MARVO_OPENSSL_HAS_ENGINES)
+    message(FATAL_ERROR "This OpenSSL was built without engines (OPENSSL_NO_ENGINE): libmarvo loads keys through them.")
+endif()
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(LIBP11 REQUIRED libp11>=0.4.11)
+add_library(libp11_headers INTERFACE)
+target_include_directories(libp11_headers SYSTEM INTERFACE ${LIBP11_INCLUDE_DIRS})
+add_library(libp11 INTERFACE)
+target_link_libraries(libp11 INTERFACE libp11_headers ${LIBP11_LINK_LIBRARIES})

@@ -1,0 +1,21 @@
+# What every target of ours is compiled with, in one place.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_library(kes_flags INTERFACE)
+target_compile_options(kes_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow -Werror
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
+    -fstack-protector-strong)
+
+if(MARVO_SANITIZE)
+    # For everything, test programs and benchmarks included: all objects of a program must agree.
+    add_compile_options(-fsanitize=${MARVO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${MARVO_SANITIZE})
+endif()

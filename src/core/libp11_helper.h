@@ -1,0 +1,56 @@
+#ifndef KES_CORE_LIBP11_HELPER_H_
+#define KES_CORE_LIBP11_HELPER_H_
+
+#include <libp11.h>
+#include <memory>
+
+#include "ossl_ptr.h"
+#include "pin.h"
+
+namespace Kes {
+
+/// The library's one libp11 context: the loaded PKCS#11 module, the slots it has, and the token in use.
+///
+/// libp11's engine keeps a context of its own, but both share the one loaded module: its sessions and its
+/// login.
+class Libp11Init {
+public:
+    /// Loads the module. @throws Error null_pointer, OsslError
+    /// @param module_path  as the system's loader takes it
+    explicit Libp11Init(const char* module_path);
+    ~Libp11Init();
+    Libp11Init(const Libp11Init&) = delete;
+    Libp11Init& operator=(const Libp11Init&) = delete;
+
+    /// Finds the first slot that holds a usable token. May be called again; the slots found before, and
+    /// everything libp11 listed of their tokens, end then. @throws Error empty without a token, OsslError
+    void read_scard();
+
+    /// Whether the token wants a login by this process; false for a reader with its own PIN pad.
+    bool is_login_required() const noexcept { return login_required; }
+
+    /// Whether the user is logged in to the token. @throws OsslError
+    bool is_logged_in() const;
+
+    /// Logs the user in, if that is needed. Makes one attempt: a wrong PIN costs one of the card's tries.
+    /// @throws Error empty without a PIN, OsslError
+    void authenticate(const Pin& pin);
+
+    /// The token that read_scard() found, lent. @throws Error empty when there is none
+    PKCS11_TOKEN* get_token() const;
+
+private:
+    void release_slots() noexcept;
+
+    // libp11 frees what it can only through its context, hence the fixed order in the destructor.
+    std::unique_ptr<PKCS11_CTX, FreeWith<&::PKCS11_CTX_free>> ctx;
+    PKCS11_SLOT* slots = nullptr;
+    unsigned int nslots = 0;
+    PKCS11_SLOT* slot = nullptr;   // one of slots
+    PKCS11_TOKEN* token = nullptr; // of slot
+    bool login_required = false;
+};
+
+} // namespace Kes
+
+#endif // KES_CORE_LIBP11_HELPER_H_

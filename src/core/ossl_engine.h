@@ -1,0 +1,75 @@
+#ifndef KES_CORE_OSSL_ENGINE_H_
+#define KES_CORE_OSSL_ENGINE_H_
+
+#include <cstdint>
+#include <memory>
+#include <openssl/types.h>
+
+#include "ossl_ptr.h"
+#include "pin.h"
+
+namespace Kes {
+
+/// An OpenSSL engine that was loaded from a library of its own, and what is read through it.
+///
+/// The base holds OpenSSL's "dynamic" engine; a subclass turns it into a concrete one in its constructor and
+/// undoes that with unload() in its destructor. Keys and certificates that are read belong to the caller.
+class OsslEngine {
+public:
+    virtual ~OsslEngine() = default;
+    OsslEngine(const OsslEngine&) = delete;
+    OsslEngine& operator=(const OsslEngine&) = delete;
+
+    /// @param name  the key in the engine's own syntax
+    /// @return never null. @throws OsslError
+    EvpPkeyPtr read_private_key(const char* name);
+
+    /// @return never null. @throws Error unsupported, OsslError
+    virtual EvpPkeyPtr read_public_key(const char* name);
+
+    /// @return never null. @throws Error unsupported, and what the engine reports
+    virtual X509Ptr read_certificate(const char* name);
+
+    /// Chooses between the two keys of a CryptoAPI container; other engines have nothing to choose.
+    virtual void set_key_type(std::uint32_t key_type);
+
+    /// Gives the PIN to an engine that logs in by itself; the others do not need it.
+    virtual void set_pin(const Pin& pin);
+
+    /// The public key out of the certificate of that name. @throws Error not_found, and as read_certificate()
+    EvpPkeyPtr read_public_key_by_certificate(const char* name);
+
+    /// Frees what was read; null is nothing to free.
+    static void free_certificate(X509Ptr cert);
+    static void free_key(EvpPkeyPtr key);
+
+protected:
+    /// @throws Error null_pointer when OpenSSL has no dynamic engine
+    OsslEngine(bool public_key_supported_in, bool second_flag_in);
+
+    /// The steps that each subclass's constructor is made of. @throws OsslError when OpenSSL does not answer
+    /// 1
+    void control(const char* command, const char* value, const char* location);
+    void init(const char* location);
+    void set_default(const char* location);
+
+    /// Undoes control("LOAD"), init() and set_default(). Failures are logged. Run by each subclass's
+    /// destructor.
+    void unload() noexcept;
+
+    ENGINE* get_engine() const noexcept { return engine.get(); }
+
+private:
+    struct FreeEngine { // written out where OpenSSL's engine header is: it marks all of it as deprecated
+        void operator()(ENGINE* engine) const noexcept;
+    };
+
+    const std::unique_ptr<ENGINE, FreeEngine> engine;
+    const UI_METHOD* const ui_method;
+    const bool public_key_supported;
+    [[maybe_unused]] const bool second_flag; // kept for the engines that set it; nothing asks for it
+};
+
+} // namespace Kes
+
+#endif // KES_CORE_OSSL_ENGINE_H_

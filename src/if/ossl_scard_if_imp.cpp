@@ -1,0 +1,261 @@
+#include "ossl_scard_if_imp.h"
+
+#include "cons_select_menu.h"
+#include "error.h"
+#include "logger.h"
+#include "marvo/ossl_scard_cfg.h"
+#include "ossl_scard_mgr.h"
+
+namespace Kes {
+namespace {
+
+constexpr int status_success = 0;
+constexpr int status_failure = 1;
+constexpr int status_unhandled = 255;
+
+constexpr std::uint32_t severities_before_init = 60; // info, warn, error and fatal
+
+OsslScardMgr& manager() { return OsslScardMgr::instance(); }
+
+void trace(const char* operation) { log_info("called: Kes::OsslScardIfImp::", operation); }
+
+template <typename T>
+void require_argument(const T* argument, const char* message, const char* location) {
+    if (argument == nullptr) throw Error(ErrorCodeType::bad_argument, message, location);
+}
+
+void select_key(const PkoId* key) {
+    manager().set_key_type(key);
+    manager().set_priv_key_name(key);
+    manager().set_cert_name_from_priv_key(key);
+}
+
+} // namespace
+
+OsslScardIfImp::OsslScardIfImp() {
+    Logger& logger = Logger::instance();
+    logger.buffer_output();
+    logger.set_severity_mask(severities_before_init);
+    log_info("using OpenSSL smart card interface version ", if_version);
+    manager();
+}
+
+OsslScardIfImp::~OsslScardIfImp() {
+    OsslScardMgr::destroy_instance();
+    Logger::destroy_instance();
+}
+
+void* OsslScardIfImp::destructor_entry(unsigned int) {
+    destroy_instance(); // there is only the one object, and it always lives on the heap
+    return this;
+}
+
+template <typename Body>
+int OsslScardIfImp::guarded(const char* operation, Body body) {
+    try {
+        trace(operation);
+        status = status_success;
+        body();
+        last_error_msg.clear();
+    } catch (const std::exception& error) {
+        fail(status_failure, error.what());
+    } catch (...) {
+        fail(status_unhandled, "unhandled exception");
+    }
+    return status;
+}
+
+void OsslScardIfImp::begin_unguarded(const char* operation) {
+    trace(operation);
+    status = status_success;
+    last_error_msg.clear();
+}
+
+void OsslScardIfImp::fail(int failure_status, const char* message) noexcept {
+    status = failure_status;
+    try {
+        last_error_msg = message;
+        log_error(message);
+    } catch (...) {
+        // Out of memory: the status tells of the failure, its text could not be kept.
+    }
+}
+
+int OsslScardIfImp::version_check(unsigned int if_version_in) {
+    guarded("version_check()", [&] {
+        if (if_version_in == if_version) return;
+        throw ErrorString("interface version incompatibility detected: specified=" +
+                          std::to_string(if_version_in) + ", expected=" + std::to_string(if_version));
+    });
+    // Written after a failure as well: readers of the log rely on it to see both versions.
+    log_info("interface version check successful: specified=", if_version_in, ", expected=", if_version);
+    return status;
+}
+
+OsslScardCfg* OsslScardIfImp::get_config_default() {
+    begin_unguarded("get_config_default()");
+    return manager().get_config_default();
+}
+
+OsslScardCfg* OsslScardIfImp::get_config_used() {
+    begin_unguarded("get_config_used()");
+    return manager().get_config_used();
+}
+
+int OsslScardIfImp::init(OsslScardCfg* cfg) {
+    guarded("init()", [&] { manager().init(cfg); });
+    // Whatever the outcome: the log file is to hold the reason of a failure, too. A repeated init() therefore
+    // opens the file anew, and empties it unless appending is on.
+    Logger& logger = Logger::instance();
+    logger.discard_output();
+    const OsslScardCfg& used = *manager().get_config_used();
+    const std::string logfile = used.get_logfile();
+    if (logfile.empty() || logfile == " ") return status;
+    try {
+        logger.set_severity_mask(used.get_logfile_severity());
+        logger.register_sink(logfile, used.get_logfile_append());
+    } catch (const std::exception& error) {
+        last_error_msg = error.what(); // not logged: the log is what failed
+        status = status_failure;
+    }
+    return status;
+}
+
+int OsslScardIfImp::read_scard() {
+    return guarded("read_scard()", [] { manager().read_scard(); });
+}
+
+bool OsslScardIfImp::is_pin_required() {
+    begin_unguarded("is_pin_required()");
+    return manager().is_pin_required();
+}
+
+int OsslScardIfImp::set_pin(const char* pin) {
+    return guarded("set_pin()", [&] {
+        require_argument(pin, "pin is a null pointer",
+                         "ossl_scard_if_imp:183 Kes::OsslScardIfImp::set_pin()");
+        manager().set_pin(Pin(pin));
+    });
+}
+
+int OsslScardIfImp::discover_keys(size_t* num_keys) {
+    return guarded("discover_keys()", [&] {
+        require_argument(num_keys, "num_keys is a null pointer",
+                         "ossl_scard_if_imp:197 Kes::OsslScardIfImp::discover_keys()");
+        keys.clear();
+        manager().discover_keys();
+        const PkoId* key = manager().find_first(PkoType::private_key);
+        for (; key != nullptr; key = manager().find_next(PkoType::private_key, key))
+            keys.push_back(key);
+        *num_keys = keys.size();
+    });
+}
+
+bool OsslScardIfImp::are_keys_alive() const { return !keys.empty() && manager().contains(keys.front()); }
+
+const PkoId* OsslScardIfImp::require_key(std::size_t key_num, const char* location) const {
+    if (key_num >= keys.size() || !are_keys_alive())
+        throw Error(ErrorCodeType::bad_argument, "invalid key_num (" + std::to_string(key_num) + ")",
+                    location);
+    return keys[key_num];
+}
+
+const char* OsslScardIfImp::get_key_name(size_t key_num) {
+    const char* name = nullptr;
+    guarded("get_key_name()", [&] {
+        name = require_key(key_num, "ossl_scard_if_imp:221 Kes::OsslScardIfImp::get_key_name()")
+                   ->display_name.c_str();
+    });
+    return name;
+}
+
+int OsslScardIfImp::set_key(size_t key_num) {
+    return guarded("set_key(key_num)", [&] {
+        select_key(require_key(key_num, "ossl_scard_if_imp:241 Kes::OsslScardIfImp::set_key()"));
+    });
+}
+
+int OsslScardIfImp::set_key(unsigned int key_type, const char* key_id) {
+    return guarded("set_key(key_type, key_id)", [&] {
+        require_argument(key_id, "key_id is a null pointer",
+                         "ossl_scard_if_imp:258 Kes::OsslScardIfImp::set_key()");
+        const PkoId* key = manager().find(PkoType::private_key, key_type, key_id);
+        if (key == nullptr)
+            throw Error(ErrorCodeType::not_found, "specified key not found",
+                        "ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key()");
+        select_key(key);
+    });
+}
+
+int OsslScardIfImp::notify_config_done() {
+    return guarded("notify_config_done()", [] { manager().notify_config_done(); });
+}
+
+int OsslScardIfImp::ossl_load() {
+    return guarded("ossl_load()", [] { manager().ossl_load(); });
+}
+
+int OsslScardIfImp::ossl_unload() {
+    return guarded("ossl_unload()", [] { manager().ossl_unload(); });
+}
+
+int OsslScardIfImp::ossl_get_private_key(evp_pkey_st** pkey) {
+    return guarded("ossl_get_private_key()", [&] {
+        require_argument(pkey, "pkey is a null pointer",
+                         "ossl_scard_if_imp:312 Kes::OsslScardIfImp::ossl_get_private_key()");
+        *pkey = manager().get_private_key();
+    });
+}
+
+int OsslScardIfImp::ossl_get_certificate(x509_st** cert) {
+    return guarded("ossl_get_certificate()", [&] {
+        require_argument(cert, "cert is a null pointer",
+                         "ossl_scard_if_imp:326 Kes::OsslScardIfImp::ossl_get_certificate()");
+        *cert = manager().get_certificate();
+    });
+}
+
+const char* OsslScardIfImp::get_version() {
+    begin_unguarded("get_version()");
+    return manager().get_version();
+}
+
+void OsslScardIfImp::destroy() {
+    trace("destroy()");
+    destroy_instance();
+}
+
+const char* OsslScardIfImp::get_last_error_msg() {
+    trace("get_last_error_msg()");
+    return last_error_msg.c_str();
+}
+
+int OsslScardIfImp::select_key_from_console(size_t* key_num) {
+    return guarded("select_key_from_console()", [&] {
+        require_argument(key_num, "key_num is a null pointer",
+                         "ossl_scard_if_imp:362 Kes::OsslScardIfImp::select_key_from_console()");
+        *key_num = ask_for_key();
+    });
+}
+
+std::size_t OsslScardIfImp::ask_for_key() const {
+    constexpr std::uint64_t no_key = 255;
+    std::vector<ConsSelectMenu<std::uint64_t>::Item> items;
+    unsigned char next = '0';
+    const std::size_t count = are_keys_alive() ? keys.size() : 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        items.push_back({static_cast<char>(next), i, keys[i]->display_name});
+        ++next; // beyond 'z' it simply goes on: there is no limit on the number of keys
+        if (next == '9' + 1) next = 'A';
+        if (next == 'Z' + 1) next = 'a';
+    }
+    items.push_back({'.', no_key, "exit"});
+    const auto item =
+        ConsSelectMenu<std::uint64_t>("Please select from available keys:", std::move(items)).select();
+    if (item.key == '.')
+        throw Error(ErrorCodeType::user_abort, "user abort",
+                    "ossl_scard_if_imp:390 Kes::OsslScardIfImp::select_key_from_console()");
+    return item.object;
+}
+
+} // namespace Kes

@@ -1,0 +1,67 @@
+#ifndef KES_IF_OSSL_SCARD_IF_IMP_H_
+#define KES_IF_OSSL_SCARD_IF_IMP_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "marvo/ossl_scard_if.h"
+#include "pko_id_list.h"
+#include "singleton.h"
+
+namespace Kes {
+
+/// The exported object: traces each operation, forwards it to the manager, turns exceptions into statuses,
+/// and keeps what belongs to the client's view. It does not check the order of operations; the manager does.
+class OsslScardIfImp final : public OsslScardIf, public Singleton<OsslScardIfImp> {
+public:
+    int version_check(unsigned int if_version_in) override;
+    OsslScardCfg* get_config_default() override;
+    OsslScardCfg* get_config_used() override;
+    int init(OsslScardCfg* cfg) override;
+    int read_scard() override;
+    bool is_pin_required() override;
+    int set_pin(const char* pin) override;
+    int discover_keys(size_t* num_keys) override;
+    const char* get_key_name(size_t key_num) override;
+    int set_key(unsigned int key_type, const char* key_id) override;
+    int set_key(size_t key_num) override;
+    int notify_config_done() override;
+    int ossl_load() override;
+    int ossl_unload() override;
+    int ossl_get_private_key(evp_pkey_st** pkey) override;
+    int ossl_get_certificate(x509_st** cert) override;
+    const char* get_version() override;
+    void destroy() override;
+    const char* get_last_error_msg() override;
+    int select_key_from_console(size_t* key_num) override;
+
+private:
+    friend class Singleton<OsslScardIfImp>;
+    OsslScardIfImp();
+    ~OsslScardIfImp();
+    void* destructor_entry(unsigned int flags) override;
+
+    /// Runs the body of a status-returning operation: traces it, and stores and logs what the body throws.
+    template <typename Body>
+    int guarded(const char* operation, Body body);
+
+    /// For the operations without a status: traces, and takes the last status and text back to success.
+    void begin_unguarded(const char* operation);
+
+    void fail(int failure_status, const char* message) noexcept;
+    bool are_keys_alive() const;
+    const PkoId* require_key(std::size_t key_num, const char* location) const;
+    std::size_t ask_for_key() const;
+
+    /// The private keys found last, lent by the manager's list. They end when the list is emptied, which this
+    /// object is not told: ask are_keys_alive() before using one.
+    std::vector<const PkoId*> keys;
+    std::int32_t status = 0;
+    std::string last_error_msg;
+    const std::uint32_t if_version = 4;
+};
+
+} // namespace Kes
+
+#endif // KES_IF_OSSL_SCARD_IF_IMP_H_

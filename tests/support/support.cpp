@@ -1,0 +1,77 @@
+#include "support.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+#include "logger.h"
+
+namespace Kes::test {
+namespace {
+
+void set_env(const std::string& name, const std::optional<std::string>& value) {
+    if (value)
+        ::setenv(name.c_str(), value->c_str(), 1);
+    else
+        ::unsetenv(name.c_str());
+}
+
+} // namespace
+
+TempDir::TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "marvo-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder can be made");
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+EnvVar::EnvVar(const std::string& name, const std::optional<std::string>& value) : name_(name) {
+    if (const char* before = std::getenv(name.c_str())) before_ = before;
+    set_env(name_, value);
+}
+
+EnvVar::~EnvVar() { set_env(name_, before_); }
+
+std::string read_file(const std::string& name) {
+    std::ifstream file(name, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> split_lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::string without_header(const std::string& line) {
+    static const std::regex header(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} (<[a-z]+>) tid=\d+: )");
+    return std::regex_replace(line, header, "$1 ");
+}
+
+LogCapture::LogCapture(std::uint32_t severity_mask) {
+    Logger::instance().set_severity_mask(severity_mask);
+    Logger::instance().register_sink(dir_.file("log"), false);
+}
+
+LogCapture::~LogCapture() { Logger::destroy_instance(); }
+
+std::string LogCapture::text() const { return read_file(dir_.file("log")); }
+
+std::vector<std::string> LogCapture::lines() const {
+    auto lines = split_lines(text());
+    for (std::string& line : lines)
+        line = without_header(line);
+    return lines;
+}
+
+} // namespace Kes::test

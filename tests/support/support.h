@@ -1,0 +1,83 @@
+#ifndef KES_TESTS_SUPPORT_SUPPORT_H_
+#define KES_TESTS_SUPPORT_SUPPORT_H_
+
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What tests of all parts share.
+namespace Kes::test {
+
+/// A folder of its own for a test, gone with the object.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    std::string file(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// Sets (or, without a value, unsets) an environment variable and puts it back.
+class EnvVar {
+public:
+    EnvVar(const std::string& name, const std::optional<std::string>& value);
+    ~EnvVar();
+    EnvVar(const EnvVar&) = delete;
+    EnvVar& operator=(const EnvVar&) = delete;
+
+private:
+    std::string name_;
+    std::optional<std::string> before_;
+};
+
+/// The whole file; "" when there is none.
+std::string read_file(const std::string& name);
+
+/// The text's lines without their ends.
+std::vector<std::string> split_lines(const std::string& text);
+
+/// A log line without what differs from run to run: "2024-03-05 09:07:02.045 <info> tid=4711: text" becomes
+/// "<info> text". Other lines come back as they are.
+std::string without_header(const std::string& line);
+
+/// Collects what the log writes while the object lives, every severity unless told otherwise.
+class LogCapture {
+public:
+    explicit LogCapture(std::uint32_t severity_mask = 0xffff);
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    /// All lines so far, as without_header() gives them.
+    std::vector<std::string> lines() const;
+
+    /// The text so far, as it stands in the file.
+    std::string text() const;
+
+private:
+    TempDir dir_;
+};
+
+/// The text of the std::exception that the function throws; "no exception" when it throws none.
+template <typename Function>
+std::string error_text(Function function) {
+    try {
+        function();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "no exception";
+}
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_SUPPORT_SUPPORT_H_

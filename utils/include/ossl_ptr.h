@@ -1,0 +1,26 @@
+#ifndef KES_UTILS_OSSL_PTR_H_
+#define KES_UTILS_OSSL_PTR_H_
+
+#include <memory>
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+namespace Kes {
+
+/// Ends an object by the function that its library gives for it. Costs nothing: the pointer stays a pointer.
+template <auto FreeFn>
+struct FreeWith {
+    template <typename T>
+    void operator()(T* object) const noexcept {
+        FreeFn(object);
+    }
+};
+
+using BioPtr = std::unique_ptr<BIO, FreeWith<&::BIO_free>>;
+using X509Ptr = std::unique_ptr<X509, FreeWith<&::X509_free>>;
+using EvpPkeyPtr = std::unique_ptr<EVP_PKEY, FreeWith<&::EVP_PKEY_free>>;
+
+} // namespace Kes
+
+#endif // KES_UTILS_OSSL_PTR_H_

@@ -1,0 +1,141 @@
+#include "logger.h"
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+
+#include "error.h"
+#include "helper.h"
+#include "platform.h"
+
+namespace Kes {
+namespace {
+
+struct SeverityName {
+    Severity severity;
+    const char* name;
+};
+
+constexpr std::array severity_names{
+    SeverityName{Severity::trace, "trace"}, SeverityName{Severity::debug, "debug"},
+    SeverityName{Severity::info, "info"},   SeverityName{Severity::warn, "warn"},
+    SeverityName{Severity::error, "error"}, SeverityName{Severity::fatal, "fatal"}};
+
+const char* severity_name(Severity severity) {
+    for (const auto& entry : severity_names)
+        if (entry.severity == severity) return entry.name;
+    return "";
+}
+
+/// Collects a line and hands it to the file in one write when it is flushed.
+class LineBuffer final : public std::streambuf {
+public:
+    LineBuffer(const std::string& file_name, std::ios::openmode mode) {
+        file_.pubsetbuf(nullptr, 0); // the line is the buffer
+        file_.open(file_name, mode);
+    }
+    LineBuffer(const LineBuffer&) = delete;
+    LineBuffer& operator=(const LineBuffer&) = delete;
+    ~LineBuffer() override { write_line(); }
+
+    bool is_open() const { return file_.is_open(); }
+
+protected:
+    int_type overflow(int_type character) override {
+        if (!traits_type::eq_int_type(character, traits_type::eof()))
+            line_ += traits_type::to_char_type(character);
+        return traits_type::not_eof(character);
+    }
+
+    std::streamsize xsputn(const char* text, std::streamsize count) override {
+        line_.append(text, static_cast<std::size_t>(count));
+        return count;
+    }
+
+    int sync() override { return write_line() ? 0 : -1; }
+
+private:
+    bool write_line() {
+        const auto length = static_cast<std::streamsize>(line_.size());
+        const bool is_written = length == 0 || file_.sputn(line_.data(), length) == length;
+        line_.clear(); // keeps its memory for the next line
+        return is_written;
+    }
+
+    std::string line_;
+    std::filebuf file_;
+};
+
+} // namespace
+
+class FileSink final : public std::ostream {
+public:
+    FileSink(const std::string& file_name, std::ios::openmode mode)
+        : std::ostream(nullptr), buffer_(file_name, mode) {
+        rdbuf(&buffer_);
+    }
+
+    bool is_open() const { return buffer_.is_open(); }
+
+private:
+    LineBuffer buffer_;
+};
+
+std::string severity_mask_name(std::uint32_t mask) {
+    if (mask == 0) return "none";
+    if (mask == 0xffff) return "all";
+    std::string text;
+    for (const auto& [severity, name] : severity_names) {
+        if ((mask & static_cast<std::uint32_t>(severity)) == 0) continue;
+        if (!text.empty()) text += '|';
+        text += name;
+    }
+    return text;
+}
+
+Logger::Logger() = default;
+
+Logger::~Logger() = default;
+
+std::ostream& Logger::log(Severity severity, const char* function) {
+    if (!is_enabled(severity) || current_ == &null_) return null_;
+    // Not by stream insertion: seven padded numbers cost several times as much that way.
+    const platform::LocalTime now = platform::local_time();
+    std::array<char, 128> text{};
+    int length = std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d <%s>", now.year,
+                               now.month, now.day, now.hour, now.minute, now.second, now.millisecond,
+                               severity_name(severity));
+    current_->write(text.data(), length);
+    if (function != nullptr) *current_ << ' ' << function << "()";
+    length = std::snprintf(text.data(), text.size(), " tid=%lu: ", platform::thread_id());
+    return current_->write(text.data(), length);
+}
+
+void Logger::buffer_output() {
+    const std::lock_guard lock(mutex_);
+    buffer_.str("");
+    buffer_.clear();
+    current_ = &buffer_;
+}
+
+void Logger::discard_output() {
+    const std::lock_guard lock(mutex_);
+    current_ = &null_;
+}
+
+void Logger::register_sink(const std::string& file_name, bool append) {
+    const std::lock_guard lock(mutex_);
+    auto sink =
+        std::make_unique<FileSink>(file_name, std::ios::out | (append ? std::ios::app : std::ios::trunc));
+    if (!sink->is_open())
+        throw Error(ErrorCodeType::open_failed, "error opening logfile '" + file_name + "'",
+                    "logger:90 Kes::Logger::register_sink()");
+    sink_ = std::move(sink);
+    if (append) *sink_ << "[[[ ------ restart logger at " << Helper::timestamp() << " ------]]]" << std::endl;
+    current_ = sink_.get();
+    *current_ << buffer_.str() << std::flush;
+    buffer_.str("");
+    buffer_.clear();
+}
+
+} // namespace Kes
