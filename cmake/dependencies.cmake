@@ -8,6 +8,7 @@ if(OPENSSL_VERSION VERSION_GREATER_EQUAL 4.0)
 endif()
 include(CheckCSourceCompiles)
 set(CMAKE_REQUIRED_INCLUDES ${OPENSSL_INCLUDE_DIR})
+unset(MARVO_OPENSSL_HAS_ENGINES CACHE) # the answer of the OpenSSL that this folder was configured with before
 check_c_source_compiles("
     #include <openssl/opensslconf.h>
     #if defined(OPENSSL_NO_ENGINE) || defined(OPENSSL_NO_DYNAMIC_ENGINE)

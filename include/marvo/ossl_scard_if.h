@@ -126,7 +126,8 @@ public:
     /// Ends the object and everything it handed out. get_ossl_scard_if() then makes a new one.
     virtual void destroy() = 0;
 
-    /// The text of the last failure; empty after a success. Valid until the next operation that returns int.
+    /// The text of the last failure; empty after a success. Valid until the next operation of this object but
+    /// this one.
     virtual const char* get_last_error_msg() = 0;
 
     /// Asks the user on the console for one of the keys that discover_keys() found. Reads one key at a time,

@@ -1,5 +1,6 @@
 #include "libp11_helper.h"
 
+#include <openssl/err.h>
 #include <string>
 
 #include "error.h"
@@ -31,6 +32,7 @@ Libp11Init::Libp11Init(const char* module_path) {
     if (!ctx)
         throw Error(ErrorCodeType::null_pointer, "PKCS11_CTX_new() failed",
                     "libp11_helper:78 Kes::Libp11Init::Libp11Init()");
+    ::ERR_set_mark();
     const int rc = ::PKCS11_CTX_load(ctx.get(), module_path);
     if (rc != 0) {
         const OsslErrorCode code(rc); // before ctx is freed: that could add to the error queue
@@ -38,6 +40,7 @@ Libp11Init::Libp11Init(const char* module_path) {
                         std::string("PKCS11_CTX_load() failed to load PKCS#11 library '") + module_path + "'",
                         "libp11_helper:86 Kes::Libp11Init::Libp11Init()");
     }
+    ::ERR_pop_to_mark(); // modules leave errors behind although they load well
     log_info("ctx: manufacturer=", text_of(ctx->manufacturer), ", description=", text_of(ctx->description));
     log_info("libp11 initialized");
 }
@@ -51,6 +54,9 @@ Libp11Init::~Libp11Init() {
 
 void Libp11Init::release_slots() noexcept {
     if (slots != nullptr) ::PKCS11_release_all_slots(ctx.get(), slots, nslots);
+    for (const SlotArray& array : earlier_)
+        ::PKCS11_release_all_slots(ctx.get(), array.slots, array.count);
+    earlier_.clear();
     slots = nullptr;
     nslots = 0;
     slot = nullptr;
@@ -59,7 +65,12 @@ void Libp11Init::release_slots() noexcept {
 
 void Libp11Init::read_scard() {
     login_required = false;
-    release_slots(); // libp11 would forget the array of an earlier call, not free it
+    // libp11 would forget the array of an earlier call. It is not released here, because that closes the
+    // sessions of the whole module, those of the engine's keys too.
+    if (slots != nullptr) earlier_.push_back({slots, nslots});
+    slots = nullptr;
+    slot = nullptr;
+    token = nullptr;
     const int rc = ::PKCS11_enumerate_slots(ctx.get(), &slots, &nslots);
     if (rc != 0)
         throw OsslError(OsslErrorCode(rc), "PKCS11_enumerate_slots() failed",
@@ -87,6 +98,10 @@ bool Libp11Init::is_logged_in() const {
 }
 
 void Libp11Init::authenticate(const Pin& pin) {
+    // Such a token refuses every session, and libp11 then waits for one for ever.
+    if (token != nullptr && token->initialized == 0)
+        throw Error(ErrorCodeType::not_initialized, "token is not initialized",
+                    "libp11_helper:175 Kes::Libp11Init::authenticate()");
     if (!login_required) return;
     if (is_logged_in()) {
         log_info("pin required but already logged-in");
@@ -101,6 +116,12 @@ void Libp11Init::authenticate(const Pin& pin) {
         throw OsslError(OsslErrorCode(rc), "PKCS11_login() failed",
                         "libp11_helper:190 Kes::Libp11Init::authenticate()");
     log_info("logged-in successfully");
+}
+
+void Libp11Init::require_pin(const Pin& pin) const {
+    if (login_required && pin.is_empty() && !is_logged_in())
+        throw Error(ErrorCodeType::empty, "no PIN specified",
+                    "libp11_helper:198 Kes::Libp11Init::require_pin()");
 }
 
 PKCS11_TOKEN* Libp11Init::get_token() const {

@@ -3,6 +3,7 @@
 
 #include <libp11.h>
 #include <memory>
+#include <vector>
 
 #include "ossl_ptr.h"
 #include "pin.h"
@@ -22,9 +23,13 @@ public:
     Libp11Init(const Libp11Init&) = delete;
     Libp11Init& operator=(const Libp11Init&) = delete;
 
-    /// Finds the first slot that holds a usable token. May be called again; the slots found before, and
-    /// everything libp11 listed of their tokens, end then. @throws Error empty without a token, OsslError
+    /// Finds the first slot that holds a usable token. May be called again; the slots found before are kept
+    /// until the end then, unless release_slots() was called. @throws Error empty without a token, OsslError
     void read_scard();
+
+    /// Ends all slots found so far, everything libp11 listed of their tokens, and all sessions of the module:
+    /// the login is over, and so is the use of any key that libp11's engine has read.
+    void release_slots() noexcept;
 
     /// Whether the token wants a login by this process; false for a reader with its own PIN pad.
     bool is_login_required() const noexcept { return login_required; }
@@ -39,8 +44,15 @@ public:
     /// The token that read_scard() found, lent. @throws Error empty when there is none
     PKCS11_TOKEN* get_token() const;
 
+    /// Fails as authenticate() would without a PIN, when the token wants a login that has not been made.
+    /// @throws Error empty, OsslError
+    void require_pin(const Pin& pin) const;
+
 private:
-    void release_slots() noexcept;
+    struct SlotArray {
+        PKCS11_SLOT* slots;
+        unsigned int count;
+    };
 
     // libp11 frees what it can only through its context, hence the fixed order in the destructor.
     std::unique_ptr<PKCS11_CTX, FreeWith<&::PKCS11_CTX_free>> ctx;
@@ -49,6 +61,7 @@ private:
     PKCS11_SLOT* slot = nullptr;   // one of slots
     PKCS11_TOKEN* token = nullptr; // of slot
     bool login_required = false;
+    std::vector<SlotArray> earlier_; // of read_scard() calls before the last
 };
 
 } // namespace Kes

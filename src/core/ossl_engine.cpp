@@ -3,6 +3,7 @@
 #include <openssl/engine.h>
 #include <openssl/ui.h>
 #include <string>
+#include <utility>
 
 #include "error.h"
 #include "logger.h"
@@ -21,7 +22,7 @@ UI_METHOD* changeable(const UI_METHOD* method) {
 
 } // namespace
 
-void OsslEngine::FreeEngine::operator()(ENGINE* engine) const noexcept { ::ENGINE_free(engine); }
+void OsslEngine::FreeEngine::operator()(ENGINE* handle) const noexcept { ::ENGINE_free(handle); }
 
 OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
     : engine(get_dynamic_engine()),
@@ -39,7 +40,7 @@ EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
         throw OsslError(OsslErrorCode(0), "ENGINE_load_private_key() failed",
                         "ossl_engine:79 Kes::OsslEngine::read_private_key()");
     log_info("read private key: ", name);
-    return key;
+    return lend_key(std::move(key));
 }
 
 EvpPkeyPtr OsslEngine::read_public_key(const char* name) {

@@ -59,12 +59,20 @@ protected:
 
     ENGINE* get_engine() const noexcept { return engine.get(); }
 
+    /// Puts another engine in the place of the dynamic one, which is freed. @param other  a reference to take
+    /// over
+    void replace_engine(ENGINE* other) noexcept { engine.reset(other); }
+
+    /// What the caller of read_private_key() gets for the key that the engine made: that key, unless
+    /// overridden.
+    virtual EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) { return engine_key; }
+
 private:
     struct FreeEngine { // written out where OpenSSL's engine header is: it marks all of it as deprecated
-        void operator()(ENGINE* engine) const noexcept;
+        void operator()(ENGINE* handle) const noexcept;
     };
 
-    const std::unique_ptr<ENGINE, FreeEngine> engine;
+    std::unique_ptr<ENGINE, FreeEngine> engine;
     const UI_METHOD* const ui_method;
     const bool public_key_supported;
     [[maybe_unused]] const bool second_flag; // kept for the engines that set it; nothing asks for it

@@ -1,9 +1,12 @@
 #include "ossl_engine_pkcs11.h"
 
 #include <openssl/engine.h>
+#include <openssl/err.h>
+#include <utility>
 
 #include "error.h"
 #include "logger.h"
+#include "pkcs11_engine_keeper.h"
 
 namespace Kes {
 namespace {
@@ -14,6 +17,12 @@ struct LoadCertParameters {
     X509* cert;
 };
 
+/// OpenSSL's answer to loading a library of which an engine is alive.
+bool is_refused_as_loaded() {
+    const unsigned long error = ::ERR_peek_last_error();
+    return ERR_GET_LIB(error) == ERR_LIB_ENGINE && ERR_GET_REASON(error) == ENGINE_R_INIT_FAILED;
+}
+
 } // namespace
 
 Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path, const Pin* pin,
@@ -21,16 +30,44 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
     : OsslEngine(true, true) {
     control("SO_PATH", engine_path, "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     control("LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    control("LOAD", nullptr, "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    load(engine_path);
     control("MODULE_PATH", module_path, "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     init("ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    Pkcs11EngineKeeper::note_set_up();
     try {
         configure(pin, verbose);
     } catch (const OsslError&) {
         ::ENGINE_finish(get_engine());
+        Pkcs11EngineKeeper::finish_leftover();
         throw;
     }
     log_info("loaded engine: id=", ::ENGINE_get_id(get_engine()));
+}
+
+void Pkcs11OsslEngine::load(const char* engine_path) {
+    ::ERR_set_mark();
+    const int result = ::ENGINE_ctrl_cmd_string(get_engine(), "LOAD", nullptr, 0);
+    if (result == 1) {
+        ::ERR_clear_last_mark();
+        Pkcs11EngineKeeper::keep(get_engine(), engine_path);
+        return;
+    }
+    if (is_refused_as_loaded()) {
+        if (ENGINE* loaded = Pkcs11EngineKeeper::reuse(engine_path)) {
+            ::ERR_pop_to_mark();
+            replace_engine(loaded);
+            return;
+        }
+        if (Pkcs11EngineKeeper::is_held_by_client())
+            log_warn(
+                "the engine cannot be loaded again: the client still uses a private key of an earlier load");
+    }
+    throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed",
+                    "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+}
+
+EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) {
+    return Pkcs11EngineKeeper::lend(std::move(engine_key), get_engine());
 }
 
 void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
@@ -40,7 +77,10 @@ void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
     set_default("ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
 }
 
-Pkcs11OsslEngine::~Pkcs11OsslEngine() { unload(); }
+Pkcs11OsslEngine::~Pkcs11OsslEngine() {
+    unload();
+    Pkcs11EngineKeeper::finish_leftover();
+}
 
 X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
     if (name == nullptr)

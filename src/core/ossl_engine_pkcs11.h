@@ -20,6 +20,8 @@ public:
     void set_pin(const Pin& pin) override;
 
 private:
+    EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) override;
+    void load(const char* engine_path);
     void configure(const Pin* pin, bool verbose);
 };
 

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <limits>
@@ -32,9 +31,14 @@ Cfg::CryptoIf parse_crypto_if(const std::string& text) {
 
 unsigned int parse_number(const std::string& text) {
     constexpr int any_base = 0; // decimal, 0x hexadecimal, 0 octal
-    // Where unsigned long has 64 bits, a number beyond 32 bits saturates as it does where it has 32.
+    // Where unsigned long has 64 bits, a number beyond 32 bits saturates and a negative one wraps as it does
+    // where it has 32.
     constexpr unsigned long largest = std::numeric_limits<unsigned int>::max();
-    return static_cast<unsigned int>(std::min(std::strtoul(text.c_str(), nullptr, any_base), largest));
+    const unsigned long value = std::strtoul(text.c_str(), nullptr, any_base);
+    if (value <= largest) return static_cast<unsigned int>(value);
+    const bool is_negative = text[text.find_first_not_of(" \t\n\v\f\r")] == '-';
+    const bool is_in_range = is_negative && 0 - value <= largest;
+    return static_cast<unsigned int>(is_in_range ? value : largest);
 }
 
 template <auto Set>

@@ -1,6 +1,7 @@
 #ifndef KES_CORE_OSSL_SCARD_CFG_IMP_H_
 #define KES_CORE_OSSL_SCARD_CFG_IMP_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -75,7 +76,9 @@ public:
     /// Applies the environment variables prefix + key; see load_settings_from_env().
     void load_from_env(const char* prefix);
 
-    /// An object of this class ends like any other; only clients go through the destructor's entry.
+    /// An object of this class begins and ends like any other; only clients go through the destructor's
+    /// entry.
+    static void* operator new(std::size_t size) { return ::operator new(size); }
     static void operator delete(void* object) { ::operator delete(object); }
 
 private:

@@ -11,6 +11,7 @@
 #include "logger.h"
 #include "ossl_engine_pkcs11.h"
 #include "ossl_helper.h"
+#include "pkcs11_engine_keeper.h"
 #include "pko_id_scanner_pkcs11_libp11.h"
 
 namespace Kes {
@@ -75,8 +76,10 @@ void OsslScardMgr::init(const OsslScardCfg* cfg_in) {
     cfg = OsslScardCfgPtr(
         cfg_in->clone()); // a copy first: cfg_in may be the configuration that is replaced here
     load_settings_from_env(*cfg, env_prefix);
-    if (cfg->get_crypto_if() == OsslScardCfg::pkcs11)
+    if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
+        Pkcs11EngineKeeper::finish_leftover(); // it would end the module that is loaded here
         libp11 = std::make_unique<Libp11Init>(cfg->get_pkcs11_module_dll());
+    }
     cfg_state = CfgState::initialized;
     log_settings();
     log_info("init done.");
@@ -89,6 +92,8 @@ void OsslScardMgr::read_scard() {
     if (cfg->get_crypto_if() == OsslScardCfg::capi) {
         capi_backend::probe(cfg->get_capi_csp_name());
     } else if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
+        if (!engine)
+            require_libp11().release_slots(); // with an engine they are needed: its keys share the sessions
         require_libp11().read_scard();
         is_pin_required_ = libp11->is_login_required();
     }
@@ -201,6 +206,8 @@ std::unique_ptr<OsslEngine> OsslScardMgr::create_engine() const {
 
 void OsslScardMgr::load_key_and_certificate() {
     engine->set_key_type(cfg->get_capi_key_type());
+    if (libp11)
+        libp11->require_pin(pin); // the engine would try an empty PIN, at the cost of one of the card's tries
     engine->set_pin(pin);
     private_key = engine->read_private_key(cfg->get_priv_key_name());
     certificate = engine->read_certificate(cfg->get_cert_name());

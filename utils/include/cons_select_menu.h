@@ -46,8 +46,9 @@ public:
     /// @return a copy of the picked item
     /// @throws Error user_abort on CTRL-C, and when the input ends before an item is picked
     Item select() const {
+        platform::Keyboard keyboard; // before the prompt: what is typed from then on is not echoed
         show();
-        const Item& item = wait_for_item();
+        const Item& item = wait_for_item(keyboard);
         std::cout << item.key << std::endl;
         log_info("selected item: '", item.key, "', obj=", Traits::to_text(item.object));
         return item;
@@ -64,8 +65,7 @@ private:
         std::cout << "  => " << std::flush;
     }
 
-    const Item& wait_for_item() const {
-        platform::Keyboard keyboard;
+    const Item& wait_for_item(platform::Keyboard& keyboard) const {
         for (;;) {
             const int key = keyboard.read_key();
             if (key == 0) continue; // the first half of a function key

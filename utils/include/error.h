@@ -55,9 +55,9 @@ public:
 protected:
     ErrorCodeTempl(T code, std::string meaning) : value(code), text(std::move(meaning)) {}
     ErrorCodeTempl(const ErrorCodeTempl&) = default;
-    ErrorCodeTempl(ErrorCodeTempl&&) = default;
+    ErrorCodeTempl(ErrorCodeTempl&&) noexcept = default;
     ErrorCodeTempl& operator=(const ErrorCodeTempl&) = default;
-    ErrorCodeTempl& operator=(ErrorCodeTempl&&) = default;
+    ErrorCodeTempl& operator=(ErrorCodeTempl&&) noexcept = default;
     ~ErrorCodeTempl() = default; // held by value only
 };
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <locale>
 
 #include "error.h"
 #include "helper.h"
@@ -73,6 +74,7 @@ public:
     FileSink(const std::string& file_name, std::ios::openmode mode)
         : std::ostream(nullptr), buffer_(file_name, mode) {
         rdbuf(&buffer_);
+        imbue(std::locale::classic());
     }
 
     bool is_open() const { return buffer_.is_open(); }
@@ -93,7 +95,8 @@ std::string severity_mask_name(std::uint32_t mask) {
     return text;
 }
 
-Logger::Logger() = default;
+// Log texts are the same whatever global locale the client has set: no grouped digits, no other point.
+Logger::Logger() { buffer_.imbue(std::locale::classic()); }
 
 Logger::~Logger() = default;
 
