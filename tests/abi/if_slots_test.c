@@ -1,0 +1,282 @@
+/* Calls every slot of the exported object's table by its number. */
+#include "table.h"
+
+enum {
+    slot_version_check = 1,
+    slot_get_config_default,
+    slot_get_config_used,
+    slot_init,
+    slot_read_scard,
+    slot_is_pin_required,
+    slot_set_pin,
+    slot_discover_keys,
+    slot_get_key_name,
+    slot_set_key_by_id,
+    slot_set_key_by_number,
+    slot_notify_config_done,
+    slot_ossl_load,
+    slot_ossl_unload,
+    slot_ossl_get_private_key,
+    slot_ossl_get_certificate,
+    slot_destructor,
+    slot_get_version,
+    slot_destroy,
+    slot_get_last_error_msg,
+    slot_select_key_from_console,
+    number_of_slots = slot_select_key_from_console
+};
+
+enum { crypto_if_capi = 1, crypto_if_capi_store = 3 };
+
+#define NOT_ALLOWED(state)                                                                                   \
+    "operation not allowed in current state (cfg_state=" state "): val=6 (invalid_state)"
+
+static const char* last_error(kes_object* library) {
+    return SLOT(library, slot_get_last_error_msg, fn_text)(library);
+}
+
+#define CHECK_FAILS(status, error, library)                                                                  \
+    do {                                                                                                     \
+        CHECK((status) == 1);                                                                                \
+        CHECK_TEXT(error, last_error(library));                                                              \
+    } while (0)
+
+#define CHECK_SUCCEEDS(status, library)                                                                      \
+    do {                                                                                                     \
+        CHECK((status) == 0);                                                                                \
+        CHECK_TEXT("", last_error(library));                                                                 \
+    } while (0)
+
+static void init_with(kes_object* library, unsigned int crypto_if, const char* log_file) {
+    kes_object* cfg = SLOT(library, slot_get_config_default, fn_object)(library);
+    SLOT(cfg, 3, fn_void_uint_ref)(cfg, &crypto_if);
+    SLOT(cfg, 31, fn_void_text)(cfg, log_file);
+    CHECK_SUCCEEDS(SLOT(library, slot_init, fn_int_object)(library, cfg), library);
+}
+
+static const char* logfile_of(const kes_object* cfg) { return SLOT(cfg, 32, fn_text)(cfg); }
+
+/* The log's lines "called: Kes::OsslScardIfImp::<operation>" must be these, in this order. */
+static void check_traced(const char* log_file, const char* const* operations, size_t count) {
+    static const char prefix[] = "called: Kes::OsslScardIfImp::";
+    char* log = read_text_file(log_file);
+    const char* position = log;
+    for (size_t i = 0; i <= count; ++i) {
+        position = strstr(position, prefix);
+        if (i == count) break;
+        CHECK(position != NULL);
+        position += strlen(prefix);
+        const size_t length = strcspn(position, "\n");
+        if (strlen(operations[i]) != length || strncmp(operations[i], position, length) != 0) {
+            fprintf(stderr, "call %zu: expected %s but traced %.*s\n", i, operations[i], (int)length,
+                    position);
+            exit(1);
+        }
+    }
+    CHECK(position == NULL);
+    free(log);
+}
+
+/* Every slot but init, on a fresh object. */
+static void call_all_before_init(kes_object* library) {
+    size_t size = 77;
+    CHECK_FAILS(SLOT(library, slot_version_check, fn_int_uint)(library, 3),
+                "interface version incompatibility detected: specified=3, expected=4", library);
+    CHECK_SUCCEEDS(SLOT(library, slot_version_check, fn_int_uint)(library, 4), library);
+    kes_object* const default_cfg = SLOT(library, slot_get_config_default, fn_object)(library);
+    CHECK_TEXT("ossl_scard.log", logfile_of(default_cfg));
+    kes_object* const used_cfg = SLOT(library, slot_get_config_used, fn_object)(library);
+    CHECK(used_cfg != default_cfg);
+    CHECK_TEXT("ossl_scard.log", logfile_of(used_cfg));
+    CHECK_FAILS(SLOT(library, slot_read_scard, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
+    CHECK(!SLOT(library, slot_is_pin_required, fn_bool)(library));
+    CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), NOT_ALLOWED("uninitialized"),
+                library);
+    CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, &size),
+                NOT_ALLOWED("uninitialized"), library);
+    CHECK(size == 77);
+    CHECK(SLOT(library, slot_get_key_name, fn_text_size)(library, 5) == NULL);
+    CHECK_TEXT("ossl_scard_if_imp:221 Kes::OsslScardIfImp::get_key_name(): invalid key_num (5): val=3 "
+               "(bad_argument)",
+               last_error(library));
+    CHECK_FAILS(SLOT(library, slot_set_key_by_id, fn_int_uint_text)(library, 0, "%01"),
+                "ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key(): specified key not found: val=8 "
+                "(not_found)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_set_key_by_number, fn_int_size)(library, 6),
+                "ossl_scard_if_imp:241 Kes::OsslScardIfImp::set_key(): invalid key_num (6): val=3 "
+                "(bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_notify_config_done, fn_int)(library), NOT_ALLOWED("uninitialized"),
+                library);
+    CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
+    CHECK_FAILS(SLOT(library, slot_ossl_unload, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
+    void* pointer = &size;
+    CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_private_key, fn_int_pointer_out)(library, &pointer), library);
+    CHECK(pointer == NULL);
+    pointer = &size;
+    CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_certificate, fn_int_pointer_out)(library, &pointer), library);
+    CHECK(pointer == NULL);
+    CHECK_TEXT("4.3.0", SLOT(library, slot_get_version, fn_text)(library));
+    type_keys("x.");
+    CHECK_FAILS(SLOT(library, slot_select_key_from_console, fn_int_size_out)(library, &size),
+                "ossl_scard_if_imp:390 Kes::OsslScardIfImp::select_key_from_console(): user abort: val=16 "
+                "(user_abort)",
+                library);
+    CHECK(size == 77);
+}
+
+static void every_slot_is_the_operation_it_should_be(const char* log_file) {
+    static const char* const operations[] = {"version_check()",
+                                             "get_last_error_msg()",
+                                             "version_check()",
+                                             "get_last_error_msg()",
+                                             "get_config_default()",
+                                             "get_config_used()",
+                                             "read_scard()",
+                                             "get_last_error_msg()",
+                                             "is_pin_required()",
+                                             "set_pin()",
+                                             "get_last_error_msg()",
+                                             "discover_keys()",
+                                             "get_last_error_msg()",
+                                             "get_key_name()",
+                                             "get_last_error_msg()",
+                                             "set_key(key_type, key_id)",
+                                             "get_last_error_msg()",
+                                             "set_key(key_num)",
+                                             "get_last_error_msg()",
+                                             "notify_config_done()",
+                                             "get_last_error_msg()",
+                                             "ossl_load()",
+                                             "get_last_error_msg()",
+                                             "ossl_unload()",
+                                             "get_last_error_msg()",
+                                             "ossl_get_private_key()",
+                                             "get_last_error_msg()",
+                                             "ossl_get_certificate()",
+                                             "get_last_error_msg()",
+                                             "get_version()",
+                                             "select_key_from_console()",
+                                             "get_last_error_msg()",
+                                             "get_config_default()",
+                                             "init()",
+                                             "get_last_error_msg()",
+                                             "destroy()"};
+    kes_object* library = get_ossl_scard_if();
+    CHECK(library != NULL);
+    CHECK(get_ossl_scard_if() == library);
+    call_all_before_init(library);
+    init_with(library, crypto_if_capi, log_file);
+    SLOT(library, slot_destroy, fn_void)(library);
+    check_traced(log_file, operations, sizeof operations / sizeof operations[0]);
+}
+
+static void one_round_changes_the_state_as_it_should(const char* log_file) {
+    kes_object* library = get_ossl_scard_if();
+    size_t size = 77;
+    init_with(library, crypto_if_capi_store, log_file);
+    CHECK_TEXT(log_file, logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
+    CHECK_FAILS(SLOT(library, slot_init, fn_int_object)(library, NULL), NOT_ALLOWED("initialized"), library);
+    CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), NOT_ALLOWED("initialized"),
+                library);
+    CHECK_SUCCEEDS(SLOT(library, slot_read_scard, fn_int)(library), library);
+    CHECK(!SLOT(library, slot_is_pin_required, fn_bool)(library));
+    CHECK_SUCCEEDS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), library);
+    CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, &size),
+                "capi_backend:23 Kes::capi_backend::create_store_scanner(): crypto interface capi_store is "
+                "available on Windows only: val=4 (unsupported)",
+                library);
+    CHECK(size == 77);
+    CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library), NOT_ALLOWED("configuring"), library);
+    CHECK_SUCCEEDS(SLOT(library, slot_notify_config_done, fn_int)(library), library);
+    CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library),
+                "capi_backend:32 Kes::capi_backend::create_store_engine(): crypto interface capi_store is "
+                "available on Windows only: val=4 (unsupported)",
+                library);
+    CHECK_SUCCEEDS(SLOT(library, slot_ossl_unload, fn_int)(library), library);
+    CHECK_FAILS(SLOT(library, slot_notify_config_done, fn_int)(library), NOT_ALLOWED("configured"), library);
+    SLOT(library, slot_destroy, fn_void)(library);
+}
+
+/* A null pointer as an argument fails and tells which one it was. */
+static void null_arguments_are_refused(const char* log_file) {
+    (void)log_file;
+    kes_object* library = get_ossl_scard_if();
+    CHECK_FAILS(SLOT(library, slot_init, fn_int_object)(library, NULL),
+                "ossl_scard_mgr:112 Kes::OsslScardMgr::init(): cfg is a null pointer: val=3 (bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, NULL),
+                "ossl_scard_if_imp:183 Kes::OsslScardIfImp::set_pin(): pin is a null pointer: val=3 "
+                "(bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, NULL),
+                "ossl_scard_if_imp:197 Kes::OsslScardIfImp::discover_keys(): num_keys is a null pointer: "
+                "val=3 (bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_set_key_by_id, fn_int_uint_text)(library, 0, NULL),
+                "ossl_scard_if_imp:258 Kes::OsslScardIfImp::set_key(): key_id is a null pointer: val=3 "
+                "(bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_ossl_get_private_key, fn_int_pointer_out)(library, NULL),
+                "ossl_scard_if_imp:312 Kes::OsslScardIfImp::ossl_get_private_key(): pkey is a null pointer: "
+                "val=3 (bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_ossl_get_certificate, fn_int_pointer_out)(library, NULL),
+                "ossl_scard_if_imp:326 Kes::OsslScardIfImp::ossl_get_certificate(): cert is a null pointer: "
+                "val=3 (bad_argument)",
+                library);
+    CHECK_FAILS(SLOT(library, slot_select_key_from_console, fn_int_size_out)(library, NULL),
+                "ossl_scard_if_imp:362 Kes::OsslScardIfImp::select_key_from_console(): key_num is a null "
+                "pointer: val=3 (bad_argument)",
+                library);
+    SLOT(library, slot_destroy, fn_void)(library);
+    remove("ossl_scard.log"); /* the refused init() opened the log file of the default configuration */
+}
+
+/* The destructor's entry ends the object as destroy() does, whatever its flags. */
+static void end_by_the_destructor(const char* log_file, unsigned int flags) {
+    kes_object* library = get_ossl_scard_if();
+    init_with(library, crypto_if_capi, log_file);
+    CHECK(SLOT(library, slot_destructor, fn_destructor)(library, flags) == library);
+
+    char* log = read_text_file(log_file);
+    CHECK(strstr(log, "OpenSSL smart card manager stopped.\n") != NULL);
+    free(log);
+
+    library = get_ossl_scard_if();
+    CHECK(library != NULL);
+    CHECK_TEXT("", last_error(library));
+    CHECK_TEXT("ossl_scard.log", logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
+    CHECK_FAILS(SLOT(library, slot_read_scard, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
+    SLOT(library, slot_destroy, fn_void)(library);
+}
+
+static void destructor_ends_the_object_and_a_new_one_can_be_had(const char* log_file) {
+    end_by_the_destructor(log_file, 1);
+}
+
+static void destructor_without_bit_0_does_the_same(const char* log_file) {
+    end_by_the_destructor(log_file, 0);
+}
+
+static void destroy_ends_the_object_and_a_new_one_can_be_had(const char* log_file) {
+    kes_object* library = get_ossl_scard_if();
+    init_with(library, crypto_if_capi, log_file);
+    SLOT(library, slot_destroy, fn_void)(library);
+    library = get_ossl_scard_if();
+    CHECK_TEXT("ossl_scard.log", logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
+    SLOT(library, slot_destroy, fn_void)(library);
+}
+
+int main(int argc, char** argv) {
+    static const scenario scenarios[] = {
+        {"EverySlotIsTheOperationItShouldBe", every_slot_is_the_operation_it_should_be},
+        {"OneRoundChangesTheStateAsItShould", one_round_changes_the_state_as_it_should},
+        {"NullArgumentsAreRefused", null_arguments_are_refused},
+        {"DestructorEndsTheObjectAndANewOneCanBeHad", destructor_ends_the_object_and_a_new_one_can_be_had},
+        {"DestructorWithoutBit0DoesTheSame", destructor_without_bit_0_does_the_same},
+        {"DestroyEndsTheObjectAndANewOneCanBeHad", destroy_ends_the_object_and_a_new_one_can_be_had}};
+    CHECK(number_of_slots == 21);
+    return run_scenario(argc, argv, scenarios, sizeof scenarios / sizeof scenarios[0]);
+}

@@ -1,0 +1,78 @@
+#ifndef KES_TESTS_ABI_TABLE_H_
+#define KES_TESTS_ABI_TABLE_H_
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+/* The library as a client sees it that has no C++: an object whose first word leads to a table of functions.
+   Slots are counted from 1, as the tables in the documents are. */
+
+typedef void (*any_function)(void);
+
+typedef struct {
+    const any_function* table;
+} kes_object;
+
+#define SLOT(object, number, type) ((type)((object)->table[(number)-1]))
+
+typedef int (*fn_int)(kes_object* self);
+typedef int (*fn_int_uint)(kes_object* self, unsigned int value);
+typedef int (*fn_int_text)(kes_object* self, const char* text);
+typedef int (*fn_int_size)(kes_object* self, size_t value);
+typedef int (*fn_int_size_out)(kes_object* self, size_t* out);
+typedef int (*fn_int_uint_out)(kes_object* self, unsigned int* out);
+typedef int (*fn_int_pointer_out)(kes_object* self, void** out);
+typedef int (*fn_int_object)(kes_object* self, kes_object* other);
+typedef int (*fn_int_uint_text)(kes_object* self, unsigned int value, const char* text);
+typedef bool (*fn_bool)(const kes_object* self);
+typedef void (*fn_void)(kes_object* self);
+typedef void (*fn_void_uint)(kes_object* self, unsigned int value);
+typedef void (*fn_void_uint_ref)(kes_object* self, const unsigned int* value);
+typedef void (*fn_void_text)(kes_object* self, const char* text);
+typedef unsigned int (*fn_uint)(const kes_object* self);
+typedef const unsigned int* (*fn_uint_ref)(const kes_object* self);
+typedef const char* (*fn_text)(const kes_object* self);
+typedef const char* (*fn_text_size)(kes_object* self, size_t value);
+typedef char* (*fn_buffer)(const kes_object* self, char* buffer, size_t size);
+typedef char* (*fn_uint_buffer)(const kes_object* self, unsigned int value, char* buffer, size_t size);
+typedef kes_object* (*fn_object)(const kes_object* self);
+typedef void* (*fn_destructor)(kes_object* self, unsigned int flags);
+
+kes_object* get_ossl_scard_if(void);
+
+/* Ends the test program when the condition does not hold. */
+#define CHECK(condition)                                                                                     \
+    do {                                                                                                     \
+        if (!(condition)) {                                                                                  \
+            fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition);                          \
+            exit(1);                                                                                         \
+        }                                                                                                    \
+    } while (0)
+
+#define CHECK_TEXT(expected, actual) check_text(__FILE__, __LINE__, expected, actual)
+
+static inline void check_text(const char* file, int line, const char* expected, const char* actual) {
+    if (actual != NULL && strcmp(expected, actual) == 0) return;
+    fprintf(stderr, "%s:%d: expected \"%s\"\n  but got \"%s\"\n", file, line, expected,
+            actual == NULL ? "(null)" : actual);
+    exit(1);
+}
+
+/* What the user types: makes these bytes, and then the end of input, the standard input. */
+void type_keys(const char* keys);
+
+/* The whole file, to be freed. */
+char* read_text_file(const char* name);
+
+typedef struct {
+    const char* name;
+    void (*run)(const char* log_file);
+} scenario;
+
+/* Runs the scenario that argv[1] names; argv[2] is the log file it may write. */
+int run_scenario(int argc, char** argv, const scenario* scenarios, size_t count);
+
+#endif

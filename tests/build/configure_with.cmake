@@ -1,0 +1,46 @@
+# Configures the project with an OpenSSL that says it is VERSION (and, with NO_ENGINES, that it was built without
+# engines), and fails unless that is refused with the sentence EXPECTED; or, without a sentence, unless it is accepted.
+file(REMOVE_RECURSE ${WORK_DIR})
+set(include_dir ${WORK_DIR}/openssl/include)
+string(REPLACE "." ";" numbers ${VERSION})
+list(GET numbers 0 major)
+list(GET numbers 1 minor)
+if(major LESS 3)
+    file(WRITE ${include_dir}/openssl/opensslv.h "# define OPENSSL_VERSION_NUMBER  0x${major}010${minor}17fL\n")
+else()
+    file(WRITE ${include_dir}/openssl/opensslv.h
+        "# define OPENSSL_VERSION_MAJOR  ${major}\n# define OPENSSL_VERSION_MINOR  ${minor}\n"
+        "# define OPENSSL_VERSION_PATCH  0\n# define OPENSSL_VERSION_STR \"${VERSION}\"\n")
+endif()
+file(WRITE ${include_dir}/openssl/opensslconf.h "")
+if(DEFINED NO_ENGINES)
+    file(WRITE ${include_dir}/openssl/opensslconf.h "#define ${NO_ENGINES}\n")
+endif()
+file(WRITE ${WORK_DIR}/openssl/lib/libcrypto.so "")
+file(WRITE ${WORK_DIR}/openssl/lib/libssl.so "")
+
+execute_process(
+    COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -G Ninja
+        -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
+        -DOPENSSL_INCLUDE_DIR=${include_dir}
+        -DOPENSSL_CRYPTO_LIBRARY=${WORK_DIR}/openssl/lib/libcrypto.so
+        -DOPENSSL_SSL_LIBRARY=${WORK_DIR}/openssl/lib/libssl.so
+        -DMARVO_BUILD_TESTS=OFF -DMARVO_BUILD_BENCH=OFF -DMARVO_BUILD_EXAMPLES=OFF
+    RESULT_VARIABLE result
+    OUTPUT_VARIABLE output
+    ERROR_VARIABLE output)
+# CMake breaks the lines of its messages as it likes.
+string(REGEX REPLACE "[ \t\r\n]+" " " words "${output}")
+if(EXPECTED STREQUAL "")
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "OpenSSL ${VERSION} was refused:\n${output}")
+    endif()
+    return()
+endif()
+if(result EQUAL 0)
+    message(FATAL_ERROR "OpenSSL ${VERSION} was accepted:\n${output}")
+endif()
+string(FIND "${words}" "${EXPECTED}" position)
+if(position EQUAL -1)
+    message(FATAL_ERROR "OpenSSL ${VERSION} was refused, but not with '${EXPECTED}':\n${output}")
+endif()

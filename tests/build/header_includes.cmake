@@ -1,0 +1,5 @@
+# Fails unless the header includes <stddef.h>, and nothing else.
+file(STRINGS ${HEADER} includes REGEX "^[ \t]*#[ \t]*(include|import)")
+if(NOT includes STREQUAL "#include <stddef.h>")
+    message(FATAL_ERROR "${HEADER} includes: ${includes}")
+endif()

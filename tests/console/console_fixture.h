@@ -1,0 +1,75 @@
+#ifndef KES_TESTS_CONSOLE_CONSOLE_FIXTURE_H_
+#define KES_TESTS_CONSOLE_CONSOLE_FIXTURE_H_
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "support.h"
+#include "terminal.h"
+
+namespace Kes::test {
+
+/// A client with its menus in a terminal.
+class ConsoleTest : public testing::Test {
+protected:
+    static constexpr const char* prompt = "  => ";
+
+    /// Starts a client program that shows these menus, one after the other.
+    void start(const char* program, const std::vector<std::string>& menus) {
+        before_ = terminal_.settings();
+        terminal_.start(command(program, menus));
+    }
+
+    std::vector<std::string> command(const char* program, const std::vector<std::string>& menus) const {
+        std::vector<std::string> words{program, results_file(), log_file()};
+        words.insert(words.end(), menus.begin(), menus.end());
+        return words;
+    }
+
+    /// What is on the screen after the last prompt. The client must have ended well, and left the terminal as
+    /// it was.
+    std::string finish() {
+        const std::string output = terminal_.read_to_end();
+        EXPECT_TRUE(is_same(terminal_.settings(), before_));
+        EXPECT_EQ(terminal_.wait(), 0);
+        return output;
+    }
+
+    std::string results_file() const { return dir_.file("results"); }
+    std::string log_file() const { return dir_.file("log"); }
+    std::vector<std::string> results() const { return split_lines(read_file(results_file())); }
+
+    /// The log's lines that a menu makes: what was selected, and errors.
+    std::vector<std::string> log() const {
+        std::vector<std::string> lines;
+        for (const std::string& line : split_lines(read_file(log_file()))) {
+            const std::string text = without_header(line);
+            if (text.starts_with("<info> selected item") || text.starts_with("<error>"))
+                lines.push_back(text);
+        }
+        return lines;
+    }
+
+    Terminal terminal_;
+
+private:
+    TempDir dir_;
+    termios before_{};
+};
+
+/// As a terminal shows it: it adds a carriage return to each line end.
+inline std::string on_screen(const std::string& text) {
+    std::string screen;
+    for (const char character : text) {
+        if (character == '\n') screen += '\r';
+        screen += character;
+    }
+    return screen;
+}
+
+using Lines = std::vector<std::string>;
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_CONSOLE_CONSOLE_FIXTURE_H_

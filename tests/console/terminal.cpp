@@ -1,0 +1,143 @@
+#include "terminal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <utmp.h>
+
+namespace Kes::test {
+namespace {
+
+constexpr std::chrono::seconds patience{30};
+
+void require(bool good, const char* what) {
+    if (!good) throw std::system_error(errno, std::generic_category(), what);
+}
+
+void close_file(int& file) {
+    if (file >= 0) ::close(file);
+    file = -1;
+}
+
+} // namespace
+
+Terminal::Terminal() {
+    require(::openpty(&keyboard_, &program_, nullptr, nullptr, nullptr) == 0, "openpty");
+    require(::fcntl(keyboard_, F_SETFD, FD_CLOEXEC) == 0, "fcntl");
+    // For other programs that the test starts; login_tty() gives its own program copies without that flag.
+    require(::fcntl(program_, F_SETFD, FD_CLOEXEC) == 0, "fcntl");
+}
+
+Terminal::~Terminal() {
+    close_file(program_);
+    close_file(keyboard_);
+    if (child_ > 0) {
+        ::kill(child_, SIGKILL);
+        ::waitpid(child_, nullptr, 0);
+    }
+}
+
+void Terminal::start(const std::vector<std::string>& command) {
+    std::vector<char*> arguments;
+    for (const std::string& argument : command)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    child_ = ::fork();
+    require(child_ >= 0, "fork");
+    if (child_ == 0) {
+        // A hang-up is to reach the program as the end of its input, not as a signal.
+        ::signal(SIGHUP, SIG_IGN);
+        if (::login_tty(program_) == 0) ::execv(arguments[0], arguments.data());
+        ::_exit(127);
+    }
+    close_file(program_);
+}
+
+void Terminal::type(std::string_view keys) const {
+    require(::write(keyboard_, keys.data(), keys.size()) == static_cast<ssize_t>(keys.size()), "write");
+}
+
+bool Terminal::read_more(std::string& output, std::chrono::steady_clock::time_point deadline) const {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    pollfd input{keyboard_, POLLIN, 0};
+    const int ready = ::poll(&input, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    require(ready >= 0, "poll");
+    if (ready == 0) throw std::runtime_error("the program does not go on; its last words were: " + output);
+    char part[4096];
+    const ssize_t count = ::read(keyboard_, part, sizeof part);
+    if (count < 0 && errno == EIO) return false; // that is how a terminal tells that nobody is left
+    require(count >= 0, "read");
+    output.append(part, static_cast<std::size_t>(count));
+    return count > 0;
+}
+
+std::string Terminal::read_until(std::string_view text) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::string output;
+    while (!output.ends_with(text))
+        if (!read_more(output, deadline)) throw std::runtime_error("the program ended after: " + output);
+    return output;
+}
+
+std::string Terminal::read_to_end() {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::string output;
+    while (read_more(output, deadline)) {
+    }
+    return output;
+}
+
+int Terminal::wait() {
+    int status = 0;
+    require(::waitpid(std::exchange(child_, -1), &status, 0) >= 0, "waitpid");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
+}
+
+void Terminal::hang_up() { close_file(keyboard_); }
+
+void Terminal::stop_output() const { require(::tcflow(program_, TCOOFF) == 0, "tcflow"); }
+
+void Terminal::go_on_with_output() const {
+    int program = ::open(::ptsname(keyboard_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    require(program >= 0, "open");
+    const int result = ::tcflow(program, TCOON);
+    close_file(program);
+    require(result == 0, "tcflow");
+}
+
+void Terminal::wait_until_silent() const {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while ((settings().c_lflag & static_cast<tcflag_t>(ECHO)) != 0) {
+        if (std::chrono::steady_clock::now() > deadline)
+            throw std::runtime_error("the terminal still echoes");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // no event tells of a change
+    }
+}
+
+termios Terminal::settings() const {
+    termios settings{};
+    require(::tcgetattr(keyboard_, &settings) == 0, "tcgetattr");
+    return settings;
+}
+
+void Terminal::change_settings(const termios& settings) const {
+    require(::tcsetattr(keyboard_, TCSANOW, &settings) == 0, "tcsetattr");
+}
+
+bool is_same(const termios& left, const termios& right) {
+    return left.c_iflag == right.c_iflag && left.c_oflag == right.c_oflag && left.c_cflag == right.c_cflag &&
+           left.c_lflag == right.c_lflag && std::equal(left.c_cc, left.c_cc + NCCS, right.c_cc);
+}
+
+} // namespace Kes::test
