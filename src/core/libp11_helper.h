@@ -38,7 +38,7 @@ public:
     bool is_logged_in() const;
 
     /// Logs the user in, if that is needed. Makes one attempt: a wrong PIN costs one of the card's tries.
-    /// @throws Error empty without a PIN, OsslError
+    /// @throws Error empty without a PIN, not_initialized for a token that was never set up, OsslError
     void authenticate(const Pin& pin);
 
     /// The token that read_scard() found, lent. @throws Error empty when there is none

@@ -63,7 +63,6 @@ private:
 
     void require_state(std::initializer_list<CfgState> allowed) const;
     Libp11Init& require_libp11() const;
-    void set_cert_name(const PkoId& cert);
     std::unique_ptr<PkoIdScanner> create_scanner(std::unique_ptr<CertKeyUsageFilter> filter) const;
     std::unique_ptr<OsslEngine> create_engine() const;
     void load_key_and_certificate();

@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_CONSOLE_TERMINAL_H_
-#define KES_TESTS_CONSOLE_TERMINAL_H_
+#ifndef KES_TESTS_SUPPORT_TERMINAL_H_
+#define KES_TESTS_SUPPORT_TERMINAL_H_
 
 #include <chrono>
 #include <string>
@@ -63,4 +63,4 @@ bool is_same(const termios& left, const termios& right);
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_CONSOLE_TERMINAL_H_
+#endif // KES_TESTS_SUPPORT_TERMINAL_H_

@@ -1,0 +1,99 @@
+// Logs in to a TLS server with a key that stays on its PKCS#11 token.
+//   tls_client                      lists the keys on the token
+//   tls_client KEY HOST PORT 1.2    logs in with key number KEY over TLS 1.2 (or 1.3)
+// Named by the environment: the module (ossl_scard_cfg_pkcs11_module_dll), the engine
+// (ossl_scard_cfg_pkcs11_openssl_engine_dll) and the server's CA (SSL_CERT_FILE).
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/ui.h>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+
+#include "marvo/ossl_scard_cfg.h"
+#include "marvo/ossl_scard_if.h"
+
+static void require(bool good, const std::string& text) {
+    if (!good) throw std::runtime_error(text);
+}
+
+static void give_pin(Kes::OsslScardIf& card) {
+    char pin[128] = "";
+    if (isatty(STDIN_FILENO))
+        UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0); // OpenSSL's prompt without echo
+    else if (read(STDIN_FILENO, pin, sizeof pin - 1) > 0)        // not by a stream: it would keep a copy
+        pin[strcspn(pin, "\n")] = '\0';
+    const int status = card.set_pin(pin);
+    OPENSSL_cleanse(pin, sizeof pin);
+    require(status == 0, card.get_last_error_msg());
+}
+
+static void log_in(EVP_PKEY* key, X509* cert, const std::string& host, const std::string& port, int version) {
+    const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> ctx(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    SSL_CTX_set_verify(ctx.get(), SSL_VERIFY_PEER, nullptr);
+    require(SSL_CTX_set_default_verify_paths(ctx.get()) &&
+                SSL_CTX_set_min_proto_version(ctx.get(), version) &&
+                SSL_CTX_set_max_proto_version(ctx.get(), version) &&
+                SSL_CTX_use_certificate(ctx.get(), cert) && SSL_CTX_use_PrivateKey(ctx.get(), key),
+            "TLS cannot be set up");
+    const std::unique_ptr<BIO, void (*)(BIO*)> bio(BIO_new_ssl_connect(ctx.get()), BIO_free_all);
+    SSL* ssl = nullptr;
+    BIO_get_ssl(bio.get(), &ssl);
+    BIO_set_conn_hostname(bio.get(), (host + ":" + port).c_str());
+    require(SSL_set1_host(ssl, host.c_str()) && BIO_do_connect(bio.get()) > 0, "no TLS connection");
+    BIO_puts(bio.get(), ("GET / HTTP/1.0\r\nHost: " + host + "\r\n\r\n").c_str());
+    std::string answer;
+    for (char c = 0; BIO_read(bio.get(), &c, 1) == 1;)
+        answer += c;
+    require(!answer.empty(), "the server does not answer"); // over TLS 1.3 it refuses a client only here
+    int type = NID_undef, digest = NID_undef;
+    SSL_get_signature_type_nid(ssl, &type);
+    SSL_get_signature_nid(ssl, &digest);
+    std::cout << "protocol: " << SSL_get_version(ssl) << "\ncipher: " << SSL_get_cipher_name(ssl)
+              << "\nsignature: " << (type == EVP_PKEY_EC ? "ECDSA" : OBJ_nid2sn(type)) << " with "
+              << OBJ_nid2sn(digest) << "\nanswer: " << answer << std::endl;
+}
+
+static void run(Kes::OsslScardIf& card, int argc, char** argv) {
+    const auto check = [&card](int status) { require(status == 0, card.get_last_error_msg()); };
+    check(card.version_check(4));
+    Kes::OsslScardCfg* cfg = card.get_config_default();
+    cfg->set_crypto_if(Kes::OsslScardCfg::pkcs11);
+    check(card.init(cfg));
+    check(card.read_scard());
+    if (card.is_pin_required()) give_pin(card);
+    size_t num_keys = 0;
+    check(card.discover_keys(&num_keys));
+    for (size_t i = 0; i < num_keys; ++i)
+        std::cout << "key " << i << ": " << card.get_key_name(i) << std::endl;
+    if (argc < 5) return;
+    check(card.set_key(static_cast<size_t>(std::stoul(argv[1]))));
+    check(card.notify_config_done());
+    check(card.ossl_load());
+    EVP_PKEY* key = nullptr;
+    check(card.ossl_get_private_key(&key));
+    X509* cert = nullptr;
+    check(card.ossl_get_certificate(&cert));
+    std::cout << "key: " << EVP_PKEY_get0_type_name(key) << ' ' << EVP_PKEY_get_bits(key) << std::endl;
+    log_in(key, cert, argv[2], argv[3], argv[4] == std::string("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
+    check(card.ossl_unload());
+}
+
+int main(int argc, char** argv) {
+    Kes::OsslScardIf& card = *get_ossl_scard_if();
+    std::signal(SIGPIPE, SIG_IGN); // a server that hangs up is an error like others
+    int status = 0;
+    try {
+        run(card, argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "tls_client: " << error.what() << std::endl;
+        ERR_print_errors_fp(stderr); // what OpenSSL has to say about it, if anything
+        status = 1;
+    }
+    card.destroy();
+    return status;
+}

@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include <termios.h>
+
+#include "card.h"
+#include "server.h"
+#include "terminal.h"
+
+namespace Kes::test {
+namespace {
+
+/// The example programs with a user at their terminal, and a card with one key.
+class ExamplesTest : public testing::Test {
+protected:
+    void type_pin(const std::string& pin) {
+        transcript_ += terminal_.read_until("PIN: ");
+        // The prompt stands a moment before the echo is turned off.
+        while ((terminal_.settings().c_lflag & ECHO) != 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        terminal_.type(pin + "\n");
+    }
+
+    /// @return the exit code
+    int finish() {
+        transcript_ += terminal_.read_to_end();
+        return terminal_.wait();
+    }
+
+    /// Whether the user has seen the text.
+    testing::AssertionResult has_shown(const std::string& text) const {
+        if (transcript_.find(text) != std::string::npos) return testing::AssertionSuccess();
+        return testing::AssertionFailure() << "not shown; the whole transcript is:\n" << transcript_;
+    }
+
+    Card card_{"ec:P-256", "/CN=Mary Ross"};
+    EnvVar module_{"ossl_scard_cfg_pkcs11_module_dll", soft_token({"module"})};
+    EnvVar engine_{"ossl_scard_cfg_pkcs11_openssl_engine_dll", soft_token({"engine"})};
+    EnvVar log_{"ossl_scard_cfg_logfile", card_.file("client.log")};
+    EnvVar ca_{"SSL_CERT_FILE", card_.ca_file()};
+    Terminal terminal_;
+    std::string transcript_;
+};
+
+TEST_F(ExamplesTest, TlsClientListsTheKeysAndDoesNotShowThePin) {
+    terminal_.start({TLS_CLIENT_PROGRAM});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("key 0: card: login\r\n"));
+    EXPECT_FALSE(has_shown(card_.pin()));
+}
+
+TEST_F(ExamplesTest, TlsClientLogsInAndShowsWhatTheServerSaw) {
+    const auto server = create_server("nginx", card_);
+    terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.3"});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("key: EC 256\r\nprotocol: TLSv1.3\r\ncipher: TLS_AES_256_GCM_SHA384\r\n"
+                          "signature: ECDSA with SHA256\r\nanswer: HTTP/1.1 200 OK"));
+    EXPECT_TRUE(has_shown("TLSv1.3, TLS_AES_256_GCM_SHA384, -, CN=Mary Ross, SUCCESS"));
+}
+
+TEST_F(ExamplesTest, TlsClientDoesNotTrustAServerOfAnotherCa) {
+    const Card stranger("ec:P-256", "/CN=Somebody else");
+    const auto server = create_server("nginx", stranger);
+    const EnvVar own_token("SOFTHSM2_CONF", card_.file("softhsm2.conf"));
+    terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.3"});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("tls_client: no TLS connection\r\n"));
+    EXPECT_TRUE(has_shown("certificate verify failed"));
+}
+
+TEST_F(ExamplesTest, TlsClientTellsThatThePinIsWrong) {
+    terminal_.start({TLS_CLIENT_PROGRAM});
+    type_pin("000000");
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("tls_client: libp11_helper:"));
+    EXPECT_TRUE(has_shown("PIN incorrect"));
+}
+
+TEST_F(ExamplesTest, InteractiveClientShowsTheCertificateOfThePickedKey) {
+    terminal_.start({INTERACTIVE_CLIENT_PROGRAM});
+    transcript_ += terminal_.read_until("  => ");
+    terminal_.type("p");
+    type_pin(card_.pin());
+    transcript_ += terminal_.read_until("  => ");
+    terminal_.type("0");
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("subject: CN=Mary Ross\r\nissuer:  CN=Soft token CA,O=Throw-away\r\n"
+                          "-----BEGIN CERTIFICATE-----\r\n"));
+    EXPECT_FALSE(has_shown(card_.pin()));
+}
+
+TEST_F(ExamplesTest, InteractiveClientTellsThatTheUserPickedNoKey) {
+    terminal_.start({INTERACTIVE_CLIENT_PROGRAM});
+    transcript_ += terminal_.read_until("  => ");
+    terminal_.type("p");
+    type_pin(card_.pin());
+    transcript_ += terminal_.read_until("  => ");
+    terminal_.type(".");
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("user abort"));
+}
+
+} // namespace
+} // namespace Kes::test

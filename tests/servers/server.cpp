@@ -1,0 +1,140 @@
+#include "server.h"
+
+#include <chrono>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace Kes::test {
+namespace {
+
+class Socket {
+public:
+    Socket() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+    ~Socket() { ::close(fd_); }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+    int fd() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+sockaddr_in local_address(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+/// Free now; somebody else may take it before the server does, so the caller must be ready to try again.
+int find_free_port() {
+    const Socket socket;
+    sockaddr_in address = local_address(0);
+    socklen_t size = sizeof address;
+    if (::bind(socket.fd(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        ::getsockname(socket.fd(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        throw std::runtime_error("no free port on 127.0.0.1");
+    return ntohs(address.sin_port);
+}
+
+bool is_listening(int port) {
+    const Socket socket;
+    const sockaddr_in address = local_address(port);
+    return ::connect(socket.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+class NginxServer : public Server {
+public:
+    using Server::Server;
+
+    std::string report(const std::string& answer) override {
+        stop();
+        return answer;
+    }
+
+private:
+    /// One process that writes nothing outside the card's folder and answers with what it knows of its
+    /// client.
+    std::unique_ptr<Process> create_process(int port) override {
+        const std::string folder = card().file("");
+        std::ofstream(card().file("nginx.conf"))
+            << "daemon off; master_process off; events {}\n"
+            << "pid " << folder << "pid; error_log stderr error;\n"
+            << "http {\n  access_log off; default_type text/plain;\n"
+            << "  client_body_temp_path " << folder << "body; proxy_temp_path " << folder << "proxy;\n"
+            << "  fastcgi_temp_path " << folder << "fastcgi; uwsgi_temp_path " << folder << "uwsgi;\n"
+            << "  scgi_temp_path " << folder << "scgi;\n"
+            << "  server {\n    listen 127.0.0.1:" << port << " ssl; ssl_protocols TLSv1.2 TLSv1.3;\n"
+            << "    ssl_certificate " << card().server_cert_file() << ";\n"
+            << "    ssl_certificate_key " << card().server_key_file() << ";\n"
+            << "    ssl_client_certificate " << card().ca_file() << "; ssl_verify_client on;\n"
+            << "    return 200 \"$ssl_protocol, $ssl_cipher, -, $ssl_client_s_dn, $ssl_client_verify\";\n"
+            << "  }\n}\n";
+        return std::make_unique<Process>(std::vector<std::string>{NGINX_PROGRAM, "-e", "stderr", "-p", folder,
+                                                                  "-c", card().file("nginx.conf")},
+                                         log_name());
+    }
+};
+
+class GnutlsServer : public Server {
+public:
+    using Server::Server;
+
+    /// Its log says more than its answer, and all of it only when the server has ended.
+    std::string report(const std::string&) override {
+        stop();
+        return after("- Version: ") + ", " + after("- Cipher: ") + ", " + after("- Client Signature: ") +
+               ", " + after("\tSubject: ") + ", " + after("- Status: ");
+    }
+
+private:
+    std::unique_ptr<Process> create_process(int port) override {
+        return std::make_unique<Process>(
+            std::vector<std::string>{
+                "/usr/bin/env", "LD_PRELOAD=" LOOPBACK_ONLY_LIBRARY, GNUTLS_SERV_PROGRAM, "--http", "--port",
+                std::to_string(port), "--x509certfile", card().server_cert_file(), "--x509keyfile",
+                card().server_key_file(), "--x509cafile", card().ca_file(), "--require-client-cert",
+                "--verify-client-cert", "--priority", "NORMAL:-VERS-ALL:+VERS-TLS1.2:+VERS-TLS1.3"},
+            log_name());
+    }
+
+    std::string after(const std::string& word) const {
+        for (const std::string& line : split_lines(log()))
+            if (line.compare(0, word.size(), word) == 0) return line.substr(word.size());
+        return "nothing";
+    }
+};
+
+} // namespace
+
+void Server::start() {
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        port_ = find_free_port();
+        process_ = create_process(port_);
+        // Neither server tells when it is ready; a connection that is taken does.
+        while (process_->is_running()) {
+            if (is_listening(port_) && process_->is_running()) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    throw std::runtime_error("the server does not start: " + log());
+}
+
+std::unique_ptr<Server> create_server(const std::string& maker, const Card& card) {
+    std::unique_ptr<Server> server;
+    if (maker == "nginx")
+        server = std::make_unique<NginxServer>(card);
+    else
+        server = std::make_unique<GnutlsServer>(card);
+    server->start();
+    return server;
+}
+
+} // namespace Kes::test
