@@ -37,6 +37,7 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
     try {
         configure(pin, verbose);
     } catch (const OsslError&) {
+        Pkcs11EngineKeeper::forget_pin();
         ::ENGINE_finish(get_engine());
         Pkcs11EngineKeeper::finish_leftover();
         throw;
@@ -78,6 +79,7 @@ void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
 }
 
 Pkcs11OsslEngine::~Pkcs11OsslEngine() {
+    Pkcs11EngineKeeper::forget_pin();
     unload();
     Pkcs11EngineKeeper::finish_leftover();
 }

@@ -73,8 +73,11 @@ void OsslScardMgr::init(const OsslScardCfg* cfg_in) {
     if (cfg_in == nullptr)
         throw Error(ErrorCodeType::bad_argument, "cfg is a null pointer",
                     "ossl_scard_mgr:112 Kes::OsslScardMgr::init()");
-    cfg = OsslScardCfgPtr(
-        cfg_in->clone()); // a copy first: cfg_in may be the configuration that is replaced here
+    OsslScardCfgPtr copy(cfg_in->clone());
+    if (!copy)
+        throw Error(ErrorCodeType::null_pointer, "cfg cannot be cloned",
+                    "ossl_scard_mgr:116 Kes::OsslScardMgr::init()");
+    cfg = std::move(copy); // only now: cfg_in may be the configuration that is replaced here
     load_settings_from_env(*cfg, env_prefix);
     if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
         Pkcs11EngineKeeper::finish_leftover(); // it would end the module that is loaded here

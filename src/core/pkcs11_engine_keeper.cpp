@@ -89,6 +89,13 @@ EvpPkeyPtr Pkcs11EngineKeeper::lend(EvpPkeyPtr engine_key, ENGINE* engine) {
     return engine_key; // counted for ever: nobody will tell when it is freed
 }
 
+void Pkcs11EngineKeeper::forget_pin() noexcept {
+    if (state().engine == nullptr || state().clean_up == nullptr) return;
+    ::ERR_set_mark();
+    ::ENGINE_ctrl_cmd_string(state().engine, "PIN", "", 0);
+    ::ERR_pop_to_mark();
+}
+
 void Pkcs11EngineKeeper::finish_leftover() noexcept {
     State& kept = state();
     if (kept.engine == nullptr || kept.is_clean || kept.clean_up == nullptr || kept.lent_keys != 0) return;

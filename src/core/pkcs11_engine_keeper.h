@@ -37,6 +37,10 @@ public:
     /// Makes a key that signs as the engine's own does and is counted until its last user frees it.
     static EvpPkeyPtr lend(EvpPkeyPtr engine_key, ENGINE* engine);
 
+    /// Makes the remembered engine overwrite its copy of the PIN: it lives longer than the use we make of it.
+    /// Call before ENGINE_finish().
+    static void forget_pin() noexcept;
+
     /// Has an engine clean up that should have when ENGINE_finish() was called and did not. Does nothing
     /// while a lent key is alive. Call after each ENGINE_finish(), and before a PKCS#11 module is loaded: the
     /// clean-up ends the module for everybody.
