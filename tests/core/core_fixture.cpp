@@ -1,0 +1,117 @@
+#include "core_fixture.h"
+
+#include <openssl/pem.h>
+#include <stdexcept>
+
+#include "error.h"
+#include "ossl_scard_if_imp.h"
+
+namespace Kes::test {
+namespace {
+
+BioPtr open_data(const std::string& name) {
+    BioPtr file(::BIO_new_file((std::string(KES_TEST_DATA) + "/" + name).c_str(), "r"));
+    if (!file) throw std::runtime_error("no test data: " + name);
+    return file;
+}
+
+X509Ptr read_cert(const std::string& name) {
+    return X509Ptr(::PEM_read_bio_X509(open_data(name).get(), nullptr, nullptr, nullptr));
+}
+
+EvpPkeyPtr read_key(const std::string& name) {
+    return EvpPkeyPtr(::PEM_read_bio_PrivateKey(open_data(name).get(), nullptr, nullptr, nullptr));
+}
+
+void reset_doubles() {
+    FakeLibp11::instance().reset();
+    FakeEngine::instance().reset();
+    CallScript::instance().reset();
+}
+
+} // namespace
+
+const TestData& TestData::instance() {
+    static const TestData data{read_cert("client.pem"), read_cert("encipher.pem"), read_cert("bare.pem"),
+                               read_key("key.pem")};
+    return data;
+}
+
+CoreTest::CoreTest() { set_up_doubles(); }
+
+void CoreTest::set_up_doubles() {
+    const TestData& test_data = data();
+    reset_doubles();
+    script().set_right_pin("1234");
+    FakeSlot slot;
+    slot.token.emplace();
+    slot.token->certs = {object(test_data.client.get())};
+    slot.token->private_keys = {object()};
+    slot.token->public_keys = {object()};
+    libp11().slots = {slot};
+    engine().private_key = test_data.key.get();
+    engine().public_key = test_data.key.get();
+    engine().certificate = test_data.client.get();
+}
+
+CoreTest::~CoreTest() { reset_doubles(); }
+
+void CoreTest::TearDown() {
+    EXPECT_EQ(script().violations(), Lines());
+    EXPECT_EQ(libp11().live_contexts(), 0U);
+    EXPECT_EQ(libp11().live_slot_arrays(), forgotten_slot_arrays);
+    EXPECT_EQ(engine().live_engines(), 0U);
+    EXPECT_EQ(engine().live_objects(), 0U);
+}
+
+void ScardTest::TearDown() {
+    OsslScardIfImp::destroy_instance();
+    EXPECT_FALSE(OsslScardMgr::exists());
+    CoreTest::TearDown();
+}
+
+OsslScardIf& ScardTest::scard() { return OsslScardIfImp::instance(); }
+
+OsslScardCfg& ScardTest::make_config() {
+    OsslScardCfg& cfg = *scard().get_config_default();
+    cfg.set_crypto_if(OsslScardCfg::pkcs11);
+    cfg.set_pkcs11_module_dll("module.so");
+    cfg.set_pkcs11_openssl_engine_dll("./engine.so");
+    cfg.set_logfile("");
+    return cfg;
+}
+
+void ScardTest::go_to(CfgState wanted) {
+    if (wanted == CfgState::uninitialized) return;
+    ASSERT_EQ(scard().init(&make_config()), 0) << last_error();
+    if (wanted == CfgState::initialized) return;
+    read_and_discover();
+    if (wanted == CfgState::configuring) return;
+    ASSERT_EQ(scard().set_key(0), 0) << last_error();
+    ASSERT_EQ(scard().notify_config_done(), 0) << last_error();
+}
+
+void ScardTest::read_and_discover() {
+    std::size_t count = 0;
+    ASSERT_EQ(scard().read_scard(), 0) << last_error();
+    ASSERT_EQ(scard().set_pin("1234"), 0) << last_error();
+    ASSERT_EQ(scard().discover_keys(&count), 0) << last_error();
+}
+
+std::string ScardTest::state() {
+    // init() of nothing fails in every state, and its text tells the state.
+    const std::string text = error_text([] { OsslScardMgr::instance().init(nullptr); });
+    for (const auto candidate : {CfgState::initialized, CfgState::configuring, CfgState::configured})
+        if (text == "operation not allowed in current state (cfg_state=" + cfg_state_name(candidate) +
+                        "): val=6 (invalid_state)")
+            return cfg_state_name(candidate);
+    return text == "ossl_scard_mgr:112 Kes::OsslScardMgr::init(): cfg is a null pointer: val=3 (bad_argument)"
+               ? "uninitialized"
+               : text;
+}
+
+std::string outcome(int status, const std::string& error) {
+    return std::to_string(status) + (error.empty() ? "" : " " + error);
+}
+
+} // namespace Kes::test

@@ -1,0 +1,199 @@
+#include "ossl_engine_pkcs11.h"
+
+#include "core_fixture.h"
+#include "error.h"
+
+namespace Kes::test {
+namespace {
+
+class Pkcs11OsslEngineTest : public CoreTest {
+protected:
+    static std::unique_ptr<Pkcs11OsslEngine> load(const Pin* pin, bool verbose = false) {
+        return std::make_unique<Pkcs11OsslEngine>("./engine.so", "module.so", pin, verbose);
+    }
+
+    LogCapture log;
+    const Pin pin{"1234"};
+};
+
+Lines joined(Lines first, const Lines& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+const Lines load_calls{"ENGINE_by_id(dynamic)",
+                       "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./engine.so)",
+                       "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
+                       "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
+                       "ENGINE_ctrl_cmd_string(engine1, MODULE_PATH, module.so)",
+                       "ENGINE_init(engine1)"};
+
+TEST_F(Pkcs11OsslEngineTest, LoadsInOrderAndLogsTheId) {
+    const auto loaded = load(&pin);
+    EXPECT_EQ(script().calls(),
+              joined(load_calls, {"ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+                                  "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"}));
+    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"});
+}
+
+TEST_F(Pkcs11OsslEngineTest, NoPinSendsNoCommandAndAnEmptyOneIsSentAsItIs) {
+    load(nullptr);
+    EXPECT_THAT(script().take_calls(), testing::Not(testing::Contains(testing::HasSubstr("PIN"))));
+    const Pin empty;
+    load(&empty);
+    EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine2, PIN, empty pin)"));
+}
+
+TEST_F(Pkcs11OsslEngineTest, VerboseIsAskedForAfterInitAndBeforeThePin) {
+    const auto loaded = load(&pin, true);
+    EXPECT_EQ(script().calls(),
+              joined(load_calls, {"ENGINE_ctrl_cmd_string(engine1, VERBOSE, null)",
+                                  "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+                                  "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"}));
+}
+
+TEST_F(Pkcs11OsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
+    const std::string constructor = " Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): ";
+    const struct {
+        std::size_t step; // counted from ENGINE_by_id, which is 1
+        std::string text;
+        bool is_finished;
+    } rows[] = {
+        {2, "ossl_engine_pkcs11:91" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", false},
+        {3, "ossl_engine_pkcs11:98" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", false},
+        {4, "ossl_engine_pkcs11:104" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", false},
+        {5, "ossl_engine_pkcs11:110" + constructor + "ENGINE_ctrl_cmd_string(MODULE_PATH) failed", false},
+        {6, "ossl_engine_pkcs11:116" + constructor + "ENGINE_init() failed", false},
+        {7, "ossl_engine_pkcs11:127" + constructor + "ENGINE_ctrl_cmd_string(VERBOSE) failed", true},
+        {8, "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed",
+         true},
+        {9, "ossl_engine_pkcs11:150" + constructor + "ENGINE_set_default() failed", true},
+    };
+    for (const auto& row : rows) {
+        for (const int rc : {0, -1, 2}) {
+            SCOPED_TRACE(row.text + std::to_string(rc));
+            script().reset();
+            engine().reset();
+            script().fail_step(row.step, {.rc = rc});
+            EXPECT_EQ(error_text([&] { load(&pin, true); }), row.text + ": rc=" + std::to_string(rc));
+            Lines tail = script().calls();
+            tail.erase(tail.begin(), tail.begin() + static_cast<std::ptrdiff_t>(row.step));
+            EXPECT_EQ(tail, row.is_finished ? (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"})
+                                            : Lines{"ENGINE_free(engine1)"});
+        }
+    }
+    EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(Pkcs11OsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
+    script().fail_step(7, {.throws_int = true});
+    EXPECT_THROW(load(&pin), int);
+    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
+    EXPECT_EQ(script().violations(), Lines{"ENGINE_free: still initialised"});
+    script().reset();
+}
+
+TEST_F(Pkcs11OsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
+    script().fail_function("ENGINE_set_default", {.rc = 0, .queue_text = "first cause"});
+    script().fail_function("ENGINE_finish", {.rc = 0, .queue_text = "later noise"});
+    const std::string text = error_text([&] { load(&pin); });
+    EXPECT_THAT(text, testing::HasSubstr("double.c:1:first cause"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("later noise")));
+}
+
+TEST_F(Pkcs11OsslEngineTest, ANewPinReplacesTheOneBeforeAndIsNotLogged) {
+    const auto loaded = load(nullptr);
+    script().take_calls();
+    loaded->set_pin(Pin("4321"));
+    loaded->set_pin(Pin("1234"));
+    EXPECT_EQ(script().calls(), (Lines{"ENGINE_ctrl_cmd_string(engine1, PIN, wrong pin)",
+                                       "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)"}));
+    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"});
+    script().fail_function("ENGINE_ctrl_cmd_string", {.rc = 0});
+    EXPECT_EQ(
+        error_text([&] { loaded->set_pin(Pin("1234")); }),
+        "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed: rc=0");
+}
+
+TEST_F(Pkcs11OsslEngineTest, TheKeyTypeIsOfNoInterest) {
+    const auto loaded = load(nullptr);
+    script().take_calls();
+    loaded->set_key_type(1);
+    EXPECT_EQ(script().calls(), Lines());
+}
+
+TEST_F(Pkcs11OsslEngineTest, ReadsACertificateByItsName) {
+    const auto loaded = load(nullptr);
+    const X509Ptr cert = loaded->read_certificate(cert_uri);
+    EXPECT_EQ(::X509_cmp(cert.get(), data().client.get()), 0);
+    EXPECT_EQ(script().calls().back(),
+              std::string("ENGINE_ctrl_cmd(engine1, LOAD_CERT_CTRL, ") + cert_uri + ")");
+    EXPECT_EQ(log.lines().back(), std::string("<info> read certificate: ") + cert_uri);
+}
+
+TEST_F(Pkcs11OsslEngineTest, ANullNameFailsBeforeAnyCall) {
+    const auto loaded = load(nullptr);
+    script().take_calls();
+    EXPECT_EQ(error_text([&] { loaded->read_certificate(nullptr); }),
+              "ossl_engine_pkcs11:193 Kes::Pkcs11OsslEngine::read_certificate(): name is a null pointer: "
+              "val=3 (bad_argument)");
+    EXPECT_EQ(script().calls(), Lines());
+}
+
+TEST_F(Pkcs11OsslEngineTest, AFailedCertificateCommandIsAnErrorAndLeaksNoCertificate) {
+    const auto loaded = load(nullptr);
+    for (const bool gives_certificate : {false, true}) {
+        engine().gives_certificate_on_failure = gives_certificate;
+        script().fail_function("ENGINE_ctrl_cmd", {.rc = 0});
+        EXPECT_EQ(
+            error_text([&] { loaded->read_certificate("c"); }),
+            "ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate(): ENGINE_ctrl_cmd() failed: "
+            "rc=0");
+        EXPECT_EQ(engine().live_objects(), 0U);
+    }
+}
+
+TEST_F(Pkcs11OsslEngineTest, ASuccessWithoutACertificateIsNotFound) {
+    const auto loaded = load(nullptr);
+    engine().certificate = nullptr;
+    EXPECT_EQ(error_text([&] { loaded->read_certificate("c"); }),
+              "ossl_engine_pkcs11:216 Kes::Pkcs11OsslEngine::read_certificate(): error reading certificate: "
+              "val=8 (not_found)");
+}
+
+TEST_F(Pkcs11OsslEngineTest, PublicKeysComeFromTheEngine) {
+    const auto loaded = load(nullptr);
+    const EvpPkeyPtr key = loaded->read_public_key("p");
+    EXPECT_EQ(script().calls().back(), "ENGINE_load_public_key(engine1, p)");
+}
+
+TEST_F(Pkcs11OsslEngineTest, PublicKeysComeFromCertificatesToo) {
+    const auto loaded = load(nullptr);
+    const EvpPkeyPtr key = loaded->read_public_key_by_certificate("c");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(engine().live_objects(), 0U);
+}
+
+TEST_F(Pkcs11OsslEngineTest, ThePrivateKeyThatIsHandedOutIsTheEnginesKey) {
+    const auto loaded = load(&pin);
+    const EvpPkeyPtr key = loaded->read_private_key(private_uri);
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(log.lines().back(), std::string("<info> read private key: ") + private_uri);
+}
+
+TEST_F(Pkcs11OsslEngineTest, UnloadsInOrderAndFreesLast) {
+    load(nullptr);
+    Lines tail = script().calls();
+    tail.erase(tail.begin(), std::find(tail.begin(), tail.end(), "ENGINE_get_id(engine1)") + 1);
+    EXPECT_EQ(tail,
+              (Lines{"ENGINE_get_id(engine1)", "ENGINE_unregister_RSA(engine1)",
+                     "ENGINE_unregister_DSA(engine1)", "ENGINE_unregister_EC(engine1)",
+                     "ENGINE_unregister_DH(engine1)", "ENGINE_unregister_RAND(engine1)",
+                     "ENGINE_unregister_ciphers(engine1)", "ENGINE_unregister_digests(engine1)",
+                     "ENGINE_unregister_pkey_meths(engine1)", "ENGINE_unregister_pkey_asn1_meths(engine1)",
+                     "ENGINE_remove(engine1)", "ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
+    EXPECT_EQ(log.lines(), (Lines{"<info> loaded engine: id=pkcs11", "<info> unloading engine: id=pkcs11"}));
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,186 @@
+#include "ossl_engine.h"
+
+#include "core_fixture.h"
+#include "error.h"
+
+#include <openssl/err.h>
+
+namespace Kes::test {
+namespace {
+
+/// An engine that is initialised, and can be told which certificate it reads.
+class PlainEngine : public OsslEngine {
+public:
+    explicit PlainEngine(bool has_public_keys = true) : OsslEngine(has_public_keys, true) {
+        control("LIST_ADD", "1", "here");
+        control("LOAD", nullptr, "here");
+        init("here");
+    }
+    ~PlainEngine() override { unload(); }
+};
+
+class CertEngine final : public PlainEngine {
+public:
+    X509Ptr read_certificate(const char*) override {
+        FakeEngine& fake = FakeEngine::instance();
+        return X509Ptr(has_key ? fake.hand_out(TestData::instance().client.get())
+                               : fake.give_away(::X509_new()));
+    }
+
+    bool has_key = true;
+};
+
+class OsslEngineTest : public CoreTest {
+protected:
+    LogCapture log;
+};
+
+const Lines unload_calls{"ENGINE_get_id(engine1)",
+                         "ENGINE_unregister_RSA(engine1)",
+                         "ENGINE_unregister_DSA(engine1)",
+                         "ENGINE_unregister_EC(engine1)",
+                         "ENGINE_unregister_DH(engine1)",
+                         "ENGINE_unregister_RAND(engine1)",
+                         "ENGINE_unregister_ciphers(engine1)",
+                         "ENGINE_unregister_digests(engine1)",
+                         "ENGINE_unregister_pkey_meths(engine1)",
+                         "ENGINE_unregister_pkey_asn1_meths(engine1)",
+                         "ENGINE_remove(engine1)",
+                         "ENGINE_finish(engine1)",
+                         "ENGINE_free(engine1)"};
+
+TEST_F(OsslEngineTest, WithoutTheDynamicEngineThereIsNothingToFree) {
+    script().fail_function("ENGINE_by_id");
+    EXPECT_EQ(
+        error_text([] { PlainEngine(); }),
+        "ossl_engine:58 Kes::OsslEngine::OsslEngine(): dynamic engine not available: val=2 (null_pointer)");
+    EXPECT_EQ(script().calls(), Lines{"ENGINE_by_id(dynamic)"});
+}
+
+TEST_F(OsslEngineTest, UnloadsInOrderAndFreesLast) {
+    {
+        const PlainEngine plain;
+        script().take_calls();
+    }
+    EXPECT_EQ(script().calls(), unload_calls);
+    EXPECT_EQ(log.lines(), Lines{"<info> unloading engine: id=pkcs11"});
+}
+
+TEST_F(OsslEngineTest, FailuresWhileUnloadingAreWarnedOfAndDoNotStopIt) {
+    {
+        const PlainEngine plain;
+        script().take_calls();
+        script().fail_function("ENGINE_remove", {.rc = 0});
+        script().fail_function("ENGINE_finish", {.rc = 2});
+    }
+    EXPECT_EQ(script().calls(), unload_calls);
+    EXPECT_EQ(log.lines(),
+              (Lines{"<info> unloading engine: id=pkcs11", "<warn> ENGINE_remove() returned error",
+                     "<warn> ENGINE_finish() returned error"}));
+}
+
+TEST_F(OsslEngineTest, ReadsAPrivateKeyByItsName) {
+    PlainEngine plain;
+    const EvpPkeyPtr key = plain.read_private_key("my key");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(script().calls().back(), "ENGINE_load_private_key(engine1, my key)");
+    EXPECT_EQ(log.lines(), Lines{"<info> read private key: my key"});
+}
+
+TEST_F(OsslEngineTest, APrivateKeyThatIsNotThereIsAnError) {
+    PlainEngine plain;
+    script().fail_function("ENGINE_load_private_key");
+    EXPECT_EQ(error_text([&] { plain.read_private_key("my key"); }),
+              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0");
+    EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(OsslEngineTest, TheErrorQueueStandsInTheErrorTextAndIsEmptyAfterwards) {
+    PlainEngine plain;
+    script().fail_function("ENGINE_load_private_key", {.queue_text = "no such key"});
+    EXPECT_THAT(
+        error_text([&] { plain.read_private_key("my key"); }),
+        testing::MatchesRegex(
+            "ossl_engine:79 Kes::OsslEngine::read_private_key\\(\\): ENGINE_load_private_key\\(\\) failed: "
+            "rc=0\n[0-9A-F]+:error:[0-9A-F]+:lib\\(128\\):scripted:reason\\(160\\):double.c:1:no such "
+            "key"));
+    script().fail_function("ENGINE_load_private_key");
+    EXPECT_EQ(error_text([&] { plain.read_private_key("my key"); }),
+              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0");
+}
+
+TEST_F(OsslEngineTest, ReadsAPublicKeyByItsName) {
+    PlainEngine plain;
+    const EvpPkeyPtr key = plain.read_public_key("my key");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(script().calls().back(), "ENGINE_load_public_key(engine1, my key)");
+    EXPECT_EQ(log.lines(), Lines{"<info> read public key: my key"});
+}
+
+TEST_F(OsslEngineTest, APublicKeyThatIsNotThereIsAnError) {
+    PlainEngine plain;
+    script().fail_function("ENGINE_load_public_key");
+    EXPECT_EQ(error_text([&] { plain.read_public_key("my key"); }),
+              "ossl_engine:100 Kes::OsslEngine::read_public_key(): ENGINE_load_public_key() failed: rc=0");
+}
+
+TEST_F(OsslEngineTest, AnEngineWithoutPublicKeysIsNotAsked) {
+    PlainEngine plain(false);
+    script().take_calls();
+    EXPECT_EQ(error_text([&] { plain.read_public_key("my key"); }),
+              "ossl_engine:96 Kes::OsslEngine::read_public_key(): engine function not supported: "
+              "val=4 (unsupported)");
+    EXPECT_EQ(script().calls(), Lines());
+}
+
+TEST_F(OsslEngineTest, TheBaseReadsNoCertificates) {
+    PlainEngine plain;
+    const std::string text = "ossl_engine:130 Kes::OsslEngine::read_certificate(): engine function not "
+                             "supported: val=4 (unsupported)";
+    EXPECT_EQ(error_text([&] { plain.read_certificate("my cert"); }), text);
+    EXPECT_EQ(error_text([&] { plain.read_public_key_by_certificate("my cert"); }), text);
+}
+
+TEST_F(OsslEngineTest, TheBaseIgnoresKeyTypeAndPin) {
+    PlainEngine plain;
+    script().take_calls();
+    plain.set_key_type(1);
+    plain.set_pin(Pin("1234"));
+    EXPECT_EQ(script().calls(), Lines());
+    EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(OsslEngineTest, APublicKeyOutOfACertificateFreesTheCertificateAtOnce) {
+    CertEngine certs;
+    script().take_calls();
+    const EvpPkeyPtr key = certs.read_public_key_by_certificate("my cert");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(script().calls(), Lines{"X509_free(cert1)"});
+    EXPECT_EQ(log.lines(), Lines{"<info> read public key from certificate: my cert"});
+}
+
+TEST_F(OsslEngineTest, ACertificateWithoutAKeyIsFreedToo) {
+    CertEngine certs;
+    certs.has_key = false;
+    script().take_calls();
+    EXPECT_EQ(
+        error_text([&] { certs.read_public_key_by_certificate("my cert"); }),
+        "ossl_engine:114 Kes::OsslEngine::read_public_key_by_certificate(): error getting public key from "
+        "certificate: val=8 (not_found)");
+    EXPECT_EQ(script().calls(), Lines{"X509_free(cert1)"});
+    EXPECT_EQ(log.lines(), Lines());
+    ::ERR_clear_error(); // OpenSSL's own reason, which this error does not show
+}
+
+TEST_F(OsslEngineTest, FreeingLogsWhatWasFreedAndNothingForNull) {
+    OsslEngine::free_certificate(nullptr);
+    OsslEngine::free_key(nullptr);
+    EXPECT_EQ(log.lines(), Lines());
+    OsslEngine::free_certificate(X509Ptr(engine().hand_out(data().client.get())));
+    OsslEngine::free_key(EvpPkeyPtr(engine().hand_out(data().key.get())));
+    EXPECT_EQ(script().calls(), (Lines{"X509_free(cert1)", "EVP_PKEY_free(key1)"}));
+    EXPECT_EQ(log.lines(), (Lines{"<info> freed certificate", "<info> freed key"}));
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,348 @@
+#include "ossl_scard_mgr.h"
+
+#include "core_fixture.h"
+
+namespace Kes::test {
+namespace {
+
+constexpr const char* capi_only = "crypto interface capi is available on Windows only: val=4 (unsupported)";
+constexpr const char* store_only =
+    "crypto interface capi_store is available on Windows only: val=4 (unsupported)";
+
+class OsslScardMgrTest : public ScardTest {
+protected:
+    static OsslScardMgr& manager() {
+        scard(); // owns the manager
+        return OsslScardMgr::instance();
+    }
+
+    static void choose(unsigned int crypto_if) {
+        manager().get_config_used()->set_crypto_if(static_cast<OsslScardCfg::CryptoIf>(crypto_if));
+    }
+
+    /// init() with a configuration for another back-end.
+    static void init_with(unsigned int crypto_if) {
+        OsslScardCfg& cfg = make_config();
+        cfg.set_crypto_if(static_cast<OsslScardCfg::CryptoIf>(crypto_if));
+        manager().init(&cfg);
+    }
+
+    static const PkoId* first(PkoType type) { return manager().find_first(type); }
+};
+
+TEST_F(OsslScardMgrTest, InitTakesACopyThatLaterChangesDoNotReach) {
+    OsslScardCfg& cfg = make_config();
+    manager().init(&cfg);
+    EXPECT_NE(manager().get_config_used(), &cfg);
+    cfg.set_pkcs11_module_dll("changed");
+    EXPECT_STREQ(manager().get_config_used()->get_pkcs11_module_dll(), "module.so");
+}
+
+TEST_F(OsslScardMgrTest, InitMayBeGivenTheConfigurationInUse) {
+    manager().get_config_used()->set_cert_name("a name that needs memory of its own to be stored");
+    manager().init(manager().get_config_used());
+    EXPECT_STREQ(manager().get_config_used()->get_cert_name(),
+                 "a name that needs memory of its own to be stored");
+}
+
+TEST_F(OsslScardMgrTest, ASecondInitLeavesTheConfigurationInUse) {
+    go_to(CfgState::initialized);
+    const OsslScardCfg* used = manager().get_config_used();
+    OsslScardCfg& other = make_config();
+    other.set_pkcs11_module_dll("other.so");
+    EXPECT_EQ(error_text([&] { manager().init(&other); }),
+              "operation not allowed in current state (cfg_state=initialized): val=6 (invalid_state)");
+    EXPECT_EQ(manager().get_config_used(), used);
+    EXPECT_STREQ(used->get_pkcs11_module_dll(), "module.so");
+}
+
+TEST_F(OsslScardMgrTest, TheEnvironmentOverridesTheClientInInitAndAgainWhenDone) {
+    OsslScardCfg& cfg = make_config();
+    {
+        const EnvVar module("ossl_scard_cfg_pkcs11_module_dll", "from_env.so");
+        manager().init(&cfg);
+    }
+    EXPECT_EQ(script().calls().back(), "PKCS11_CTX_load(ctx1, from_env.so)");
+    const EnvVar name("ossl_scard_cfg_cert_name", "env cert");
+    manager().get_config_used()->set_cert_name("client cert");
+    manager().notify_config_done();
+    EXPECT_STREQ(manager().get_config_used()->get_cert_name(), "env cert");
+}
+
+TEST_F(OsslScardMgrTest, TheEnvironmentMayChooseTheBackEnd) {
+    const EnvVar crypto_if("ossl_scard_cfg_crypto_if", "capi_store");
+    manager().init(&make_config());
+    EXPECT_EQ(script().calls(), Lines());
+    EXPECT_EQ(manager().get_config_used()->get_crypto_if(), OsslScardCfg::capi_store);
+}
+
+TEST_F(OsslScardMgrTest, EachDefaultConfigurationIsNewAndHoldsTheDefaults) {
+    manager().get_config_default()->set_cert_name("changed");
+    const OsslScardCfg* next = manager().get_config_default();
+    EXPECT_STREQ(next->get_cert_name(), "");
+    EXPECT_EQ(next->get_crypto_if(), OsslScardCfg::capi);
+    EXPECT_STREQ(next->get_pkcs11_module_dll(), "itp11.dll");
+}
+
+TEST_F(OsslScardMgrTest, ReadingTheCardEmptiesTheListAndKeepsTheScanner) {
+    go_to(CfgState::configuring);
+    EXPECT_FALSE(manager().is_empty());
+    manager().read_scard();
+    EXPECT_TRUE(manager().is_empty());
+    choose(7);
+    manager().discover_keys(); // by the scanner of before
+    EXPECT_NE(first(PkoType::private_key), nullptr);
+}
+
+TEST_F(OsslScardMgrTest, AFailedReadingHasEmptiedTheListAndClearedThePinRequirement) {
+    go_to(CfgState::configuring);
+    ASSERT_TRUE(manager().is_pin_required());
+    script().fail_function("PKCS11_enumerate_slots");
+    EXPECT_ANY_THROW(manager().read_scard());
+    EXPECT_TRUE(manager().is_empty());
+    EXPECT_FALSE(manager().is_pin_required());
+    EXPECT_EQ(state(), "configuring");
+    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
+              "libp11_helper:203 Kes::Libp11Init::get_token(): no token has been read: val=11 (empty)");
+}
+
+TEST_F(OsslScardMgrTest, ATokenWithoutLoginEmptiesTheStoredPin) {
+    go_to(CfgState::configuring);
+    token().loginRequired = 0;
+    manager().read_scard();
+    EXPECT_FALSE(manager().is_pin_required());
+    token().loginRequired = 1;
+    libp11().is_logged_in = false;
+    manager().read_scard();
+    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
+              "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
+}
+
+TEST_F(OsslScardMgrTest, ATokenWithLoginKeepsTheStoredPin) {
+    go_to(CfgState::configuring);
+    libp11().is_logged_in = false;
+    manager().read_scard();
+    manager().discover_keys();
+    EXPECT_THAT(script().calls(), testing::Contains("PKCS11_login(slot2.1, user, right pin)"));
+}
+
+TEST_F(OsslScardMgrTest, TheSlotsOfEarlierReadingsEndBeforeTheModule) {
+    go_to(CfgState::configured);
+    manager().ossl_load();
+    manager().read_scard();
+    manager().read_scard();
+    script().take_calls();
+    scard().destroy();
+    const Lines& calls = script().calls();
+    EXPECT_EQ(std::count_if(calls.begin(), calls.end(),
+                            [](const auto& call) { return call.starts_with("PKCS11_release_all_slots"); }),
+              3);
+    EXPECT_EQ(calls.back(), "PKCS11_CTX_free(ctx1)");
+}
+
+TEST_F(OsslScardMgrTest, TheFilterOfTheConfigurationDecidesWhichKeysAreOffered) {
+    go_to(CfgState::configuring);
+    OsslScardCfg& cfg = *manager().get_config_used();
+    cfg.set_kuse_filter_type(1);
+    cfg.set_kuse_filter(0x100);
+    manager().discover_keys();
+    EXPECT_EQ(first(PkoType::private_key), nullptr);
+    EXPECT_NE(first(PkoType::certificate), nullptr);
+    cfg.set_kuse_filter(0x80);
+    manager().discover_keys();
+    EXPECT_NE(first(PkoType::private_key), nullptr);
+    cfg.set_xkuse_filter_type(1);
+    cfg.set_xkuse_nid_filter("1.2.3");
+    manager().discover_keys();
+    EXPECT_EQ(first(PkoType::private_key), nullptr);
+    cfg.set_xkuse_nid_filter("1.3.6.1.5.5.7.3.4");
+    manager().discover_keys();
+    EXPECT_NE(first(PkoType::private_key), nullptr);
+}
+
+TEST_F(OsslScardMgrTest, NullRecordsAreRefusedByEachSetter) {
+    go_to(CfgState::configuring);
+    const std::string refused = ": pko_id is a null pointer: val=3 (bad_argument)";
+    EXPECT_EQ(error_text([] { manager().set_key_type(nullptr); }),
+              "ossl_scard_mgr:223 Kes::OsslScardMgr::set_key_type()" + refused);
+    EXPECT_EQ(error_text([] { manager().set_priv_key_name(nullptr); }),
+              "ossl_scard_mgr:248 Kes::OsslScardMgr::set_priv_key_name()" + refused);
+    EXPECT_EQ(error_text([] { manager().set_cert_name_from_priv_key(nullptr); }),
+              "ossl_scard_mgr:301 Kes::OsslScardMgr::set_cert_name_from_priv_key()" + refused);
+}
+
+TEST_F(OsslScardMgrTest, OnlyPrivateKeysGiveNamesButAnyRecordGivesAKeyType) {
+    go_to(CfgState::configuring);
+    for (const auto type : {PkoType::certificate, PkoType::public_key}) {
+        const PkoId* other = first(type);
+        EXPECT_EQ(error_text([&] { manager().set_priv_key_name(other); }),
+                  "ossl_scard_mgr:250 Kes::OsslScardMgr::set_priv_key_name(): pko_id is not a private key: "
+                  "val=3 (bad_argument)");
+        EXPECT_EQ(
+            error_text([&] { manager().set_cert_name_from_priv_key(other); }),
+            "ossl_scard_mgr:303 Kes::OsslScardMgr::set_cert_name_from_priv_key(): pko_id is not a private "
+            "key: val=3 (bad_argument)");
+    }
+    const PkoId cert{PkoType::certificate, 77, "n", "c", "d", nullptr};
+    manager().set_key_type(&cert);
+    EXPECT_EQ(manager().get_config_used()->get_capi_key_type(), 77U);
+}
+
+TEST_F(OsslScardMgrTest, AKeyWithoutItsCertificateInTheListIsNotFound) {
+    go_to(CfgState::configuring);
+    const PkoId stranger{PkoType::private_key, 0, "n", "%01", "d", nullptr};
+    const PkoId of_other_type{PkoType::private_key, 1, "n", "%01%ab", "d", nullptr};
+    for (const PkoId* key : {&stranger, &of_other_type})
+        EXPECT_EQ(error_text([&] { manager().set_cert_name_from_priv_key(key); }),
+                  "ossl_scard_mgr:307 Kes::OsslScardMgr::set_cert_name_from_priv_key(): no certificate for "
+                  "private key found: val=8 (not_found)");
+    EXPECT_STREQ(manager().get_config_used()->get_cert_name(), "");
+}
+
+TEST_F(OsslScardMgrTest, ThePkcs11BackEndChosenAfterInitIsRefusedAtEachUse) {
+    init_with(3);
+    choose(2);
+    const std::string refused = "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11(): crypto interface "
+                                "pkcs11 was chosen after init(): val=10 (not_initialized)";
+    EXPECT_EQ(error_text([] { manager().read_scard(); }), refused);
+    EXPECT_EQ(state(), "initialized");
+    choose(3);
+    manager().read_scard();
+    choose(2);
+    EXPECT_EQ(error_text([] { manager().discover_keys(); }), refused);
+    EXPECT_EQ(script().calls(), Lines());
+}
+
+TEST_F(OsslScardMgrTest, AnUnknownBackEndWithoutAScannerCannotDiscoverAndNotLoad) {
+    for (const unsigned int unknown : {0U, 7U}) {
+        init_with(unknown);
+        manager().read_scard();
+        EXPECT_FALSE(manager().is_pin_required());
+        EXPECT_EQ(error_text([] { manager().discover_keys(); }),
+                  "pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 (not_registered)");
+        EXPECT_EQ(state(), "configuring");
+        manager().notify_config_done();
+        EXPECT_EQ(error_text([] { manager().ossl_load(); }),
+                  "ossl_scard_mgr:372 Kes::OsslScardMgr::ossl_load(): openssl engine not created: "
+                  "val=6 (invalid_state)");
+        EXPECT_EQ(state(), "configured");
+        EXPECT_EQ(script().calls(), Lines());
+        scard().destroy();
+    }
+}
+
+TEST_F(OsslScardMgrTest, TheWindowsBackEndsAreUnsupportedAtTheFirstOperationThatNeedsThem) {
+    init_with(1);
+    EXPECT_EQ(error_text([] { manager().read_scard(); }),
+              std::string("capi_backend:15 Kes::capi_backend::probe(): ") + capi_only);
+    EXPECT_EQ(state(), "initialized");
+    choose(3);
+    manager().read_scard(); // needs nothing of the store
+    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
+              std::string("capi_backend:23 Kes::capi_backend::create_store_scanner(): ") + store_only);
+    choose(1);
+    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
+              std::string("capi_backend:19 Kes::capi_backend::create_scanner(): ") + capi_only);
+    manager().notify_config_done();
+    EXPECT_EQ(error_text([] { manager().ossl_load(); }),
+              std::string("capi_backend:28 Kes::capi_backend::create_engine(): ") + capi_only);
+    choose(3);
+    EXPECT_EQ(error_text([] { manager().ossl_load(); }),
+              std::string("capi_backend:32 Kes::capi_backend::create_store_engine(): ") + store_only);
+    EXPECT_EQ(state(), "configured");
+}
+
+TEST_F(OsslScardMgrTest, ASecondLoadDoesNothingUntilTheConfigurationIsDoneAgain) {
+    go_to(CfgState::configured);
+    manager().ossl_load();
+    const EVP_PKEY* key = manager().get_private_key();
+    const X509* cert = manager().get_certificate();
+    EXPECT_NE(key, nullptr);
+    EXPECT_NE(cert, nullptr);
+    script().take_calls();
+    manager().ossl_load();
+    EXPECT_EQ(script().calls(), Lines());
+    EXPECT_EQ(manager().get_private_key(), key);
+    EXPECT_EQ(manager().get_certificate(), cert);
+}
+
+TEST_F(OsslScardMgrTest, AnUnloadThatIsFollowedByALoadLeavesNothingLoaded) {
+    go_to(CfgState::configured);
+    manager().ossl_unload();
+    manager().ossl_load();
+    manager().ossl_unload();
+    script().take_calls();
+    manager().ossl_unload();
+    manager().ossl_load();
+    EXPECT_EQ(script().calls(), Lines());
+    EXPECT_EQ(manager().get_private_key(), nullptr);
+    EXPECT_EQ(manager().get_certificate(), nullptr);
+}
+
+TEST_F(OsslScardMgrTest, AnotherRoundFreesTheOldAndReusesTheEngine) {
+    go_to(CfgState::configured);
+    manager().ossl_load();
+    read_and_discover();
+    ASSERT_EQ(scard().set_key(0), 0);
+    manager().get_config_used()->set_pkcs11_openssl_engine_dll("./another.so");
+    manager().notify_config_done();
+    EXPECT_NE(manager().get_private_key(), nullptr) << "until the load";
+    script().take_calls();
+    manager().ossl_load();
+    EXPECT_EQ(
+        script().calls(),
+        (Lines{"X509_free(cert1)", "EVP_PKEY_free(lent1)", "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+               std::string("ENGINE_load_private_key(engine1, ") + private_uri + ")", "EVP_PKEY_free(key2)",
+               std::string("ENGINE_ctrl_cmd(engine1, LOAD_CERT_CTRL, ") + cert_uri + ")",
+               "X509_NAME_print_ex()", "X509_NAME_print_ex()"}));
+}
+
+TEST_F(OsslScardMgrTest, AFailedPrintOfTheCertificateFreesTheKeyAndLeavesTheCertificate) {
+    go_to(CfgState::configured);
+    script().fail_function("X509_NAME_print_ex", {.rc = 0});
+    EXPECT_EQ(error_text([] { manager().ossl_load(); }),
+              "ossl_helper:123 Kes::OsslHelper::cert_name_to_str(): X509_NAME_print_ex() failed: rc=0");
+    EXPECT_EQ(manager().get_private_key(), nullptr);
+    EXPECT_NE(manager().get_certificate(), nullptr);
+}
+
+TEST_F(OsslScardMgrTest, AFailedLoadIsThrownAsTheCommonErrorType) {
+    go_to(CfgState::configured);
+    script().fail_function("ENGINE_load_private_key");
+    try {
+        manager().ossl_load();
+        FAIL();
+    } catch (const std::exception& error) {
+        EXPECT_EQ(typeid(error), typeid(ErrorBase));
+    }
+}
+
+TEST_F(OsslScardMgrTest, AnExceptionOfAnotherKindLeavesALoadAsItIs) {
+    go_to(CfgState::configured);
+    script().fail_function("ENGINE_ctrl_cmd", {.throws_int = true});
+    EXPECT_THROW(manager().ossl_load(), int);
+    script().heal();
+    manager().ossl_load(); // wanted still; frees what was left
+    EXPECT_NE(manager().get_certificate(), nullptr);
+}
+
+TEST_F(OsslScardMgrTest, ALoadWithoutPinIsRefusedBeforeTheTokenIsAskedWhereALoginIsNeeded) {
+    OsslScardCfg& cfg = make_config();
+    manager().init(&cfg);
+    manager().read_scard();
+    manager().notify_config_done();
+    EXPECT_EQ(error_text([] { manager().ossl_load(); }),
+              "libp11_helper:198 Kes::Libp11Init::require_pin(): no PIN specified: val=11 (empty)");
+    EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("ENGINE_load"))));
+}
+
+TEST_F(OsslScardMgrTest, AfterInitAloneALoadAsksTheEngineForEmptyNames) {
+    go_to(CfgState::initialized);
+    manager().notify_config_done();
+    manager().ossl_load();
+    EXPECT_THAT(script().calls(), testing::Contains("ENGINE_load_private_key(engine1, )"));
+    EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)"));
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,242 @@
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+
+#include "core_fixture.h"
+#include "pin.h"
+
+namespace Kes::test {
+namespace {
+
+/// A PIN that stands in memory only while it is handed over. Elsewhere it is kept with its bits turned.
+class Canary {
+public:
+    explicit constexpr Canary(unsigned char first) : first_(first) {}
+
+    /// Calls the function with the PIN in memory that is overwritten afterwards.
+    template <typename Function>
+    void with(Function function) const {
+        volatile char* pin = new char[size + 1];
+        for (std::size_t i = 0; i < size; ++i)
+            pin[i] = static_cast<char>(turned(i) ^ 0xff);
+        pin[size] = '\0';
+        function(const_cast<const char*>(pin));
+        overwrite(const_cast<char*>(pin), size);
+        delete[] pin;
+    }
+
+    /// How often the PIN stands in writable memory of this process.
+    std::size_t count_in_memory() const;
+
+    static constexpr std::size_t size = 64;
+
+    /// Where the searched part begins: memory that was given back loses its first bytes to the allocator, and
+    /// must count all the same.
+    static constexpr std::size_t searched = 32;
+
+private:
+    unsigned char turned(std::size_t i) const {
+        return static_cast<unsigned char>((first_ + i * i * 5U) % 89U + '!') ^ 0xffU;
+    }
+
+    __attribute__((no_sanitize("address", "undefined"))) std::size_t count_between(std::uintptr_t begin,
+                                                                                   std::uintptr_t end) const;
+
+    unsigned char first_;
+};
+
+std::size_t Canary::count_between(std::uintptr_t begin, std::uintptr_t end) const {
+    std::size_t count = 0;
+    const unsigned char first = turned(searched);
+    for (std::uintptr_t at = begin; at + size - searched <= end; ++at) {
+        const auto* bytes = reinterpret_cast<const volatile unsigned char*>(at);
+        if ((bytes[0] ^ 0xffU) != first) continue;
+        std::size_t same = 1;
+        while (searched + same < size && (bytes[same] ^ 0xffU) == turned(searched + same))
+            ++same;
+        if (searched + same == size) ++count;
+    }
+    return count;
+}
+
+std::size_t Canary::count_in_memory() const {
+    // The sanitizers' shadow is terabytes of address space and holds no text.
+    constexpr std::uintptr_t largest = 1UL << 30U;
+    std::size_t count = 0;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        std::istringstream fields(line);
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+        char dash = 0;
+        std::string rights;
+        fields >> std::hex >> begin >> dash >> end >> rights;
+        if (rights.starts_with("rw") && end - begin <= largest) count += count_between(begin, end);
+    }
+    return count;
+}
+
+constexpr Canary canary(3);
+constexpr Canary other(11);
+
+class PinTraceTest : public ScardTest {
+protected:
+    void SetUp() override {
+        canary.with([](const char* pin) { script().set_right_pin(pin); });
+        OsslScardCfg& cfg = make_config();
+        cfg.set_logfile(dir.file("log").c_str());
+        cfg.set_logfile_severity(63);
+        ASSERT_EQ(scard().init(&cfg), 0);
+        ASSERT_EQ(scard().read_scard(), 0);
+    }
+
+    static void set_pin(const Canary& value) {
+        value.with([](const char* pin) { EXPECT_EQ(scard().set_pin(pin), 0); });
+    }
+
+    static int discover() {
+        std::size_t count = 0;
+        return scard().discover_keys(&count);
+    }
+
+    /// The calls that were given a PIN, with what it was worth.
+    static Lines calls_with_pin() {
+        Lines found;
+        for (const std::string& call : script().calls())
+            if (call.find(" pin)") != std::string::npos) found.push_back(call);
+        return found;
+    }
+
+    static void load() {
+        ASSERT_EQ(scard().set_key(std::size_t{0}), 0);
+        ASSERT_EQ(scard().notify_config_done(), 0);
+        ASSERT_EQ(scard().ossl_load(), 0) << last_error();
+    }
+
+    TempDir dir;
+};
+
+TEST_F(PinTraceTest, TheSearchFindsACopyThatIsThere) {
+    EXPECT_EQ(canary.count_in_memory(), 0U);
+    canary.with([](const char*) { EXPECT_EQ(canary.count_in_memory(), 1U); });
+    EXPECT_EQ(canary.count_in_memory(), 0U);
+}
+
+TEST_F(PinTraceTest, OneCopyIsStoredAndNoneIsLeftByANewPinOrByDestroy) {
+    set_pin(canary);
+    EXPECT_EQ(canary.count_in_memory(), 1U);
+    set_pin(other);
+    EXPECT_EQ(canary.count_in_memory(), 0U);
+    EXPECT_EQ(other.count_in_memory(), 1U);
+    scard().destroy();
+    EXPECT_EQ(other.count_in_memory(), 0U);
+}
+
+TEST_F(PinTraceTest, AnEmptyPinReplacesTheStoredOne) {
+    set_pin(canary);
+    EXPECT_EQ(scard().set_pin(""), 0);
+    EXPECT_EQ(canary.count_in_memory(), 0U);
+    EXPECT_EQ(discover(), 1);
+    EXPECT_EQ(calls_with_pin(), Lines());
+}
+
+TEST_F(PinTraceTest, ATokenWithoutLoginEndsTheStoredPin) {
+    set_pin(canary);
+    token().loginRequired = 0;
+    ASSERT_EQ(scard().read_scard(), 0);
+    EXPECT_EQ(canary.count_in_memory(), 0U);
+}
+
+TEST_F(PinTraceTest, APinThatIsRefusedInTheWrongStateIsNotKept) {
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    load();
+    other.with([](const char* pin) { EXPECT_EQ(scard().set_pin(pin), 1); });
+    EXPECT_EQ(other.count_in_memory(), 0U);
+    EXPECT_EQ(canary.count_in_memory(), 1U);
+}
+
+TEST_F(PinTraceTest, AWholeRunLeavesOnlyTheStoredCopyAndDestroyEndsThat) {
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    load();
+    EXPECT_EQ(canary.count_in_memory(), 1U);
+    ASSERT_EQ(scard().ossl_unload(), 0);
+    scard().destroy();
+    EXPECT_EQ(canary.count_in_memory(), 0U);
+}
+
+TEST_F(PinTraceTest, AFailedLoginLeavesOnlyTheStoredCopyWhichTheNextPinEnds) {
+    set_pin(other);
+    ASSERT_EQ(discover(), 1);
+    EXPECT_EQ(other.count_in_memory(), 1U);
+    set_pin(canary);
+    EXPECT_EQ(other.count_in_memory(), 0U);
+    EXPECT_EQ(discover(), 0) << "the right PIN after a wrong one";
+}
+
+TEST_F(PinTraceTest, AFailedEngineLeavesNoCopyBesideTheStoredOne) {
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    ASSERT_EQ(scard().set_key(std::size_t{0}), 0);
+    ASSERT_EQ(scard().notify_config_done(), 0);
+    script().fail_function("ENGINE_set_default");
+    ASSERT_EQ(scard().ossl_load(), 1);
+    EXPECT_EQ(canary.count_in_memory(), 1U);
+}
+
+TEST_F(PinTraceTest, ThePinGoesToOneLoginAndToTheEngineAlone) {
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    load();
+    ASSERT_EQ(scard().ossl_load(), 0);
+    EXPECT_EQ(calls_with_pin(), (Lines{"PKCS11_login(slot1.1, user, right pin)",
+                                       "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+                                       "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)"}));
+}
+
+TEST_F(PinTraceTest, AWrongPinCostsOneLoginAndNothingIsRetried) {
+    set_pin(other);
+    EXPECT_EQ(discover(), 1);
+    EXPECT_EQ(calls_with_pin(), Lines{"PKCS11_login(slot1.1, user, wrong pin)"});
+}
+
+TEST_F(PinTraceTest, WithoutAPinNobodyIsAsked) {
+    EXPECT_EQ(discover(), 1);
+    EXPECT_EQ(last_error(),
+              "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
+    EXPECT_EQ(calls_with_pin(), Lines());
+}
+
+TEST_F(PinTraceTest, APinThatIsWrongOnlyForTheEngineFailsTheLoadAndMayBeMended) {
+    engine().needs_right_pin = true;
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    set_pin(other);
+    ASSERT_EQ(scard().set_key(std::size_t{0}), 0);
+    ASSERT_EQ(scard().notify_config_done(), 0);
+    EXPECT_EQ(scard().ossl_load(), 1);
+    EXPECT_THAT(last_error(), testing::HasSubstr("ENGINE_load_private_key() failed: rc=0\n"));
+    ASSERT_EQ(scard().read_scard(), 0);
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    ASSERT_EQ(scard().notify_config_done(), 0);
+    EXPECT_EQ(scard().ossl_load(), 0) << last_error();
+}
+
+TEST_F(PinTraceTest, NoLineOfTheLogAndNoErrorTextHoldsThePin) {
+    set_pin(other);
+    ASSERT_EQ(discover(), 1);
+    other.with([](const char* pin) { EXPECT_EQ(last_error().find(pin), std::string::npos); });
+    set_pin(canary);
+    ASSERT_EQ(discover(), 0);
+    load();
+    scard().destroy();
+    const std::string log = read_file(dir.file("log"));
+    EXPECT_THAT(log, testing::HasSubstr("pin specified=true"));
+    canary.with([&](const char* pin) { EXPECT_EQ(log.find(pin), std::string::npos); });
+    other.with([&](const char* pin) { EXPECT_EQ(log.find(pin), std::string::npos); });
+}
+
+} // namespace
+} // namespace Kes::test
