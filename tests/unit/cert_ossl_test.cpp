@@ -1,0 +1,339 @@
+#include "cert_ossl.h"
+
+#include <array>
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <sstream>
+#include <type_traits>
+
+#include "error.h"
+#include "hooks.h"
+#include "logger.h"
+#include "support.h"
+#include "unit_certs.h"
+
+namespace Kes {
+namespace {
+
+using test::error_text;
+using test::LogCapture;
+using test::mask_queue;
+using test::OsslCalls;
+using test::read_file;
+using test::TempDir;
+using test::unit_cert;
+
+using Bytes = std::vector<unsigned char>;
+using Lines = std::vector<std::string>;
+
+constexpr auto not_decoded =
+    "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: "
+    "rc=0\n<queue>";
+
+static_assert(std::is_abstract_v<Cert> && std::has_virtual_destructor_v<Cert>);
+static_assert(!std::is_copy_constructible_v<OsslCert> && !std::is_copy_assignable_v<OsslCert>);
+static_assert(!std::is_constructible_v<OsslCert, X509*>, "there is no way to adopt an X509");
+
+/// Without logging, on an empty OpenSSL error queue.
+class OsslCertTest : public testing::Test {
+protected:
+    OsslCertTest() {
+        Logger::destroy_instance();
+        ::ERR_clear_error();
+    }
+    ~OsslCertTest() override {
+        Logger::destroy_instance();
+        ::ERR_clear_error();
+    }
+};
+
+std::string pointer_text(const void* pointer) {
+    std::ostringstream text;
+    text << PointerText{pointer};
+    return text.str();
+}
+
+/// A certificate of any other kind, to see what the base class does by itself.
+class NamedCert final : public Cert {
+public:
+    Bytes get_der_data() const override { return {}; }
+    void write_der_file(const std::string&) const override {}
+    std::string get_subject_name() const override {
+        asked += "subject ";
+        return subject;
+    }
+    std::string get_issuer_name() const override {
+        asked += "issuer ";
+        return issuer;
+    }
+    std::string get_subject_name_simple() const override { return "simple"; }
+    std::string get_issuer_name_simple() const override { return "simple"; }
+
+    std::string subject = "CN=a";
+    std::string issuer = "CN=b";
+    mutable std::string asked;
+};
+
+/// Tells when it was flushed.
+class FlushCounter final : public std::stringbuf {
+public:
+    std::string text_at_flush;
+
+protected:
+    int sync() override {
+        text_at_flush = str();
+        return 0;
+    }
+};
+
+TEST(CertTest, TextShowsTheSubjectFirstButAsksForTheIssuerFirst) {
+    const NamedCert cert;
+    EXPECT_EQ(cert.to_string(), "subject='CN=a'; issuer='CN=b'");
+    EXPECT_EQ(cert.asked, "issuer subject ");
+}
+
+TEST(CertTest, NamesAreNotEscaped) {
+    NamedCert cert;
+    cert.subject = "it's\na \\";
+    cert.issuer = "";
+    EXPECT_EQ(cert.to_string(), "subject='it's\na \\'; issuer=''");
+}
+
+TEST(CertTest, PrintWritesTheTextAndALineEndThenFlushes) {
+    FlushCounter buffer;
+    std::ostream out(&buffer);
+    EXPECT_EQ(&NamedCert().print(out), &out);
+    EXPECT_EQ(buffer.str(), "subject='CN=a'; issuer='CN=b'\n");
+    EXPECT_EQ(buffer.text_at_flush, buffer.str());
+}
+
+TEST(PointerTextTest, IsSixteenUpperCaseDigits) {
+    EXPECT_EQ(pointer_text(nullptr), "0x0000000000000000");
+    EXPECT_EQ(pointer_text(reinterpret_cast<void*>(0xabcdef)), "0x0000000000ABCDEF");
+    EXPECT_EQ(pointer_text(reinterpret_cast<void*>(0xfedcba9876543210)), "0xFEDCBA9876543210");
+}
+
+TEST_F(OsslCertTest, GivesExactlyTheBytesItWasMadeOf) {
+    for (const char* name : {"plain", "long_names", "no_names", "all_key_usages"}) {
+        const Bytes der = unit_cert(name);
+        EXPECT_EQ(OsslCert(der).get_der_data(), der) << name;
+    }
+}
+
+TEST_F(OsslCertTest, SizesAroundTheBufferOfOneMebibyteComeBackExactly) {
+    constexpr std::size_t limit = 1048576;
+    const std::array<std::pair<const char*, std::size_t>, 3> sizes{
+        {{"one_below_limit", limit - 1}, {"at_limit", limit}, {"one_above_limit", limit + 1}}};
+    for (const auto& [name, size] : sizes) {
+        const Bytes der = unit_cert(name);
+        ASSERT_EQ(der.size(), size);
+        EXPECT_TRUE(OsslCert(der).get_der_data() == der) << name;
+    }
+}
+
+TEST_F(OsslCertTest, CertificateFarLargerThanTheBufferComesBackExactly) {
+    const Bytes der = unit_cert("far_above_limit");
+    ASSERT_GT(der.size(), 1300000U);
+    EXPECT_TRUE(OsslCert(der).get_der_data() == der);
+}
+
+TEST_F(OsslCertTest, BytesAfterTheCertificateAreNotPartOfIt) {
+    const Bytes der = unit_cert("plain");
+    Bytes longer = der;
+    longer.insert(longer.end(), {1, 2, 3});
+    EXPECT_EQ(OsslCert(longer).get_der_data(), der);
+}
+
+TEST_F(OsslCertTest, NamesAreSubjectAndIssuer) {
+    const OsslCert cert(unit_cert("plain"));
+    EXPECT_EQ(cert.get_subject_name(), "CN=a");
+    EXPECT_EQ(cert.get_issuer_name(), "CN=b");
+    EXPECT_EQ(cert.to_string(), "subject='CN=a'; issuer='CN=b'");
+}
+
+TEST_F(OsslCertTest, SimpleNamesAreTheFullNames) {
+    for (const char* name : {"plain", "long_names", "no_names"}) {
+        const OsslCert cert(unit_cert(name));
+        EXPECT_EQ(cert.get_subject_name_simple(), cert.get_subject_name());
+        EXPECT_EQ(cert.get_issuer_name_simple(), cert.get_issuer_name());
+    }
+    EXPECT_EQ(OsslCert(unit_cert("plain")).get_subject_name_simple(), "CN=a");
+    EXPECT_EQ(OsslCert(unit_cert("plain")).get_issuer_name_simple(), "CN=b");
+}
+
+TEST_F(OsslCertTest, CertificateWithoutNamesHasEmptyOnes) {
+    EXPECT_EQ(OsslCert(unit_cert("no_names")).to_string(), "subject=''; issuer=''");
+}
+
+TEST_F(OsslCertTest, LifeIsTraced) {
+    const LogCapture log;
+    const void* x509 = nullptr;
+    {
+        const OsslCert cert(unit_cert("plain"));
+        x509 = cert.x509();
+        EXPECT_EQ(log.lines(), (Lines{"<trace> created OsslCert [x509=" + pointer_text(x509) + "]"}));
+    }
+    EXPECT_EQ(log.lines(), (Lines{"<trace> created OsslCert [x509=" + pointer_text(x509) + "]",
+                                  "<trace> destroyed OsslCert [x509=" + pointer_text(x509) + "]"}));
+}
+
+TEST_F(OsslCertTest, X509IsFreedOnceWithTheObject) {
+    const OsslCalls calls;
+    {
+        const OsslCert cert(unit_cert("plain"));
+        cert.get_der_data();
+        cert.to_string();
+        EXPECT_EQ(calls.decoded_x509s, 1);
+        EXPECT_EQ(calls.freed_x509s, 0);
+    }
+    EXPECT_EQ(calls.freed_x509s, 1);
+    EXPECT_EQ(calls.made_bios, 2);
+    EXPECT_EQ(calls.freed_bios, 2);
+}
+
+TEST_F(OsslCertTest, BytesThatAreNoCertificateThrowAndLeaveNothingBehind) {
+    const Bytes der = unit_cert("plain");
+    const std::vector<Bytes> inputs{
+        {},                                // nothing
+        {0},                               // too short
+        {1, 2, 3, 4},                      // garbage
+        {0x30, 0x84, 0xff, 0xff},          // a length without its bytes
+        Bytes(der.begin(), der.end() - 1), // cut short
+        Bytes(3 * 1024 * 1024, 0x30),      // much garbage
+    };
+    for (const Bytes& input : inputs) {
+        const LogCapture log;
+        const OsslCalls calls;
+        EXPECT_EQ(mask_queue(error_text([&] { OsslCert cert(input); })), not_decoded) << input.size();
+        EXPECT_EQ(log.lines(), Lines());
+        EXPECT_EQ(calls.decoded_x509s, 0);
+        EXPECT_EQ(calls.freed_x509s, 0);
+        EXPECT_EQ(::ERR_peek_error(), 0UL);
+    }
+}
+
+TEST_F(OsslCertTest, FailureIsAnOsslErrorWithValueZero) {
+    try {
+        OsslCert cert(Bytes{});
+        FAIL() << "nothing was thrown";
+    } catch (const OsslError& error) {
+        EXPECT_EQ(error.code().value, 0);
+        EXPECT_NE(error.code().text, "");
+    }
+}
+
+TEST_F(OsslCertTest, FailureTellsWhatElseStoodOnTheErrorQueue) {
+    ::ERR_new();
+    ::ERR_set_debug("earlier.c", 7, "earlier");
+    ::ERR_set_error(ERR_LIB_USER, 1, nullptr);
+    const std::string text = error_text([] { OsslCert cert(Bytes{}); });
+    EXPECT_NE(text.find("earlier.c:7"), std::string::npos) << text;
+    EXPECT_EQ(mask_queue(text), not_decoded);
+}
+
+TEST_F(OsslCertTest, FailingEncoderThrowsItsResult) {
+    const OsslCert cert(unit_cert("plain"));
+    for (const int call : {1, 2}) {
+        for (const int result : {-1, -7}) {
+            OsslCalls calls;
+            calls.encode_failing_call = call;
+            calls.encode_failure = result;
+            EXPECT_EQ(error_text([&] { cert.get_der_data(); }),
+                      "cert_ossl:127 Kes::OsslCert::get_der_data(): error converting certificate to DER "
+                      "format: rc=" +
+                          std::to_string(result));
+            EXPECT_EQ(calls.encode_has_buffer.size(), static_cast<std::size_t>(call));
+        }
+    }
+}
+
+TEST_F(OsslCertTest, FailingEncoderTellsWhatStandsOnTheErrorQueue) {
+    const OsslCert cert(unit_cert("plain"));
+    OsslCalls calls;
+    calls.encode_failing_call = 1;
+    ERR_raise(ERR_LIB_USER, 1);
+    EXPECT_EQ(mask_queue(error_text([&] { cert.get_der_data(); })),
+              "cert_ossl:127 Kes::OsslCert::get_der_data(): error converting certificate to DER format: "
+              "rc=-1\n<queue>");
+}
+
+TEST_F(OsslCertTest, CertificateIsUsableAfterAFailure) {
+    const Bytes der = unit_cert("plain");
+    const OsslCert cert(der);
+    {
+        OsslCalls calls;
+        calls.encode_failing_call = 1;
+        EXPECT_THROW(cert.get_der_data(), OsslError);
+    }
+    EXPECT_EQ(cert.get_der_data(), der);
+}
+
+TEST_F(OsslCertTest, FailedNamesThrow) {
+    const OsslCert cert(unit_cert("plain"));
+    OsslCalls calls;
+    calls.name_print_result = 0;
+    const std::string expected =
+        "ossl_helper:123 Kes::OsslHelper::cert_name_to_str(): X509_NAME_print_ex() failed: rc=0";
+    EXPECT_EQ(error_text([&] { cert.get_subject_name(); }), expected);
+    EXPECT_EQ(error_text([&] { cert.get_issuer_name(); }), expected);
+    EXPECT_EQ(error_text([&] { cert.to_string(); }), expected);
+}
+
+TEST_F(OsslCertTest, FileHoldsTheEncoding) {
+    const TempDir dir;
+    const Bytes der = unit_cert("plain");
+    const OsslCert cert(der);
+    const LogCapture log;
+    const std::string name = dir.file("plain.der");
+    cert.write_der_file(name);
+    EXPECT_EQ(read_file(name), std::string(der.begin(), der.end()));
+    EXPECT_EQ(log.lines(), (Lines{"<debug> wrote data to: '" + name + "'"}));
+}
+
+TEST_F(OsslCertTest, FileInAMissingFolderThrows) {
+    const TempDir dir;
+    const std::string name = dir.file("missing/plain.der");
+    const OsslCert cert(unit_cert("plain"));
+    EXPECT_EQ(error_text([&] { cert.write_der_file(name); }),
+              "helper:329 Kes::Helper::write_file(): error opening file: '" + name +
+                  "': val=12 (open_failed)");
+}
+
+TEST_F(OsslCertTest, FailingEncoderLeavesTheFileAsItWas) {
+    const TempDir dir;
+    const std::string name = dir.file("plain.der");
+    const OsslCert cert(unit_cert("plain"));
+    cert.write_der_file(name);
+    const std::string before = read_file(name);
+    OsslCalls calls;
+    calls.encode_failing_call = 1;
+    EXPECT_THROW(cert.write_der_file(name), OsslError);
+    EXPECT_EQ(read_file(name), before);
+}
+
+/// From now on every log line throws: its file is full and the stream was told to complain.
+void make_logging_fail() {
+    Logger::instance().register_sink("/dev/full", false);
+    Logger::instance().log(Severity::fatal).exceptions(std::ios::badbit);
+}
+
+TEST_F(OsslCertTest, ConstructionThatFailsAtItsLogLineFreesTheX509) {
+    const Bytes der = unit_cert("plain");
+    const OsslCalls calls;
+    make_logging_fail();
+    EXPECT_THROW(OsslCert cert(der), std::ios_base::failure);
+    EXPECT_EQ(calls.decoded_x509s, 1);
+    EXPECT_EQ(calls.freed_x509s, 1);
+}
+
+TEST_F(OsslCertTest, DestructionWhoseLogLineFailsEndsTheProcess) {
+    EXPECT_DEATH(
+        {
+            const OsslCert cert(unit_cert("plain"));
+            make_logging_fail();
+        },
+        "");
+}
+
+} // namespace
+} // namespace Kes

@@ -1,0 +1,260 @@
+#include "cons_select_menu.h"
+
+#include <gtest/gtest.h>
+#include <sstream>
+#include <unistd.h>
+
+#include "support.h"
+
+namespace Kes {
+
+enum class Colour : std::uint32_t { none = 0, red = 1, blue = 2 };
+
+template <>
+struct ConsSelectMenuTraits<Colour> {
+    static std::string to_text(Colour colour) {
+        return colour == Colour::red ? "red" : colour == Colour::blue ? "blue" : "unknown";
+    }
+    static constexpr const char* location = "cons_select_menu:143 Kes::ConsSelectMenu<enum Colour>::select()";
+};
+
+namespace {
+
+using test::error_text;
+using test::LogCapture;
+
+using Lines = std::vector<std::string>;
+using ColourMenu = ConsSelectMenu<Colour>;
+using IndexMenu = ConsSelectMenu<std::uint64_t>;
+
+constexpr auto colour_menu_text = "\n"
+                                  "Choose a colour\n"
+                                  "   ( r ) ... red as a rose\n"
+                                  "   ( b ) ... blue\n"
+                                  "   ( . ) ... exit\n"
+                                  "  => ";
+
+ColourMenu colour_menu() {
+    return {"Choose a colour",
+            {{'r', Colour::red, "red as a rose"}, {'b', Colour::blue, "blue"}, {'.', Colour::none, "exit"}}};
+}
+
+/// Puts a pipe in the place of standard input and collects standard output.
+class ConsSelectMenuTest : public testing::Test {
+protected:
+    ConsSelectMenuTest() : console_(std::cout.rdbuf(output_.rdbuf())), stdin_(::dup(STDIN_FILENO)) {
+        int ends[2] = {-1, -1};
+        if (::pipe(ends) != 0) throw std::runtime_error("no pipe can be made");
+        ::dup2(ends[0], STDIN_FILENO);
+        ::close(ends[0]);
+        keyboard_ = ends[1];
+    }
+
+    ~ConsSelectMenuTest() override {
+        std::cout.rdbuf(console_);
+        close_keyboard();
+        if (stdin_ >= 0)
+            ::dup2(stdin_, STDIN_FILENO);
+        else
+            ::close(STDIN_FILENO);
+        ::close(stdin_);
+    }
+
+    void press(const std::string& keys) const {
+        ASSERT_EQ(::write(keyboard_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
+
+    /// No more keys will come, so a menu that still waits fails instead of waiting forever.
+    void close_keyboard() {
+        if (keyboard_ >= 0) ::close(keyboard_);
+        keyboard_ = -1;
+    }
+
+    template <typename Menu>
+    auto select(const Menu& menu, const std::string& keys) {
+        press(keys);
+        close_keyboard();
+        return menu.select();
+    }
+
+    std::string output() const { return output_.str(); }
+
+    /// What the menu has not read.
+    static std::string unread() {
+        std::string rest;
+        for (char byte = 0; ::read(STDIN_FILENO, &byte, 1) == 1;)
+            rest += byte;
+        return rest;
+    }
+
+    LogCapture log;
+
+private:
+    std::ostringstream output_;
+    std::streambuf* console_;
+    int stdin_;
+    int keyboard_ = -1;
+};
+
+TEST_F(ConsSelectMenuTest, ShowsTitleItemsAndPromptAndEchoesTheKey) {
+    select(colour_menu(), "b");
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
+}
+
+TEST_F(ConsSelectMenuTest, ReturnsACopyOfThePickedItem) {
+    const ColourMenu::Item item = select(colour_menu(), "r");
+    EXPECT_EQ(item.key, 'r');
+    EXPECT_EQ(item.object, Colour::red);
+    EXPECT_EQ(item.text, "red as a rose");
+}
+
+TEST_F(ConsSelectMenuTest, LogsTheNameOfThePickedObject) {
+    select(colour_menu(), "b");
+    EXPECT_EQ(log.lines(), (Lines{"<info> selected item: 'b', obj=blue"}));
+}
+
+TEST_F(ConsSelectMenuTest, LogsThePickedIndexInDecimal) {
+    const IndexMenu menu("Keys",
+                         {{'0', 0, "first"}, {'x', 18446744073709551615U, "last"}, {'.', 255, "exit"}});
+    EXPECT_EQ(select(menu, "x").object, 18446744073709551615U);
+    EXPECT_EQ(log.lines(), (Lines{"<info> selected item: 'x', obj=18446744073709551615"}));
+}
+
+TEST_F(ConsSelectMenuTest, ExitItemIsPickedLikeAnyOther) {
+    const IndexMenu menu("Keys", {{'0', 0, "first"}, {'.', 255, "exit"}});
+    EXPECT_EQ(select(menu, ".").object, 255U);
+    EXPECT_EQ(log.lines(), (Lines{"<info> selected item: '.', obj=255"}));
+}
+
+TEST_F(ConsSelectMenuTest, OtherKeysAreIgnoredSilently) {
+    EXPECT_EQ(select(colour_menu(), "xyz 019\t\x7f#b").object, Colour::blue);
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
+    EXPECT_EQ(log.lines(), (Lines{"<info> selected item: 'b', obj=blue"}));
+}
+
+TEST_F(ConsSelectMenuTest, CaseOfAKeyMatters) {
+    EXPECT_EQ(select(colour_menu(), "RBr").object, Colour::red);
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "r\n");
+}
+
+TEST_F(ConsSelectMenuTest, EnterAndEscapeAreIgnored) {
+    EXPECT_EQ(select(colour_menu(), "\r\n\x1b"
+                                    "b")
+                  .object,
+              Colour::blue);
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
+}
+
+TEST_F(ConsSelectMenuTest, EnterEscapeAndDigitsPickTheItemThatCarriesThem) {
+    const IndexMenu menu("Keys", {{'\r', 1, "enter"}, {'\x1b', 2, "escape"}, {'7', 3, "seven"}});
+    EXPECT_EQ(select(menu, "7\r\x1b").object, 3U);
+    EXPECT_EQ(menu.select().object, 1U);
+    EXPECT_EQ(menu.select().object, 2U);
+}
+
+TEST_F(ConsSelectMenuTest, ZeroIsSkippedAndItsSecondCodeIsAKeyLikeAnyOther) {
+    EXPECT_EQ(select(colour_menu(), std::string("\0;\0Ir", 5)).object, Colour::red);
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "r\n");
+}
+
+TEST_F(ConsSelectMenuTest, ZeroIsSkippedEvenIfAnItemCarriesIt) {
+    const IndexMenu menu("Keys", {{'\0', 1, "never"}, {'.', 255, "exit"}});
+    EXPECT_EQ(select(menu, std::string("\0.", 2)).object, 255U);
+}
+
+TEST_F(ConsSelectMenuTest, Prefix224IsIgnoredLikeAnyKeyWithoutAnItem) {
+    EXPECT_EQ(select(colour_menu(), "\xe0Hb").object, Colour::blue);
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
+}
+
+TEST_F(ConsSelectMenuTest, Prefix224IsNotSkipped) {
+    const IndexMenu menu("Keys", {{'H', 1, "up"}, {'\xe0', 2, "prefix"}});
+    EXPECT_EQ(select(menu, "\xe0H").object, 2U);
+    EXPECT_EQ(menu.select().object, 1U);
+}
+
+TEST_F(ConsSelectMenuTest, KeysFrom128UpwardPickTheirItems) {
+    const IndexMenu menu("Keys", {{'\x80', 1, "128"}, {'\xe4', 2, "228"}, {'\xff', 3, "255"}});
+    EXPECT_EQ(select(menu, "\xff\xe4\x80").object, 3U);
+    EXPECT_EQ(menu.select().object, 2U);
+    EXPECT_EQ(menu.select().object, 1U);
+}
+
+TEST_F(ConsSelectMenuTest, FirstOfTwoItemsWithOneKeyIsPicked) {
+    const IndexMenu menu("Keys", {{'a', 1, "first"}, {'a', 2, "second"}});
+    const auto item = select(menu, "a");
+    EXPECT_EQ(item.object, 1U);
+    EXPECT_EQ(item.text, "first");
+    EXPECT_EQ(output(), "\nKeys\n   ( a ) ... first\n   ( a ) ... second\n  => a\n");
+}
+
+TEST_F(ConsSelectMenuTest, ReadsNotOneKeyTooMany) {
+    press("xbrest");
+    EXPECT_EQ(colour_menu().select().object, Colour::blue);
+    close_keyboard();
+    EXPECT_EQ(unread(), "rest");
+}
+
+TEST_F(ConsSelectMenuTest, CtrlCThrowsAndWritesNothingMore) {
+    EXPECT_EQ(error_text([&] { select(colour_menu(), "x\x03r"); }),
+              "cons_select_menu:143 Kes::ConsSelectMenu<enum Colour>::select(): user abort <CTRL-C>: val=16 "
+              "(user_abort)");
+    EXPECT_EQ(output(), colour_menu_text);
+    EXPECT_EQ(log.lines(), Lines());
+    EXPECT_EQ(unread(), "r");
+}
+
+TEST_F(ConsSelectMenuTest, CtrlCOfAnIndexMenuTellsItsOwnLocation) {
+    const IndexMenu menu("Keys", {{'0', 0, "first"}, {'.', 255, "exit"}});
+    EXPECT_EQ(error_text([&] { select(menu, "\x03"); }),
+              "cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user abort <CTRL-C>: "
+              "val=16 (user_abort)");
+}
+
+TEST_F(ConsSelectMenuTest, CtrlCHasTheCodeUserAbort) {
+    try {
+        select(colour_menu(), "\x03");
+        FAIL() << "nothing was thrown";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.code().value, ErrorCodeType::user_abort);
+    }
+}
+
+TEST_F(ConsSelectMenuTest, CtrlCWinsOverAnItemThatCarriesIt) {
+    const IndexMenu menu("Keys", {{'\x03', 1, "never"}});
+    EXPECT_EQ(error_text([&] { select(menu, "\x03"); }),
+              "cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user abort <CTRL-C>: "
+              "val=16 (user_abort)");
+}
+
+TEST_F(ConsSelectMenuTest, EndOfInputThrowsInsteadOfAskingForever) {
+    EXPECT_EQ(error_text([&] { select(colour_menu(), "xyz"); }),
+              "cons_select_menu:143 Kes::ConsSelectMenu<enum Colour>::select(): user abort <end of input>: "
+              "val=16 (user_abort)");
+    EXPECT_EQ(output(), colour_menu_text);
+    EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(ConsSelectMenuTest, TitleAndTextsAreShownAsTheyAre) {
+    const IndexMenu menu("", {{'a', 1, ""}, {'b', 2, "line\nbreak \xc3\xa4 \x01"}});
+    select(menu, "a");
+    EXPECT_EQ(output(), "\n\n   ( a ) ... \n   ( b ) ... line\nbreak \xc3\xa4 \x01\n  => a\n");
+}
+
+TEST_F(ConsSelectMenuTest, MenuWithoutItemsShowsTitleAndPromptOnly) {
+    const IndexMenu menu("Keys", {});
+    EXPECT_NE(error_text([&] { select(menu, "abc"); }), "no exception");
+    EXPECT_EQ(output(), "\nKeys\n  => ");
+}
+
+TEST_F(ConsSelectMenuTest, MenuCanBeShownAgain) {
+    const ColourMenu menu = colour_menu();
+    EXPECT_EQ(select(menu, "rb").object, Colour::red);
+    EXPECT_EQ(menu.select().object, Colour::blue);
+    EXPECT_EQ(output(), std::string(colour_menu_text) + "r\n" + colour_menu_text + "b\n");
+    EXPECT_EQ(log.lines(),
+              (Lines{"<info> selected item: 'r', obj=red", "<info> selected item: 'b', obj=blue"}));
+}
+
+} // namespace
+} // namespace Kes

@@ -1,0 +1,44 @@
+#ifndef KES_TESTS_UNIT_LOGGER_FIXTURE_H_
+#define KES_TESTS_UNIT_LOGGER_FIXTURE_H_
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "logger.h"
+#include "support.h"
+
+namespace Kes::test {
+
+using Lines = std::vector<std::string>;
+
+/// Each test meets a fresh logger and leaves none behind.
+class LoggerFixture : public testing::Test {
+protected:
+    LoggerFixture() { Logger::destroy_instance(); }
+    ~LoggerFixture() override { Logger::destroy_instance(); }
+
+    static Logger& logger() { return Logger::instance(); }
+
+    /// A file's name in the test's own folder.
+    std::string file(const std::string& name = "log") const { return dir_.file(name); }
+
+    /// The file's lines without their headers; the restart banner without its time.
+    Lines lines(const std::string& name = "log") const {
+        static const std::regex banner(
+            R"(^\[\[\[ ------ restart logger at \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ------\]\]\]$)");
+        Lines all = split_lines(read_file(file(name)));
+        for (std::string& line : all)
+            line = std::regex_replace(without_header(line), banner, "[banner]");
+        return all;
+    }
+
+private:
+    TempDir dir_;
+};
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_UNIT_LOGGER_FIXTURE_H_

@@ -1,0 +1,220 @@
+#include <array>
+#include <gtest/gtest.h>
+#include <iomanip>
+#include <locale>
+#include <regex>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "hooks.h"
+#include "logger.h"
+#include "logger_fixture.h"
+#include "support.h"
+
+/// Which lines are written, and what stands in them.
+namespace Kes {
+namespace {
+
+using test::Lines;
+using test::read_file;
+using test::split_lines;
+
+class LoggerLineTest : public test::LoggerFixture {};
+
+constexpr std::uint32_t mask_default = 60;
+constexpr std::array severities{Severity::trace, Severity::debug, Severity::info,
+                                Severity::warn,  Severity::error, Severity::fatal};
+
+/// One line of each severity, each saying which it is.
+void log_every_severity() {
+    for (const Severity severity : severities)
+        log_line(severity, "severity ", static_cast<std::uint32_t>(severity));
+}
+
+TEST(SeverityMaskNameTest, NamesTheSpecialMasks) {
+    EXPECT_EQ(severity_mask_name(0), "none");
+    EXPECT_EQ(severity_mask_name(0xffff), "all");
+}
+
+TEST(SeverityMaskNameTest, NamesSingleSeverities) {
+    EXPECT_EQ(severity_mask_name(1), "trace");
+    EXPECT_EQ(severity_mask_name(2), "debug");
+    EXPECT_EQ(severity_mask_name(4), "info");
+    EXPECT_EQ(severity_mask_name(8), "warn");
+    EXPECT_EQ(severity_mask_name(16), "error");
+    EXPECT_EQ(severity_mask_name(32), "fatal");
+}
+
+TEST(SeverityMaskNameTest, JoinsSeveralInTheOrderOfTheirBits) {
+    EXPECT_EQ(severity_mask_name(mask_default), "info|warn|error|fatal");
+    EXPECT_EQ(severity_mask_name(33), "trace|fatal");
+    EXPECT_EQ(severity_mask_name(63), "trace|debug|info|warn|error|fatal");
+}
+
+TEST(SeverityMaskNameTest, BitsWithoutASeverityHaveNoName) {
+    EXPECT_EQ(severity_mask_name(64), "");
+    EXPECT_EQ(severity_mask_name(64 + 2), "debug");
+    EXPECT_EQ(severity_mask_name(0xfffe), "debug|info|warn|error|fatal");
+    EXPECT_EQ(severity_mask_name(0x1ffff), "trace|debug|info|warn|error|fatal");
+    EXPECT_EQ(severity_mask_name(0xffff0000U), "");
+}
+
+TEST(NullOstreamTest, TakesEverythingAndNeverFails) {
+    NullOstream out;
+    out << "text " << 4711 << ' ' << 1.5 << std::string(100000, 'x') << std::endl;
+    out.put('c').write("raw", 3).flush();
+    EXPECT_TRUE(out.good());
+    EXPECT_EQ(out.rdbuf()->sputc('c'), 'c');
+    EXPECT_EQ(out.rdbuf()->sputc('\xff'), 0xff);
+    EXPECT_TRUE(out.good());
+}
+
+TEST_F(LoggerLineTest, MaskZeroWritesNothing) {
+    logger().set_severity_mask(0);
+    logger().buffer_output();
+    log_every_severity();
+    logger().register_sink(file(), false);
+    log_every_severity();
+    EXPECT_EQ(read_file(file()), "");
+}
+
+TEST_F(LoggerLineTest, MaskOf16BitsWritesEverySeverity) {
+    logger().set_severity_mask(0xffff);
+    logger().register_sink(file(), false);
+    log_every_severity();
+    EXPECT_EQ(lines(), (Lines{"<trace> severity 1", "<debug> severity 2", "<info> severity 4",
+                              "<warn> severity 8", "<error> severity 16", "<fatal> severity 32"}));
+}
+
+TEST_F(LoggerLineTest, Mask60LeavesTraceAndDebugOutInEveryOutputState) {
+    logger().set_severity_mask(mask_default);
+    log_every_severity();
+    logger().buffer_output();
+    log_every_severity();
+    logger().register_sink(file(), false);
+    log_every_severity();
+    const Lines once{"<info> severity 4", "<warn> severity 8", "<error> severity 16", "<fatal> severity 32"};
+    Lines twice = once;
+    twice.insert(twice.end(), once.begin(), once.end());
+    EXPECT_EQ(lines(), twice);
+}
+
+TEST_F(LoggerLineTest, EachBitLetsItsOwnSeverityThrough) {
+    logger().register_sink(file(), false);
+    for (const Severity bit : severities) {
+        logger().set_severity_mask(static_cast<std::uint32_t>(bit));
+        for (const Severity severity : severities)
+            EXPECT_EQ(logger().is_enabled(severity), severity == bit);
+        log_every_severity();
+    }
+    EXPECT_EQ(lines(), (Lines{"<trace> severity 1", "<debug> severity 2", "<info> severity 4",
+                              "<warn> severity 8", "<error> severity 16", "<fatal> severity 32"}));
+}
+
+TEST_F(LoggerLineTest, SeverityOfSeveralBitsNeedsThemAll) {
+    const auto info_and_warn = static_cast<Severity>(12);
+    logger().set_severity_mask(4);
+    EXPECT_FALSE(logger().is_enabled(info_and_warn));
+    logger().set_severity_mask(12);
+    EXPECT_TRUE(logger().is_enabled(info_and_warn));
+}
+
+TEST_F(LoggerLineTest, SuppressedSeverityGetsTheNullStreamInEveryOutputState) {
+    logger().set_severity_mask(mask_default);
+    std::ostream* in_null_state = &logger().log(Severity::debug);
+    EXPECT_NE(dynamic_cast<NullOstream*>(in_null_state), nullptr);
+    logger().buffer_output();
+    EXPECT_EQ(&logger().log(Severity::debug), in_null_state);
+    EXPECT_NE(&logger().log(Severity::info), in_null_state);
+    logger().register_sink(file("other"), false);
+    EXPECT_EQ(&logger().log(Severity::debug), in_null_state);
+    EXPECT_NE(&logger().log(Severity::info), in_null_state);
+}
+
+TEST_F(LoggerLineTest, HeaderHasTimeSeverityAndThread) {
+    const test::FixedClock clock(1709629622, 45999);
+    logger().register_sink(file(), false);
+    log_info("using OpenSSL smart card interface version ", 4);
+    EXPECT_EQ(read_file(file()), "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(::gettid()) +
+                                     ": using OpenSSL smart card interface version 4\n");
+}
+
+TEST_F(LoggerLineTest, HeaderOfTheRunningClockHasTheSameForm) {
+    logger().register_sink(file(), false);
+    log_every_severity();
+    const std::regex form(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <(trace|debug|info|warn|error|fatal)> )"
+                          R"(tid=\d+: severity \d+)");
+    for (const std::string& line : split_lines(read_file(file())))
+        EXPECT_TRUE(std::regex_match(line, form)) << line;
+}
+
+TEST_F(LoggerLineTest, FunctionStandsAfterTheSeverity) {
+    const test::FixedClock clock(1709629622, 45999);
+    logger().register_sink(file(), false);
+    logger().log(Severity::fatal, "Kes::Some::function") << "text" << std::endl;
+    logger().log(Severity::warn, "") << "text" << std::endl;
+    logger().log(Severity::warn, nullptr) << "text" << std::endl;
+    const std::string tid = std::to_string(::gettid());
+    EXPECT_EQ(read_file(file()), "2024-03-05 09:07:02.045 <fatal> Kes::Some::function() tid=" + tid +
+                                     ": text\n" + "2024-03-05 09:07:02.045 <warn> () tid=" + tid +
+                                     ": text\n" + "2024-03-05 09:07:02.045 <warn> tid=" + tid + ": text\n");
+}
+
+TEST_F(LoggerLineTest, HeaderShowsTheThreadThatLogs) {
+    logger().register_sink(file(), false);
+    pid_t tid = 0;
+    std::thread([&] {
+        tid = ::gettid();
+        log_info("text");
+    }).join();
+    EXPECT_NE(tid, ::gettid());
+    EXPECT_NE(read_file(file()).find(" tid=" + std::to_string(tid) + ": text\n"), std::string::npos);
+}
+
+TEST_F(LoggerLineTest, HeaderDoesNotFollowTheStreamsState) {
+    const test::FixedClock clock(1709629622, 45999);
+    logger().register_sink(file(), false);
+    logger().log(Severity::info) << std::hex << std::showbase << std::setfill('*') << 255 << std::endl;
+    log_info("text");
+    EXPECT_EQ(split_lines(read_file(file())).back(),
+              "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(::gettid()) + ": text");
+}
+
+/// "4.711,5" where others write 4711.5.
+struct GroupedNumbers final : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(LoggerLineTest, NumbersDoNotFollowTheClientsLocale) {
+    const std::locale before = std::locale::global(std::locale(std::locale(), new GroupedNumbers));
+    logger().buffer_output();
+    log_info(65535, ' ', 4711.5);
+    logger().register_sink(file(), false);
+    log_info(65535, ' ', 4711.5);
+    std::locale::global(before);
+    EXPECT_EQ(lines(), (Lines{"<info> 65535 4711.5", "<info> 65535 4711.5"}));
+}
+
+TEST_F(LoggerLineTest, LinesOfSeveralPartsAndSeveralLinesComeWhole) {
+    logger().register_sink(file(), false);
+    log_line(Severity::info, "a=", 1, ", b=", 2.5, ", c=", std::string("text"), ", d=", true);
+    log_lines(Severity::debug, "one\n", "two\n");
+    log_error("");
+    EXPECT_EQ(lines(), (Lines{"<info> a=1, b=2.5, c=text, d=1", "<debug> one", "two", "<error> "}));
+}
+
+TEST_F(LoggerLineTest, EachShortFormHasItsSeverity) {
+    logger().register_sink(file(), false);
+    log_trace("a");
+    log_debug("b");
+    log_info("c");
+    log_warn("d");
+    log_error("e");
+    EXPECT_EQ(lines(), (Lines{"<trace> a", "<debug> b", "<info> c", "<warn> d", "<error> e"}));
+}
+
+} // namespace
+} // namespace Kes

@@ -1,0 +1,100 @@
+#include "singleton.h"
+
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <type_traits>
+
+namespace Kes {
+namespace {
+
+class Counter final : public Singleton<Counter> {
+public:
+    static inline int made = 0;
+    static inline int ended = 0;
+    int value = 0;
+
+private:
+    friend class Singleton<Counter>;
+    Counter() { ++made; }
+    ~Counter() { ++ended; }
+};
+
+static_assert(!std::is_copy_constructible_v<Counter> && !std::is_copy_assignable_v<Counter>);
+
+class Refusing final : public Singleton<Refusing> {
+public:
+    static inline bool is_refused = true;
+
+private:
+    friend class Singleton<Refusing>;
+    Refusing() {
+        if (is_refused) throw std::runtime_error("refused");
+    }
+    ~Refusing() = default;
+};
+
+class AsksForItself final : public Singleton<AsksForItself> {
+public:
+    static inline const AsksForItself* met = nullptr;
+
+private:
+    friend class Singleton<AsksForItself>;
+    AsksForItself() = default;
+    ~AsksForItself() { met = &instance(); }
+};
+
+class SingletonTest : public testing::Test {
+protected:
+    SingletonTest() { Counter::made = Counter::ended = 0; }
+    ~SingletonTest() override { Counter::destroy_instance(); }
+};
+
+TEST_F(SingletonTest, IsMadeOnFirstUseOnly) {
+    EXPECT_FALSE(Counter::exists());
+    EXPECT_EQ(Counter::made, 0);
+    Counter::instance().value = 5;
+    EXPECT_TRUE(Counter::exists());
+    EXPECT_EQ(Counter::instance().value, 5);
+    EXPECT_EQ(Counter::made, 1);
+}
+
+TEST_F(SingletonTest, AskingWhetherItExistsMakesNone) {
+    EXPECT_FALSE(Counter::exists());
+    EXPECT_FALSE(Counter::exists());
+    EXPECT_EQ(Counter::made, 0);
+}
+
+TEST_F(SingletonTest, DestroyedInstanceIsForgotten) {
+    Counter::instance().value = 5;
+    Counter::destroy_instance();
+    EXPECT_FALSE(Counter::exists());
+    EXPECT_EQ(Counter::ended, 1);
+    EXPECT_EQ(Counter::instance().value, 0);
+    EXPECT_EQ(Counter::made, 2);
+}
+
+TEST_F(SingletonTest, DestroyingNoneDoesNothing) {
+    Counter::destroy_instance();
+    EXPECT_EQ(Counter::ended, 0);
+    EXPECT_FALSE(Counter::exists());
+}
+
+TEST_F(SingletonTest, FailedConstructionStoresNothing) {
+    Refusing::is_refused = true;
+    EXPECT_THROW(Refusing::instance(), std::runtime_error);
+    EXPECT_FALSE(Refusing::exists());
+    Refusing::is_refused = false;
+    Refusing::instance();
+    EXPECT_TRUE(Refusing::exists());
+    Refusing::destroy_instance();
+}
+
+TEST_F(SingletonTest, DestructorThatAsksForTheInstanceMeetsItself) {
+    const AsksForItself* instance = &AsksForItself::instance();
+    AsksForItself::destroy_instance();
+    EXPECT_EQ(AsksForItself::met, instance);
+    EXPECT_FALSE(AsksForItself::exists());
+}
+
+} // namespace
+} // namespace Kes

@@ -1,0 +1,29 @@
+#ifndef KES_TESTS_UNIT_UNIT_CERTS_H_
+#define KES_TESTS_UNIT_UNIT_CERTS_H_
+
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support.h"
+
+namespace Kes::test {
+
+/// A certificate that tests/data/make_unit_certs.sh made.
+inline std::vector<unsigned char> unit_cert(const std::string& name) {
+    const std::string bytes = read_file(KES_TEST_CERTS "/" + name + ".der");
+    if (bytes.empty()) throw std::runtime_error("no test certificate " + name);
+    return {bytes.begin(), bytes.end()};
+}
+
+/// An error text with "<queue>" instead of the lines that OpenSSL wrote: their wording changes with its
+/// version.
+inline std::string mask_queue(const std::string& text) {
+    static const std::regex lines(R"((\n[0-9A-F]+:error:[0-9A-F]+:[^\n]*)+)");
+    return std::regex_replace(text, lines, "\n<queue>");
+}
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_UNIT_UNIT_CERTS_H_
