@@ -23,13 +23,13 @@ static void require(bool good, const std::string& text) {
 
 static void give_pin(Kes::OsslScardIf& card) {
     char pin[128] = "";
-    if (isatty(STDIN_FILENO))
-        UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0); // OpenSSL's prompt without echo
-    else if (read(STDIN_FILENO, pin, sizeof pin - 1) > 0)        // not by a stream: it would keep a copy
-        pin[strcspn(pin, "\n")] = '\0';
-    const int status = card.set_pin(pin);
+    const bool was_read = isatty(STDIN_FILENO)
+                              ? UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0) == 0 // no echo
+                              : read(STDIN_FILENO, pin, sizeof pin - 1) > 0; // a stream would keep a copy
+    pin[strcspn(pin, "\n")] = '\0';
+    const int status = was_read ? card.set_pin(pin) : 1;
     OPENSSL_cleanse(pin, sizeof pin);
-    require(status == 0, card.get_last_error_msg());
+    require(status == 0, was_read ? card.get_last_error_msg() : "no PIN was given");
 }
 
 static void log_in(EVP_PKEY* key, X509* cert, const std::string& host, const std::string& port, int version) {

@@ -140,12 +140,16 @@ public:
     /// Ends an object that clone() made. Does what delete does.
     void release() { delete this; }
 #else
-    /// Ends an object that clone() made. Does what delete does, and draws no compiler warning.
+    /// Ends an object that clone() made, as delete does, without a compiler warning.
     void release() { destructor_entry(1); }
 
     /// Makes "delete clone" go through the destructor's entry, so that the library frees what it allocated.
-    /// GCC and Clang may warn here that the destructor is not virtual; the entry above is what makes it so.
-    static void operator delete(void* object) {
+    /// GCC and Clang may warn that the destructor is not virtual; the entry above is what makes it so. Only
+    /// for what the library's clone() returned: an object of the client's own class ends by release().
+    ///
+    /// Out of line, because the compiler takes the object for ended when this begins, and would reason from
+    /// that about what is read here.
+    __attribute__((noinline)) static void operator delete(void* object) {
         if (object != nullptr) static_cast<OsslScardCfg*>(object)->release();
     }
 #endif

@@ -47,7 +47,8 @@ public:
 
     /// Takes a copy of the configuration, applies the environment, loads the PKCS#11 module (pkcs11) and
     /// opens the log file. Allowed once, in state uninitialized; after a failure it may be called again. The
-    /// log file is opened even when the rest failed, so that the reason stands in it.
+    /// log file is opened even when the rest failed, so that the reason stands in it. So it is by a call that
+    /// is refused because of the state: unless appending is on, that empties the file.
     virtual int init(OsslScardCfg* cfg) = 0;
 
     /// Finds the card, or proves that its provider is there. Allowed after init(), any number of times.

@@ -98,10 +98,6 @@ bool Libp11Init::is_logged_in() const {
 }
 
 void Libp11Init::authenticate(const Pin& pin) {
-    // Such a token refuses every session, and libp11 then waits for one for ever.
-    if (token != nullptr && token->initialized == 0)
-        throw Error(ErrorCodeType::not_initialized, "token is not initialized",
-                    "libp11_helper:175 Kes::Libp11Init::authenticate()");
     if (!login_required) return;
     if (is_logged_in()) {
         log_info("pin required but already logged-in");
@@ -128,6 +124,10 @@ PKCS11_TOKEN* Libp11Init::get_token() const {
     if (token == nullptr)
         throw Error(ErrorCodeType::empty, "no token has been read",
                     "libp11_helper:203 Kes::Libp11Init::get_token()");
+    // Such a token refuses every session, and libp11 then waits for one for ever.
+    if (token->initialized == 0)
+        throw Error(ErrorCodeType::not_initialized, "token is not initialized",
+                    "libp11_helper:209 Kes::Libp11Init::get_token()");
     return token;
 }
 

@@ -38,10 +38,11 @@ public:
     bool is_logged_in() const;
 
     /// Logs the user in, if that is needed. Makes one attempt: a wrong PIN costs one of the card's tries.
-    /// @throws Error empty without a PIN, not_initialized for a token that was never set up, OsslError
+    /// @throws Error empty without a PIN, OsslError
     void authenticate(const Pin& pin);
 
-    /// The token that read_scard() found, lent. @throws Error empty when there is none
+    /// The token that read_scard() found, lent. @throws Error empty when there is none, not_initialized when
+    /// it was never set up: no session can be opened on it
     PKCS11_TOKEN* get_token() const;
 
     /// Fails as authenticate() would without a PIN, when the token wants a login that has not been made.

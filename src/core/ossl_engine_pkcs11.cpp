@@ -33,12 +33,12 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
     load(engine_path);
     control("MODULE_PATH", module_path, "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     init("ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    Pkcs11EngineKeeper::note_set_up();
+    Pkcs11EngineKeeper::note_set_up(get_engine());
     try {
         configure(pin, verbose);
     } catch (const OsslError&) {
-        Pkcs11EngineKeeper::forget_pin();
         ::ENGINE_finish(get_engine());
+        Pkcs11EngineKeeper::forget_pin(get_engine());
         Pkcs11EngineKeeper::finish_leftover();
         throw;
     }
@@ -59,9 +59,7 @@ void Pkcs11OsslEngine::load(const char* engine_path) {
             replace_engine(loaded);
             return;
         }
-        if (Pkcs11EngineKeeper::is_held_by_client())
-            log_warn(
-                "the engine cannot be loaded again: the client still uses a private key of an earlier load");
+        if (const char* reason = Pkcs11EngineKeeper::refusal(engine_path)) log_warn(reason);
     }
     throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed",
                     "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
@@ -79,7 +77,7 @@ void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
 }
 
 Pkcs11OsslEngine::~Pkcs11OsslEngine() {
-    Pkcs11EngineKeeper::forget_pin();
+    Pkcs11EngineKeeper::forget_pin(get_engine());
     unload();
     Pkcs11EngineKeeper::finish_leftover();
 }
@@ -103,6 +101,7 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
 
 void Pkcs11OsslEngine::set_pin(const Pin& pin) {
     control("PIN", pin.c_str(), "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin()");
+    Pkcs11EngineKeeper::note_pin(get_engine());
 }
 
 } // namespace Kes

@@ -29,16 +29,16 @@ Cfg::CryptoIf parse_crypto_if(const std::string& text) {
     return static_cast<Cfg::CryptoIf>(0);
 }
 
+/// As strtoul() reads it where unsigned long has 32 bits, whatever it has here: a number beyond them
+/// saturates, a negative one wraps.
 unsigned int parse_number(const std::string& text) {
     constexpr int any_base = 0; // decimal, 0x hexadecimal, 0 octal
-    // Where unsigned long has 64 bits, a number beyond 32 bits saturates and a negative one wraps as it does
-    // where it has 32.
     constexpr unsigned long largest = std::numeric_limits<unsigned int>::max();
     const unsigned long value = std::strtoul(text.c_str(), nullptr, any_base);
-    if (value <= largest) return static_cast<unsigned int>(value);
-    const bool is_negative = text[text.find_first_not_of(" \t\n\v\f\r")] == '-';
-    const bool is_in_range = is_negative && 0 - value <= largest;
-    return static_cast<unsigned int>(is_in_range ? value : largest);
+    const std::size_t sign = text.find_first_not_of(" \t\n\v\f\r");
+    const bool is_negative = sign != std::string::npos && text[sign] == '-';
+    const unsigned long magnitude = is_negative ? 0 - value : value;
+    return static_cast<unsigned int>(magnitude > largest ? largest : value);
 }
 
 template <auto Set>
@@ -120,7 +120,7 @@ void load_settings_from_env(OsslScardCfg& cfg, const char* prefix) {
         const std::string text = Helper::get_env(std::string(prefix) + setting.key);
         if (text.empty()) continue;
         setting.store(cfg, text);
-        log_debug(setting.label, setting.show(cfg));
+        if (Logger::instance().is_enabled(Severity::debug)) log_debug(setting.label, setting.show(cfg));
     }
 }
 

@@ -131,6 +131,20 @@ OsslScardCfg::CryptoIf OsslScardCfgImp::ask_for_crypto_if() const {
     return item.object;
 }
 
+namespace {
+
+/// Logs what made an operation fail, out of which nothing may escape.
+int fail(int status, const char* message) noexcept {
+    try {
+        log_error(message);
+    } catch (...) {
+        // Out of memory: the status alone tells.
+    }
+    return status;
+}
+
+} // namespace
+
 int OsslScardCfgImp::select_crypto_if_from_console(CryptoIf* selected) {
     try {
         if (selected == nullptr)
@@ -139,11 +153,9 @@ int OsslScardCfgImp::select_crypto_if_from_console(CryptoIf* selected) {
         *selected = ask_for_crypto_if();
         return 0;
     } catch (const std::exception& error) {
-        log_error(error.what());
-        return 1;
+        return fail(1, error.what());
     } catch (...) {
-        log_error("unhandled exception");
-        return 255;
+        return fail(255, "unhandled exception");
     }
 }
 

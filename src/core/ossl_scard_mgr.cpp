@@ -209,8 +209,8 @@ std::unique_ptr<OsslEngine> OsslScardMgr::create_engine() const {
 
 void OsslScardMgr::load_key_and_certificate() {
     engine->set_key_type(cfg->get_capi_key_type());
-    if (libp11)
-        libp11->require_pin(pin); // the engine would try an empty PIN, at the cost of one of the card's tries
+    // The engine would try an empty PIN, at the cost of one of the card's tries.
+    if (is_pin_required_ && libp11) libp11->require_pin(pin);
     engine->set_pin(pin);
     private_key = engine->read_private_key(cfg->get_priv_key_name());
     certificate = engine->read_certificate(cfg->get_cert_name());

@@ -1,41 +1,74 @@
 #include "pkcs11_engine_keeper.h"
 
 #include <atomic>
+#include <filesystem>
+#include <list>
+#include <mutex>
 #include <openssl/ec.h>
 #include <openssl/engine.h>
-#include <openssl/err.h>
 #include <openssl/rsa.h>
+
+#include "error_queue_mark.h"
 
 namespace Kes {
 namespace {
 
-struct State {
+/// What is known of an engine. A client may free its last key from any thread, hence the atomics.
+struct Record {
     ENGINE* engine = nullptr;
     std::string path;
     ENGINE_GEN_INT_FUNC_PTR clean_up = nullptr; // the engine's own
-    bool is_clean = true;                       // nothing was set up since the last clean-up
-    std::atomic<int> lent_keys = 0;             // a client may free its last key from any thread
+    std::atomic<bool> is_clean = true;          // nothing was set up since the last clean-up
+    std::atomic<int> lent_keys = 0;
+    bool has_pin = false;
+};
+
+struct Records {
+    std::mutex mutex; // for the list; a record itself never moves or ends
+    std::list<Record> list;
 };
 
 /// Never ends: clients free keys after the library's life, at process exit even.
-State& state() {
-    static State* const kept = new State;
+Records& records() {
+    static Records* const kept = new Records;
     return *kept;
 }
 
-int note_clean_up(ENGINE* engine) {
-    state().is_clean = true;
-    return state().clean_up(engine);
+template <typename Predicate>
+Record* find_record(Predicate predicate) {
+    const std::lock_guard lock(records().mutex);
+    for (Record& record : records().list)
+        if (predicate(record)) return &record;
+    return nullptr;
 }
 
-// OpenSSL calls these two when a lent key is duplicated and freed; the value is not null for lent keys alone.
+Record* record_of(const ENGINE* engine) {
+    return find_record([&](const Record& record) { return record.engine == engine; });
+}
+
+/// OpenSSL knows an engine library by its code, not by its name: two paths to one file are one library.
+Record* record_of_library(const std::string& path) {
+    return find_record([&](const Record& record) {
+        std::error_code ignored;
+        return record.path == path || std::filesystem::equivalent(record.path, path, ignored);
+    });
+}
+
+int note_clean_up(ENGINE* engine) {
+    Record* record = record_of(engine);
+    record->is_clean = true;
+    return record->clean_up(engine);
+}
+
+// OpenSSL calls these two when a key is duplicated and freed; the value is the record for lent keys, else
+// null.
 int note_duplicate(CRYPTO_EX_DATA*, const CRYPTO_EX_DATA*, void** value, int, long, void*) {
-    if (*value != nullptr) ++state().lent_keys;
+    if (*value != nullptr) ++static_cast<Record*>(*value)->lent_keys;
     return 1;
 }
 
 void note_free(void*, void* value, CRYPTO_EX_DATA*, int, long, void*) {
-    if (value != nullptr) --state().lent_keys;
+    if (value != nullptr) --static_cast<Record*>(value)->lent_keys;
 }
 
 int lent_key_index() {
@@ -45,66 +78,95 @@ int lent_key_index() {
 }
 
 bool share_material(EVP_PKEY* lent, EVP_PKEY* engine_key) {
-    if (::EVP_PKEY_get_base_id(engine_key) == EVP_PKEY_RSA) {
+    switch (::EVP_PKEY_get_base_id(engine_key)) {
+    case EVP_PKEY_RSA: {
         const std::unique_ptr<RSA, FreeWith<&::RSA_free>> rsa(::EVP_PKEY_get1_RSA(engine_key));
         return rsa && ::EVP_PKEY_set1_RSA(lent, rsa.get()) == 1;
     }
-    const std::unique_ptr<EC_KEY, FreeWith<&::EC_KEY_free>> ec(::EVP_PKEY_get1_EC_KEY(engine_key));
-    return ec && ::EVP_PKEY_set1_EC_KEY(lent, ec.get()) == 1;
+    case EVP_PKEY_EC: {
+        const std::unique_ptr<EC_KEY, FreeWith<&::EC_KEY_free>> ec(::EVP_PKEY_get1_EC_KEY(engine_key));
+        return ec && ::EVP_PKEY_set1_EC_KEY(lent, ec.get()) == 1;
+    }
+    default:
+        return false;
+    }
+}
+
+/// Has to have a user of our own meanwhile: without it the clean-up would end the last user and so run inside
+/// itself.
+void clean_up(Record& record) {
+    if (record.is_clean || record.lent_keys != 0 || ::ENGINE_init(record.engine) != 1) return;
+    note_clean_up(record.engine);
+    ::ENGINE_finish(record.engine);
 }
 
 } // namespace
 
 void Pkcs11EngineKeeper::keep(ENGINE* engine, const std::string& engine_path) {
-    State& kept = state();
-    // An engine from another library may be remembered already. It stays loaded, and is not missed: OpenSSL
-    // refuses only the library that is alive.
     if (::ENGINE_up_ref(engine) != 1) return;
-    kept.engine = engine;
-    kept.path = engine_path;
-    kept.clean_up = ::ENGINE_get_finish_function(engine);
-    if (kept.clean_up != nullptr) ::ENGINE_set_finish_function(engine, note_clean_up);
+    const ENGINE_GEN_INT_FUNC_PTR own_clean_up = ::ENGINE_get_finish_function(engine);
+    if (own_clean_up == nullptr) return; // nothing to wait for
+    {
+        const std::lock_guard lock(records().mutex);
+        Record& record = records().list.emplace_back();
+        record.engine = engine;
+        record.path = engine_path;
+        record.clean_up = own_clean_up;
+    }
+    ::ENGINE_set_finish_function(engine, note_clean_up);
 }
 
 ENGINE* Pkcs11EngineKeeper::reuse(const std::string& engine_path) {
-    State& kept = state();
-    if (kept.engine == nullptr || !kept.is_clean || kept.path != engine_path) return nullptr;
-    if (::ENGINE_up_ref(kept.engine) != 1) return nullptr;
-    ::ERR_set_mark();
-    ::ENGINE_add(kept.engine); // fails when it is in the list still, which is as good
-    ::ERR_pop_to_mark();
-    return kept.engine;
+    const Record* record = record_of_library(engine_path);
+    if (record == nullptr || !record->is_clean || ::ENGINE_up_ref(record->engine) != 1) return nullptr;
+    const ErrorQueueMark mark;
+    ::ENGINE_add(record->engine); // fails when it is in the list still, which is as good
+    return record->engine;
 }
 
-void Pkcs11EngineKeeper::note_set_up() noexcept { state().is_clean = false; }
+const char* Pkcs11EngineKeeper::refusal(const std::string& engine_path) {
+    const Record* record = record_of_library(engine_path);
+    if (record == nullptr) return nullptr;
+    return record->lent_keys != 0
+               ? "the engine cannot be loaded again: the client still uses a private key of an earlier load"
+               : "the engine cannot be loaded again before the next init: a private key of an earlier load "
+                 "was "
+                 "freed after this one";
+}
+
+void Pkcs11EngineKeeper::note_set_up(ENGINE* engine) noexcept {
+    if (Record* record = record_of(engine)) record->is_clean = false;
+}
+
+void Pkcs11EngineKeeper::note_pin(ENGINE* engine) noexcept {
+    if (Record* record = record_of(engine)) record->has_pin = true;
+}
+
+void Pkcs11EngineKeeper::forget_pin(ENGINE* engine) noexcept {
+    Record* record = record_of(engine);
+    if (record == nullptr || !record->has_pin) return;
+    const ErrorQueueMark mark;
+    ::ENGINE_ctrl_cmd_string(engine, "PIN", "", 0);
+    record->has_pin = false;
+}
 
 EvpPkeyPtr Pkcs11EngineKeeper::lend(EvpPkeyPtr engine_key, ENGINE* engine) {
-    State& kept = state();
+    Record* record = record_of(engine);
+    if (record == nullptr) return engine_key;
+    const ErrorQueueMark mark;
     EvpPkeyPtr lent(::EVP_PKEY_new());
-    ++kept.lent_keys;
+    ++record->lent_keys;
     if (lent && share_material(lent.get(), engine_key.get()) &&
         ::EVP_PKEY_set1_engine(lent.get(), engine) == 1 &&
-        ::EVP_PKEY_set_ex_data(lent.get(), lent_key_index(), &kept) == 1)
+        ::EVP_PKEY_set_ex_data(lent.get(), lent_key_index(), record) == 1)
         return lent;
     return engine_key; // counted for ever: nobody will tell when it is freed
 }
 
-void Pkcs11EngineKeeper::forget_pin() noexcept {
-    if (state().engine == nullptr || state().clean_up == nullptr) return;
-    ::ERR_set_mark();
-    ::ENGINE_ctrl_cmd_string(state().engine, "PIN", "", 0);
-    ::ERR_pop_to_mark();
-}
-
 void Pkcs11EngineKeeper::finish_leftover() noexcept {
-    State& kept = state();
-    if (kept.engine == nullptr || kept.is_clean || kept.clean_up == nullptr || kept.lent_keys != 0) return;
-    // A user of our own meanwhile: without it the clean-up would end the last user and so run inside itself.
-    if (::ENGINE_init(kept.engine) != 1) return;
-    note_clean_up(kept.engine);
-    ::ENGINE_finish(kept.engine);
+    // Without the mutex, which the clean-up needs: only the thread that we are in adds to the list.
+    for (Record& record : records().list)
+        clean_up(record);
 }
-
-bool Pkcs11EngineKeeper::is_held_by_client() noexcept { return state().lent_keys != 0; }
 
 } // namespace Kes

@@ -65,8 +65,8 @@ void Pkcs11Libp11PkoIdScanner::scan(const Pin& pin) {
     if (list == nullptr)
         throw Error(ErrorCodeType::null_pointer, "no PkoIdList registered",
                     "pko_id_scanner_pkcs11_libp11:57 Kes::Pkcs11Libp11PkoIdScanner::scan()");
-    libp11->authenticate(pin);
     PKCS11_TOKEN* token = libp11->get_token();
+    libp11->authenticate(pin);
     add_certificates(token);
     add_private_keys(token);
     add_public_keys(token);

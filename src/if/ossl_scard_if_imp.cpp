@@ -108,10 +108,12 @@ int OsslScardIfImp::init(OsslScardCfg* cfg) {
     // opens the file anew, and empties it unless appending is on.
     Logger& logger = Logger::instance();
     logger.discard_output();
-    const OsslScardCfg& used = *manager().get_config_used();
-    const std::string logfile = used.get_logfile();
-    if (logfile.empty() || logfile == " ") return status;
     try {
+        const OsslScardCfg& used = *manager().get_config_used();
+        const char* const configured =
+            used.get_logfile(); // null: only from a client's own configuration class
+        const std::string logfile = configured == nullptr ? "" : configured;
+        if (logfile.empty() || logfile == " ") return status;
         logger.set_severity_mask(used.get_logfile_severity());
         logger.register_sink(logfile, used.get_logfile_append());
     } catch (const std::exception& error) {

@@ -2,7 +2,8 @@
 //
 //     console_client <results> <log> <menu>...
 //
-// A menu is "crypto_if", "key", or "keys" for a key menu that comes again until it is broken off.
+// A menu is "crypto_if", "key", or "keys" for a key menu that comes again until it is broken off. The first
+// shows the names that MARVO_TEST_CSP_NAME and MARVO_TEST_MODULE hold, if they are set.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -39,7 +40,10 @@ public:
 private:
     void show_crypto_if() {
         auto selected = static_cast<Kes::OsslScardCfg::CryptoIf>(77);
-        const int status = library_->get_config_used()->select_crypto_if_from_console(&selected);
+        Kes::OsslScardCfg* const cfg = library_->get_config_used();
+        if (const char* const name = std::getenv("MARVO_TEST_CSP_NAME")) cfg->set_capi_csp_name(name);
+        if (const char* const path = std::getenv("MARVO_TEST_MODULE")) cfg->set_pkcs11_module_dll(path);
+        const int status = cfg->select_crypto_if_from_console(&selected);
         results_ << "crypto_if status=" << status << " selected=" << selected << terminal() << std::endl;
     }
 

@@ -36,6 +36,21 @@ protected:
         return output;
     }
 
+    /// What a terminal may have sent of a function key when CTRL-C comes.
+    static constexpr const char* sequence_beginnings[] = {"\x1b",      "\x1b[",  "\x1bO",     "\x1b\x1b",
+                                                          "\x1b\x1b[", "\x1b[[", "\x1b\x1bO", "\x1b[1;"};
+
+    /// Breaks off two menus for each beginning: with CTRL-C in one go, and on its own.
+    void press_ctrl_c_after_sequence_beginnings() {
+        for (const std::string beginning : sequence_beginnings) {
+            terminal_.read_until(prompt);
+            terminal_.type(beginning + "\x03");
+            terminal_.read_until(prompt);
+            terminal_.type(beginning);
+            terminal_.type("\x03");
+        }
+    }
+
     std::string results_file() const { return dir_.file("results"); }
     std::string log_file() const { return dir_.file("log"); }
     std::vector<std::string> results() const { return split_lines(read_file(results_file())); }

@@ -6,13 +6,21 @@
 namespace Kes::test {
 namespace {
 
-const std::string menu =
-    "\nPlease select cryptographic API interface:\n"
-    "   ( c ) ... capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')\n"
-    "   ( p ) ... pkcs11 (PKCS#11 with module 'itp11.dll')\n"
-    "   ( s ) ... capi_store (MS CryptoAPI using Windows Cert Store)\n"
-    "   ( . ) ... exit\n"
-    "  => ";
+std::string menu_of(const std::string& capi, const std::string& pkcs11) {
+    return "\nPlease select cryptographic API interface:\n"
+           "   ( c ) ... " +
+           capi +
+           "\n"
+           "   ( p ) ... " +
+           pkcs11 +
+           "\n"
+           "   ( s ) ... capi_store (MS CryptoAPI using Windows Cert Store)\n"
+           "   ( . ) ... exit\n"
+           "  => ";
+}
+
+const std::string menu = menu_of("capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')",
+                                 "pkcs11 (PKCS#11 with module 'itp11.dll')");
 
 const std::string menu_location =
     "cons_select_menu:143 Kes::ConsSelectMenu<enum Kes::OsslScardCfg::CryptoIf>::select(): ";
@@ -88,6 +96,38 @@ TEST_F(CryptoIfMenuTest, CtrlCIsAUserAbortAndWritesNothingMore) {
     expect_abort(menu_location + "user abort <CTRL-C>: val=16 (user_abort)");
 }
 
+TEST_F(CryptoIfMenuTest, CtrlCIsAUserAbortInTheMiddleOfAnEscapeSequenceToo) {
+    const std::size_t count = 2 * std::size(sequence_beginnings);
+    start(MARVO_CONSOLE_CLIENT, std::vector<std::string>(count, "crypto_if"));
+    press_ctrl_c_after_sequence_beginnings();
+    EXPECT_EQ(finish(), "");
+    EXPECT_EQ(results(), Lines(count, "crypto_if status=1 selected=77"));
+    EXPECT_EQ(log(), Lines(count, "<error> " + menu_location + "user abort <CTRL-C>: val=16 (user_abort)"));
+}
+
+TEST_F(CryptoIfMenuTest, ItemsShowTheNamesThatAreConfigured) {
+    const EnvVar csp("MARVO_TEST_CSP_NAME", "My 'own' provider");
+    const EnvVar module("MARVO_TEST_MODULE", "/opt/card maker/p11.so");
+    start(MARVO_CONSOLE_CLIENT, {"crypto_if"});
+    EXPECT_EQ(terminal_.read_until(prompt),
+              on_screen(menu_of("capi (MS CryptoAPI with csp 'My 'own' provider')",
+                                "pkcs11 (PKCS#11 with module '/opt/card maker/p11.so')")));
+    terminal_.type("p");
+    EXPECT_EQ(finish(), "p\r\n");
+    expect_selection("p", "2", "pkcs11");
+}
+
+TEST_F(CryptoIfMenuTest, AnItemsTextEndsAfter4095Characters) {
+    const std::string csp = std::string(9999, 'c') + "!";
+    const std::string module = std::string(9999, 'm') + "!";
+    const EnvVar csp_variable("MARVO_TEST_CSP_NAME", csp);
+    const EnvVar module_variable("MARVO_TEST_MODULE", module);
+    const std::string expected = menu_of(("capi (MS CryptoAPI with csp '" + csp).substr(0, 4095),
+                                         ("pkcs11 (PKCS#11 with module '" + module).substr(0, 4095));
+    EXPECT_TRUE(run_without_terminal("printf c |") == expected + "c\n");
+    expect_selection("c", "1", "capi");
+}
+
 TEST_F(CryptoIfMenuTest, EveryKeyThatIsNoItemsIsIgnoredWithoutATrace) {
     start_menu();
     std::string others;
@@ -118,6 +158,24 @@ TEST_F(CryptoIfMenuTest, FunctionKeysPickNothingEvenIfTheyAreSentWithAnItemsLett
     start_menu();
     for (const char* key : {"\x1b[A", "\x1b[15~", "\x1bOP", "\x1b[[A", "\x1b[1;5C", "\x1bOp", "\x1b[p",
                             "\x1b[c", "\x1bOs", "\x1bp", "\x1b[3;2s"})
+        terminal_.type(key);
+    terminal_.type("c");
+    EXPECT_EQ(finish(), "c\r\n");
+    expect_selection("c", "1", "capi");
+}
+
+TEST_F(CryptoIfMenuTest, FunctionKeysWithAltPickNothing) {
+    start_menu();
+    for (const char* key : {"\x1b\x1b[p", "\x1b\x1bOp", "\x1b\x1b[3;2s", "\x1b\x1b[[c"})
+        terminal_.type(key);
+    terminal_.type("p");
+    EXPECT_EQ(finish(), "p\r\n");
+    expect_selection("p", "2", "pkcs11");
+}
+
+TEST_F(CryptoIfMenuTest, AFunctionKeyAfterTheBeginningOfAnotherPicksNothing) {
+    start_menu();
+    for (const char* key : {"\x1b[\x1b[p", "\x1b[1;\x1b[s", "\x1b[[\x1b[c", "\x1bO\x1bOp", "\x1bO\x1b[s"})
         terminal_.type(key);
     terminal_.type("c");
     EXPECT_EQ(finish(), "c\r\n");

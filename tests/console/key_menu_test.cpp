@@ -123,6 +123,27 @@ TEST_F(KeyMenuTest, FunctionKeysPickNothingEvenIfTheyAreSentWithAnItemsCharacter
     EXPECT_EQ(results(), Lines{success(35)});
 }
 
+TEST_F(KeyMenuTest, FunctionKeysWithAltOrBrokenOffByAnotherPickNothing) {
+    start_menu(62);
+    for (const char* key : {"\x1b\x1b[A", "\x1b\x1b[15~", "\x1b\x1bOP", "\x1b[\x1b[A", "\x1b[1;\x1b[A",
+                            "\x1bO\x1bOP", "\x1bO\x1b[A"})
+        terminal_.type(key);
+    terminal_.type("Z");
+    EXPECT_EQ(finish(), "Z\r\n");
+    EXPECT_EQ(results(), Lines{success(35)});
+}
+
+TEST_F(KeyMenuTest, CtrlCIsAUserAbortInTheMiddleOfAnEscapeSequenceToo) {
+    const std::size_t count = 2 * std::size(sequence_beginnings);
+    const EnvVar keys("MARVO_TEST_KEYS", "62");
+    start(MARVO_KEYS_CLIENT, std::vector<std::string>(count, "key"));
+    press_ctrl_c_after_sequence_beginnings();
+    EXPECT_EQ(finish(), "");
+    const std::string error = menu_location + "user abort <CTRL-C>: val=16 (user_abort)";
+    EXPECT_EQ(results(), Lines(count, failure(error)));
+    EXPECT_EQ(log(), Lines(count, "<error> " + error));
+}
+
 TEST_F(KeyMenuTest, HangUpIsAUserAbort) {
     start_menu(3);
     terminal_.hang_up();

@@ -1,7 +1,10 @@
 #include "core_fixture.h"
 
+#include <fcntl.h>
+#include <iostream>
 #include <openssl/pem.h>
 #include <stdexcept>
+#include <unistd.h>
 
 #include "error.h"
 #include "ossl_scard_if_imp.h"
@@ -108,6 +111,39 @@ std::string ScardTest::state() {
     return text == "ossl_scard_mgr:112 Kes::OsslScardMgr::init(): cfg is a null pointer: val=3 (bad_argument)"
                ? "uninitialized"
                : text;
+}
+
+Lines engine_unload_calls() {
+    return {"ENGINE_get_id(engine1)",
+            "ENGINE_unregister_RSA(engine1)",
+            "ENGINE_unregister_DSA(engine1)",
+            "ENGINE_unregister_EC(engine1)",
+            "ENGINE_unregister_DH(engine1)",
+            "ENGINE_unregister_RAND(engine1)",
+            "ENGINE_unregister_ciphers(engine1)",
+            "ENGINE_unregister_digests(engine1)",
+            "ENGINE_unregister_pkey_meths(engine1)",
+            "ENGINE_unregister_pkey_asn1_meths(engine1)",
+            "ENGINE_remove(engine1)",
+            "ENGINE_finish(engine1)",
+            "ENGINE_free(engine1)"};
+}
+
+DesertedConsole::DesertedConsole() : console_(std::cout.rdbuf(output_.rdbuf())), stdin_(::dup(STDIN_FILENO)) {
+    const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (nothing < 0) throw std::runtime_error("no /dev/null");
+    ::dup2(nothing, STDIN_FILENO);
+    if (nothing != STDIN_FILENO) ::close(nothing);
+}
+
+DesertedConsole::~DesertedConsole() {
+    std::cout.rdbuf(console_);
+    if (stdin_ >= 0) {
+        ::dup2(stdin_, STDIN_FILENO);
+        ::close(stdin_);
+    } else {
+        ::close(STDIN_FILENO); // as it was
+    }
 }
 
 std::string outcome(int status, const std::string& error) {

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -76,6 +77,25 @@ protected:
 
 constexpr const char* private_uri = "pkcs11:token=Token 1;id=%01%ab;type=private";
 constexpr const char* cert_uri = "pkcs11:token=Token 1;id=%01%ab;type=cert";
+
+/// What an engine's end consists of.
+Lines engine_unload_calls();
+
+/// A console that nobody sits at: its input has ended, and what is written to it is collected.
+class DesertedConsole {
+public:
+    DesertedConsole();
+    ~DesertedConsole();
+    DesertedConsole(const DesertedConsole&) = delete;
+    DesertedConsole& operator=(const DesertedConsole&) = delete;
+
+    std::string output() const { return output_.str(); }
+
+private:
+    std::ostringstream output_;
+    std::streambuf* console_;
+    int stdin_;
+};
 
 /// What EXPECT_EQ says of an operation: its status, and the error's text if there is one.
 std::string outcome(int status, const std::string& error);

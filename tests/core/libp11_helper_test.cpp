@@ -213,8 +213,8 @@ TEST_F(Libp11InitTest, ATokenThatIsNotInitialisedIsRefusedBeforeAnyCall) {
         Libp11Init context("module.so");
         context.read_scard();
         script().take_calls();
-        EXPECT_EQ(error_text([&] { context.authenticate(Pin("1234")); }),
-                  "libp11_helper:175 Kes::Libp11Init::authenticate(): token is not initialized: val=10 "
+        EXPECT_EQ(error_text([&] { context.get_token(); }),
+                  "libp11_helper:209 Kes::Libp11Init::get_token(): token is not initialized: val=10 "
                   "(not_initialized)");
         EXPECT_EQ(script().calls(), Lines());
     }

@@ -35,20 +35,6 @@ protected:
     LogCapture log;
 };
 
-const Lines unload_calls{"ENGINE_get_id(engine1)",
-                         "ENGINE_unregister_RSA(engine1)",
-                         "ENGINE_unregister_DSA(engine1)",
-                         "ENGINE_unregister_EC(engine1)",
-                         "ENGINE_unregister_DH(engine1)",
-                         "ENGINE_unregister_RAND(engine1)",
-                         "ENGINE_unregister_ciphers(engine1)",
-                         "ENGINE_unregister_digests(engine1)",
-                         "ENGINE_unregister_pkey_meths(engine1)",
-                         "ENGINE_unregister_pkey_asn1_meths(engine1)",
-                         "ENGINE_remove(engine1)",
-                         "ENGINE_finish(engine1)",
-                         "ENGINE_free(engine1)"};
-
 TEST_F(OsslEngineTest, WithoutTheDynamicEngineThereIsNothingToFree) {
     script().fail_function("ENGINE_by_id");
     EXPECT_EQ(
@@ -62,7 +48,7 @@ TEST_F(OsslEngineTest, UnloadsInOrderAndFreesLast) {
         const PlainEngine plain;
         script().take_calls();
     }
-    EXPECT_EQ(script().calls(), unload_calls);
+    EXPECT_EQ(script().calls(), engine_unload_calls());
     EXPECT_EQ(log.lines(), Lines{"<info> unloading engine: id=pkcs11"});
 }
 
@@ -73,7 +59,7 @@ TEST_F(OsslEngineTest, FailuresWhileUnloadingAreWarnedOfAndDoNotStopIt) {
         script().fail_function("ENGINE_remove", {.rc = 0});
         script().fail_function("ENGINE_finish", {.rc = 2});
     }
-    EXPECT_EQ(script().calls(), unload_calls);
+    EXPECT_EQ(script().calls(), engine_unload_calls());
     EXPECT_EQ(log.lines(),
               (Lines{"<info> unloading engine: id=pkcs11", "<warn> ENGINE_remove() returned error",
                      "<warn> ENGINE_finish() returned error"}));

@@ -1,5 +1,6 @@
 #include <functional>
 
+#include "client_cfg.h"
 #include "core_fixture.h"
 #include "ossl_scard_cfg_imp.h"
 
@@ -144,6 +145,12 @@ TEST_F(OsslScardCfgEnvTest, NumbersAreReadInAnyBaseAndGarbageIsZero) {
                 {"abc", 0},
                 {"0x", 0},
                 {"-0", 0},
+                {"-", 0},
+                {"-abc", 0},
+                {"--5", 0},
+                {"-+5", 0},
+                {"- 5", 0},
+                {"+-5", 0},
                 {"4294967295", 4294967295U},
                 {"4294967296", 4294967295U},
                 {"99999999999999999999999", 4294967295U},
@@ -165,10 +172,23 @@ TEST_F(OsslScardCfgEnvTest, NumbersAreReadInAnyBaseAndGarbageIsZero) {
 }
 
 TEST_F(OsslScardCfgEnvTest, NegativeNumbersWrapAsTheyDoOn32Bits) {
-    load("key_usage_filter", "-1");
-    EXPECT_EQ(cfg->get_kuse_filter(), 4294967295U);
-    load("capi_key_type", "-2");
-    EXPECT_EQ(cfg->get_capi_key_type(), 4294967294U);
+    const struct {
+        const char* text;
+        unsigned int value;
+    } rows[] = {{"-1", 4294967295U},
+                {"-2", 4294967294U},
+                {" -2", 4294967294U},
+                {"-0x10", 4294967280U},
+                {"-3 and more", 4294967293U},
+                {"-4294967295", 1},
+                {"-4294967296", 4294967295U},
+                {"-18446744073709551614", 4294967295U},
+                {"-18446744073709551615", 4294967295U},
+                {"-99999999999999999999999", 4294967295U}};
+    for (const auto& row : rows) {
+        load("key_usage_filter", row.text);
+        EXPECT_EQ(cfg->get_kuse_filter(), row.value) << row.text;
+    }
     load("logfile_append", "-1");
     EXPECT_TRUE(cfg->get_logfile_append());
 }
@@ -243,6 +263,25 @@ TEST_F(OsslScardCfgEnvTest, OnlyVariablesWithThePrefixCount) {
     cfg->load_from_env("other_");
     EXPECT_STREQ(cfg->get_cert_name(), "mine");
     EXPECT_EQ(log.lines(), Lines{"<debug> env: cert_name=mine"});
+}
+
+TEST_F(OsslScardCfgEnvTest, ALineThatIsNotLoggedAsksTheConfigurationForNothing) {
+    std::vector<std::unique_ptr<EnvVar>> variables;
+    for (const char* key : keys)
+        variables.push_back(std::make_unique<EnvVar>(std::string(prefix) + key, "1"));
+    ClientCfg silent;
+    {
+        const LogCapture log(60);
+        load_settings_from_env(silent, prefix);
+        EXPECT_EQ(log.lines(), Lines());
+    }
+    EXPECT_EQ(silent.num_reads, 0U);
+    EXPECT_STREQ(silent.get_cert_name(), "1");
+    ClientCfg logged;
+    const LogCapture log(62);
+    load_settings_from_env(logged, prefix);
+    EXPECT_EQ(log.lines().size(), std::size(keys));
+    EXPECT_EQ(logged.num_reads, std::size(keys));
 }
 
 TEST_F(OsslScardCfgEnvTest, LinesAreOfSeverityDebugAlone) {

@@ -1,6 +1,7 @@
 #include "ossl_scard_cfg_imp.h"
 
 #include <functional>
+#include <iostream>
 #include <limits>
 
 #include "core_fixture.h"
@@ -315,6 +316,65 @@ TEST_F(OsslScardCfgImpTest, ChoosingOnTheConsoleNeedsAPlaceForTheChoice) {
     EXPECT_EQ(log.lines(), Lines{"<error> ossl_scard_cfg_imp:352 "
                                  "Kes::OsslScardCfgImp::select_crypto_if_from_console(): selected is a null "
                                  "pointer: val=3 (bad_argument)"});
+}
+
+/// A console that fails with something that is no std::exception, which the stream passes on.
+class FaultyConsole final : private std::streambuf {
+public:
+    FaultyConsole() : console_(std::cout.rdbuf(this)) { std::cout.exceptions(std::ios::badbit); }
+    ~FaultyConsole() override {
+        std::cout.exceptions(std::ios::goodbit);
+        std::cout.rdbuf(console_); // and clears the state
+    }
+
+private:
+    int_type overflow(int_type) override { throw 42; }
+    std::streamsize xsputn(const char*, std::streamsize) override { throw 42; }
+
+    std::streambuf* console_;
+};
+
+/// The three kinds of configuration that a client gets hold of.
+class ConfigurationAtTheConsoleTest : public ScardTest {
+protected:
+    /// Asks by each of them for a back-end, which must fail. @return each one's status and new log lines
+    static Lines ask_each() {
+        OsslScardCfg& cfg = *scard().get_config_default();
+        const std::unique_ptr<OsslScardCfg, void (*)(OsslScardCfg*)> clone(
+            cfg.clone(), [](OsslScardCfg* copy) { copy->release(); });
+        Lines answers;
+        for (OsslScardCfg* asked : {scard().get_config_used(), &cfg, clone.get()}) {
+            std::cout.clear(); // of the failure before
+            const LogCapture log;
+            const std::size_t num_before = log.lines().size(); // the library's start
+            auto selected = static_cast<Cfg::CryptoIf>(77);
+            const int status = asked->select_crypto_if_from_console(&selected);
+            EXPECT_EQ(static_cast<unsigned int>(selected), 77U);
+            const Lines lines = log.lines();
+            for (std::size_t i = num_before; i < lines.size(); ++i)
+                answers.push_back(std::to_string(status) + " " + lines[i]);
+        }
+        return answers;
+    }
+};
+
+TEST_F(ConfigurationAtTheConsoleTest, AnExceptionOfAnUnknownKindIsStatus255AndLeavesTheArgument) {
+    const DesertedConsole console;
+    Lines answers;
+    {
+        const FaultyConsole faulty;
+        answers = ask_each();
+    }
+    EXPECT_EQ(answers, Lines(3, "255 <error> unhandled exception"));
+    EXPECT_EQ(console.output(), "");
+}
+
+TEST_F(ConfigurationAtTheConsoleTest, EndOfInputIsAUserAbortOfEachConfiguration) {
+    const DesertedConsole console;
+    EXPECT_EQ(ask_each(),
+              Lines(3, "1 <error> cons_select_menu:143 Kes::ConsSelectMenu<enum "
+                       "Kes::OsslScardCfg::CryptoIf>::select(): user abort <end of input>: val=16 "
+                       "(user_abort)"));
 }
 
 } // namespace

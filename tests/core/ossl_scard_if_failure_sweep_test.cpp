@@ -8,22 +8,13 @@ namespace {
 const Lines end_of_module{"PKCS11_CTX_unload(ctx1)", "PKCS11_CTX_free(ctx1)"};
 const Lines end_of_slots{"PKCS11_release_all_slots(ctx1, slots1, 1)", "PKCS11_CTX_unload(ctx1)",
                          "PKCS11_CTX_free(ctx1)"};
-const Lines end_of_engine{"ENGINE_get_id(engine1)",
-                          "ENGINE_unregister_RSA(engine1)",
-                          "ENGINE_unregister_DSA(engine1)",
-                          "ENGINE_unregister_EC(engine1)",
-                          "ENGINE_unregister_DH(engine1)",
-                          "ENGINE_unregister_RAND(engine1)",
-                          "ENGINE_unregister_ciphers(engine1)",
-                          "ENGINE_unregister_digests(engine1)",
-                          "ENGINE_unregister_pkey_meths(engine1)",
-                          "ENGINE_unregister_pkey_asn1_meths(engine1)",
-                          "ENGINE_remove(engine1)",
-                          "ENGINE_finish(engine1)",
-                          "ENGINE_free(engine1)",
-                          "PKCS11_release_all_slots(ctx1, slots1, 1)",
-                          "PKCS11_CTX_unload(ctx1)",
-                          "PKCS11_CTX_free(ctx1)"};
+const std::string pin_wiped = "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)";
+const Lines end_of_engine = [] {
+    Lines calls = engine_unload_calls();
+    calls.insert(calls.begin(), pin_wiped);
+    calls.insert(calls.end(), end_of_slots.begin(), end_of_slots.end());
+    return calls;
+}();
 
 Lines before(const std::string& first, Lines rest) {
     rest.insert(rest.begin(), first);
@@ -55,6 +46,7 @@ const std::string print_error =
     "ossl_helper:123 Kes::OsslHelper::cert_name_to_str(): X509_NAME_print_ex() failed: rc=7";
 const Lines freed{"ENGINE_free(engine1)"};
 const Lines finished{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"};
+const Lines finished_after_pin{"ENGINE_finish(engine1)", pin_wiped, "ENGINE_free(engine1)"};
 const Lines key_freed{"EVP_PKEY_free(lent1)"};
 
 /// One row for each call that can fail, in the order of the calls.
@@ -105,7 +97,7 @@ const Row rows[] = {
      end_of_slots},
     {"ossl_load", engine_error(116, "ENGINE_init()"), "configured", freed, end_of_slots},
     {"ossl_load", pin_error, "configured", finished, end_of_slots},
-    {"ossl_load", engine_error(150, "ENGINE_set_default()"), "configured", finished, end_of_slots},
+    {"ossl_load", engine_error(150, "ENGINE_set_default()"), "configured", finished_after_pin, end_of_slots},
     {"ossl_load", pin_error, "configured", {}, end_of_engine},
     {"ossl_load",
      "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0",

@@ -193,6 +193,19 @@ TEST_F(OsslScardIfInitTest, AConfigurationOfTheClientsOwnClassServesAsWell) {
     EXPECT_EQ(scard().ossl_load(), 0) << last_error();
 }
 
+TEST_F(OsslScardIfInitTest, AClientsNullNameOpensNoFileAndLeavesTheOutcome) {
+    client.set_pkcs11_module_dll("client.so");
+    client.has_logfile = false;
+    script().fail_function("PKCS11_CTX_load");
+    EXPECT_EQ(init(&client), "1 libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to "
+                             "load PKCS#11 library 'client.so': rc=7");
+    EXPECT_EQ(state(), "uninitialized");
+    script().heal();
+    EXPECT_EQ(init(&client), "0");
+    EXPECT_EQ(state(), "initialized");
+    EXPECT_EQ(files(), 0U);
+}
+
 TEST_F(OsslScardIfInitTest, WhatAClientsCloneThrowsFailsInitAndKeepsTheConfiguration) {
     scard().get_config_used()->set_logfile("");
     const OsslScardCfg* used = scard().get_config_used();

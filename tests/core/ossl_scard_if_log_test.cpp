@@ -5,7 +5,51 @@
 namespace Kes::test {
 namespace {
 
-const char* const start = R"(<info> using OpenSSL smart card interface version 4
+/// What the log shows of the settings, as they are after init() unless told otherwise.
+struct Settings {
+    std::string key_type = "SIGNATURE";
+    std::string priv_key_name = "";
+    std::string cert_name = "";
+    std::string key_usages = "none";
+    std::string state = "initialized";
+    std::string pin_and_reload = "false";
+};
+
+std::string settings(const Settings& shown) {
+    return R"(configuration settings:
+  crypto_if=pkcs11
+  capi_openssl_engine_dll=.\capi.dll
+  capi_csp_name=Microsoft Base Smart Card Crypto Provider
+  capi_key_type=)" +
+           shown.key_type + R"(
+  pkcs11_openssl_engine_dll=./engine.so
+  pkcs11_module_dll=module.so
+  capi_store_openssl_engine_dll=.\capi.dll
+  capi_store_cert_store_name=MY
+  priv_key_name=)" +
+           shown.priv_key_name + R"(
+  cert_name=)" +
+           shown.cert_name + R"(
+  kuse_filter_type=all
+  kuse_filter=)" +
+           shown.key_usages + R"(
+  xkuse_filter_type=all
+  xkuse_nid_filter=
+  logfile=LOGFILE
+  logfile_severity=trace|debug|info|warn|error|fatal
+  logfile_append=APPEND
+additional settings:
+  cfg_state=)" +
+           shown.state + R"(
+  is_pin_required=)" +
+           shown.pin_and_reload + R"(
+  pin specified=)" +
+           shown.pin_and_reload + R"(
+  need_ossl_reload=)" +
+           shown.pin_and_reload + "\n";
+}
+
+const std::string start = R"(<info> using OpenSSL smart card interface version 4
 <info> ossl_scard 4.3.0
 Compiled at BUILD
 HOLDER
@@ -17,33 +61,10 @@ HOLDER
 <info> ctx: manufacturer=Module maker, description=Module
 <info> libp11 initialized
 <info> OpenSSL smart card manager settings:
-configuration settings:
-  crypto_if=pkcs11
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=SIGNATURE
-  pkcs11_openssl_engine_dll=./engine.so
-  pkcs11_module_dll=module.so
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=
-  cert_name=
-  kuse_filter_type=all
-  kuse_filter=none
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=LOGFILE
-  logfile_severity=trace|debug|info|warn|error|fatal
-  logfile_append=APPEND
-additional settings:
-  cfg_state=initialized
-  is_pin_required=false
-  pin specified=false
-  need_ossl_reload=false
-<info> init done.
+)" + settings({}) + R"(<info> init done.
 )";
 
-const char* const reading = R"(<info> called: Kes::OsslScardIfImp::read_scard()
+const std::string reading = R"(<info> called: Kes::OsslScardIfImp::read_scard()
 <info> slot: manufacturer=Slot maker, description=Slot 1
 <info> token:
 <info>   label:         Token 1
@@ -63,7 +84,7 @@ const char* const reading = R"(<info> called: Kes::OsslScardIfImp::read_scard()
 <info> pin required - need login
 )";
 
-const char* const discovery = R"(<info> logged-in successfully
+const std::string discovery = R"(<info> logged-in successfully
 <info> handling Token 1: Auth key [type=certificate, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=cert, cluster_name=%01%ab]
 <info> handling Token 1: Auth key [type=private_key, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=private, cluster_name=%01%ab]
 <info>   corresponding cert:
@@ -81,7 +102,7 @@ Token 1: Auth key [type=private_key, key_type=0, name=pkcs11:token=Token 1;id=%0
 Token 1: Auth key [type=public_key, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=public, cluster_name=%01%ab]
 )";
 
-const char* const loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
+const std::string loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
 <info> setting key type: 0
 <info> setting private key name: pkcs11:token=Token 1;id=%01%ab;type=private
@@ -93,30 +114,14 @@ const char* const loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name(
 <info> called: Kes::OsslScardIfImp::notify_config_done()
 <debug> env: key_usage_filter=digital_signature
 <info> OpenSSL smart card manager settings:
-configuration settings:
-  crypto_if=pkcs11
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=unknown [val=0]
-  pkcs11_openssl_engine_dll=./engine.so
-  pkcs11_module_dll=module.so
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=pkcs11:token=Token 1;id=%01%ab;type=private
-  cert_name=pkcs11:token=Token 1;id=%01%ab;type=cert
-  kuse_filter_type=all
-  kuse_filter=digital_signature
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=LOGFILE
-  logfile_severity=trace|debug|info|warn|error|fatal
-  logfile_append=APPEND
-additional settings:
-  cfg_state=configured
-  is_pin_required=true
-  pin specified=true
-  need_ossl_reload=true
-<info> configuration done.
+)" +
+                            settings({.key_type = "unknown [val=0]",
+                                      .priv_key_name = "pkcs11:token=Token 1;id=%01%ab;type=private",
+                                      .cert_name = "pkcs11:token=Token 1;id=%01%ab;type=cert",
+                                      .key_usages = "digital_signature",
+                                      .state = "configured",
+                                      .pin_and_reload = "true"}) +
+                            R"(<info> configuration done.
 <info> called: Kes::OsslScardIfImp::ossl_load()
 <info> loaded engine: id=pkcs11
 <info> read private key: pkcs11:token=Token 1;id=%01%ab;type=private
@@ -135,7 +140,7 @@ additional settings:
 <info> unloading engine: id=pkcs11
 )";
 
-const char* const end = R"(<info> libp11 destroyed
+const std::string end = R"(<info> libp11 destroyed
 <info> OpenSSL smart card manager stopped.
 <trace> destroyed Pkcs11Libp11PkoIdScanner object
 <trace> destroyed PkoIdScanner object
@@ -209,20 +214,13 @@ protected:
         return whole;
     }
 
-    static std::string joined(std::initializer_list<const char*> parts) {
-        std::string whole;
-        for (const char* part : parts)
-            whole += part;
-        return whole;
-    }
-
     TempDir dir;
 };
 
 TEST_F(OsslScardIfLogTest, ATypicalRunInFull) {
     begin("1234");
     run_to_the_end();
-    EXPECT_EQ(text(log()), text(expected(joined({start, reading, discovery, loading, end}))));
+    EXPECT_EQ(text(log()), text(expected(start + reading + discovery + loading + end)));
 }
 
 TEST_F(OsslScardIfLogTest, AppendingAddsASecondRunBelowARestartLine) {
@@ -231,10 +229,10 @@ TEST_F(OsslScardIfLogTest, AppendingAddsASecondRunBelowARestartLine) {
     libp11().is_logged_in = false;
     begin("1234", true);
     run_to_the_end();
-    Lines lines = expected(joined({start, reading, discovery, loading, end}));
-    const Lines second = expected(
-        joined({"[[[ ------ restart logger at TIME ------]]]\n", start, reading, discovery, loading, end}),
-        "true");
+    Lines lines = expected(start + reading + discovery + loading + end);
+    const Lines second = expected("[[[ ------ restart logger at TIME ------]]]\n" + start + reading +
+                                      discovery + loading + end,
+                                  "true");
     lines.insert(lines.end(), second.begin(), second.end());
     EXPECT_EQ(text(log()), text(lines));
 }
@@ -250,7 +248,7 @@ TEST_F(OsslScardIfLogTest, AFailingLoginInFull) {
         "THREAD:error:400000A0:lib(128):scripted:reason(160):double.c:1:PIN incorrect\n"
         "<info> called: Kes::OsslScardIfImp::get_last_error_msg()\n"
         "<info> called: Kes::OsslScardIfImp::destroy()\n";
-    EXPECT_EQ(text(log()), text(expected(joined({start, reading, failure.c_str(), end}))));
+    EXPECT_EQ(text(log()), text(expected(start + reading + failure + end)));
 }
 
 TEST_F(OsslScardIfLogTest, FailuresOfTheEnginesEndAreWarnedOf) {
@@ -258,10 +256,10 @@ TEST_F(OsslScardIfLogTest, FailuresOfTheEnginesEndAreWarnedOf) {
     script().fail_function("ENGINE_remove", {.rc = 0});
     script().fail_function("ENGINE_finish", {.rc = 0});
     run_to_the_end();
-    EXPECT_EQ(text(log()), text(expected(joined({start, reading, discovery, loading,
-                                                 "<warn> ENGINE_remove() returned error\n"
-                                                 "<warn> ENGINE_finish() returned error\n",
-                                                 end}))));
+    EXPECT_EQ(text(log()), text(expected(start + reading + discovery + loading +
+                                         "<warn> ENGINE_remove() returned error\n"
+                                         "<warn> ENGINE_finish() returned error\n" +
+                                         end)));
 }
 
 TEST_F(OsslScardIfLogTest, AnExceptionOfAnUnknownKindIsLoggedAsUnhandled) {

@@ -1,4 +1,5 @@
 #include <functional>
+#include <set>
 
 #include "core_fixture.h"
 
@@ -71,6 +72,13 @@ protected:
         return text == "no exception" ? "0" : "1 " + text;
     }
 
+    static std::string choose_key_at_a_deserted_console() {
+        const DesertedConsole console;
+        std::size_t key = 77;
+        const std::string answer = status_of([&] { return scard().select_key_from_console(&key); });
+        return key == 77 ? answer : "wrote " + std::to_string(key);
+    }
+
     static constexpr auto uninitialized = CfgState::uninitialized;
     static constexpr auto initialized = CfgState::initialized;
     static constexpr auto configuring = CfgState::configuring;
@@ -95,7 +103,9 @@ TEST_F(OsslScardIfStateTest, EveryOperationOfTheInterfaceInEveryState) {
         "(0): val=3 (bad_argument)";
     const std::string no_id = "1 ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key(): specified key not "
                               "found: val=8 (not_found)";
-    check_all({
+    const std::string nobody = "1 cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user "
+                               "abort <end of input>: val=16 (user_abort)";
+    const std::vector<Row> rows{
         {"version_check", [] { return status_of([] { return scard().version_check(4); }); }, always("0")},
         {"get_config_default", [] { return outcome(scard().get_config_default() == nullptr, ""); },
          always("0")},
@@ -106,6 +116,10 @@ TEST_F(OsslScardIfStateTest, EveryOperationOfTheInterfaceInEveryState) {
         {"read_scard",
          [] { return status_of([] { return scard().read_scard(); }); },
          {no, Expected{"0", configuring}, Expected{"0", configuring}, Expected{"0", configuring}}},
+        {"is_pin_required",
+         [] { return std::string(scard().is_pin_required() ? "yes" : "no"); },
+         {Expected{"no", uninitialized}, Expected{"no", initialized}, Expected{"yes", configuring},
+          Expected{"yes", configured}}},
         {"set_pin",
          [] { return status_of([] { return scard().set_pin("1234"); }); },
          {no, no, Expected{"0", configuring}, no}},
@@ -137,20 +151,17 @@ TEST_F(OsslScardIfStateTest, EveryOperationOfTheInterfaceInEveryState) {
          [&] { return status_of([&] { return scard().ossl_get_certificate(&cert); }); }, always("0")},
         {"get_version", [] { return std::string(scard().get_version()); }, always("4.3.0")},
         {"get_last_error_msg", [] { return "text: " + last_error(); }, always("text: ")},
+        {"select_key_from_console", [] { return choose_key_at_a_deserted_console(); }, always(nobody)},
         {"destroy",
          [] { return scard().destroy(), std::string("0"); },
          {Expected{"0", uninitialized}, Expected{"0", uninitialized}, Expected{"0", uninitialized},
           Expected{"0", uninitialized}}},
-    });
-}
-
-TEST_F(OsslScardIfStateTest, APinIsRequiredFromTheReadingOfTheCardOn) {
-    for (const CfgState from : states) {
-        set_up_doubles();
-        go_to(from);
-        EXPECT_EQ(scard().is_pin_required(), from == configuring || from == configured);
-        scard().destroy();
-    }
+    };
+    std::set<std::string> names;
+    for (const Row& row : rows)
+        names.insert(row.name);
+    EXPECT_EQ(names.size(), 20U) << "the interface's operations, without the destructor";
+    check_all(rows);
 }
 
 TEST_F(OsslScardIfStateTest, EveryOperationOfTheManagerInEveryState) {

@@ -106,6 +106,23 @@ TEST_F(OsslScardMgrTest, AFailedReadingHasEmptiedTheListAndClearedThePinRequirem
               "libp11_helper:203 Kes::Libp11Init::get_token(): no token has been read: val=11 (empty)");
 }
 
+TEST_F(OsslScardMgrTest, AFailedReadingLeavesTheState) {
+    for (const auto before : {CfgState::initialized, CfgState::configuring, CfgState::configured}) {
+        set_up_doubles();
+        go_to(before);
+        script().fail_function("PKCS11_enumerate_slots");
+        EXPECT_EQ(error_text([] { manager().read_scard(); }),
+                  "libp11_helper:133 Kes::Libp11Init::read_scard(): PKCS11_enumerate_slots() failed: rc=7");
+        EXPECT_EQ(state(), cfg_state_name(before));
+        EXPECT_EQ(scard().read_scard(), 1);
+        EXPECT_EQ(state(), cfg_state_name(before));
+        script().heal();
+        EXPECT_EQ(scard().read_scard(), 0);
+        EXPECT_EQ(state(), "configuring");
+        scard().destroy();
+    }
+}
+
 TEST_F(OsslScardMgrTest, ATokenWithoutLoginEmptiesTheStoredPin) {
     go_to(CfgState::configuring);
     token().loginRequired = 0;

@@ -1,8 +1,7 @@
-#include <cstdint>
-#include <fstream>
-#include <sstream>
+#include <array>
 
 #include "core_fixture.h"
+#include "memory_search.h"
 #include "pin.h"
 
 namespace Kes::test {
@@ -11,70 +10,34 @@ namespace {
 /// A PIN that stands in memory only while it is handed over. Elsewhere it is kept with its bits turned.
 class Canary {
 public:
-    explicit constexpr Canary(unsigned char first) : first_(first) {}
+    explicit constexpr Canary(unsigned char first) {
+        for (std::size_t i = 0; i < size; ++i)
+            turned_[i] = static_cast<unsigned char>((first + i * i * 5U) % 89U + '!') ^ veil;
+    }
 
     /// Calls the function with the PIN in memory that is overwritten afterwards.
     template <typename Function>
     void with(Function function) const {
         volatile char* pin = new char[size + 1];
         for (std::size_t i = 0; i < size; ++i)
-            pin[i] = static_cast<char>(turned(i) ^ 0xff);
+            pin[i] = static_cast<char>(turned_[i] ^ veil);
         pin[size] = '\0';
         function(const_cast<const char*>(pin));
         overwrite(const_cast<char*>(pin), size);
         delete[] pin;
     }
 
-    /// How often the PIN stands in writable memory of this process.
-    std::size_t count_in_memory() const;
-
-    static constexpr std::size_t size = 64;
-
-    /// Where the searched part begins: memory that was given back loses its first bytes to the allocator, and
-    /// must count all the same.
-    static constexpr std::size_t searched = 32;
+    /// How often the PIN stands in writable memory of this process, whole or but for its beginning.
+    std::size_t count_in_memory() const {
+        return test::count_in_memory({std::span(turned_).subspan(size / 2), veil});
+    }
 
 private:
-    unsigned char turned(std::size_t i) const {
-        return static_cast<unsigned char>((first_ + i * i * 5U) % 89U + '!') ^ 0xffU;
-    }
+    static constexpr std::size_t size = 64;
+    static constexpr unsigned char veil = 0xff;
 
-    __attribute__((no_sanitize("address", "undefined"))) std::size_t count_between(std::uintptr_t begin,
-                                                                                   std::uintptr_t end) const;
-
-    unsigned char first_;
+    std::array<unsigned char, size> turned_{};
 };
-
-std::size_t Canary::count_between(std::uintptr_t begin, std::uintptr_t end) const {
-    std::size_t count = 0;
-    const unsigned char first = turned(searched);
-    for (std::uintptr_t at = begin; at + size - searched <= end; ++at) {
-        const auto* bytes = reinterpret_cast<const volatile unsigned char*>(at);
-        if ((bytes[0] ^ 0xffU) != first) continue;
-        std::size_t same = 1;
-        while (searched + same < size && (bytes[same] ^ 0xffU) == turned(searched + same))
-            ++same;
-        if (searched + same == size) ++count;
-    }
-    return count;
-}
-
-std::size_t Canary::count_in_memory() const {
-    // The sanitizers' shadow is terabytes of address space and holds no text.
-    constexpr std::uintptr_t largest = 1UL << 30U;
-    std::size_t count = 0;
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        std::istringstream fields(line);
-        std::uintptr_t begin = 0;
-        std::uintptr_t end = 0;
-        char dash = 0;
-        std::string rights;
-        fields >> std::hex >> begin >> dash >> end >> rights;
-        if (rights.starts_with("rw") && end - begin <= largest) count += count_between(begin, end);
-    }
-    return count;
-}
 
 constexpr Canary canary(3);
 constexpr Canary other(11);

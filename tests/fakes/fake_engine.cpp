@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
+#include <iterator>
 #include <openssl/engine.h>
+#include <openssl/err.h>
 #include <openssl/ui.h>
+#include <utility>
 
 /// OpenSSL leaves this type open to whoever defines the functions.
 struct engine_st {
@@ -16,10 +19,23 @@ struct engine_st {
     int references = 1;
     int extra_references = 0; // those of ENGINE_up_ref()
     int functional_references = 0;
+    int circle = 0; // functional references that the engine's own cache holds
     bool has_right_pin = false;
+    ENGINE_GEN_INT_FUNC_PTR finish = nullptr;
 };
 
 namespace Kes::test {
+namespace {
+
+/// The engine's own: forgets its cache.
+int clean_up(ENGINE* engine) {
+    if (engine->circle == 0) return 1;
+    CallScript::instance().note("clean_up(" + engine->name + ")");
+    engine->functional_references -= std::exchange(engine->circle, 0);
+    return 1;
+}
+
+} // namespace
 
 FakeEngine::FakeEngine() = default;
 
@@ -36,6 +52,10 @@ void FakeEngine::reset() {
     certificate = nullptr;
     gives_certificate_on_failure = false;
     needs_right_pin = false;
+    holds_on = false;
+    refuses_loaded_library = false;
+    refuses_key_engine = false;
+    std::move(engines_.begin(), engines_.end(), std::back_inserter(forgotten_));
     engines_.clear();
     objects_.clear();
     engines_made_ = keys_made_ = certs_made_ = keys_lent_ = 0;
@@ -47,8 +67,26 @@ std::size_t FakeEngine::live_engines() const {
     return static_cast<std::size_t>(count);
 }
 
+std::size_t FakeEngine::initialised_engines() const {
+    const auto count = std::count_if(engines_.begin(), engines_.end(),
+                                     [](const auto& e) { return e->functional_references > 0; });
+    return static_cast<std::size_t>(count);
+}
+
+std::size_t FakeEngine::loaded_engines() const {
+    const auto count =
+        std::count_if(engines_.begin(), engines_.end(), [](const auto& e) { return e->is_loaded; });
+    return static_cast<std::size_t>(count);
+}
+
+void FakeEngine::drop_circles() {
+    for (const auto& engine : engines_)
+        engine->functional_references -= std::exchange(engine->circle, 0);
+}
+
 ENGINE* FakeEngine::add_engine() {
     engines_.push_back(std::make_unique<ENGINE>());
+    engines_.back()->finish = clean_up;
     engines_.back()->name = "engine" + std::to_string(++engines_made_);
     return engines_.back().get();
 }
@@ -61,9 +99,17 @@ bool FakeEngine::is_alive(const ENGINE* engine) const {
     return is_known(engine) && engine->references > engine->extra_references;
 }
 
+bool FakeEngine::is_forgotten(const ENGINE* engine) const {
+    return std::any_of(forgotten_.begin(), forgotten_.end(),
+                       [&](const auto& e) { return e.get() == engine; });
+}
+
 void FakeEngine::free_engine(ENGINE* engine) {
     if (--engine->references != 0) return;
-    std::erase_if(engines_, [&](const auto& owned) { return owned.get() == engine; });
+    const auto owner = std::find_if(engines_.begin(), engines_.end(),
+                                    [&](const auto& owned) { return owned.get() == engine; });
+    freed_.push_back(std::move(*owner));
+    engines_.erase(owner);
 }
 
 void FakeEngine::lend(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_lent_); }
@@ -100,6 +146,11 @@ std::string name_of(const ENGINE* engine, const std::string& caller) {
     return "?";
 }
 
+/// As above, for what somebody may ask who keeps a reference of ENGINE_up_ref() alone.
+std::string name_of_kept(const ENGINE* engine, const std::string& caller) {
+    return fake().is_known(engine) ? engine->name : name_of(engine, caller);
+}
+
 std::string text_of(const char* text) { return text == nullptr ? "null" : text; }
 
 void require_use(const ENGINE* engine, const char* function) {
@@ -120,6 +171,10 @@ EVP_PKEY* load_key(const char* function, ENGINE* engine, const char* name, const
 
 int run_command(ENGINE* engine, const std::string& command, const char* value) {
     if (command == "LIST_ADD") engine->is_list_asked = value != nullptr && std::strcmp(value, "1") == 0;
+    if (command == "LOAD" && fake().refuses_loaded_library && fake().loaded_engines() > 0) {
+        ERR_raise(ERR_LIB_ENGINE, ENGINE_R_INIT_FAILED);
+        return 0;
+    }
     if (command == "LOAD") {
         engine->is_loaded = true;
         engine->is_in_list = engine->is_list_asked;
@@ -144,6 +199,7 @@ Function next_definition(const char* name) {
 using Kes::test::Failure;
 using Kes::test::fake;
 using Kes::test::name_of;
+using Kes::test::name_of_kept;
 using Kes::test::next_definition;
 using Kes::test::script;
 using Kes::test::text_of;
@@ -158,7 +214,7 @@ ENGINE* ENGINE_by_id(const char* id) {
 int ENGINE_free(ENGINE* e) {
     script().note("ENGINE_free(" + name_of(e, "ENGINE_free") + ")");
     if (!fake().is_alive(e)) return 0;
-    if (e->functional_references != 0) script().violation("ENGINE_free: still initialised");
+    if (e->functional_references != e->circle) script().violation("ENGINE_free: still initialised");
     fake().free_engine(e);
     return 1;
 }
@@ -194,21 +250,22 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
 }
 
 int ENGINE_init(ENGINE* e) {
-    const Failure* failure = script().step("ENGINE_init", name_of(e, "ENGINE_init"));
+    if (fake().is_forgotten(e)) return 0;
+    const Failure* failure = script().step("ENGINE_init", name_of_kept(e, "ENGINE_init"));
     if (failure != nullptr) return failure->rc;
-    if (!fake().is_alive(e)) return 0;
+    if (!fake().is_known(e)) return 0;
     if (!e->is_loaded) script().violation("ENGINE_init: nothing loaded");
     ++e->functional_references;
     return 1;
 }
 
 int ENGINE_finish(ENGINE* e) {
-    const Failure* failure = script().step("ENGINE_finish", name_of(e, "ENGINE_finish"));
-    if (!fake().is_alive(e)) return 0;
+    const Failure* failure = script().step("ENGINE_finish", name_of_kept(e, "ENGINE_finish"));
+    if (!fake().is_known(e)) return 0;
     if (e->functional_references == 0)
         script().violation("ENGINE_finish: not initialised");
-    else
-        --e->functional_references; // dropped even when the engine's own finish function fails
+    else if (--e->functional_references == 0) // dropped even when the engine's own finish function fails
+        e->finish(e);
     return failure == nullptr ? 1 : failure->rc;
 }
 
@@ -239,7 +296,10 @@ EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_m
         Kes::test::put_on_error_queue("PIN incorrect");
         source = nullptr;
     }
-    return Kes::test::load_key("ENGINE_load_private_key", e, key_id, ui_method, callback_data, source);
+    EVP_PKEY* key =
+        Kes::test::load_key("ENGINE_load_private_key", e, key_id, ui_method, callback_data, source);
+    if (key != nullptr && fake().holds_on && e->circle == 0) e->functional_references += ++e->circle;
+    return key;
 }
 
 EVP_PKEY* ENGINE_load_public_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
@@ -267,19 +327,28 @@ int ENGINE_up_ref(ENGINE* e) {
     return 1;
 }
 
+/// The reference that was taken before becomes one of the engine's users.
 int ENGINE_add(ENGINE* e) {
+    script().note("ENGINE_add(" + e->name + ")");
     e->is_in_list = true;
+    --e->extra_references;
     return 1;
 }
 
-/// This engine has none.
-ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE*) { return nullptr; }
+ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE* e) { return e->finish; }
 
-int ENGINE_set_finish_function(ENGINE*, ENGINE_GEN_INT_FUNC_PTR) { return 1; }
+int ENGINE_set_finish_function(ENGINE* e, ENGINE_GEN_INT_FUNC_PTR finish_f) {
+    e->finish = finish_f;
+    return 1;
+}
 
 int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
     if (e == nullptr) return 1;
     name_of(e, "EVP_PKEY_set1_engine");
+    if (fake().refuses_key_engine) {
+        Kes::test::put_on_error_queue("no such method");
+        return 0;
+    }
     fake().lend(pkey);
     return 1;
 }

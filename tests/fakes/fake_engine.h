@@ -30,15 +30,24 @@ public:
     EVP_PKEY* public_key = nullptr;
     X509* certificate = nullptr;               ///< null makes LOAD_CERT_CTRL succeed without a certificate
     bool gives_certificate_on_failure = false; ///< fill the record even when LOAD_CERT_CTRL is to fail
-    bool needs_right_pin = false;              ///< fail to load a private key unless the last PIN was right
+    bool holds_on = false; ///< a key that was read uses the engine until it cleans up, as in libp11 0.4.12
+    bool refuses_loaded_library = false; ///< LOAD fails while an engine that was loaded before is known
+    bool refuses_key_engine = false;     ///< EVP_PKEY_set1_engine() fails
+    bool needs_right_pin = false;        ///< fail to load a private key unless the last PIN was right
 
     std::size_t live_engines() const;
+    std::size_t initialised_engines() const; ///< that somebody uses still
+    std::size_t loaded_engines() const;
+
+    /// Lets all caches go that clean-ups would have ended.
+    void drop_circles();
     std::size_t live_objects() const { return objects_.size(); }
 
     // The functions below are what the ENGINE_* functions ask.
     ENGINE* add_engine();
     bool is_alive(const ENGINE* engine) const;
-    bool is_known(const ENGINE* engine) const; ///< alive, or held by a reference of ENGINE_up_ref() still
+    bool is_known(const ENGINE* engine) const;     ///< alive, or held by a reference of ENGINE_up_ref() still
+    bool is_forgotten(const ENGINE* engine) const; ///< of an earlier test
     void free_engine(ENGINE* engine);
     void lend(const EVP_PKEY* key); ///< a key made beside the engine's own
     EVP_PKEY* hand_out(EVP_PKEY* key);
@@ -53,7 +62,9 @@ private:
     ~FakeEngine();
 
     std::vector<std::unique_ptr<ENGINE>> engines_;
-    std::map<const void*, std::string> objects_; // handed out and not yet freed, with their names
+    std::vector<std::unique_ptr<ENGINE>> freed_; // kept so that no later one gets the address of an earlier
+    std::vector<std::unique_ptr<ENGINE>> forgotten_; // by reset()
+    std::map<const void*, std::string> objects_;     // handed out and not yet freed, with their names
     int engines_made_ = 0;
     int keys_made_ = 0;
     int certs_made_ = 0;

@@ -17,10 +17,19 @@ struct LoadCertParameters {
 } // namespace
 
 ByHand::ByHand(const std::string& module) : module_(module), context_(::PKCS11_CTX_new()) {
-    if (::PKCS11_CTX_load(context_, module.c_str()) != 0 ||
-        ::PKCS11_enumerate_slots(context_, &slots_, &count_) != 0)
+    if (::PKCS11_CTX_load(context_, module.c_str()) != 0) throw std::runtime_error("no module by hand");
+    find_token();
+}
+
+void ByHand::find_token() {
+    if (::PKCS11_enumerate_slots(context_, &slots_, &count_) != 0)
         throw std::runtime_error("no slots by hand");
     slot_ = ::PKCS11_find_token(context_, slots_, count_);
+}
+
+void ByHand::read() {
+    ::PKCS11_release_all_slots(context_, slots_, count_);
+    find_token();
 }
 
 bool ByHand::log_in(const char* pin) { return ::PKCS11_login(slot_, 0, pin) == 0; }

@@ -14,6 +14,9 @@ public:
     /// Loads the module and finds the token: init() and read_scard().
     explicit ByHand(const std::string& module);
 
+    /// Releases the slots and finds the token anew: read_scard() once more.
+    void read();
+
     bool log_in(const char* pin);
 
     /// Lists certificates, private and public keys, as discover_keys() has to. Gives the number of private
@@ -27,6 +30,7 @@ public:
     void end();
 
 private:
+    void find_token();
     bool command(const char* name, const char* value);
     bool set_up_engine(const char* pin);
 

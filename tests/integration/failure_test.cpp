@@ -18,7 +18,7 @@ constexpr const char* wrong_pin_text =
 constexpr const char* no_pin_text =
     "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)";
 constexpr const char* not_initialized_text =
-    "libp11_helper:175 Kes::Libp11Init::authenticate(): token is not initialized: val=10 (not_initialized)";
+    "libp11_helper:209 Kes::Libp11Init::get_token(): token is not initialized: val=10 (not_initialized)";
 constexpr const char* load_failed =
     "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n";
 constexpr const char* load_failed_end = "error:engine routines:failed loading private key:";
@@ -223,10 +223,7 @@ TEST(RemovedTokenTest, ATokenDeletedBeforeTheLoadFailsIt) {
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
     token.remove();
-    {
-        const KnownLeak slots; // of the engine, when it cannot list them
-        EXPECT_FALSE(client.load());
-    }
+    EXPECT_FALSE(client.load());
     EXPECT_EQ(client.masked_error(), std::string(load_failed) +
                                          "error:PKCS#11 module:General Error:\n"
                                          "error:pkcs11 engine:invalid parameter:\n" +

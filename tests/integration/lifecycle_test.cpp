@@ -1,9 +1,11 @@
 // Life after life in one process, and processes that end in the middle of one.
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include "by_hand.h"
 #include "client.h"
 
 namespace Kes::test {
@@ -16,6 +18,12 @@ std::size_t open_files() {
 
 /// What the process has allocated: 0 where an allocator that does not tell is in use.
 std::size_t allocated() { return ::mallinfo2().uordblks; }
+
+/// How many rounds a test makes: the usual number, unless the environment wants fewer because each is slow.
+int rounds(int usual) {
+    const char* at_most = std::getenv("MARVO_TEST_ROUNDS");
+    return at_most == nullptr ? usual : std::min(usual, std::atoi(at_most));
+}
 
 TEST(LifetimeTest, AThousandWithoutLoginLeaveNoFileAndNoMemoryBehind) {
     const SoftToken token("one");
@@ -35,7 +43,7 @@ TEST(LifetimeTest, AThousandWithoutLoginLeaveNoFileAndNoMemoryBehind) {
 
 TEST(LifetimeTest, EachOfManyWithLoginAndLoadSigns) {
     const SoftToken token("two");
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < rounds(20); ++i) {
         Client client;
         ASSERT_TRUE(client.discover()) << i << ": " << client.error();
         ASSERT_TRUE(client.load(i % 2 == 0 ? "%01" : "%02")) << i << ": " << client.error();
@@ -163,21 +171,81 @@ TEST(RoundTest, ASecondLoadKeepsKeyAndCertificate) {
     EXPECT_EQ(client.certificate(), certificate);
 }
 
-TEST(RoundTest, ManyReadsAndScansLeaveNoFileAndNoSessionBehind) {
-    const SoftToken token("one");
-    const WrappedModule module;
-    Client client;
-    client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str());
-    ASSERT_TRUE(client.discover()) << client.error();
-    const std::size_t files = open_files();
-    for (int i = 0; i < 50; ++i) {
-        ASSERT_EQ(client->read_scard(), 0) << client.error();
-        ASSERT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+class ManyRoundsTest : public testing::Test {
+protected:
+    static constexpr long slack = 1024; // for each round: less than the slots of one reader
+
+    /// What each of many rounds leaves allocated, in bytes.
+    template <typename Round>
+    static long growth(Round round) {
+        for (int i = 0; i < rounds(10); ++i) // what is made once is there afterwards
+            round();
+        const auto before = static_cast<long>(allocated());
+        for (int i = 0; i < rounds(200); ++i)
+            round();
+        return (static_cast<long>(allocated()) - before) / rounds(200);
     }
+
+    /// The same libp11 calls without the library: libp11 itself keeps a little of each round.
+    static long growth_by_hand() {
+        ByHand by_hand(WrappedModule::path());
+        const long bytes = growth([&] {
+            by_hand.read();
+            EXPECT_TRUE(by_hand.log_in(token_pin));
+            EXPECT_EQ(by_hand.scan(), 1U);
+        });
+        by_hand.end();
+        return bytes;
+    }
+
+    static void read_and_scan(Client& client) {
+        EXPECT_EQ(client->read_scard(), 0) << client.error();
+        EXPECT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+        EXPECT_EQ(client.num_keys, 1U);
+    }
+
+    static void set_up(Client& client) {
+        client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str());
+        ASSERT_TRUE(client.discover()) << client.error();
+    }
+
+    const SoftToken token{"one"};
+    const WrappedModule module;
+};
+
+TEST_F(ManyRoundsTest, OfReadingAndScanningLeaveNoFileNoSessionAndNoMemoryBehind) {
+    const long by_hand = growth_by_hand();
+    EXPECT_EQ(module->open_sessions, 0U);
+    Client client;
+    set_up(client);
+    const std::size_t files = open_files();
+    const std::uint64_t sessions = module->open_sessions;
+    EXPECT_GT(sessions, 0U);
+    EXPECT_LE(growth([&] { read_and_scan(client); }), by_hand + slack);
     EXPECT_EQ(open_files(), files);
+    EXPECT_EQ(module->open_sessions, sessions);
     client.end();
-    EXPECT_EQ(module.calls(P11::initialize), 1U);
-    EXPECT_EQ(module.calls(P11::finalize), 1U);
+    EXPECT_EQ(module->open_sessions, 0U);
+    EXPECT_EQ(module.calls(P11::initialize), 2U); // once by hand
+    EXPECT_EQ(module.calls(P11::finalize), 2U);
+}
+
+TEST_F(ManyRoundsTest, AfterALoadKeepSlotsUntilTheDestroyGivesThemBack) {
+    constexpr long kept = 16 * 1024; // at most, of each round
+    long memory = 0;
+    for (const bool is_first : {true, false}) { // what is made once is there after the first
+        if (!is_first) memory = static_cast<long>(allocated());
+        Client client;
+        set_up(client);
+        ASSERT_TRUE(client.load()) << client.error();
+        const std::size_t files = open_files();
+        EXPECT_LE(growth([&] { read_and_scan(client); }), kept);
+        EXPECT_EQ(open_files(), files);
+        EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+        client.end();
+        EXPECT_EQ(module->open_sessions, 0U);
+    }
+    EXPECT_LE(static_cast<long>(allocated()) - memory, kept); // all rounds together
 }
 
 /// Goes that many steps of the usual way.

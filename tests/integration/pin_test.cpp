@@ -1,14 +1,11 @@
 // Where the PIN is left, and how often a card is asked to judge one.
 #include <array>
-#include <cstdint>
-#include <cstring>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
+#include <span>
 
 #include "by_hand.h"
 #include "client.h"
+#include "memory_search.h"
 
 namespace Kes::test {
 namespace {
@@ -53,82 +50,14 @@ private:
     std::array<char, pin_length + 1> text_{};
 };
 
-// The allocator writes over the first 16 bytes of what is freed, so a copy that nobody wiped shows by its end
-// alone.
-constexpr std::size_t lost_length = 16;
-constexpr std::size_t tail_length = pin_length - lost_length;
-
-bool is_tail_at(const unsigned char* place, const Veiled& pin) {
-    for (std::size_t i = 0; i < tail_length; ++i)
-        if ((place[i] ^ veil) != pin[lost_length + i]) return false;
-    return true;
+/// The end of the PIN: the allocator writes over the beginning of what is freed, so a copy that nobody wiped
+/// shows by its end alone.
+VeiledText end_of(const Veiled& pin) {
+    constexpr std::size_t lost_length = 16;
+    return {std::span(pin).subspan(lost_length), veil};
 }
 
-std::size_t count_in(const std::string& text, const Veiled& pin) {
-    std::size_t count = 0;
-    for (std::size_t i = 0; i + tail_length <= text.size(); ++i)
-        if (is_tail_at(reinterpret_cast<const unsigned char*>(text.data()) + i, pin)) ++count;
-    return count;
-}
-
-/// Looks through every writable mapping of this process, but for the buffer that it reads into.
-class MemorySearch {
-public:
-    MemorySearch()
-        : buffer_(static_cast<unsigned char*>(
-              ::mmap(nullptr, buffer_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))),
-          memory_(::open("/proc/self/mem", O_RDONLY | O_CLOEXEC)) {}
-    ~MemorySearch() {
-        ::munmap(buffer_, buffer_size);
-        ::close(memory_);
-    }
-    MemorySearch(const MemorySearch&) = delete;
-    MemorySearch& operator=(const MemorySearch&) = delete;
-
-    int count(const Veiled& pin) {
-        int found = 0;
-        for (const std::string& line : split_lines(read_file("/proc/self/maps"))) {
-            std::uintptr_t begin = 0, end = 0;
-            char rights[5] = "";
-            if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, rights) != 3 || rights[1] != 'w')
-                continue;
-            if (end - begin < shadow_size) found += count_between(begin, end, pin);
-        }
-        return found;
-    }
-
-private:
-    static constexpr std::size_t buffer_size = std::size_t{1} << 20U;
-    // Nothing is that large but the map that an address sanitizer keeps of the memory, which holds none of
-    // its contents.
-    static constexpr std::size_t shadow_size = std::size_t{1} << 32U;
-
-    int count_between(std::uintptr_t begin, std::uintptr_t end, const Veiled& pin) {
-        int found = 0;
-        const auto own = reinterpret_cast<std::uintptr_t>(buffer_);
-        while (begin + tail_length <= end) {
-            if (begin >= own && begin < own + buffer_size) {
-                begin = own + buffer_size;
-                continue;
-            }
-            std::size_t wanted = std::min<std::size_t>(buffer_size, end - begin);
-            if (begin < own && begin + wanted > own) wanted = own - begin;
-            const auto got = ::pread(memory_, buffer_, wanted, static_cast<off_t>(begin));
-            if (got < static_cast<ssize_t>(tail_length)) break;
-            const auto last = static_cast<std::size_t>(got) - tail_length;
-            for (std::size_t i = 0; i <= last; ++i)
-                if (is_tail_at(buffer_ + i, pin)) ++found;
-            begin += last + 1;
-        }
-        std::memset(buffer_, 0, buffer_size);
-        return found;
-    }
-
-    unsigned char* buffer_;
-    int memory_;
-};
-
-int copies_of(const Veiled& pin) { return MemorySearch().count(pin); }
+int copies_of(const Veiled& pin) { return static_cast<int>(count_in_memory(end_of(pin))); }
 
 bool log_in(ByHand& by_hand, const Veiled& pin) {
     Clear clear(pin);
@@ -293,8 +222,8 @@ TEST_F(PinMemoryTest, ThePinIsInNoTextOfTheLibrary) {
     one.end();
     texts += one.log_text();
     EXPECT_NE(texts.find("setting pin"), std::string::npos);
-    EXPECT_EQ(count_in(texts, right_pin), 0U);
-    EXPECT_EQ(count_in(texts, wrong_pin), 0U);
+    EXPECT_EQ(count_in(texts, end_of(right_pin)), 0U);
+    EXPECT_EQ(count_in(texts, end_of(wrong_pin)), 0U);
 }
 
 /// How often the card is asked.
@@ -338,6 +267,14 @@ TEST_F(LoginCountTest, ALoadWithAWrongPinAsksOnce) {
 
 TEST_F(LoginCountTest, ALoadWithoutPinAsksNever) {
     ASSERT_TRUE(client.read());
+    ASSERT_EQ(client->notify_config_done(), 0);
+    EXPECT_EQ(client->ossl_load(), 1);
+    EXPECT_EQ(logins(), 0U);
+}
+
+TEST_F(LoginCountTest, ALoadWithAnEmptyPinAsksNever) {
+    ASSERT_TRUE(client.read());
+    ASSERT_EQ(client->set_pin(""), 0);
     ASSERT_EQ(client->notify_config_done(), 0);
     EXPECT_EQ(client->ossl_load(), 1);
     EXPECT_EQ(logins(), 0U);

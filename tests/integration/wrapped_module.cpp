@@ -36,6 +36,13 @@ struct FunctionList {
 FunctionList* real = nullptr;
 WrappedBlock* block = nullptr;
 
+struct Session {
+    Word number, slot;
+};
+
+std::array<Session, 1024> sessions; // needs no destructor: others end after this module and call it then
+std::size_t session_count = 0;
+
 constexpr std::size_t index_of(P11 function) { return static_cast<std::size_t>(function); }
 
 void change_flags(Word record, std::size_t offset, std::uint64_t set, std::uint64_t clear) {
@@ -59,6 +66,25 @@ void change_result(std::size_t index, Word second, Word third) {
         change_flags(second, token_flags_offset, block->set_token_flags, block->clear_token_flags);
 }
 
+template <typename Condition>
+void forget_sessions(Condition is_closed) {
+    const auto end = sessions.begin() + static_cast<std::ptrdiff_t>(session_count);
+    session_count =
+        static_cast<std::size_t>(std::remove_if(sessions.begin(), end, is_closed) - sessions.begin());
+}
+
+/// @param place  where C_OpenSession() puts the session's number
+void keep_account(P11 function, Word slot_or_session, Word place) {
+    if (function == P11::open_session)
+        sessions.at(session_count++) = {*reinterpret_cast<Word*>(place), slot_or_session};
+    if (function == P11::close_session)
+        forget_sessions([=](const Session& session) { return session.number == slot_or_session; });
+    if (function == P11::close_all_sessions)
+        forget_sessions([=](const Session& session) { return session.slot == slot_or_session; });
+    if (function == P11::finalize) session_count = 0;
+    block->open_sessions = session_count;
+}
+
 // No function of PKCS#11 has more than eight arguments, all of them numbers and pointers. Handing on eight
 // always is more than most were called with, which the calling conventions of all our systems allow.
 template <std::size_t index>
@@ -67,7 +93,10 @@ Word hand_on(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
     if (block->removed != 0 && needs_card(index)) return device_removed;
     if (block->no_token != 0 && index == index_of(P11::get_token_info)) return token_not_present;
     const Word result = real->functions[index](a, b, c, d, e, f, g, h);
-    if (result == 0) change_result(index, b, c);
+    if (result == 0) {
+        keep_account(static_cast<P11>(index), a, e);
+        change_result(index, b, c);
+    }
     return result;
 }
 

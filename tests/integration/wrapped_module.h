@@ -20,6 +20,9 @@ enum class P11 : std::size_t {
     get_slot_list = 4,
     get_slot_info = 5,
     get_token_info = 6,
+    open_session = 12,
+    close_session = 13,
+    close_all_sessions = 14,
     login = 18,
     get_attribute_value = 24,
     find_objects_init = 26,
@@ -28,6 +31,7 @@ enum class P11 : std::size_t {
 
 struct WrappedBlock {
     std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(P11::count)> calls;
+    std::atomic<std::uint64_t> open_sessions;   ///< of all slots together, for the test to read
     std::atomic<std::uint32_t> reverse_slots;   ///< the slot list comes the other way round
     std::atomic<std::uint32_t> no_token;        ///< the readers are empty
     std::atomic<std::uint32_t> removed;         ///< the card was pulled out: whatever needs it fails

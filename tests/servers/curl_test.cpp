@@ -12,14 +12,21 @@
 namespace Kes::test {
 namespace {
 
+/// Curl's number for one version of TLS alone. It wants the highest one shifted by 16 bits; its own names for
+/// that are of another enumeration.
+long only(int protocol) {
+    const long version = protocol == TLS1_2_VERSION ? CURL_SSLVERSION_TLSv1_2 : CURL_SSLVERSION_TLSv1_3;
+    return version | version << 16;
+}
+
 /// One transfer by curl's library, which lets us at the SSL_CTX it is about to use.
 class CurlLogin {
 public:
-    CurlLogin(const Card& card, int port, long protocol) : handle_(::curl_easy_init(), ::curl_easy_cleanup) {
+    CurlLogin(const Card& card, int port, int protocol) : handle_(::curl_easy_init(), ::curl_easy_cleanup) {
         set(CURLOPT_URL, ("https://127.0.0.1:" + std::to_string(port) + "/").c_str());
         set(CURLOPT_PROXY, "");
         set(CURLOPT_CAINFO, card.ca_file().c_str());
-        set(CURLOPT_SSLVERSION, protocol);
+        set(CURLOPT_SSLVERSION, only(protocol));
         set(CURLOPT_FAILONERROR, 1L);
         set(CURLOPT_ERRORBUFFER, error_);
         set(CURLOPT_WRITEFUNCTION, &CurlLogin::take_body);
@@ -73,38 +80,21 @@ private:
     std::string session_;
 };
 
-// curl shifts the highest version by 16 bits; its own names for that are of another enumeration.
-constexpr long only(long version) { return version | version << 16; }
-constexpr long only_tls12 = only(CURL_SSLVERSION_TLSv1_2);
-constexpr long only_tls13 = only(CURL_SSLVERSION_TLSv1_3);
-
-struct Scenario {
-    std::string name;
-    std::string key_type;
-    long protocol;
-    std::string signatures;
-    std::string session;      // what the client saw
-    std::string nginx_report; // what the servers saw
-    std::string gnutls_report;
-};
-
-void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream << scenario.name; }
-
 const std::string tls12 = "TLSv1.2, ECDHE-ECDSA-AES256-GCM-SHA384, ";
 const std::string tls13 = "TLSv1.3, TLS_AES_256_GCM_SHA384, ";
 const std::string nginx_end = "-, CN=Grace Hopper, SUCCESS";
 const std::string gnutls_end = ", CN=Grace Hopper, The certificate is trusted. ";
 
 const std::vector<Scenario> scenarios = {
-    {"RsaPkcs1OverTls12", "rsa:2048", only_tls12, "RSA+SHA256", tls12 + "rsaEncryption with SHA256",
+    {"RsaPkcs1OverTls12", "rsa:2048", TLS1_2_VERSION, "RSA+SHA256", tls12 + "rsaEncryption with SHA256",
      tls12 + nginx_end, "TLS1.2, AES-256-GCM, RSA-SHA256" + gnutls_end},
-    {"RsaPssOverTls12", "rsa:2048", only_tls12, "RSA-PSS+SHA256", tls12 + "RSASSA-PSS with SHA256",
+    {"RsaPssOverTls12", "rsa:2048", TLS1_2_VERSION, "RSA-PSS+SHA256", tls12 + "RSASSA-PSS with SHA256",
      tls12 + nginx_end, "TLS1.2, AES-256-GCM, RSA-PSS-RSAE-SHA256" + gnutls_end},
-    {"RsaPssOverTls13", "rsa:2048", only_tls13, "RSA-PSS+SHA256", tls13 + "RSASSA-PSS with SHA256",
+    {"RsaPssOverTls13", "rsa:2048", TLS1_3_VERSION, "RSA-PSS+SHA256", tls13 + "RSASSA-PSS with SHA256",
      tls13 + nginx_end, "TLS1.3, AES-256-GCM, RSA-PSS-RSAE-SHA256" + gnutls_end},
-    {"EcdsaOverTls12", "ec:P-256", only_tls12, "ECDSA+SHA256", tls12 + "id-ecPublicKey with SHA256",
+    {"EcdsaOverTls12", "ec:P-256", TLS1_2_VERSION, "ECDSA+SHA256", tls12 + "id-ecPublicKey with SHA256",
      tls12 + nginx_end, "TLS1.2, AES-256-GCM, ECDSA-SHA256" + gnutls_end},
-    {"EcdsaOverTls13", "ec:P-256", only_tls13, "ECDSA+SHA256", tls13 + "id-ecPublicKey with SHA256",
+    {"EcdsaOverTls13", "ec:P-256", TLS1_3_VERSION, "ECDSA+SHA256", tls13 + "id-ecPublicKey with SHA256",
      tls13 + nginx_end, "TLS1.3, AES-256-GCM, ECDSA-SECP256R1-SHA256" + gnutls_end},
 };
 
@@ -132,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(With, CurlLoginTest, testing::ValuesIn(scenarios),
 TEST(CurlLoginRefusedTest, NginxRefusesCurlWithoutTheCard) {
     const Card card("ec:P-256", "/CN=Grace Hopper");
     const auto server = create_server("nginx", card);
-    CurlLogin login(card, server->port(), only_tls13);
+    CurlLogin login(card, server->port(), TLS1_3_VERSION);
     EXPECT_EQ(login.run(), CURLE_HTTP_RETURNED_ERROR);
     EXPECT_EQ(login.error(), "The requested URL returned error: 400");
 }

@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
-#include <thread>
-
-#include <termios.h>
 
 #include "card.h"
 #include "server.h"
@@ -18,10 +14,14 @@ class ExamplesTest : public testing::Test {
 protected:
     void type_pin(const std::string& pin) {
         transcript_ += terminal_.read_until("PIN: ");
-        // The prompt stands a moment before the echo is turned off.
-        while ((terminal_.settings().c_lflag & ECHO) != 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        terminal_.wait_until_silent(); // the prompt stands a moment before the echo is turned off
         terminal_.type(pin + "\n");
+    }
+
+    void interrupt_at_pin() {
+        transcript_ += terminal_.read_until("PIN: ");
+        terminal_.wait_until_silent();
+        terminal_.type("\x03"); // CTRL-C
     }
 
     /// @return the exit code
@@ -80,6 +80,22 @@ TEST_F(ExamplesTest, TlsClientTellsThatThePinIsWrong) {
     EXPECT_EQ(finish(), 1);
     EXPECT_TRUE(has_shown("tls_client: libp11_helper:"));
     EXPECT_TRUE(has_shown("PIN incorrect"));
+}
+
+TEST_F(ExamplesTest, TlsClientEndsWhenThePromptIsInterrupted) {
+    terminal_.start({TLS_CLIENT_PROGRAM});
+    interrupt_at_pin();
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("tls_client: no PIN was given\r\n"));
+}
+
+TEST_F(ExamplesTest, InteractiveClientEndsWhenThePromptIsInterrupted) {
+    terminal_.start({INTERACTIVE_CLIENT_PROGRAM});
+    transcript_ += terminal_.read_until("  => ");
+    terminal_.type("p");
+    interrupt_at_pin();
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("interactive_client: no PIN was given\r\n"));
 }
 
 TEST_F(ExamplesTest, InteractiveClientShowsTheCertificateOfThePickedKey) {

@@ -1,6 +1,7 @@
 #ifndef KES_TESTS_SERVERS_LOGIN_H_
 #define KES_TESTS_SERVERS_LOGIN_H_
 
+#include <ostream>
 #include <string>
 
 #include <openssl/ssl.h>
@@ -16,6 +17,19 @@ struct LoginOptions {
     EVP_PKEY* key = nullptr; ///< without one the client has no certificate
     X509* cert = nullptr;
 };
+
+/// A login and what all that take part in it are to see.
+struct Scenario {
+    std::string name;
+    std::string key_type; ///< as the card takes it
+    int protocol;
+    std::string signatures;   ///< what the client offers, in OpenSSL's words
+    std::string session;      ///< what the client saw
+    std::string nginx_report; ///< what the servers saw
+    std::string gnutls_report;
+};
+
+inline void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream << scenario.name; }
 
 /// What the client saw.
 struct Login {

@@ -7,18 +7,6 @@
 namespace Kes::test {
 namespace {
 
-struct Scenario {
-    std::string name;
-    std::string key_type;
-    int protocol;
-    std::string signatures;   // what the client offers, in OpenSSL's words
-    std::string session;      // what the client saw
-    std::string nginx_report; // what the servers saw
-    std::string gnutls_report;
-};
-
-void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream << scenario.name; }
-
 const std::string cipher_12 = "ECDHE-ECDSA-AES256-GCM-SHA384";
 const std::string cipher_13 = "TLS_AES_256_GCM_SHA384";
 const std::string subject = "CN=Ada Lovelace";

@@ -299,6 +299,15 @@ TEST_F(OsslErrorCodeTest, ReleasesItsMemoryBio) {
     EXPECT_EQ(calls.freed_bios, 1);
 }
 
+TEST_F(OsslErrorCodeTest, WithoutMemoryForTheTextTheQueueIsEmptiedAllTheSame) {
+    test::OsslCalls calls;
+    calls.is_bio_refused = true;
+    raise(1, "one");
+    raise(2, "two");
+    EXPECT_EQ(OsslErrorCode(5).to_string(), "rc=5");
+    EXPECT_EQ(::ERR_peek_error(), 0UL);
+}
+
 TEST_F(OsslErrorCodeTest, MovedErrorKeepsTextAndCode) {
     raise(9, "data");
     OsslError original(OsslErrorCode(-1), "ENGINE_init() failed", "ossl_engine:1 f()");

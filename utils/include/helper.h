@@ -1,6 +1,7 @@
 #ifndef KES_UTILS_HELPER_H_
 #define KES_UTILS_HELPER_H_
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -18,6 +19,9 @@ public:
 
     /// The local time as log lines show it: "2024-03-05 09:07:02.045".
     static std::string timestamp();
+
+    /// As timestamp(), zero-terminated and without an allocation.
+    static std::array<char, 96> timestamp_text();
 
     /// Two lower-case hexadecimal digits for each byte, the separator between two bytes: "0a:ff".
     /// @param bytes  may be null when length is 0

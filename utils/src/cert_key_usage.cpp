@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <memory>
-#include <openssl/err.h>
 #include <openssl/objects.h>
 #include <openssl/x509v3.h>
 #include <span>
 
 #include "cert_ossl.h"
 #include "error.h"
+#include "error_queue_mark.h"
 #include "logger.h"
 #include "ossl_ptr.h"
 
@@ -77,13 +77,10 @@ CertKeyUsage::CertKeyUsage(X509* x509) {
     if (x509 == nullptr)
         throw Error(ErrorCodeType::bad_argument, "x509 is a null pointer",
                     "cert_key_usage:49 Kes::CertKeyUsage::CertKeyUsage()");
-    // A broken extension is no error here; what OpenSSL notes about it must not show up in a later error's
-    // text.
-    ::ERR_set_mark();
+    const ErrorQueueMark mark; // a broken extension is no error here, nor in the text of a later one
     _kuse_mask = zero_if_absent(::X509_get_key_usage(x509));
     _xkuse_mask = zero_if_absent(::X509_get_extended_key_usage(x509));
     _xkuse_nid_list = read_ext_key_usages(x509);
-    ::ERR_pop_to_mark();
 }
 
 CertKeyUsage::CertKeyUsage(const std::vector<unsigned char>& der) : CertKeyUsage(OsslCert(der).x509()) {}

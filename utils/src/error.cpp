@@ -39,7 +39,10 @@ std::string windows_error_text(unsigned long code, const SystemMessageLookup& lo
 
 std::string drain_openssl_errors() {
     const BioPtr memory(::BIO_new(::BIO_s_mem()));
-    if (!memory) return "";
+    if (!memory) {
+        ::ERR_clear_error();
+        return "";
+    }
     ::ERR_print_errors(memory.get());
     char* data = nullptr;
     const long length = BIO_get_mem_data(memory.get(), &data);

@@ -21,12 +21,14 @@ void Helper::write_file(const std::string& file_name, const std::vector<unsigned
     log_debug("wrote data to: '", file_name, "'");
 }
 
-std::string Helper::timestamp() {
+std::string Helper::timestamp() { return timestamp_text().data(); }
+
+std::array<char, 96> Helper::timestamp_text() {
     const platform::LocalTime now = platform::local_time();
-    std::array<char, 96> text{};
+    std::array<char, 96> text{}; // for seven numbers of any size: it is what the compiler asks for
     std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d", now.year, now.month,
                   now.day, now.hour, now.minute, now.second, now.millisecond);
-    return text.data();
+    return text;
 }
 
 std::string Helper::bytes_to_hex(const unsigned char* bytes, std::size_t length,

@@ -103,10 +103,8 @@ Logger::~Logger() = default;
 std::ostream& Logger::log(Severity severity, const char* function) {
     if (!is_enabled(severity) || current_ == &null_) return null_;
     // Not by stream insertion: seven padded numbers cost several times as much that way.
-    const platform::LocalTime now = platform::local_time();
     std::array<char, 128> text{};
-    int length = std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d <%s>", now.year,
-                               now.month, now.day, now.hour, now.minute, now.second, now.millisecond,
+    int length = std::snprintf(text.data(), text.size(), "%s <%s>", Helper::timestamp_text().data(),
                                severity_name(severity));
     current_->write(text.data(), length);
     if (function != nullptr) *current_ << ' ' << function << "()";
@@ -133,9 +131,9 @@ void Logger::register_sink(const std::string& file_name, bool append) {
     if (!sink->is_open())
         throw Error(ErrorCodeType::open_failed, "error opening logfile '" + file_name + "'",
                     "logger:90 Kes::Logger::register_sink()");
-    sink_ = std::move(sink);
-    if (append) *sink_ << "[[[ ------ restart logger at " << Helper::timestamp() << " ------]]]" << std::endl;
-    current_ = sink_.get();
+    if (append) *sink << "[[[ ------ restart logger at " << Helper::timestamp() << " ------]]]" << std::endl;
+    current_ = sink.get();
+    sink_ = std::move(sink); // closes the file before
     *current_ << buffer_.str() << std::flush;
     buffer_.str("");
     buffer_.clear();

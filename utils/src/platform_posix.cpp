@@ -55,6 +55,7 @@ Keyboard::~Keyboard() {
 
 namespace {
 
+constexpr int ctrl_c = 3;
 constexpr int escape = 27;
 constexpr int escape_sequence_gap_ms = 50; // a terminal sends a whole sequence at once; a person is slower
 
@@ -72,27 +73,30 @@ bool is_byte_waiting() {
     return ::poll(&input, 1, escape_sequence_gap_ms) == 1 && (input.revents & POLLIN) != 0;
 }
 
-/// Terminals send a function key as escape, "[" or "O", and letters or digits. Those must not be taken for
-/// keys that the user pressed, so the rest of the sequence is read away.
-bool skip_escape_sequence() {
-    if (!is_byte_waiting()) return false;
-    int byte = read_byte();
-    if (byte == '[') {
-        do {
+/// What follows an escape. Terminals send a function key as escape, "[" or "O", and letters or digits; with
+/// Alt the escape comes twice. Those must not be taken for keys that the user pressed, so the rest of the
+/// sequence is read away and counts as 0. CTRL-C is in no sequence: it is a key even in the middle of one.
+int read_after_escape() {
+    int byte = escape;
+    while (byte == escape) { // also one that breaks a sequence off and begins another
+        if (!is_byte_waiting()) return escape;
+        byte = read_byte();
+        if (byte == 'O') {
             byte = read_byte();
-        } while (byte != Keyboard::end_of_input && (byte < '@' || byte == '['));
-    } else if (byte == 'O') {
-        read_byte();
+        } else if (byte == '[') {
+            do {
+                byte = read_byte();
+            } while (byte >= ' ' && (byte < '@' || byte == '['));
+        }
     }
-    return true;
+    return byte == ctrl_c || byte == Keyboard::end_of_input ? byte : 0;
 }
 
 } // namespace
 
 int Keyboard::read_key() {
     const int key = read_byte();
-    if (key == escape && state_->is_terminal && skip_escape_sequence()) return 0;
-    return key;
+    return key == escape && state_->is_terminal ? read_after_escape() : key;
 }
 
 } // namespace Kes::platform

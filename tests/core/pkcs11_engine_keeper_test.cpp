@@ -1,0 +1,215 @@
+#include "pkcs11_engine_keeper.h"
+
+#include <filesystem>
+#include <fstream>
+#include <openssl/err.h>
+
+#include "core_fixture.h"
+#include "error.h"
+#include "ossl_engine_pkcs11.h"
+
+namespace Kes::test {
+namespace {
+
+/// An engine as in libp11 0.4.12, which keeps what it has read, and an OpenSSL that loads no library twice.
+class Pkcs11EngineKeeperTest : public CoreTest {
+protected:
+    Pkcs11EngineKeeperTest() {
+        engine().holds_on = true;
+        engine().refuses_loaded_library = true;
+    }
+
+    void TearDown() override {
+        key.reset();
+        Pkcs11EngineKeeper::finish_leftover();
+        EXPECT_EQ(engine().initialised_engines(), 0U);
+        CoreTest::TearDown();
+    }
+
+    /// Loads the engine, reads a key, and ends the engine. The key is in use until it is reset.
+    void live(const std::string& engine_path) {
+        key.reset();
+        Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
+        key = loaded.read_private_key("key");
+        script().take_calls();
+    }
+
+    void live_and_free(const std::string& engine_path) {
+        key.reset();
+        Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
+        key = loaded.read_private_key("key");
+        key.reset();
+        script().take_calls();
+    }
+
+    std::string load_error(const std::string& engine_path) {
+        return error_text([&] { Pkcs11OsslEngine(engine_path.c_str(), "module.so", &pin, false); });
+    }
+
+    Lines last_calls(std::size_t count) {
+        const Lines& all = script().calls();
+        return {all.end() - static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
+    }
+
+private:
+    TempDir dir;
+
+protected:
+    /// A name of the test's own: engines are remembered for as long as the process lives.
+    const std::string library = dir.file("engine.so");
+    const Pin pin{"1234"};
+    EvpPkeyPtr key;
+    LogCapture log;
+};
+
+constexpr const char* refused = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                                "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
+
+TEST_F(Pkcs11EngineKeeperTest, AnEngineThatDoesNotLetGoCleansUpAfterItsFinish) {
+    live_and_free(library);
+    EXPECT_EQ(last_calls(5), (Lines{"ENGINE_finish(engine1)", "ENGINE_init(engine1)", "clean_up(engine1)",
+                                    "ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AnEngineThatLetsGoIsLeftAlone) {
+    engine().holds_on = false;
+    live_and_free(library);
+    EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
+}
+
+TEST_F(Pkcs11EngineKeeperTest, WhileTheClientHoldsAKeyNothingIsCleanedUp) {
+    live(library);
+    EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
+    script().take_calls();
+    Pkcs11EngineKeeper::finish_leftover();
+    EXPECT_EQ(script().take_calls(), Lines());
+    key.reset();
+    script().take_calls();
+    Pkcs11EngineKeeper::finish_leftover();
+    EXPECT_EQ(script().calls(),
+              (Lines{"ENGINE_init(engine1)", "clean_up(engine1)", "ENGINE_finish(engine1)"}));
+}
+
+TEST_F(Pkcs11EngineKeeperTest, ADuplicateOfAKeyCountsToo) {
+    live(library);
+    EvpPkeyPtr duplicate(::EVP_PKEY_dup(key.get()));
+    ASSERT_NE(duplicate, nullptr);
+    key.reset();
+    script().take_calls();
+    Pkcs11EngineKeeper::finish_leftover();
+    EXPECT_EQ(script().take_calls(), Lines());
+    duplicate.reset();
+    Pkcs11EngineKeeper::finish_leftover();
+    EXPECT_EQ(engine().initialised_engines(), 0U);
+}
+
+TEST_F(Pkcs11EngineKeeperTest, WhereOpensslRefusesTheLibraryTheEngineIsSetUpAgain) {
+    live_and_free(library);
+    script().take_calls();
+    const Pkcs11OsslEngine again(library.c_str(), "other.so", &pin, false);
+    EXPECT_EQ(script().calls(),
+              (Lines{"ENGINE_by_id(dynamic)", "ENGINE_ctrl_cmd_string(engine2, SO_PATH, " + library + ")",
+                     "ENGINE_ctrl_cmd_string(engine2, LIST_ADD, 1)",
+                     "ENGINE_ctrl_cmd_string(engine2, LOAD, null)", "ENGINE_add(engine1)",
+                     "ENGINE_free(engine2)", "ENGINE_ctrl_cmd_string(engine1, MODULE_PATH, other.so)",
+                     "ENGINE_init(engine1)", "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+                     "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"}));
+    EXPECT_EQ(::ERR_peek_error(), 0UL);
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AStepThatFailsWithAnEngineSetUpAgainIsUndoneAndTheNextLoadWorks) {
+    live_and_free(library);
+    script().fail_function("ENGINE_set_default");
+    EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                                   "ENGINE_set_default() failed: rc=7");
+    EXPECT_EQ(last_calls(3),
+              (Lines{"ENGINE_finish(engine1)", "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)",
+                     "ENGINE_free(engine1)"}));
+    script().heal();
+    EXPECT_EQ(load_error(library), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AModuleThatFailsWithAnEngineLoadedAnewLeavesTheNextLoadPossible) {
+    script().fail_function("ENGINE_init");
+    EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                                   "ENGINE_init() failed: rc=7");
+    script().heal();
+    EXPECT_EQ(load_error(library), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AKeyThatIsHeldMakesTheLoadFailAndTheLogTellsWhy) {
+    live(library);
+    EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
+    EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again: the client still uses a private "
+                                  "key of an earlier load");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AKeyThatWasFreedTooLateMakesTheLoadFailUntilTheNextBeginning) {
+    live(library);
+    key.reset();
+    EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
+    EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again before the next init: a private "
+                                  "key of an earlier load was freed after this one");
+    Pkcs11EngineKeeper::finish_leftover();
+    EXPECT_EQ(load_error(library), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AnotherReasonForARefusalIsReportedAsItIs) {
+    live_and_free(library);
+    script().fail_function("ENGINE_ctrl_cmd_string", {0, "cannot bind"});
+    const std::size_t lines_before = log.lines().size();
+    EXPECT_EQ(load_error(library).find("ENGINE_add"), std::string::npos);
+    EXPECT_EQ(log.lines().size(), lines_before);
+    EXPECT_THAT(script().calls(), testing::Not(testing::Contains("ENGINE_add(engine1)")));
+}
+
+TEST_F(Pkcs11EngineKeeperTest, EnginesOfTwoLibrariesAreBothRemembered) {
+    engine().refuses_loaded_library = false;
+    live_and_free(library);
+    live_and_free(library + ".other");
+    engine().refuses_loaded_library = true;
+    script().take_calls();
+    EXPECT_EQ(load_error(library), "no exception");
+    EXPECT_THAT(script().take_calls(), testing::Contains("ENGINE_add(engine1)"));
+    EXPECT_EQ(load_error(library + ".other"), "no exception");
+    EXPECT_THAT(script().take_calls(), testing::Contains("ENGINE_add(engine2)"));
+}
+
+TEST_F(Pkcs11EngineKeeperTest, ALibraryIsKnownUnderEachOfItsNames) {
+    std::ofstream(library) << "an engine";
+    std::filesystem::create_symlink(library, library + ".link");
+    live_and_free(library);
+    EXPECT_EQ(load_error(library + ".link"), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOfItAndNothingIsCleanedUp) {
+    engine().refuses_key_engine = true;
+    live_and_free(library);
+    EXPECT_EQ(::ERR_peek_error(), 0UL);
+    EXPECT_EQ(engine().initialised_engines(), 1U);
+    EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
+    engine().drop_circles(); // what nobody can end here
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AKeyOfAnotherKindIsHandedOutAsItIsWithoutAnErrorLeft) {
+    const EvpPkeyPtr other(::EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
+    engine().private_key = other.get();
+    live_and_free(library);
+    EXPECT_EQ(::ERR_peek_error(), 0UL);
+    EXPECT_EQ(engine().initialised_engines(), 1U);
+    engine().drop_circles();
+}
+
+TEST_F(Pkcs11EngineKeeperTest, TheEngineForgetsThePinBeforeItIsLetGo) {
+    live_and_free(library);
+    EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)"));
+    EXPECT_EQ(script().calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AnEngineThatWasGivenNoPinIsSentNone) {
+    { const Pkcs11OsslEngine loaded(library.c_str(), "module.so", nullptr, false); }
+    EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("PIN"))));
+}
+
+} // namespace
+} // namespace Kes::test
