@@ -38,7 +38,9 @@ TEST(LifetimeTest, AThousandWithoutLoginLeaveNoFileAndNoMemoryBehind) {
         ASSERT_TRUE(client.read()) << i << ": " << client.error();
     }
     EXPECT_EQ(open_files(), files);
-    EXPECT_LE(allocated(), memory + 900 * 16); // less than the smallest block per lifetime
+    constexpr std::size_t smallest_block =
+        32; // of this allocator; tables that settle may grow by a part of it
+    EXPECT_LT(allocated(), memory + 900 * smallest_block);
 }
 
 TEST(LifetimeTest, EachOfManyWithLoginAndLoadSigns) {
