@@ -54,6 +54,22 @@ TEST(LifetimeTest, EachOfManyWithLoginAndLoadSigns) {
     }
 }
 
+TEST(LifetimeTest, EnginesFromDifferentPathsSignInAnyOrder) {
+    const SoftToken token("one");
+    const TempDir dir;
+    const std::string copy = dir.file("copy.so");
+    const std::string link = dir.file("link.so");
+    std::filesystem::copy_file(pkcs11_engine(), copy);
+    std::filesystem::create_symlink(pkcs11_engine(), link);
+    for (const std::string& path : {pkcs11_engine(), copy, pkcs11_engine(), link, copy, link}) {
+        const EnvVar engine("ossl_scard_cfg_pkcs11_openssl_engine_dll", path);
+        Client client;
+        ASSERT_TRUE(client.discover()) << path << ": " << client.error();
+        ASSERT_TRUE(client.load()) << path << ": " << client.error();
+        ASSERT_EQ(signing_problem(client.key(), client.certificate()), "") << path;
+    }
+}
+
 TEST(LifetimeTest, AWrongPinIsRefusedInEachLifetimeAfterARightOne) {
     const SoftToken token("one");
     for (int i = 0; i < 3; ++i) {
