@@ -4,6 +4,7 @@
 namespace Kes::capi_backend {
 namespace {
 
+// Told at the first operation that needs Windows; settings, names and menus work everywhere.
 constexpr const char* capi_message = "crypto interface capi is available on Windows only";
 constexpr const char* capi_store_message = "crypto interface capi_store is available on Windows only";
 

@@ -83,6 +83,7 @@ void Libp11Init::read_scard() {
                     "libp11_helper:140 Kes::Libp11Init::read_scard()");
     }
     token = slot->token;
+    // A reader with its own PIN pad is never logged in to from here: the PIN is not for this process to know.
     login_required = token->secureLogin == 0 && token->loginRequired == 1;
     log_token(*slot, *token);
     log_info("libp11 read smart card");

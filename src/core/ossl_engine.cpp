@@ -12,7 +12,7 @@ namespace Kes {
 namespace {
 
 ENGINE* get_dynamic_engine() {
-    ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
+    ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr); // a program may have started without it
     return ::ENGINE_by_id("dynamic");
 }
 
@@ -35,6 +35,7 @@ OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
 }
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
+    // No callback data: an engine that needs a PIN was given it before, and asks nobody.
     EvpPkeyPtr key(::ENGINE_load_private_key(engine.get(), name, changeable(ui_method), nullptr));
     if (!key)
         throw OsslError(OsslErrorCode(0), "ENGINE_load_private_key() failed",
@@ -58,7 +59,7 @@ EvpPkeyPtr OsslEngine::read_public_key(const char* name) {
 EvpPkeyPtr OsslEngine::read_public_key_by_certificate(const char* name) {
     X509Ptr cert = read_certificate(name);
     EvpPkeyPtr key(::X509_get_pubkey(cert.get()));
-    cert.reset();
+    cert.reset(); // whether or not a key came of it
     if (!key)
         throw Error(ErrorCodeType::not_found, "error getting public key from certificate",
                     "ossl_engine:114 Kes::OsslEngine::read_public_key_by_certificate()");
@@ -105,6 +106,9 @@ void OsslEngine::set_default(const char* location) {
 }
 
 void OsslEngine::unload() noexcept {
+    // First out of every table that would give it to others, then out of the list, and only then an end to
+    // its use: nobody can come upon it while it goes. A step that fails must not keep the next from being
+    // made.
     log_info("unloading engine: id=", ::ENGINE_get_id(engine.get()));
     ::ENGINE_unregister_RSA(engine.get());
     ::ENGINE_unregister_DSA(engine.get());

@@ -36,7 +36,7 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
     Pkcs11EngineKeeper::note_set_up(get_engine());
     try {
         configure(pin, verbose);
-    } catch (const OsslError&) {
+    } catch (const OsslError&) { // what else could be thrown here leaves no memory to finish anything with
         ::ENGINE_finish(get_engine());
         Pkcs11EngineKeeper::forget_pin(get_engine());
         Pkcs11EngineKeeper::finish_leftover();
@@ -72,7 +72,8 @@ EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) {
 void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
     if (verbose)
         control("VERBOSE", nullptr, "ossl_engine_pkcs11:127 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    if (pin != nullptr) Pkcs11OsslEngine::set_pin(*pin);
+    if (pin != nullptr)
+        Pkcs11OsslEngine::set_pin(*pin); // an empty one, too: without any the engine would ask
     set_default("ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
 }
 
@@ -88,7 +89,7 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
                     "ossl_engine_pkcs11:193 Kes::Pkcs11OsslEngine::read_certificate()");
     LoadCertParameters parameters{name, nullptr};
     const int result = ::ENGINE_ctrl_cmd(get_engine(), "LOAD_CERT_CTRL", 0, &parameters, nullptr, 0);
-    X509Ptr cert(parameters.cert);
+    X509Ptr cert(parameters.cert); // owned at once: the engine may have filled it although it failed
     if (result != 1)
         throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd() failed",
                         "ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate()");

@@ -46,6 +46,7 @@ std::string cfg_state_name(CfgState state) {
     return "uninitialized";
 }
 
+// A configuration from the start, so that a client may look at the defaults before it has any of its own.
 OsslScardMgr::OsslScardMgr() : cfg(new OsslScardCfgImp(OsslScardCfg::capi)), version(library_version()) {
     log_build_banner(name, version);
     log_info("OpenSSL smart card manager started.");
@@ -100,7 +101,7 @@ void OsslScardMgr::read_scard() {
         require_libp11().read_scard();
         is_pin_required_ = libp11->is_login_required();
     }
-    if (!is_pin_required_) pin.clear();
+    if (!is_pin_required_) pin.clear(); // of a card that was there before
     cfg_state = CfgState::configuring;
 }
 
@@ -186,6 +187,8 @@ void OsslScardMgr::ossl_load() {
     try {
         load_key_and_certificate();
     } catch (const ErrorBase& error) {
+        // A certificate that was read stays until the next load or unload frees it: it needs nothing of the
+        // card. The reload stays due, so the client may try again.
         OsslEngine::free_key(std::move(private_key));
         throw ErrorBase(error);
     }
@@ -244,7 +247,7 @@ Libp11Init& OsslScardMgr::require_libp11() const {
 
 void OsslScardMgr::log_settings() const {
     if (!Logger::instance().is_enabled(Severity::info)) return;
-    std::array<char, 4096> settings{};
+    std::array<char, 4096> settings{}; // a dump that is longer is cut
     log_info("OpenSSL smart card manager settings:\n", cfg->dump_settings(settings.data(), settings.size()),
              "additional settings:\n  cfg_state=", cfg_state_name(cfg_state),
              "\n  is_pin_required=", bool_name(is_pin_required_),

@@ -62,6 +62,8 @@ Pkcs11Libp11PkoIdScanner::~Pkcs11Libp11PkoIdScanner() {
 
 void Pkcs11Libp11PkoIdScanner::scan(const Pin& pin) {
     log_info("started scanning of PKCS#11 objects");
+    // null_pointer, where a list without a scanner says not_registered: the texts alike, the codes tell them
+    // apart.
     if (list == nullptr)
         throw Error(ErrorCodeType::null_pointer, "no PkoIdList registered",
                     "pko_id_scanner_pkcs11_libp11:57 Kes::Pkcs11Libp11PkoIdScanner::scan()");
@@ -101,6 +103,7 @@ void Pkcs11Libp11PkoIdScanner::add_public_keys(PKCS11_TOKEN* token) {
 }
 
 bool Pkcs11Libp11PkoIdScanner::is_offered(const PkoId& private_key) const {
+    // By the list's index: libp11's own search would ask the token anew for each key.
     const PkoId* cert = list->find_matching(PkoType::certificate, &private_key);
     if (cert == nullptr) {
         log_lines(Severity::warn, "corresponding cert not found; skipping private key: ", private_key);
@@ -120,6 +123,7 @@ std::unique_ptr<PkoId>
 Pkcs11Libp11PkoIdScanner::make_record(const PKCS11_TOKEN* token, PkoType type, const Object& object,
                                       std::unique_ptr<const CertKeyUsage> key_usage) const {
     const std::string token_label = text_of(token->label);
+    // The label goes in as libp11 reports it. With ";" or "%" in it the engine does not find the object.
     const std::string id = "%" + Helper::bytes_to_hex(object.id, object.id_len, "%");
     const std::string uri = "pkcs11:token=" + token_label + ";id=" + id + ";type=" + type_word(type);
     auto record = list->create_pko_id(type, no_key_type, uri, id, token_label + ": " + text_of(object.label),

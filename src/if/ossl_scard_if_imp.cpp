@@ -153,6 +153,7 @@ int OsslScardIfImp::discover_keys(size_t* num_keys) {
     });
 }
 
+// All of them were lent by one scan and end together, so one tells of all.
 bool OsslScardIfImp::are_keys_alive() const { return !keys.empty() && manager().contains(keys.front()); }
 
 const PkoId* OsslScardIfImp::require_key(std::size_t key_num, const char* location) const {

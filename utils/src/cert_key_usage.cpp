@@ -49,6 +49,7 @@ std::string mask_name(std::uint32_t mask, std::span<const BitName> names) {
     return text;
 }
 
+/// OpenSSL says "no such extension" by all bits, which would pass every filter.
 std::uint32_t zero_if_absent(std::uint32_t mask) { return mask == 0xffffffffU ? 0 : mask; }
 
 void free_objects(EXTENDED_KEY_USAGE* objects) { sk_ASN1_OBJECT_pop_free(objects, ::ASN1_OBJECT_free); }

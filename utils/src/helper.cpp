@@ -51,6 +51,7 @@ void Helper::trim_trailing_newlines(std::string& text) {
         text.pop_back();
 }
 
+// Not strncpy(): that fills the whole rest of the buffer, and ends a text that is cut with no NUL.
 char* Helper::copy_to_buffer(const std::string& text, char* buffer, std::size_t size) noexcept {
     if (size == 0) return buffer;
     const std::size_t count = std::min(text.size(), size - 1);

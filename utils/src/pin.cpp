@@ -12,7 +12,7 @@ void overwrite(char* characters, std::size_t count) noexcept {
 }
 
 Pin::Pin(const char* characters) {
-    if (characters == nullptr || *characters == '\0') return;
+    if (characters == nullptr || *characters == '\0') return; // nothing that would have to be overwritten
     const std::size_t size = std::strlen(characters);
     characters_ = std::make_unique<char[]>(size + 1);
     std::memcpy(characters_.get(), characters, size);
