@@ -16,7 +16,7 @@ namespace {
 /// What is known of an engine. A client may free its last key from any thread, hence the atomics.
 struct Record {
     ENGINE* engine = nullptr;
-    std::string path;
+    std::string library;
     ENGINE_GEN_INT_FUNC_PTR clean_up = nullptr; // the engine's own
     std::atomic<bool> is_clean = true;          // nothing was set up since the last clean-up
     std::atomic<int> lent_keys = 0;
@@ -46,16 +46,24 @@ Record* record_of(const ENGINE* engine) {
     return find_record([&](const Record& record) { return record.engine == engine; });
 }
 
-/// OpenSSL knows an engine library by its code, not by its name: two paths to one file are one library.
-Record* record_of_library(const std::string& path) {
-    return find_record([&](const Record& record) {
-        std::error_code ignored;
-        return record.path == path || std::filesystem::equivalent(record.path, path, ignored);
-    });
+/// OpenSSL knows an engine library by its code, not by its name: all paths to one file are one library,
+/// whatever the current directory is at the time. A bare name is no path; the loader looks for it in places
+/// of its own.
+std::string library_name(const std::string& path) {
+    if (!std::filesystem::path(path).has_parent_path()) return path;
+    std::error_code failure;
+    const auto file = std::filesystem::weakly_canonical(std::filesystem::absolute(path, failure), failure);
+    return failure ? path : file.string();
+}
+
+Record* record_of_library(const std::string& engine_path) {
+    const std::string name = library_name(engine_path);
+    return find_record([&](const Record& record) { return record.library == name; });
 }
 
 int note_clean_up(ENGINE* engine) {
     Record* record = record_of(engine);
+    if (record == nullptr) return 1; // a copy that somebody made of the engine
     record->is_clean = true;
     return record->clean_up(engine);
 }
@@ -105,15 +113,14 @@ void clean_up(Record& record) {
 void Pkcs11EngineKeeper::keep(ENGINE* engine, const std::string& engine_path) {
     if (::ENGINE_up_ref(engine) != 1) return;
     const ENGINE_GEN_INT_FUNC_PTR own_clean_up = ::ENGINE_get_finish_function(engine);
-    if (own_clean_up == nullptr) return; // nothing to wait for
     {
         const std::lock_guard lock(records().mutex);
         Record& record = records().list.emplace_back();
         record.engine = engine;
-        record.path = engine_path;
+        record.library = library_name(engine_path);
         record.clean_up = own_clean_up;
     }
-    ::ENGINE_set_finish_function(engine, note_clean_up);
+    if (own_clean_up != nullptr) ::ENGINE_set_finish_function(engine, note_clean_up);
 }
 
 ENGINE* Pkcs11EngineKeeper::reuse(const std::string& engine_path) {
@@ -135,7 +142,8 @@ const char* Pkcs11EngineKeeper::refusal(const std::string& engine_path) {
 }
 
 void Pkcs11EngineKeeper::note_set_up(ENGINE* engine) noexcept {
-    if (Record* record = record_of(engine)) record->is_clean = false;
+    Record* record = record_of(engine);
+    if (record != nullptr && record->clean_up != nullptr) record->is_clean = false;
 }
 
 void Pkcs11EngineKeeper::note_pin(ENGINE* engine) noexcept {

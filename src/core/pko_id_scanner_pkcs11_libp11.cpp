@@ -62,8 +62,7 @@ Pkcs11Libp11PkoIdScanner::~Pkcs11Libp11PkoIdScanner() {
 
 void Pkcs11Libp11PkoIdScanner::scan(const Pin& pin) {
     log_info("started scanning of PKCS#11 objects");
-    // null_pointer, where a list without a scanner says not_registered: the texts alike, the codes tell them
-    // apart.
+    // Not not_registered: that is a list without a scanner.
     if (list == nullptr)
         throw Error(ErrorCodeType::null_pointer, "no PkoIdList registered",
                     "pko_id_scanner_pkcs11_libp11:57 Kes::Pkcs11Libp11PkoIdScanner::scan()");

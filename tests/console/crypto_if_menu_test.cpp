@@ -1,4 +1,6 @@
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include "console_fixture.h"
 
@@ -168,6 +170,15 @@ TEST_F(CryptoIfMenuTest, FunctionKeysWithAltPickNothing) {
     start_menu();
     for (const char* key : {"\x1b\x1b[p", "\x1b\x1bOp", "\x1b\x1b[3;2s", "\x1b\x1b[[c"})
         terminal_.type(key);
+    terminal_.type("p");
+    EXPECT_EQ(finish(), "p\r\n");
+    expect_selection("p", "2", "pkcs11");
+}
+
+TEST_F(CryptoIfMenuTest, TheBeginningOfASequenceThatNothingFollowsIsOverAfterAWhile) {
+    start_menu();
+    terminal_.type("\x1b[");
+    std::this_thread::sleep_for(std::chrono::seconds(1)); // the while
     terminal_.type("p");
     EXPECT_EQ(finish(), "p\r\n");
     expect_selection("p", "2", "pkcs11");

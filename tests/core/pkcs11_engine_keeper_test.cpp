@@ -182,6 +182,24 @@ TEST_F(Pkcs11EngineKeeperTest, ALibraryIsKnownUnderEachOfItsNames) {
     EXPECT_EQ(load_error(library + ".link"), "no exception");
 }
 
+TEST_F(Pkcs11EngineKeeperTest, ARelativePathIsKnownFromAnotherFolderToo) {
+    const auto before = std::filesystem::current_path();
+    const std::filesystem::path folder = std::filesystem::path(library).parent_path();
+    std::filesystem::current_path(folder);
+    live_and_free("./engine.so");
+    std::filesystem::current_path(before);
+    EXPECT_EQ(load_error(library), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, AnEngineWithoutAFinishFunctionIsSetUpAgainAndForgetsThePinToo) {
+    engine().holds_on = false;
+    engine().has_finish_function = false;
+    live_and_free(library);
+    EXPECT_EQ(script().take_calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
+    EXPECT_EQ(load_error(library), "no exception");
+    EXPECT_THAT(script().calls(), testing::Contains("ENGINE_add(engine1)"));
+}
+
 TEST_F(Pkcs11EngineKeeperTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOfItAndNothingIsCleanedUp) {
     engine().refuses_key_engine = true;
     live_and_free(library);

@@ -55,6 +55,7 @@ void FakeEngine::reset() {
     holds_on = false;
     refuses_loaded_library = false;
     refuses_key_engine = false;
+    has_finish_function = true;
     std::move(engines_.begin(), engines_.end(), std::back_inserter(forgotten_));
     engines_.clear();
     objects_.clear();
@@ -335,7 +336,9 @@ int ENGINE_add(ENGINE* e) {
     return 1;
 }
 
-ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE* e) { return e->finish; }
+ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE* e) {
+    return fake().has_finish_function ? e->finish : nullptr;
+}
 
 int ENGINE_set_finish_function(ENGINE* e, ENGINE_GEN_INT_FUNC_PTR finish_f) {
     e->finish = finish_f;

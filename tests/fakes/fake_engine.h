@@ -33,7 +33,8 @@ public:
     bool holds_on = false; ///< a key that was read uses the engine until it cleans up, as in libp11 0.4.12
     bool refuses_loaded_library = false; ///< LOAD fails while an engine that was loaded before is known
     bool refuses_key_engine = false;     ///< EVP_PKEY_set1_engine() fails
-    bool needs_right_pin = false;        ///< fail to load a private key unless the last PIN was right
+    bool has_finish_function = true;
+    bool needs_right_pin = false; ///< fail to load a private key unless the last PIN was right
 
     std::size_t live_engines() const;
     std::size_t initialised_engines() const; ///< that somebody uses still

@@ -57,7 +57,8 @@ namespace {
 
 constexpr int ctrl_c = 3;
 constexpr int escape = 27;
-constexpr int escape_sequence_gap_ms = 50; // a terminal sends a whole sequence at once; a person is slower
+constexpr int escape_gap_ms = 50;    // a terminal sends a whole sequence at once; a person is slower
+constexpr int sequence_gap_ms = 500; // but a slow line may tear it: its rest must not become keys
 
 int read_byte() {
     unsigned char byte = 0;
@@ -68,10 +69,17 @@ int read_byte() {
     return count == 1 ? byte : Keyboard::end_of_input;
 }
 
-bool is_byte_waiting() {
+bool is_byte_waiting(int milliseconds) {
     pollfd input{STDIN_FILENO, POLLIN, 0};
-    return ::poll(&input, 1, escape_sequence_gap_ms) == 1 && (input.revents & POLLIN) != 0;
+    int count = 0;
+    do {
+        count = ::poll(&input, 1, milliseconds);
+    } while (count < 0 && errno == EINTR);
+    return count == 1 && (input.revents & POLLIN) != 0;
 }
+
+/// The next byte of a sequence that has begun; 0 when it was none, because nothing follows.
+int read_byte_of_sequence() { return is_byte_waiting(sequence_gap_ms) ? read_byte() : 0; }
 
 /// What follows an escape. Terminals send a function key as escape, "[" or "O", and letters or digits; with
 /// Alt the escape comes twice. Those must not be taken for keys that the user pressed, so the rest of the
@@ -79,15 +87,12 @@ bool is_byte_waiting() {
 int read_after_escape() {
     int byte = escape;
     while (byte == escape) { // also one that breaks a sequence off and begins another
-        if (!is_byte_waiting()) return escape;
+        if (!is_byte_waiting(escape_gap_ms)) return escape;
         byte = read_byte();
-        if (byte == 'O') {
-            byte = read_byte();
-        } else if (byte == '[') {
-            do {
-                byte = read_byte();
-            } while (byte >= ' ' && (byte < '@' || byte == '['));
-        }
+        if (byte != 'O' && byte != '[') continue;
+        do {
+            byte = read_byte_of_sequence();
+        } while (byte >= ' ' && (byte < '@' || byte == '['));
     }
     return byte == ctrl_c || byte == Keyboard::end_of_input ? byte : 0;
 }
