@@ -16,7 +16,7 @@ namespace {
 /// What is known of an engine. A client may free its last key from any thread, hence the atomics.
 struct Record {
     ENGINE* engine = nullptr;
-    std::string library;
+    std::string file;                           // as library_name() gives it
     ENGINE_GEN_INT_FUNC_PTR clean_up = nullptr; // the engine's own
     std::atomic<bool> is_clean = true;          // nothing was set up since the last clean-up
     std::atomic<int> lent_keys = 0;
@@ -58,7 +58,7 @@ std::string library_name(const std::string& path) {
 
 Record* record_of_library(const std::string& engine_path) {
     const std::string name = library_name(engine_path);
-    return find_record([&](const Record& record) { return record.library == name; });
+    return find_record([&](const Record& record) { return record.file == name; });
 }
 
 int note_clean_up(ENGINE* engine) {
@@ -117,7 +117,7 @@ void Pkcs11EngineKeeper::keep(ENGINE* engine, const std::string& engine_path) {
         const std::lock_guard lock(records().mutex);
         Record& record = records().list.emplace_back();
         record.engine = engine;
-        record.library = library_name(engine_path);
+        record.file = library_name(engine_path);
         record.clean_up = own_clean_up;
     }
     if (own_clean_up != nullptr) ::ENGINE_set_finish_function(engine, note_clean_up);
