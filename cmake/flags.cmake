@@ -13,6 +13,7 @@ target_compile_options(kes_flags INTERFACE
     -Wall -Wextra -Wconversion -Wshadow -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
     -fstack-protector-strong)
+target_link_options(kes_flags INTERFACE -fstack-protector-strong)
 
 if(MARVO_SANITIZE)
     # For everything, test programs and benchmarks included: all objects of a program must agree.

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "error.h"
+#include "libp11_library.h"
+#include "library_trouble.h"
 #include "logger.h"
 
 namespace Kes {
@@ -27,6 +29,8 @@ void log_token(const PKCS11_SLOT& slot, const PKCS11_TOKEN& token) {
 } // namespace
 
 Libp11Init::Libp11Init(const char* module_path) {
+    require_libp11();
+    const LoaderDialogsOff no_dialogs;
     ::ERR_load_PKCS11_strings();
     ctx.reset(::PKCS11_CTX_new());
     if (!ctx)
@@ -35,6 +39,7 @@ Libp11Init::Libp11Init(const char* module_path) {
     ::ERR_set_mark();
     const int rc = ::PKCS11_CTX_load(ctx.get(), module_path);
     if (rc != 0) {
+        explain_module_failure(module_path);
         const OsslErrorCode code(rc); // before ctx is freed: that could add to the error queue
         throw OsslError(code,
                         std::string("PKCS11_CTX_load() failed to load PKCS#11 library '") + module_path + "'",

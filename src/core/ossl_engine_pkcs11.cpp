@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "error.h"
+#include "library_trouble.h"
 #include "logger.h"
 #include "pkcs11_engine_keeper.h"
 
@@ -46,6 +47,7 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
 }
 
 void Pkcs11OsslEngine::load(const char* engine_path) {
+    const LoaderDialogsOff no_dialogs;
     ::ERR_set_mark();
     const int result = ::ENGINE_ctrl_cmd_string(get_engine(), "LOAD", nullptr, 0);
     if (result == 1) {
@@ -61,6 +63,7 @@ void Pkcs11OsslEngine::load(const char* engine_path) {
         }
         if (const char* reason = Pkcs11EngineKeeper::refusal(engine_path)) log_warn(reason);
     }
+    explain_engine_failure(engine_path);
     throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed",
                     "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
 }

@@ -4,27 +4,13 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <stdexcept>
 
 #include "logger.h"
+#include "support_system.h"
 
 namespace Kes::test {
-namespace {
 
-void set_env(const std::string& name, const std::optional<std::string>& value) {
-    if (value)
-        ::setenv(name.c_str(), value->c_str(), 1);
-    else
-        ::unsetenv(name.c_str());
-}
-
-} // namespace
-
-TempDir::TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "marvo-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder can be made");
-    path_ = pattern;
-}
+TempDir::TempDir() : path_(make_temp_dir()) {}
 
 TempDir::~TempDir() {
     std::error_code ignored;
@@ -38,12 +24,20 @@ EnvVar::EnvVar(const std::string& name, const std::optional<std::string>& value)
 
 EnvVar::~EnvVar() { set_env(name_, before_); }
 
-std::string read_file(const std::string& name) {
-    std::ifstream file(name, std::ios::binary);
+namespace {
+
+std::string read(const std::string& name, std::ios::openmode mode) {
+    std::ifstream file(name, mode);
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();
 }
+
+} // namespace
+
+std::string read_file(const std::string& name) { return read(name, std::ios::in | std::ios::binary); }
+
+std::string read_text(const std::string& name) { return read(name, std::ios::in); }
 
 std::vector<std::string> split_lines(const std::string& text) {
     std::vector<std::string> lines;
@@ -65,7 +59,7 @@ LogCapture::LogCapture(std::uint32_t severity_mask) {
 
 LogCapture::~LogCapture() { Logger::destroy_instance(); }
 
-std::string LogCapture::text() const { return read_file(dir_.file("log")); }
+std::string LogCapture::text() const { return read_text(dir_.file("log")); }
 
 std::vector<std::string> LogCapture::lines() const {
     auto lines = split_lines(text());

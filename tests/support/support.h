@@ -42,6 +42,9 @@ private:
 /// The whole file; "" when there is none.
 std::string read_file(const std::string& name);
 
+/// The whole text file, with "\n" for what ends a line in files of this system; "" when there is none.
+std::string read_text(const std::string& name);
+
 /// The text's lines without their ends.
 std::vector<std::string> split_lines(const std::string& text);
 
@@ -60,7 +63,7 @@ public:
     /// All lines so far, as without_header() gives them.
     std::vector<std::string> lines() const;
 
-    /// The text so far, as it stands in the file.
+    /// The text so far, as read_text() gives it.
     std::string text() const;
 
 private:

@@ -1,0 +1,6 @@
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(LIBP11 REQUIRED libp11>=0.4.11)
+add_library(libp11_headers INTERFACE)
+target_include_directories(libp11_headers SYSTEM INTERFACE ${LIBP11_INCLUDE_DIRS})
+add_library(libp11 OBJECT src/core/libp11_library_posix.cpp)
+target_link_libraries(libp11 PUBLIC libp11_headers ${LIBP11_LINK_LIBRARIES} PRIVATE kes_flags)

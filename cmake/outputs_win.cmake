@@ -1,0 +1,11 @@
+# Windows looks for DLLs in the folder of the program first: all programs and DLLs share one, with OpenSSL's beside them.
+enable_language(RC)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+file(MAKE_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY} ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY})
+foreach(library crypto ssl)
+    file(COPY_FILE ${OPENSSL_ROOT_DIR}/bin/lib${library}-3-x64.dll ${CMAKE_BINARY_DIR}/bin/lib${library}-3-x64.dll
+        ONLY_IF_DIFFERENT)
+endforeach()
+# Programs need no DLL of the compiler's.
+add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-static>)

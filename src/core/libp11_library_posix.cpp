@@ -1,0 +1,7 @@
+#include "libp11_library.h"
+
+namespace Kes {
+
+void require_libp11() {}
+
+} // namespace Kes

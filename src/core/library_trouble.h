@@ -1,0 +1,28 @@
+#ifndef KES_CORE_LIBRARY_TROUBLE_H_
+#define KES_CORE_LIBRARY_TROUBLE_H_
+
+namespace Kes {
+
+/// Add to OpenSSL's error queue which file the system's loader did not take, and why, when that is the reason
+/// for which an engine or a PKCS#11 module could not be loaded. Only Windows needs them: OpenSSL and libp11
+/// keep back there what elsewhere they tell. Call after the failure.
+/// @param path  as it was given to OpenSSL's "SO_PATH", or to libp11
+void explain_engine_failure(const char* path);
+void explain_module_failure(const char* path);
+
+/// While the object lives, a library that cannot be loaded is an error and no dialog for this thread. Windows
+/// would show one, where perhaps nobody can answer it.
+class LoaderDialogsOff {
+public:
+    LoaderDialogsOff();
+    ~LoaderDialogsOff();
+    LoaderDialogsOff(const LoaderDialogsOff&) = delete;
+    LoaderDialogsOff& operator=(const LoaderDialogsOff&) = delete;
+
+private:
+    [[maybe_unused]] unsigned long before_ = 0;
+};
+
+} // namespace Kes
+
+#endif // KES_CORE_LIBRARY_TROUBLE_H_
