@@ -1,4 +1,7 @@
 # OpenSSL 3 with engines, and libp11. What is refused is refused here, with the reason.
+if(WIN32 AND OPENSSL_ROOT_DIR AND NOT EXISTS ${OPENSSL_ROOT_DIR})
+    message(FATAL_ERROR "There is no OpenSSL for Windows x64 in ${OPENSSL_ROOT_DIR}: run tools/setup, which builds it.")
+endif()
 find_package(OpenSSL REQUIRED COMPONENTS Crypto SSL)
 if(OPENSSL_VERSION VERSION_LESS 3.0)
     message(FATAL_ERROR "OpenSSL ${OPENSSL_VERSION} is too old: libmarvo needs OpenSSL 3.0 or a later 3.x.")

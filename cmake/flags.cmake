@@ -12,7 +12,9 @@ add_library(kes_flags INTERFACE)
 target_compile_options(kes_flags INTERFACE
     -Wall -Wextra -Wconversion -Wshadow -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
-    -fstack-protector-strong)
+    -fstack-protector-strong
+    # What is shipped, its debug information included, does not tell where it was built.
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 target_link_options(kes_flags INTERFACE -fstack-protector-strong)
 
 if(MARVO_SANITIZE)

@@ -1,23 +1,26 @@
 #include "libp11_library.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "error.h"
 #include "library_trouble.h"
-#include "windows_api.h"
+#include "library_trouble_win.h"
 #include <delayimp.h>
+
+// The linker's names: where we begin, and what the import library says that we call of libp11.
+extern "C" {
+extern const IMAGE_DOS_HEADER __ImageBase;                             // NOLINT(bugprone-reserved-identifier)
+extern const ImgDelayDescr __DELAY_IMPORT_DESCRIPTOR_libp11_delayed_a; // NOLINT(bugprone-reserved-identifier)
+}
 
 namespace Kes {
 namespace {
 
 constexpr const char* file_name = "libp11.dll";
-
-/// The first function that the loaded libp11.dll turned out not to have.
-std::string& missing_function() {
-    static std::string name;
-    return name;
-}
 
 INT_PTR WINAPI give_null() { return 0; }
 INT_PTR WINAPI give_failure() { return -1; }
@@ -25,11 +28,10 @@ INT_PTR WINAPI give_failure() { return -1; }
 /// The linker's helper asks here when it cannot bind one of libp11's functions. Without an answer it raises
 /// what no C++ handler catches, and the process ends. So the answer is a function that fails.
 FARPROC WINAPI answer_failure(unsigned what, DelayLoadInfo* info) {
-    if (what == dliFailLoadLib) // no libp11.dll: a module that has none of its functions, ourselves
+    if (what == dliFailLoadLib) // no libp11.dll: a module that has none of its functions, the program
         return reinterpret_cast<FARPROC>(::GetModuleHandleA(nullptr));
     if (what != dliFailGetProc) return nullptr;
-    const char* name = info->dlp.fImportByName ? info->dlp.szProcName : "";
-    if (missing_function().empty()) missing_function() = name;
+    const char* name = info->dlp.fImportByName != FALSE ? info->dlp.szProcName : "";
     const bool gives_pointer =
         std::strcmp(name, "PKCS11_CTX_new") == 0 || std::strcmp(name, "PKCS11_find_token") == 0;
     return gives_pointer ? &give_null : &give_failure;
@@ -45,35 +47,15 @@ std::wstring own_folder() {
     return path.substr(0, path.rfind(L'\\') + 1);
 }
 
-std::string narrow(const std::wstring& text) {
-    std::string narrowed(text.size() * 4, '\0');
-    const int length =
-        ::WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), narrowed.data(),
-                              static_cast<int>(narrowed.size()), nullptr, nullptr);
-    narrowed.resize(static_cast<std::size_t>(length));
-    return narrowed;
-}
-
-/// The file that the search would take; "" when there is none.
-std::string find_file() {
-    std::string path(32768, '\0');
-    path.resize(
-        ::SearchPathA(nullptr, file_name, nullptr, static_cast<DWORD>(path.size()), path.data(), nullptr));
-    return path;
-}
-
-[[noreturn]] void throw_not_loaded(unsigned long error, const std::string& file, const std::string& folder) {
-    const WinErrorCode code(error);
+[[noreturn]] void throw_not_loaded(const WinErrorCode& code, const std::string& file,
+                                   const std::wstring& folder) {
     constexpr const char* location = "libp11_library:78 Kes::require_libp11()";
     if (file.empty())
         throw WinError(code,
-                       std::string(file_name) + " not found: looked for it in '" + folder +
+                       std::string(file_name) + " not found: looked for it in '" + narrow(folder) +
                            "', the program's folder, the system's folders, the current folder and PATH",
                        location);
-    throw WinError(code,
-                   "error loading '" + file + "'" +
-                       (error == ERROR_MOD_NOT_FOUND ? ": a DLL that it needs is missing" : ""),
-                   location);
+    throw WinError(code, "error loading '" + file + "'" + loader_hint(code.value, true), location);
 }
 
 /// Beside us first: a client may have loaded us from a folder that is not its own.
@@ -83,18 +65,48 @@ HMODULE load() {
     const std::wstring beside_us = folder + L"libp11.dll";
     if (::GetFileAttributesW(beside_us.c_str()) != INVALID_FILE_ATTRIBUTES) {
         HMODULE library = ::LoadLibraryExW(beside_us.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-        if (library == nullptr) throw_not_loaded(::GetLastError(), narrow(beside_us), narrow(folder));
-        return library;
+        if (library != nullptr) return library;
+        const WinErrorCode code(::GetLastError()); // before anything else that could change it
+        throw_not_loaded(code, narrow(beside_us), folder);
     }
     HMODULE library = ::LoadLibraryA(file_name);
-    if (library == nullptr) throw_not_loaded(::GetLastError(), find_file(), narrow(folder));
-    return library;
+    if (library != nullptr) return library;
+    const WinErrorCode code(::GetLastError());
+    throw_not_loaded(code, find_library(file_name), folder);
 }
 
-std::string path_of(HMODULE library) {
-    std::wstring path(32768, L'\0');
-    path.resize(::GetModuleFileNameW(library, path.data(), static_cast<DWORD>(path.size())));
-    return narrow(path);
+/// What stands at an offset from our beginning.
+template <typename T>
+T* at(std::uintptr_t offset) {
+    return reinterpret_cast<T*>(const_cast<char*>(reinterpret_cast<const char*>(&__ImageBase)) + offset);
+}
+
+/// Binds all functions to this one library, now. The linker's helper would look for each when it is first
+/// called, in whatever libp11.dll is loaded by then. It cannot bind them all at once either: GNU's linker
+/// leaves out the table that it would need.
+/// @return the name of a function that the library does not have, and then none is bound; null: all are
+const char* bind_functions(HMODULE library) {
+    const ImgDelayDescr& imports = __DELAY_IMPORT_DESCRIPTOR_libp11_delayed_a;
+    std::vector<FARPROC> functions;
+    for (const auto* thunk = at<const IMAGE_THUNK_DATA>(imports.rvaINT); thunk->u1.AddressOfData != 0;
+         ++thunk) {
+        const char* name = at<const IMAGE_IMPORT_BY_NAME>(thunk->u1.AddressOfData)->Name;
+        functions.push_back(::GetProcAddress(library, name));
+        if (functions.back() == nullptr) return name;
+    }
+    std::copy(functions.begin(), functions.end(), at<FARPROC>(imports.rvaIAT));
+    return nullptr;
+}
+
+HMODULE load_whole() {
+    HMODULE library = load();
+    const char* missing = bind_functions(library);
+    if (missing == nullptr) return library;
+    const WinErrorCode code(ERROR_PROC_NOT_FOUND);
+    const std::string path = library_path(library);
+    ::FreeLibrary(library); // nothing of it was called; so the right one can take its place
+    throw WinError(code, "'" + path + "' has no function " + missing,
+                   "libp11_library:117 Kes::require_libp11()");
 }
 
 } // namespace
@@ -105,13 +117,8 @@ PfnDliHook __pfnDliFailureHook2 = &answer_failure; // NOLINT(bugprone-reserved-i
 }
 
 void require_libp11() {
-    static const HMODULE library =
-        load(); // once: it is never let go. A failure is no result, and tried again
-    ::__HrLoadAllImportsForDll(file_name); // all functions now, so that none can be found missing later
-    if (!missing_function().empty())
-        throw WinError(WinErrorCode(ERROR_PROC_NOT_FOUND),
-                       "'" + path_of(library) + "' has no function " + missing_function(),
-                       "libp11_library:117 Kes::require_libp11()");
+    // Once: the library is never let go. A failure is no result, and tried again.
+    [[maybe_unused]] static const HMODULE library = load_whole();
 }
 
 } // namespace Kes

@@ -15,7 +15,7 @@ void explain_module_failure(const char* path);
 class LoaderDialogsOff {
 public:
     LoaderDialogsOff();
-    ~LoaderDialogsOff();
+    ~LoaderDialogsOff(); // NOLINT(performance-trivially-destructible): elsewhere it has nothing to do
     LoaderDialogsOff(const LoaderDialogsOff&) = delete;
     LoaderDialogsOff& operator=(const LoaderDialogsOff&) = delete;
 

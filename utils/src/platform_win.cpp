@@ -40,6 +40,7 @@ struct Keyboard::State {};
 Keyboard::Keyboard() = default;
 Keyboard::~Keyboard() = default;
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): elsewhere it needs the state
 int Keyboard::read_key() {
     const int key = ::_getch();
     return key == EOF ? end_of_input : key & 0xff;

@@ -1,0 +1,27 @@
+#ifndef KES_CORE_LIBRARY_TROUBLE_WIN_H_
+#define KES_CORE_LIBRARY_TROUBLE_WIN_H_
+
+#include <string>
+
+#include "windows_api.h"
+
+namespace Kes {
+
+/// The file that a loaded library came from.
+std::string library_path(HMODULE library);
+
+/// The file that the system's search takes for the name, or the name of one that is there; "" when there is
+/// none.
+std::string find_library(const std::string& name);
+
+/// What the system's number for a library that could not be loaded does not tell by itself, with ": " before;
+/// "" when there is nothing to add.
+/// @param is_there  whether there is a file of that name
+std::string loader_hint(unsigned long error, bool is_there);
+
+/// In the characters of the system's code page.
+std::string narrow(const std::wstring& text);
+
+} // namespace Kes
+
+#endif // KES_CORE_LIBRARY_TROUBLE_WIN_H_

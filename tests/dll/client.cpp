@@ -1,0 +1,128 @@
+// A client that loads the DLL by name and knows nothing else of it. Usage:
+//     dll_client <file to write to> <path of the DLL> <command>...
+// Commands: name=value changes a setting; the others make an operation and write how it ended.
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "marvo/ossl_scard_cfg.h"
+#include "marvo/ossl_scard_if.h"
+#include "windows_api.h"
+
+namespace {
+
+using Kes::OsslScardCfg;
+using Kes::OsslScardIf;
+
+/// @param files  from and to, with "|" between them
+void copy_file(const std::string& files) {
+    const std::size_t bar = files.find('|');
+    ::CopyFileA(files.substr(0, bar).c_str(), files.substr(bar + 1).c_str(), FALSE);
+}
+
+class Client {
+public:
+    Client(const char* output_file, const char* library_path) : output_(std::fopen(output_file, "wb")) {
+        // So that the DLL's own folder is where the DLLs that it needs are looked for.
+        HMODULE library = ::LoadLibraryExA(library_path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+        if (library == nullptr) return;
+        get_if_ = reinterpret_cast<decltype(get_if_)>(
+            reinterpret_cast<void*>(::GetProcAddress(library, "get_ossl_scard_if")));
+        cfg_ = scard().get_config_default();
+    }
+    ~Client() { std::fclose(output_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    bool is_loaded() const { return get_if_ != nullptr; }
+
+    bool run(const std::string& command) {
+        const std::size_t equals = command.find('=');
+        const std::string name = command.substr(0, equals);
+        if (equals != std::string::npos) return set(name, command.substr(equals + 1));
+        const auto found = operations_.find(name);
+        if (found == operations_.end()) return false;
+        std::string text = name + ": " + std::to_string(found->second());
+        const std::string error = is_over_ ? "" : scard().get_last_error_msg();
+        write(text + (error.empty() ? "" : " " + error));
+        return true;
+    }
+
+private:
+    OsslScardIf& scard() const { return *get_if_(); }
+
+    void write(const std::string& line) { std::fprintf(output_, "%s\n", line.c_str()); }
+
+    bool set(const std::string& name, const std::string& value) {
+        const auto found = settings_.find(name);
+        if (found == settings_.end()) return false;
+        found->second(value.c_str());
+        return true;
+    }
+
+    int init() {
+        const int status = scard().init(cfg_);
+        if (status == 0) cfg_ = scard().get_config_used();
+        return status;
+    }
+
+    int discover() {
+        size_t count = 0;
+        const int status = scard().discover_keys(&count);
+        if (status == 0) write(std::to_string(count) + " key(s)");
+        return status;
+    }
+
+    int dump() {
+        char text[4096];
+        write(scard().get_config_used()->dump_settings(text, sizeof text));
+        return 0;
+    }
+
+    int destroy() {
+        scard().destroy();
+        is_over_ = true; // asking for the last error would make a new object
+        return 0;
+    }
+
+    std::FILE* output_;
+    OsslScardIf* (*get_if_)() = nullptr;
+    OsslScardCfg* cfg_ = nullptr;
+    bool is_over_ = false;
+    const std::map<std::string, std::function<void(const char*)>> settings_{
+        {"backend",
+         [this](const char* name) {
+             cfg_->set_crypto_if(std::string(name) == "capi" ? OsslScardCfg::capi : OsslScardCfg::pkcs11);
+         }},
+        {"log", [this](const char* file) { cfg_->set_logfile(file); }},
+        {"append", [this](const char*) { cfg_->enable_logfile_append(); }},
+        {"module", [this](const char* file) { cfg_->set_pkcs11_module_dll(file); }},
+        {"engine", [this](const char* file) { cfg_->set_pkcs11_openssl_engine_dll(file); }},
+        {"pin", [this](const char* pin) { scard().set_pin(pin); }},
+        {"copy_file", [](const char* files) { copy_file(files); }},
+        {"load_dll", [](const char* file) { ::LoadLibraryA(file); }},
+    };
+    const std::map<std::string, std::function<int()>> operations_{
+        {"version_check", [this] { return scard().version_check(4); }},
+        {"init", [this] { return init(); }},
+        {"settings", [this] { return dump(); }},
+        {"read_scard", [this] { return scard().read_scard(); }},
+        {"discover_keys", [this] { return discover(); }},
+        {"set_key", [this] { return scard().set_key(size_t{0}); }},
+        {"notify_config_done", [this] { return scard().notify_config_done(); }},
+        {"ossl_load", [this] { return scard().ossl_load(); }},
+        {"destroy", [this] { return destroy(); }},
+    };
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) return 2;
+    Client client(argv[1], argv[2]);
+    if (!client.is_loaded()) return 3;
+    for (int i = 3; i < argc; ++i)
+        if (!client.run(argv[i])) return 4;
+    return 0;
+}

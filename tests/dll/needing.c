@@ -1,0 +1,7 @@
+/* An engine and a module that would be right if only the DLL existed that they need. */
+__declspec(dllimport) int absent_function(void);
+__declspec(dllexport) int bind_engine(void);
+__declspec(dllexport) int C_GetFunctionList(void);
+
+int bind_engine(void) { return absent_function(); }
+int C_GetFunctionList(void) { return absent_function(); }

@@ -1,0 +1,74 @@
+// Something else under libp11's name: the error names the file and the system's cause, the process lives on,
+// and the right file afterwards is taken.
+#include <fstream>
+
+#include "dll_folder.h"
+
+namespace Kes::test {
+namespace {
+
+class WrongLibp11Test : public DllFolder {
+protected:
+    const std::filesystem::path file = folder / "libp11.dll";
+
+    /// What init() says twice; then the client turns to capi, and at last to pkcs11 with the right file.
+    std::string run_with_wrong_file() const {
+        return run({log_setting, "backend=pkcs11", "init", "init", "backend=capi", "init", "destroy"});
+    }
+
+    static std::string failures(const std::string& error) {
+        return "init: 1 " + error + "\ninit: 1 " + error + "\ninit: 0\ndestroy: 0\n";
+    }
+
+    std::string not_loaded(unsigned long code, const std::string& hint = "") const {
+        return "libp11_library:78 Kes::require_libp11(): error loading '" + file.string() + "'" + hint +
+               ": " + system_cause(code);
+    }
+};
+
+TEST_F(WrongLibp11Test, ATextFileIsNoDll) {
+    put_text_file(file);
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, ": it is no DLL for 64 bits")));
+}
+
+TEST_F(WrongLibp11Test, AnEmptyFileIsNoDll) {
+    std::ofstream{file};
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, ": it is no DLL for 64 bits")));
+}
+
+TEST_F(WrongLibp11Test, A32BitDllIsNotForThisProcess) {
+    put_as(wrong / "32bit.dll", file);
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, ": it is no DLL for 64 bits")));
+}
+
+TEST_F(WrongLibp11Test, ADllThatLacksItsOwnDllIsToldFromOneThatIsNotThere) {
+    put(wrong / "needing" / "libp11.dll", folder);
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(126, ": a DLL that it needs is missing")));
+}
+
+TEST_F(WrongLibp11Test, ADllThatLacksAFunctionIsNamedWithTheFunction) {
+    put(wrong / "lacking" / "libp11.dll", folder);
+    EXPECT_EQ(run_with_wrong_file(), failures("libp11_library:117 Kes::require_libp11(): '" + file.string() +
+                                              "' has no function PKCS11_is_logged_in: " + system_cause(127)));
+}
+
+TEST_F(WrongLibp11Test, AFileInPathIsNamedAsItWasFound) {
+    const auto in_path = make_folder("in path");
+    put_text_file(in_path / "libp11.dll");
+    path_variable = in_path.string();
+    EXPECT_EQ(run_with_wrong_file(), failures("libp11_library:78 Kes::require_libp11(): error loading '" +
+                                              (in_path / "libp11.dll").string() +
+                                              "': it is no DLL for 64 bits: " + system_cause(193)));
+}
+
+TEST_F(WrongLibp11Test, TheRightFileAfterwardsIsTakenInTheSameProcess) {
+    put(wrong / "lacking" / "libp11.dll", folder);
+    const std::string replace =
+        "copy_file=" + (wrong / "whole" / "libp11.dll").string() + "|" + file.string();
+    EXPECT_EQ(run({log_setting, "backend=pkcs11", "init", replace, "init", "destroy"}),
+              "init: 1 libp11_library:117 Kes::require_libp11(): '" + file.string() +
+                  "' has no function PKCS11_is_logged_in: " + system_cause(127) + "\ninit: 0\ndestroy: 0\n");
+}
+
+} // namespace
+} // namespace Kes::test
