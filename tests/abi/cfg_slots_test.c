@@ -1,8 +1,6 @@
 /* Calls every slot of the configuration's table by its number. */
 #include "table.h"
 
-#include <dlfcn.h>
-
 enum {
     slot_destructor = 1,
     slot_clone = 2,
@@ -72,9 +70,7 @@ static const char* dump(const kes_object* cfg) {
 }
 
 static void check_dump_has(const kes_object* cfg, const char* line) {
-    if (strstr(dump(cfg), line) != NULL) return;
-    fprintf(stderr, "no line \"%s\" in\n%s", line, dump(cfg));
-    exit(1);
+    if (kit_find(dump(cfg), line) == NULL) kit_check_text(__FILE__, __LINE__, line, dump(cfg));
 }
 
 static void text_settings_keep_what_is_set(const char* log_file) {
@@ -90,7 +86,12 @@ static void text_settings_keep_what_is_set(const char* log_file) {
     }
     for (size_t i = 0; i < count; ++i) {
         CHECK_TEXT(text_settings[i].dump_name, SLOT(cfg, text_settings[i].setter + 1, fn_text)(cfg));
-        snprintf(line, sizeof line, "\n  %s=%s\n", text_settings[i].dump_name, text_settings[i].dump_name);
+        line[0] = '\0';
+        kit_append(line, sizeof line, "\n  ");
+        kit_append(line, sizeof line, text_settings[i].dump_name);
+        kit_append(line, sizeof line, "=");
+        kit_append(line, sizeof line, text_settings[i].dump_name);
+        kit_append(line, sizeof line, "\n");
         check_dump_has(cfg, line);
     }
     for (size_t i = 0; i < count; ++i) {
@@ -157,27 +158,26 @@ static void texts_are_cut_to_the_buffer(const char* log_file) {
     CHECK_TEXT("pkcs11 (PKCS#11 with module 'module.so')", describe(cfg, 2, text, sizeof text));
     CHECK_TEXT("capi_store (MS CryptoAPI using Windows Cert Store)", describe(cfg, 3, text, sizeof text));
     CHECK_TEXT("", describe(cfg, 0, text, sizeof text));
-    memset(text, 'x', sizeof text);
+    kit_fill(text, 'x', sizeof text);
     CHECK_TEXT("capi", describe(cfg, 1, text, 5));
     CHECK(text[5] == 'x');
-    memset(text, 'x', sizeof text);
+    kit_fill(text, 'x', sizeof text);
     CHECK_TEXT("configuration", SLOT(cfg, slot_dump_settings, fn_buffer)(cfg, text, 14));
     CHECK(text[14] == 'x');
     CHECK_TEXT("", SLOT(cfg, slot_dump_settings, fn_buffer)(cfg, text, 1));
     destroy_library();
 }
 
+/* Typed is "xs.". */
 static void crypto_if_is_asked_on_the_console(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     const fn_int_uint_out ask = SLOT(cfg, slot_select_crypto_if_from_console, fn_int_uint_out);
     unsigned int selected = 77;
-    type_keys("xs");
     CHECK(ask(cfg, &selected) == 0);
     CHECK(selected == 3);
     CHECK(*SLOT(cfg, slot_get_crypto_if, fn_uint_ref)(cfg) == 1);
     selected = 77;
-    type_keys(".");
     CHECK(ask(cfg, &selected) == 1);
     CHECK(selected == 77);
     CHECK(ask(cfg, NULL) == 1);
@@ -218,10 +218,7 @@ static void destructor_without_bit_0_leaves_the_memory(const char* log_file) {
     SLOT(clone, slot_set_logfile, fn_void_text)
     (clone, "a text too long to be kept inside of the object itself");
     CHECK(SLOT(clone, slot_destructor, fn_destructor)(clone, 0) == clone);
-    typedef void (*free_function)(void*);
-    const free_function operator_delete = (free_function)dlsym(RTLD_DEFAULT, "_ZdlPv");
-    CHECK(operator_delete != NULL);
-    operator_delete(clone);
+    kit_free_as_library(clone);
     destroy_library();
 }
 

@@ -1,83 +1,24 @@
 /* Calls every slot of the exported object's table by its number. */
-#include "table.h"
-
-enum {
-    slot_version_check = 1,
-    slot_get_config_default,
-    slot_get_config_used,
-    slot_init,
-    slot_read_scard,
-    slot_is_pin_required,
-    slot_set_pin,
-    slot_discover_keys,
-    slot_get_key_name,
-    slot_set_key_by_id,
-    slot_set_key_by_number,
-    slot_notify_config_done,
-    slot_ossl_load,
-    slot_ossl_unload,
-    slot_ossl_get_private_key,
-    slot_ossl_get_certificate,
-    slot_destructor,
-    slot_get_version,
-    slot_destroy,
-    slot_get_last_error_msg,
-    slot_select_key_from_console,
-    number_of_slots = slot_select_key_from_console
-};
-
-enum { crypto_if_capi = 1, crypto_if_capi_store = 3 };
-
-#define NOT_ALLOWED(state)                                                                                   \
-    "operation not allowed in current state (cfg_state=" state "): val=6 (invalid_state)"
-
-static const char* last_error(kes_object* library) {
-    return SLOT(library, slot_get_last_error_msg, fn_text)(library);
-}
-
-#define CHECK_FAILS(status, error, library)                                                                  \
-    do {                                                                                                     \
-        CHECK((status) == 1);                                                                                \
-        CHECK_TEXT(error, last_error(library));                                                              \
-    } while (0)
-
-#define CHECK_SUCCEEDS(status, library)                                                                      \
-    do {                                                                                                     \
-        CHECK((status) == 0);                                                                                \
-        CHECK_TEXT("", last_error(library));                                                                 \
-    } while (0)
-
-static void init_with(kes_object* library, unsigned int crypto_if, const char* log_file) {
-    kes_object* cfg = SLOT(library, slot_get_config_default, fn_object)(library);
-    SLOT(cfg, 3, fn_void_uint_ref)(cfg, &crypto_if);
-    SLOT(cfg, 31, fn_void_text)(cfg, log_file);
-    CHECK_SUCCEEDS(SLOT(library, slot_init, fn_int_object)(library, cfg), library);
-}
-
-static const char* logfile_of(const kes_object* cfg) { return SLOT(cfg, 32, fn_text)(cfg); }
+#include "if_table.h"
 
 /* The log's lines "called: Kes::OsslScardIfImp::<operation>" must be these, in this order. */
 static void check_traced(const char* log_file, const char* const* operations, size_t count) {
     static const char prefix[] = "called: Kes::OsslScardIfImp::";
-    char* log = read_text_file(log_file);
-    const char* position = log;
+    const char* position = kit_read_file(log_file);
     for (size_t i = 0; i <= count; ++i) {
-        position = strstr(position, prefix);
+        position = kit_find(position, prefix);
         if (i == count) break;
         CHECK(position != NULL);
-        position += strlen(prefix);
-        const size_t length = strcspn(position, "\n");
-        if (strlen(operations[i]) != length || strncmp(operations[i], position, length) != 0) {
-            fprintf(stderr, "call %zu: expected %s but traced %.*s\n", i, operations[i], (int)length,
-                    position);
-            exit(1);
-        }
+        position += kit_length(prefix);
+        const size_t length = (size_t)(kit_find(position, "\n") - position);
+        char operation[64] = "";
+        kit_append(operation, length + 1 < sizeof operation ? length + 1 : sizeof operation, position);
+        CHECK_TEXT(operations[i], operation);
     }
     CHECK(position == NULL);
-    free(log);
 }
 
-/* Every slot but init, on a fresh object. */
+/* Every slot but init, on a fresh object. Typed is "x.". */
 static void call_all_before_init(kes_object* library) {
     size_t size = 77;
     CHECK_FAILS(SLOT(library, slot_version_check, fn_int_uint)(library, 3),
@@ -118,7 +59,6 @@ static void call_all_before_init(kes_object* library) {
     CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_certificate, fn_int_pointer_out)(library, &pointer), library);
     CHECK(pointer == NULL);
     CHECK_TEXT("4.3.0", SLOT(library, slot_get_version, fn_text)(library));
-    type_keys("x.");
     CHECK_FAILS(SLOT(library, slot_select_key_from_console, fn_int_size_out)(library, &size),
                 "ossl_scard_if_imp:390 Kes::OsslScardIfImp::select_key_from_console(): user abort: val=16 "
                 "(user_abort)",
@@ -175,7 +115,7 @@ static void every_slot_is_the_operation_it_should_be(const char* log_file) {
 static void one_round_changes_the_state_as_it_should(const char* log_file) {
     kes_object* library = get_ossl_scard_if();
     size_t size = 77;
-    init_with(library, crypto_if_capi_store, log_file);
+    init_with(library, no_crypto_if, log_file);
     CHECK_TEXT(log_file, logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
     CHECK_FAILS(SLOT(library, slot_init, fn_int_object)(library, NULL), NOT_ALLOWED("initialized"), library);
     CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), NOT_ALLOWED("initialized"),
@@ -184,15 +124,14 @@ static void one_round_changes_the_state_as_it_should(const char* log_file) {
     CHECK(!SLOT(library, slot_is_pin_required, fn_bool)(library));
     CHECK_SUCCEEDS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), library);
     CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, &size),
-                "capi_backend:23 Kes::capi_backend::create_store_scanner(): crypto interface capi_store is "
-                "available on Windows only: val=4 (unsupported)",
+                "pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 (not_registered)",
                 library);
     CHECK(size == 77);
     CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library), NOT_ALLOWED("configuring"), library);
     CHECK_SUCCEEDS(SLOT(library, slot_notify_config_done, fn_int)(library), library);
     CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library),
-                "capi_backend:32 Kes::capi_backend::create_store_engine(): crypto interface capi_store is "
-                "available on Windows only: val=4 (unsupported)",
+                "ossl_scard_mgr:372 Kes::OsslScardMgr::ossl_load(): openssl engine not created: val=6 "
+                "(invalid_state)",
                 library);
     CHECK_SUCCEEDS(SLOT(library, slot_ossl_unload, fn_int)(library), library);
     CHECK_FAILS(SLOT(library, slot_notify_config_done, fn_int)(library), NOT_ALLOWED("configured"), library);
@@ -231,7 +170,8 @@ static void null_arguments_are_refused(const char* log_file) {
                 "pointer: val=3 (bad_argument)",
                 library);
     SLOT(library, slot_destroy, fn_void)(library);
-    remove("ossl_scard.log"); /* the refused init() opened the log file of the default configuration */
+    kit_remove_file(
+        "ossl_scard.log"); /* the refused init() opened the log file of the default configuration */
 }
 
 /* The destructor's entry ends the object as destroy() does, whatever its flags. */
@@ -240,9 +180,7 @@ static void end_by_the_destructor(const char* log_file, unsigned int flags) {
     init_with(library, crypto_if_capi, log_file);
     CHECK(SLOT(library, slot_destructor, fn_destructor)(library, flags) == library);
 
-    char* log = read_text_file(log_file);
-    CHECK(strstr(log, "OpenSSL smart card manager stopped.\n") != NULL);
-    free(log);
+    CHECK(kit_find(kit_read_file(log_file), "OpenSSL smart card manager stopped.\n") != NULL);
 
     library = get_ossl_scard_if();
     CHECK(library != NULL);

@@ -1,11 +1,7 @@
 #ifndef KES_TESTS_ABI_TABLE_H_
 #define KES_TESTS_ABI_TABLE_H_
 
-#include <stdbool.h>
-#include <stddef.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
+#include "kit.h"
 
 /* The library as a client sees it that has no C++: an object whose first word leads to a table of functions.
    Slots are counted from 1, as the tables in the documents are. */
@@ -43,36 +39,13 @@ typedef void* (*fn_destructor)(kes_object* self, unsigned int flags);
 
 kes_object* get_ossl_scard_if(void);
 
-/* Ends the test program when the condition does not hold. */
-#define CHECK(condition)                                                                                     \
-    do {                                                                                                     \
-        if (!(condition)) {                                                                                  \
-            fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition);                          \
-            exit(1);                                                                                         \
-        }                                                                                                    \
-    } while (0)
-
-#define CHECK_TEXT(expected, actual) check_text(__FILE__, __LINE__, expected, actual)
-
-static inline void check_text(const char* file, int line, const char* expected, const char* actual) {
-    if (actual != NULL && strcmp(expected, actual) == 0) return;
-    fprintf(stderr, "%s:%d: expected \"%s\"\n  but got \"%s\"\n", file, line, expected,
-            actual == NULL ? "(null)" : actual);
-    exit(1);
-}
-
-/* What the user types: makes these bytes, and then the end of input, the standard input. */
-void type_keys(const char* keys);
-
-/* The whole file, to be freed. */
-char* read_text_file(const char* name);
-
 typedef struct {
     const char* name;
     void (*run)(const char* log_file);
 } scenario;
 
-/* Runs the scenario that argv[1] names; argv[2] is the log file it may write. */
+/* Runs the scenario that argv[1] names; argv[2] is the log file it may write. What the scenario asks the user
+   is typed by whoever starts it. */
 int run_scenario(int argc, char** argv, const scenario* scenarios, size_t count);
 
 #endif

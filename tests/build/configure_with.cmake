@@ -1,5 +1,6 @@
 # Configures the project with an OpenSSL that says it is VERSION (and, with NO_ENGINES, that it was built without
 # engines), and fails unless that is refused with the sentence EXPECTED; or, without a sentence, unless it is accepted.
+# With TOOLCHAIN it is for Windows. SETTINGS are further definitions.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(include_dir ${WORK_DIR}/openssl/include)
 string(REPLACE "." ";" numbers ${VERSION})
@@ -16,16 +17,26 @@ file(WRITE ${include_dir}/openssl/opensslconf.h "")
 if(DEFINED NO_ENGINES)
     file(WRITE ${include_dir}/openssl/opensslconf.h "#define ${NO_ENGINES}\n")
 endif()
-file(WRITE ${WORK_DIR}/openssl/lib/libcrypto.so "")
-file(WRITE ${WORK_DIR}/openssl/lib/libssl.so "")
+set(target -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
+set(library_end .so)
+if(DEFINED TOOLCHAIN)
+    set(target --toolchain ${TOOLCHAIN} -DOPENSSL_ROOT_DIR=${WORK_DIR}/openssl)
+    set(library_end .dll.a)
+    file(WRITE ${WORK_DIR}/openssl/lib64/engines-3/capi.dll "")
+endif()
+foreach(library crypto ssl)
+    file(WRITE ${WORK_DIR}/openssl/lib/lib${library}${library_end} "")
+    file(WRITE ${WORK_DIR}/openssl/bin/lib${library}-3-x64.dll "")
+endforeach()
 
 execute_process(
     COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -G Ninja
-        -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
+        ${target}
         -DOPENSSL_INCLUDE_DIR=${include_dir}
-        -DOPENSSL_CRYPTO_LIBRARY=${WORK_DIR}/openssl/lib/libcrypto.so
-        -DOPENSSL_SSL_LIBRARY=${WORK_DIR}/openssl/lib/libssl.so
+        -DOPENSSL_CRYPTO_LIBRARY=${WORK_DIR}/openssl/lib/libcrypto${library_end}
+        -DOPENSSL_SSL_LIBRARY=${WORK_DIR}/openssl/lib/libssl${library_end}
         -DMARVO_BUILD_TESTS=OFF -DMARVO_BUILD_BENCH=OFF -DMARVO_BUILD_EXAMPLES=OFF
+        ${SETTINGS}
     RESULT_VARIABLE result
     OUTPUT_VARIABLE output
     ERROR_VARIABLE output)
