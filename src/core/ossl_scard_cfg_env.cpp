@@ -30,14 +30,14 @@ Cfg::CryptoIf parse_crypto_if(const std::string& text) {
 }
 
 /// As strtoul() reads it where unsigned long has 32 bits, whatever it has here: a number beyond them
-/// saturates, a negative one wraps.
+/// saturates, a negative one wraps. Not all C runtimes agree what a negative one beyond them does.
 unsigned int parse_number(const std::string& text) {
     constexpr int any_base = 0; // decimal, 0x hexadecimal, 0 octal
-    constexpr unsigned long largest = std::numeric_limits<unsigned int>::max();
-    const unsigned long value = std::strtoul(text.c_str(), nullptr, any_base);
+    constexpr unsigned long long largest = std::numeric_limits<unsigned int>::max();
+    const unsigned long long value = std::strtoull(text.c_str(), nullptr, any_base);
     const std::size_t sign = text.find_first_not_of(" \t\n\v\f\r");
     const bool is_negative = sign != std::string::npos && text[sign] == '-';
-    const unsigned long magnitude = is_negative ? 0 - value : value;
+    const unsigned long long magnitude = is_negative ? 0 - value : value;
     return static_cast<unsigned int>(magnitude > largest ? largest : value);
 }
 

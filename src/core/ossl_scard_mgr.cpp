@@ -105,9 +105,11 @@ void OsslScardMgr::read_scard() {
     cfg_state = CfgState::configuring;
 }
 
-void OsslScardMgr::set_pin(Pin pin_in) {
+// The state first: an exception has what is in the processor's registers written to the stack, on Windows at
+// least, and a copy that was just made of the characters is there still.
+void OsslScardMgr::set_pin(const char* characters) {
     require_state({CfgState::configuring});
-    pin = std::move(pin_in);
+    pin = Pin(characters);
     log_info("setting pin");
 }
 

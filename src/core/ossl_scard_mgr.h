@@ -41,7 +41,7 @@ public:
     void init(const OsslScardCfg* cfg_in);
     void read_scard();
     bool is_pin_required() const noexcept { return is_pin_required_; }
-    void set_pin(Pin pin_in);
+    void set_pin(const char* characters);
     void discover_keys();
     void set_key_type(const PkoId* pko_id);
     void set_priv_key_name(const PkoId* pko_id);

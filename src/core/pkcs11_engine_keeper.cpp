@@ -56,9 +56,17 @@ std::string library_name(const std::string& path) {
     return failure ? path : file.string();
 }
 
+/// Also under a name that a path cannot be made to: of another link, or on Windows in letters of other case.
+bool is_same_file(const std::string& left, const std::string& right) {
+    std::error_code failure;
+    return std::filesystem::path(left).has_parent_path() && std::filesystem::path(right).has_parent_path() &&
+           std::filesystem::equivalent(left, right, failure);
+}
+
 Record* record_of_library(const std::string& engine_path) {
     const std::string name = library_name(engine_path);
-    return find_record([&](const Record& record) { return record.file == name; });
+    return find_record(
+        [&](const Record& record) { return record.file == name || is_same_file(record.file, name); });
 }
 
 int note_clean_up(ENGINE* engine) {

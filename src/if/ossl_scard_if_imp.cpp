@@ -136,7 +136,7 @@ int OsslScardIfImp::set_pin(const char* pin) {
     return guarded("set_pin()", [&] {
         require_argument(pin, "pin is a null pointer",
                          "ossl_scard_if_imp:183 Kes::OsslScardIfImp::set_pin()");
-        manager().set_pin(Pin(pin));
+        manager().set_pin(pin);
     });
 }
 

@@ -15,6 +15,7 @@
 #include "ossl_ptr.h"
 #include "ossl_scard_mgr.h"
 #include "support.h"
+#include "typed_keys.h"
 
 namespace Kes::test {
 
@@ -94,8 +95,15 @@ public:
 private:
     std::ostringstream output_;
     std::streambuf* console_;
-    int stdin_;
+    TypedKeys keyboard_;
 };
+
+/// What an error text ends with when a library was to be loaded that is not there: the words of the system,
+/// where OpenSSL and libp11 keep them back. core_fixture_posix.cpp or core_fixture_win.cpp.
+std::string words_on_missing(const std::string& file);
+
+/// An error text with "THREAD" for OpenSSL's name of the thread.
+std::string without_thread(const std::string& text);
 
 /// What EXPECT_EQ says of an operation: its status, and the error's text if there is one.
 std::string outcome(int status, const std::string& error);

@@ -185,7 +185,7 @@ protected:
     Lines log() const {
         const std::regex error_thread("^[0-9A-F]+:error:");
         const std::regex restart("at ....-..-.. ..:..:..\\.... --");
-        Lines lines = split_lines(read_file(dir.file("log")));
+        Lines lines = split_lines(read_text(dir.file("log")));
         for (std::string& line : lines) {
             line = without_header(line);
             line = std::regex_replace(line, error_thread, "THREAD:error:");

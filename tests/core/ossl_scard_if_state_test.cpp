@@ -175,7 +175,7 @@ TEST_F(OsslScardIfStateTest, EveryOperationOfTheManagerInEveryState) {
          [&] { return thrown_by([&] { manager().read_scard(); }); },
          {no, Expected{"0", configuring}, Expected{"0", configuring}, Expected{"0", configuring}}},
         {"set_pin",
-         [&] { return thrown_by([&] { manager().set_pin(Pin("1234")); }); },
+         [&] { return thrown_by([&] { manager().set_pin("1234"); }); },
          {no, no, Expected{"0", configuring}, no}},
         {"discover_keys",
          [&] { return thrown_by([&] { manager().discover_keys(); }); },

@@ -5,10 +5,6 @@
 namespace Kes::test {
 namespace {
 
-constexpr const char* capi_only = "crypto interface capi is available on Windows only: val=4 (unsupported)";
-constexpr const char* store_only =
-    "crypto interface capi_store is available on Windows only: val=4 (unsupported)";
-
 class OsslScardMgrTest : public ScardTest {
 protected:
     static OsslScardMgr& manager() {
@@ -246,27 +242,6 @@ TEST_F(OsslScardMgrTest, AnUnknownBackEndWithoutAScannerCannotDiscoverAndNotLoad
         EXPECT_EQ(script().calls(), Lines());
         scard().destroy();
     }
-}
-
-TEST_F(OsslScardMgrTest, TheWindowsBackEndsAreUnsupportedAtTheFirstOperationThatNeedsThem) {
-    init_with(1);
-    EXPECT_EQ(error_text([] { manager().read_scard(); }),
-              std::string("capi_backend:15 Kes::capi_backend::probe(): ") + capi_only);
-    EXPECT_EQ(state(), "initialized");
-    choose(3);
-    manager().read_scard(); // needs nothing of the store
-    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
-              std::string("capi_backend:23 Kes::capi_backend::create_store_scanner(): ") + store_only);
-    choose(1);
-    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
-              std::string("capi_backend:19 Kes::capi_backend::create_scanner(): ") + capi_only);
-    manager().notify_config_done();
-    EXPECT_EQ(error_text([] { manager().ossl_load(); }),
-              std::string("capi_backend:28 Kes::capi_backend::create_engine(): ") + capi_only);
-    choose(3);
-    EXPECT_EQ(error_text([] { manager().ossl_load(); }),
-              std::string("capi_backend:32 Kes::capi_backend::create_store_engine(): ") + store_only);
-    EXPECT_EQ(state(), "configured");
 }
 
 TEST_F(OsslScardMgrTest, ASecondLoadDoesNothingUntilTheConfigurationIsDoneAgain) {

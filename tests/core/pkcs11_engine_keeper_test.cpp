@@ -1,66 +1,12 @@
-#include "pkcs11_engine_keeper.h"
-
 #include <filesystem>
 #include <fstream>
 #include <openssl/err.h>
 
-#include "core_fixture.h"
 #include "error.h"
-#include "ossl_engine_pkcs11.h"
+#include "pkcs11_engine_keeper_fixture.h"
 
 namespace Kes::test {
 namespace {
-
-/// An engine as in libp11 0.4.12, which keeps what it has read, and an OpenSSL that loads no library twice.
-class Pkcs11EngineKeeperTest : public CoreTest {
-protected:
-    Pkcs11EngineKeeperTest() {
-        engine().holds_on = true;
-        engine().refuses_loaded_library = true;
-    }
-
-    void TearDown() override {
-        key.reset();
-        Pkcs11EngineKeeper::finish_leftover();
-        EXPECT_EQ(engine().initialised_engines(), 0U);
-        CoreTest::TearDown();
-    }
-
-    /// Loads the engine, reads a key, and ends the engine. The key is in use until it is reset.
-    void live(const std::string& engine_path) {
-        key.reset();
-        Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
-        key = loaded.read_private_key("key");
-        script().take_calls();
-    }
-
-    void live_and_free(const std::string& engine_path) {
-        key.reset();
-        Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
-        key = loaded.read_private_key("key");
-        key.reset();
-        script().take_calls();
-    }
-
-    std::string load_error(const std::string& engine_path) {
-        return error_text([&] { Pkcs11OsslEngine(engine_path.c_str(), "module.so", &pin, false); });
-    }
-
-    Lines last_calls(std::size_t count) {
-        const Lines& all = script().calls();
-        return {all.end() - static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
-    }
-
-private:
-    TempDir dir;
-
-protected:
-    /// A name of the test's own: engines are remembered for as long as the process lives.
-    const std::string library = dir.file("engine.so");
-    const Pin pin{"1234"};
-    EvpPkeyPtr key;
-    LogCapture log;
-};
 
 constexpr const char* refused = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                 "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
@@ -175,11 +121,20 @@ TEST_F(Pkcs11EngineKeeperTest, EnginesOfTwoLibrariesAreBothRemembered) {
     EXPECT_THAT(script().take_calls(), testing::Contains("ENGINE_add(engine2)"));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, ALibraryIsKnownUnderEachOfItsNames) {
+TEST_F(Pkcs11EngineKeeperTest, ALibraryIsKnownByItsHardLinkToo) {
     std::ofstream(library) << "an engine";
-    std::filesystem::create_symlink(library, library + ".link");
+    std::filesystem::create_hard_link(library, library + ".link");
     live_and_free(library);
     EXPECT_EQ(load_error(library + ".link"), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) {
+    const std::filesystem::path folder = std::filesystem::path(library).parent_path() / "other";
+    std::filesystem::create_directory(folder);
+    std::ofstream(library) << "an engine";
+    std::ofstream(folder / "engine.so") << "an engine";
+    live_and_free(library);
+    EXPECT_EQ(load_error((folder / "engine.so").string()).rfind(refused, 0), 0U);
 }
 
 TEST_F(Pkcs11EngineKeeperTest, ARelativePathIsKnownFromAnotherFolderToo) {

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dlfcn.h>
 #include <iterator>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/ui.h>
 #include <utility>
+
+#include "real_function.h"
 
 /// OpenSSL leaves this type open to whoever defines the functions.
 struct engine_st {
@@ -189,11 +190,6 @@ void unregister(const char* function, const ENGINE* engine) {
     script().note(std::string(function) + "(" + name_of(engine, function) + ")");
 }
 
-template <typename Function>
-Function next_definition(const char* name) {
-    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 } // namespace Kes::test
 
@@ -201,7 +197,7 @@ using Kes::test::Failure;
 using Kes::test::fake;
 using Kes::test::name_of;
 using Kes::test::name_of_kept;
-using Kes::test::next_definition;
+using Kes::test::real_function;
 using Kes::test::script;
 using Kes::test::text_of;
 using Kes::test::unregister;
@@ -357,13 +353,13 @@ int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
 }
 
 void X509_free(X509* a) {
-    static const auto real = next_definition<void (*)(X509*)>("X509_free");
+    static const auto real = real_function<void (*)(X509*)>("X509_free");
     fake().end_object("X509_free", a);
     real(a);
 }
 
 void EVP_PKEY_free(EVP_PKEY* pkey) {
-    static const auto real = next_definition<void (*)(EVP_PKEY*)>("EVP_PKEY_free");
+    static const auto real = real_function<void (*)(EVP_PKEY*)>("EVP_PKEY_free");
     fake().end_object("EVP_PKEY_free", pkey);
     real(pkey);
 }
@@ -371,7 +367,7 @@ void EVP_PKEY_free(EVP_PKEY* pkey) {
 /// Printing a name fails only out of memory; here it can be made to.
 int X509_NAME_print_ex(BIO* out, const X509_NAME* nm, int indent, unsigned long flags) {
     using Print = int (*)(BIO*, const X509_NAME*, int, unsigned long);
-    static const auto real = next_definition<Print>("X509_NAME_print_ex");
+    static const auto real = real_function<Print>("X509_NAME_print_ex");
     if (const Failure* failure = script().step("X509_NAME_print_ex", "")) return failure->rc;
     return real(out, nm, indent, flags);
 }

@@ -1,15 +1,6 @@
 #include "memory_search.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <stdexcept>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include "support.h"
 
 namespace Kes::test {
 namespace {
@@ -19,51 +10,6 @@ bool is_at(const char* place, const VeiledText& needle) {
         if ((static_cast<unsigned char>(place[i]) ^ needle.veil) != needle.bytes[i]) return false;
     return true;
 }
-
-/// Reads memory through a file, because some of it may vanish meanwhile, into a mapping that is not searched.
-class MemoryReader {
-public:
-    MemoryReader()
-        : buffer_(::mmap(nullptr, buffer_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)),
-          memory_(::open("/proc/self/mem", O_RDONLY | O_CLOEXEC)) {
-        if (buffer_ == MAP_FAILED || memory_ < 0)
-            throw std::runtime_error("cannot read this process's memory");
-    }
-    ~MemoryReader() {
-        ::munmap(buffer_, buffer_size);
-        ::close(memory_);
-    }
-    MemoryReader(const MemoryReader&) = delete;
-    MemoryReader& operator=(const MemoryReader&) = delete;
-
-    std::size_t count_between(std::uintptr_t begin, std::uintptr_t end, const VeiledText& needle) const {
-        // The system may show the buffer as one mapping with its neighbours.
-        const auto own = reinterpret_cast<std::uintptr_t>(buffer_);
-        const std::uintptr_t own_end = own + buffer_size;
-        return count_apart(begin, std::min(end, own), needle) +
-               count_apart(std::max(begin, own_end), end, needle);
-    }
-
-private:
-    static constexpr std::size_t buffer_size = std::size_t{1} << 20U;
-
-    std::size_t count_apart(std::uintptr_t begin, std::uintptr_t end, const VeiledText& needle) const {
-        std::size_t found = 0;
-        const std::size_t length = needle.bytes.size();
-        while (begin + length <= end) {
-            const ssize_t got = ::pread(memory_, buffer_, std::min<std::size_t>(buffer_size, end - begin),
-                                        static_cast<off_t>(begin));
-            if (got < static_cast<ssize_t>(length)) break;
-            const auto size = static_cast<std::size_t>(got);
-            found += count_in({static_cast<const char*>(buffer_), size}, needle);
-            begin += size - (length - 1);
-        }
-        return found;
-    }
-
-    void* buffer_;
-    int memory_;
-};
 
 } // namespace
 
@@ -77,21 +23,6 @@ std::size_t count_in(std::string_view text, const VeiledText& needle) {
         const char* const place = static_cast<const char*>(next);
         if (is_at(place, needle)) ++found;
         text.remove_prefix(static_cast<std::size_t>(place - text.data()) + 1);
-    }
-    return found;
-}
-
-std::size_t count_in_memory(const VeiledText& needle) {
-    // Nothing is larger but the sanitizers' map of the memory, terabytes which hold no text.
-    constexpr std::uintptr_t largest = std::uintptr_t{1} << 30U;
-    const MemoryReader reader;
-    std::size_t found = 0;
-    for (const std::string& line : split_lines(read_file("/proc/self/maps"))) {
-        std::uintptr_t begin = 0;
-        std::uintptr_t end = 0;
-        char rights[5] = "";
-        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &begin, &end, rights) != 3 || rights[1] != 'w') continue;
-        if (end - begin <= largest) found += reader.count_between(begin, end, needle);
     }
     return found;
 }

@@ -19,7 +19,7 @@ std::size_t count_in(std::string_view text, const VeiledText& needle);
 
 /// How often it stands in clear in this process's writable memory. The allocator writes over the beginning of
 /// what is freed (16 bytes, 32 of large blocks): to find copies that nobody wiped, look for the end of a
-/// text.
+/// text. Answered by memory_search_posix.cpp or memory_search_win.cpp.
 std::size_t count_in_memory(const VeiledText& needle);
 
 } // namespace Kes::test

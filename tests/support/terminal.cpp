@@ -41,13 +41,24 @@ Terminal::Terminal() {
 Terminal::~Terminal() {
     close_file(program_);
     close_file(keyboard_);
+    close_file(pipe_);
     if (child_ > 0) {
         ::kill(child_, SIGKILL);
         ::waitpid(child_, nullptr, 0);
     }
 }
 
-void Terminal::start(const std::vector<std::string>& command) {
+void Terminal::start(const std::vector<std::string>& command) { start(command, -1); }
+
+void Terminal::start_with_pipe(const std::vector<std::string>& command) {
+    int ends[2] = {-1, -1};
+    require(::pipe2(ends, O_CLOEXEC) == 0, "pipe2");
+    pipe_ = ends[0];
+    start(command, ends[1]);
+    close_file(ends[1]);
+}
+
+void Terminal::start(const std::vector<std::string>& command, int output) {
     std::vector<char*> arguments;
     for (const std::string& argument : command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -57,7 +68,12 @@ void Terminal::start(const std::vector<std::string>& command) {
     if (child_ == 0) {
         // A hang-up is to reach the program as the end of its input, not as a signal.
         ::signal(SIGHUP, SIG_IGN);
-        if (::login_tty(program_) == 0) ::execv(arguments[0], arguments.data());
+        const int errors = ::dup(STDERR_FILENO);
+        bool is_ready = ::login_tty(program_) == 0;
+        if (output >= 0)
+            is_ready = is_ready && ::dup2(output, STDOUT_FILENO) >= 0 && ::dup2(errors, STDERR_FILENO) >= 0;
+        ::close(errors);
+        if (is_ready) ::execv(arguments[0], arguments.data());
         ::_exit(127);
     }
     close_file(program_);
@@ -70,12 +86,13 @@ void Terminal::type(std::string_view keys) const {
 bool Terminal::read_more(std::string& output, std::chrono::steady_clock::time_point deadline) const {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    pollfd input{keyboard_, POLLIN, 0};
+    const int source = pipe_ >= 0 ? pipe_ : keyboard_;
+    pollfd input{source, POLLIN, 0};
     const int ready = ::poll(&input, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
     require(ready >= 0, "poll");
     if (ready == 0) throw std::runtime_error("the program does not go on; its last words were: " + output);
     char part[4096];
-    const ssize_t count = ::read(keyboard_, part, sizeof part);
+    const ssize_t count = ::read(source, part, sizeof part);
     if (count < 0 && errno == EIO) return false; // that is how a terminal tells that nobody is left
     require(count >= 0, "read");
     output.append(part, static_cast<std::size_t>(count));

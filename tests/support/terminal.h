@@ -22,6 +22,10 @@ public:
     /// Starts a program with the terminal as its standard input and output. Once for an object.
     void start(const std::vector<std::string>& command);
 
+    /// The same, but what the program writes on its standard output comes through a pipe, and its standard
+    /// error is the test's.
+    void start_with_pipe(const std::vector<std::string>& command);
+
     /// Presses keys.
     void type(std::string_view keys) const;
 
@@ -50,11 +54,14 @@ public:
     void change_settings(const termios& settings) const;
 
 private:
+    void start(const std::vector<std::string>& command, int output);
+
     /// @return false when the program has ended and everything it wrote was read
     bool read_more(std::string& output, std::chrono::steady_clock::time_point deadline) const;
 
     int keyboard_ = -1; // the user's side
     int program_ = -1;  // the program's side, ours only until it is started
+    int pipe_ = -1;     // where the program's output comes out, unless it is the keyboard's side
     pid_t child_ = -1;
 };
 

@@ -311,16 +311,26 @@ TEST_F(OsslCertTest, FailingEncoderLeavesTheFileAsItWas) {
     EXPECT_EQ(read_file(name), before);
 }
 
-/// From now on every log line throws: its file is full and the stream was told to complain.
-void make_logging_fail() {
-    Logger::instance().register_sink("/dev/full", false);
-    Logger::instance().log(Severity::fatal).exceptions(std::ios::badbit);
-}
+/// While it lives every log line throws: the disk is full and the stream was told to complain.
+class FailingLog {
+public:
+    FailingLog() {
+        Logger::instance().register_sink(dir_.file("log"), false);
+        Logger::instance().log(Severity::fatal).exceptions(std::ios::badbit);
+    }
+    ~FailingLog() { Logger::destroy_instance(); }
+    FailingLog(const FailingLog&) = delete;
+    FailingLog& operator=(const FailingLog&) = delete;
+
+private:
+    TempDir dir_;
+    test::FullDisk full_;
+};
 
 TEST_F(OsslCertTest, ConstructionThatFailsAtItsLogLineFreesTheX509) {
     const Bytes der = unit_cert("plain");
     const OsslCalls calls;
-    make_logging_fail();
+    const FailingLog log;
     EXPECT_THROW(OsslCert cert(der), std::ios_base::failure);
     EXPECT_EQ(calls.decoded_x509s, 1);
     EXPECT_EQ(calls.freed_x509s, 1);
@@ -329,8 +339,9 @@ TEST_F(OsslCertTest, ConstructionThatFailsAtItsLogLineFreesTheX509) {
 TEST_F(OsslCertTest, DestructionWhoseLogLineFailsEndsTheProcess) {
     EXPECT_DEATH(
         {
-            const OsslCert cert(unit_cert("plain"));
-            make_logging_fail();
+            auto cert = std::make_unique<OsslCert>(unit_cert("plain"));
+            const FailingLog log;
+            cert.reset();
         },
         "");
 }

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <sstream>
-#include <unistd.h>
 
 #include "support.h"
+#include "typed_keys.h"
 
 namespace Kes {
 
@@ -22,6 +22,7 @@ namespace {
 
 using test::error_text;
 using test::LogCapture;
+using test::TypedKeys;
 
 using Lines = std::vector<std::string>;
 using ColourMenu = ConsSelectMenu<Colour>;
@@ -39,61 +40,28 @@ ColourMenu colour_menu() {
             {{'r', Colour::red, "red as a rose"}, {'b', Colour::blue, "blue"}, {'.', Colour::none, "exit"}}};
 }
 
-/// Puts a pipe in the place of standard input and collects standard output.
+/// Stands in for the keyboard and collects standard output.
 class ConsSelectMenuTest : public testing::Test {
 protected:
-    ConsSelectMenuTest() : console_(std::cout.rdbuf(output_.rdbuf())), stdin_(::dup(STDIN_FILENO)) {
-        int ends[2] = {-1, -1};
-        if (::pipe(ends) != 0) throw std::runtime_error("no pipe can be made");
-        ::dup2(ends[0], STDIN_FILENO);
-        ::close(ends[0]);
-        keyboard_ = ends[1];
-    }
+    ConsSelectMenuTest() : console_(std::cout.rdbuf(output_.rdbuf())) {}
 
-    ~ConsSelectMenuTest() override {
-        std::cout.rdbuf(console_);
-        close_keyboard();
-        if (stdin_ >= 0)
-            ::dup2(stdin_, STDIN_FILENO);
-        else
-            ::close(STDIN_FILENO);
-        ::close(stdin_);
-    }
-
-    void press(const std::string& keys) const {
-        ASSERT_EQ(::write(keyboard_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-    }
-
-    /// No more keys will come, so a menu that still waits fails instead of waiting forever.
-    void close_keyboard() {
-        if (keyboard_ >= 0) ::close(keyboard_);
-        keyboard_ = -1;
-    }
+    ~ConsSelectMenuTest() override { std::cout.rdbuf(console_); }
 
     template <typename Menu>
     auto select(const Menu& menu, const std::string& keys) {
-        press(keys);
-        close_keyboard();
+        keyboard.press(keys);
+        keyboard.end();
         return menu.select();
     }
 
     std::string output() const { return output_.str(); }
 
-    /// What the menu has not read.
-    static std::string unread() {
-        std::string rest;
-        for (char byte = 0; ::read(STDIN_FILENO, &byte, 1) == 1;)
-            rest += byte;
-        return rest;
-    }
-
     LogCapture log;
+    TypedKeys keyboard;
 
 private:
     std::ostringstream output_;
     std::streambuf* console_;
-    int stdin_;
-    int keyboard_ = -1;
 };
 
 TEST_F(ConsSelectMenuTest, ShowsTitleItemsAndPromptAndEchoesTheKey) {
@@ -189,10 +157,10 @@ TEST_F(ConsSelectMenuTest, FirstOfTwoItemsWithOneKeyIsPicked) {
 }
 
 TEST_F(ConsSelectMenuTest, ReadsNotOneKeyTooMany) {
-    press("xbrest");
+    keyboard.press("xbrest");
     EXPECT_EQ(colour_menu().select().object, Colour::blue);
-    close_keyboard();
-    EXPECT_EQ(unread(), "rest");
+    keyboard.end();
+    EXPECT_EQ(keyboard.unread(), "rest");
 }
 
 TEST_F(ConsSelectMenuTest, CtrlCThrowsAndWritesNothingMore) {
@@ -201,7 +169,7 @@ TEST_F(ConsSelectMenuTest, CtrlCThrowsAndWritesNothingMore) {
               "(user_abort)");
     EXPECT_EQ(output(), colour_menu_text);
     EXPECT_EQ(log.lines(), Lines());
-    EXPECT_EQ(unread(), "r");
+    EXPECT_EQ(keyboard.unread(), "r");
 }
 
 TEST_F(ConsSelectMenuTest, CtrlCOfAnIndexMenuTellsItsOwnLocation) {

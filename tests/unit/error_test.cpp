@@ -34,6 +34,11 @@ struct NoCode {
     std::string to_string() const { return ""; }
 };
 
+/// A code of a system that has no texts.
+WinErrorCode textless(unsigned long code) {
+    return WinErrorCode(code, [](unsigned long, unsigned long) { return std::nullopt; });
+}
+
 std::string code_text(std::uint32_t value) {
     return ErrorCode(static_cast<ErrorCodeType>(value)).to_string();
 }
@@ -134,14 +139,14 @@ TEST(ErrorTest, EveryErrorIsCaughtAsErrorBase) {
         }
     };
     EXPECT_EQ(caught(Error(ErrorCodeType::os_err, "m", "l")), "l: m: val=17 (os_err)");
-    EXPECT_EQ(caught(WinError(WinErrorCode(5), "m", "l")), "l: m: val=5 [0x5] (unknown winerror)");
+    EXPECT_EQ(caught(WinError(textless(5), "m", "l")), "l: m: val=5 [0x5] (unknown winerror)");
     EXPECT_EQ(caught(OsslError(OsslErrorCode(-1), "m", "l")), "l: m: rc=-1");
     EXPECT_EQ(caught(ErrorString("m")), "m");
 }
 
 TEST(ErrorTest, EveryErrorIsCaughtAsStdException) {
     EXPECT_EQ(error_text([] { throw Error(ErrorCodeType::os_err, "m", "l"); }), "l: m: val=17 (os_err)");
-    EXPECT_EQ(error_text([] { throw WinError(WinErrorCode(5), "m", "l"); }),
+    EXPECT_EQ(error_text([] { throw WinError(textless(5), "m", "l"); }),
               "l: m: val=5 [0x5] (unknown winerror)");
     EXPECT_EQ(error_text([] { throw OsslError(OsslErrorCode(0), "m", "l"); }), "l: m: rc=0");
     EXPECT_EQ(error_text([] { throw ErrorString("m"); }), "m");

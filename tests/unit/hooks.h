@@ -8,7 +8,8 @@
 #include <vector>
 
 /// What this test program sees and changes of the calls that the library makes: memory (hooks_memory.cpp),
-/// the system (hooks_system.cpp) and OpenSSL (hooks_ossl.cpp).
+/// the system (hooks_system.cpp, with what differs between systems in hooks_system_posix.cpp and
+/// hooks_system_win.cpp) and OpenSSL (hooks_ossl.cpp).
 namespace Kes::test {
 
 /// How often this thread has asked operator new for memory.
@@ -27,7 +28,8 @@ public:
     std::optional<std::string> content() const;
 };
 
-/// Records every write to a file descriptor, also those that the C++ library makes, while it lives.
+/// Records every write to a file descriptor, also those that the C++ library makes, while it lives. On
+/// Windows that is what the C runtime is given, before it makes the line ends of a text file.
 class WriteRecord {
 public:
     WriteRecord();
@@ -37,6 +39,15 @@ public:
 
     /// What each write was given, in order.
     std::vector<std::string> writes() const;
+};
+
+/// A disk with little room left: while it lives, writes of more bytes than that fail.
+class FullDisk {
+public:
+    explicit FullDisk(std::size_t room = 0);
+    ~FullDisk();
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
 };
 
 /// Stops the clock that the library reads, in a time zone without offset.
@@ -50,6 +61,12 @@ public:
 
 /// How often the library has asked for the time.
 std::size_t clock_read_count() noexcept;
+
+/// The calling thread's number, asked of the system by another way than the library's where there is one.
+unsigned long system_thread_id() noexcept;
+
+/// Whether the process holds the file open.
+bool is_open(const std::string& file);
 
 /// Counts the library's calls of OpenSSL functions and makes some fail, while it lives.
 struct OsslCalls {

@@ -1,18 +1,17 @@
-#include "hooks.h"
+#include "hooks_system.h"
 
 #include <atomic>
-#include <cerrno>
 #include <mutex>
-#include <sys/syscall.h>
-#include <sys/time.h>
-#include <sys/uio.h>
-#include <unistd.h>
+#include <utility>
 
-#include "support.h"
+#include "hooks.h"
 
 namespace Kes::test {
 namespace {
 
+constexpr std::size_t unlimited = static_cast<std::size_t>(-1);
+
+std::atomic<std::size_t> disk_room = unlimited;
 std::atomic<bool> is_recording = false;
 std::mutex recorded_mutex;
 std::vector<std::string>& recorded() {
@@ -21,15 +20,19 @@ std::vector<std::string>& recorded() {
 }
 
 std::atomic<std::size_t> clock_reads = 0;
-std::optional<timeval> fixed_time;
-std::optional<EnvVar> time_zone;
 
-void record(std::string bytes) {
+} // namespace
+
+bool is_recording_writes() noexcept { return is_recording; }
+
+void record_write(std::string bytes) {
     const std::lock_guard lock(recorded_mutex);
     recorded().push_back(std::move(bytes));
 }
 
-} // namespace
+bool has_room_for(std::size_t count) noexcept { return count <= disk_room; }
+
+void note_clock_read() noexcept { ++clock_reads; }
 
 WriteRecord::WriteRecord() {
     recorded().clear();
@@ -43,47 +46,10 @@ std::vector<std::string> WriteRecord::writes() const {
     return recorded();
 }
 
-FixedClock::FixedClock(std::time_t seconds, long microseconds) {
-    time_zone.emplace("TZ", "UTC0");
-    ::tzset();
-    fixed_time = timeval{seconds, microseconds};
-}
+FullDisk::FullDisk(std::size_t room) { disk_room = room; }
 
-FixedClock::~FixedClock() {
-    fixed_time.reset();
-    time_zone.reset();
-    ::tzset();
-}
+FullDisk::~FullDisk() { disk_room = unlimited; }
 
 std::size_t clock_read_count() noexcept { return clock_reads; }
 
 } // namespace Kes::test
-
-// The program's own definitions come before libc's for every library in the process, the C++ library
-// included. Those two are the functions by which it writes files.
-extern "C" {
-
-__attribute__((visibility("default"))) ssize_t write(int file, const void* bytes, size_t count) {
-    if (Kes::test::is_recording) Kes::test::record(std::string(static_cast<const char*>(bytes), count));
-    return ::syscall(SYS_write, file, bytes, count);
-}
-
-__attribute__((visibility("default"))) ssize_t writev(int file, const iovec* parts, int count) {
-    if (Kes::test::is_recording) {
-        std::string bytes;
-        for (int i = 0; i < count; ++i)
-            bytes.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
-        Kes::test::record(std::move(bytes));
-    }
-    return ::syscall(SYS_writev, file, parts, count);
-}
-
-// By --wrap, see CMakeLists.txt.
-int __real_gettimeofday(timeval* now, void* zone);
-int __wrap_gettimeofday(timeval* now, void* zone) {
-    ++Kes::test::clock_reads;
-    if (!Kes::test::fixed_time) return __real_gettimeofday(now, zone);
-    *now = *Kes::test::fixed_time;
-    return 0;
-}
-}

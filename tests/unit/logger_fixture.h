@@ -29,7 +29,7 @@ protected:
     Lines lines(const std::string& name = "log") const {
         static const std::regex banner(
             R"(^\[\[\[ ------ restart logger at \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ------\]\]\]$)");
-        Lines all = split_lines(read_file(file(name)));
+        Lines all = split_lines(read_text(file(name)));
         for (std::string& line : all)
             line = std::regex_replace(without_header(line), banner, "[banner]");
         return all;

@@ -5,7 +5,6 @@
 #include <regex>
 #include <string>
 #include <thread>
-#include <unistd.h>
 
 #include "hooks.h"
 #include "logger.h"
@@ -17,8 +16,9 @@ namespace Kes {
 namespace {
 
 using test::Lines;
-using test::read_file;
+using test::read_text;
 using test::split_lines;
+using test::system_thread_id;
 
 class LoggerLineTest : public test::LoggerFixture {};
 
@@ -76,7 +76,7 @@ TEST_F(LoggerLineTest, MaskZeroWritesNothing) {
     log_every_severity();
     logger().register_sink(file(), false);
     log_every_severity();
-    EXPECT_EQ(read_file(file()), "");
+    EXPECT_EQ(read_text(file()), "");
 }
 
 TEST_F(LoggerLineTest, MaskOf16BitsWritesEverySeverity) {
@@ -136,7 +136,7 @@ TEST_F(LoggerLineTest, HeaderHasTimeSeverityAndThread) {
     const test::FixedClock clock(1709629622, 45999);
     logger().register_sink(file(), false);
     log_info("using OpenSSL smart card interface version ", 4);
-    EXPECT_EQ(read_file(file()), "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(::gettid()) +
+    EXPECT_EQ(read_text(file()), "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(system_thread_id()) +
                                      ": using OpenSSL smart card interface version 4\n");
 }
 
@@ -145,7 +145,7 @@ TEST_F(LoggerLineTest, HeaderOfTheRunningClockHasTheSameForm) {
     log_every_severity();
     const std::regex form(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <(trace|debug|info|warn|error|fatal)> )"
                           R"(tid=\d+: severity \d+)");
-    for (const std::string& line : split_lines(read_file(file())))
+    for (const std::string& line : split_lines(read_text(file())))
         EXPECT_TRUE(std::regex_match(line, form)) << line;
 }
 
@@ -155,21 +155,21 @@ TEST_F(LoggerLineTest, FunctionStandsAfterTheSeverity) {
     logger().log(Severity::fatal, "Kes::Some::function") << "text" << std::endl;
     logger().log(Severity::warn, "") << "text" << std::endl;
     logger().log(Severity::warn, nullptr) << "text" << std::endl;
-    const std::string tid = std::to_string(::gettid());
-    EXPECT_EQ(read_file(file()), "2024-03-05 09:07:02.045 <fatal> Kes::Some::function() tid=" + tid +
+    const std::string tid = std::to_string(system_thread_id());
+    EXPECT_EQ(read_text(file()), "2024-03-05 09:07:02.045 <fatal> Kes::Some::function() tid=" + tid +
                                      ": text\n" + "2024-03-05 09:07:02.045 <warn> () tid=" + tid +
                                      ": text\n" + "2024-03-05 09:07:02.045 <warn> tid=" + tid + ": text\n");
 }
 
 TEST_F(LoggerLineTest, HeaderShowsTheThreadThatLogs) {
     logger().register_sink(file(), false);
-    pid_t tid = 0;
+    unsigned long tid = 0;
     std::thread([&] {
-        tid = ::gettid();
+        tid = system_thread_id();
         log_info("text");
     }).join();
-    EXPECT_NE(tid, ::gettid());
-    EXPECT_NE(read_file(file()).find(" tid=" + std::to_string(tid) + ": text\n"), std::string::npos);
+    EXPECT_NE(tid, system_thread_id());
+    EXPECT_NE(read_text(file()).find(" tid=" + std::to_string(tid) + ": text\n"), std::string::npos);
 }
 
 TEST_F(LoggerLineTest, HeaderDoesNotFollowTheStreamsState) {
@@ -177,8 +177,8 @@ TEST_F(LoggerLineTest, HeaderDoesNotFollowTheStreamsState) {
     logger().register_sink(file(), false);
     logger().log(Severity::info) << std::hex << std::showbase << std::setfill('*') << 255 << std::endl;
     log_info("text");
-    EXPECT_EQ(split_lines(read_file(file())).back(),
-              "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(::gettid()) + ": text");
+    EXPECT_EQ(split_lines(read_text(file())).back(),
+              "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(system_thread_id()) + ": text");
 }
 
 /// "4.711,5" where others write 4711.5.

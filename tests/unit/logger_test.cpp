@@ -1,11 +1,9 @@
 #include "logger.h"
 
-#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
-#include <unistd.h>
 
 #include "error.h"
 #include "hooks.h"
@@ -18,18 +16,11 @@ namespace {
 
 using test::error_text;
 using test::Lines;
-using test::read_file;
+using test::read_text;
 
 class LoggerTest : public test::LoggerFixture {
 protected:
-    /// Whether the process holds the file open.
-    bool is_open(const std::string& name) const {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code gone;
-            if (std::filesystem::read_symlink(entry.path(), gone) == file(name)) return true;
-        }
-        return false;
-    }
+    bool is_open(const std::string& name) const { return test::is_open(file(name)); }
 };
 
 TEST_F(LoggerTest, StartsByWritingNowhereWithEverySeverityOn) {
@@ -37,7 +28,7 @@ TEST_F(LoggerTest, StartsByWritingNowhereWithEverySeverityOn) {
     EXPECT_TRUE(logger().is_enabled(Severity::fatal));
     log_info("lost");
     logger().register_sink(file(), false);
-    EXPECT_EQ(read_file(file()), "");
+    EXPECT_EQ(read_text(file()), "");
 }
 
 TEST_F(LoggerTest, BufferedLinesStandAtTheTopOfATruncatedFile) {
@@ -62,10 +53,10 @@ TEST_F(LoggerTest, BufferedLinesKeepTheHeaderOfTheirTime) {
     const test::FixedClock clock(1709629622, 45000);
     logger().buffer_output();
     log_info("one");
-    const std::string tid = std::to_string(::gettid());
+    const std::string tid = std::to_string(test::system_thread_id());
     std::optional<test::FixedClock> later(std::in_place, 1709629999, 0L);
     logger().register_sink(file(), true);
-    EXPECT_EQ(read_file(file()), "[[[ ------ restart logger at 2024-03-05 09:13:19.000 ------]]]\n"
+    EXPECT_EQ(read_text(file()), "[[[ ------ restart logger at 2024-03-05 09:13:19.000 ------]]]\n"
                                  "2024-03-05 09:07:02.045 <info> tid=" +
                                      tid + ": one\n");
 }
@@ -161,7 +152,7 @@ TEST_F(LoggerTest, DestroyingClosesTheFileAndForgetsEverything) {
     EXPECT_FALSE(Logger::exists());
     EXPECT_TRUE(logger().is_enabled(Severity::trace));
     log_info("lost");
-    EXPECT_EQ(read_file(file()), "");
+    EXPECT_EQ(read_text(file()), "");
 }
 
 TEST_F(LoggerTest, SinkThatCannotBeOpenedThrows) {
@@ -181,7 +172,7 @@ TEST_F(LoggerTest, FailedSinkLeavesNullOutput) {
     EXPECT_THROW(logger().register_sink(file("missing/log"), false), Error);
     EXPECT_NO_THROW(log_info("lost"));
     logger().register_sink(file(), false);
-    EXPECT_EQ(read_file(file()), "");
+    EXPECT_EQ(read_text(file()), "");
 }
 
 TEST_F(LoggerTest, FailedSinkLeavesTheBufferInForce) {

@@ -1,13 +1,7 @@
 #include "logger.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
-#include <latch>
-#include <map>
 #include <string>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "hooks.h"
@@ -20,7 +14,7 @@ namespace {
 
 using test::allocation_count;
 using test::Lines;
-using test::read_file;
+using test::read_text;
 using test::split_lines;
 using test::without_header;
 using test::WriteRecord;
@@ -59,7 +53,7 @@ TEST_F(LoggerWriteTest, LineIsOneWrite) {
     const WriteRecord record;
     log_info("a=", 1, ", b=", std::string(50, 'b'), ", c=", 'c', ", d=", 2.5);
     ASSERT_EQ(record.writes().size(), 1U);
-    EXPECT_EQ(record.writes()[0], read_file(file()));
+    EXPECT_EQ(record.writes()[0], read_text(file()));
 }
 
 TEST_F(LoggerWriteTest, LineWithAFunctionIsOneWrite) {
@@ -67,7 +61,7 @@ TEST_F(LoggerWriteTest, LineWithAFunctionIsOneWrite) {
     const WriteRecord record;
     logger().log(Severity::info, "Kes::f") << "text " << 1 << std::endl;
     ASSERT_EQ(record.writes().size(), 1U);
-    EXPECT_EQ(record.writes()[0], read_file(file()));
+    EXPECT_EQ(record.writes()[0], read_text(file()));
 }
 
 TEST_F(LoggerWriteTest, EveryLineIsOneWriteOfItsOwn) {
@@ -89,7 +83,7 @@ TEST_F(LoggerWriteTest, LineLongerThanAnyBufferIsOneWrite) {
         ASSERT_EQ(record.writes().size(), 1U) << length;
         EXPECT_GT(record.writes()[0].size(), 2 * length);
     }
-    EXPECT_EQ(split_lines(read_file(file())).size(), 6U);
+    EXPECT_EQ(split_lines(read_text(file())).size(), 6U);
 }
 
 TEST_F(LoggerWriteTest, EntryOfSeveralLinesIsOneWrite) {
@@ -97,7 +91,7 @@ TEST_F(LoggerWriteTest, EntryOfSeveralLinesIsOneWrite) {
     const WriteRecord record;
     log_lines(Severity::info, "settings:\n", "  a=", 1, "\n", std::string(9000, 'b'), "\n");
     ASSERT_EQ(record.writes().size(), 1U);
-    EXPECT_EQ(record.writes()[0], read_file(file()));
+    EXPECT_EQ(record.writes()[0], read_text(file()));
 }
 
 TEST_F(LoggerWriteTest, LineBreakInsideALineDoesNotDivideIt) {
@@ -116,7 +110,7 @@ TEST_F(LoggerWriteTest, BufferedLinesReachTheFileTogether) {
     logger().register_sink(file(), true);
     ASSERT_EQ(record.writes().size(), 2U); // the banner, then all lines
     EXPECT_EQ(record.writes()[0].substr(0, 14), "[[[ ------ res");
-    EXPECT_EQ(joined(record.writes()), read_file(file()));
+    EXPECT_EQ(joined(record.writes()), read_text(file()));
     EXPECT_EQ(split_lines(record.writes()[1]).size(), 1000U);
 }
 
@@ -133,13 +127,14 @@ TEST_F(LoggerWriteTest, SuppressedAndDiscardedLinesWriteNothing) {
 TEST_F(LoggerWriteTest, LineWithoutAnEndIsWrittenWhenItsFileIsClosed) {
     logger().register_sink(file(), false);
     logger().log(Severity::info) << "unfinished";
-    EXPECT_EQ(read_file(file()), "");
+    EXPECT_EQ(read_text(file()), "");
     Logger::destroy_instance();
-    EXPECT_EQ(without_header(read_file(file())), "<info> unfinished");
+    EXPECT_EQ(without_header(read_text(file())), "<info> unfinished");
 }
 
 TEST_F(LoggerWriteTest, FailingFileIsNotNoticedAndStaysSilent) {
-    logger().register_sink("/dev/full", false);
+    logger().register_sink(file(), false);
+    const test::FullDisk full;
     log_info("the first fails");
     const WriteRecord record;
     EXPECT_NO_THROW(log_info("the second is not tried"));
@@ -148,11 +143,14 @@ TEST_F(LoggerWriteTest, FailingFileIsNotNoticedAndStaysSilent) {
 }
 
 TEST_F(LoggerWriteTest, NewFileWorksAfterAFailedOne) {
-    EXPECT_NO_THROW(logger().register_sink("/dev/full", true));
-    log_info("lost");
+    {
+        const test::FullDisk full;
+        EXPECT_NO_THROW(logger().register_sink(file("full"), true));
+        log_info("lost");
+    }
     logger().register_sink(file(), false);
     log_info("text");
-    EXPECT_EQ(without_header(read_file(file())), "<info> text\n");
+    EXPECT_EQ(without_header(read_text(file())), "<info> text\n");
 }
 
 TEST_F(LoggerWriteTest, SuppressedLineRendersNothingAndAllocatesNothing) {
@@ -196,107 +194,9 @@ TEST_F(LoggerWriteTest, WrittenLineAllocatesNothingOnceThereWasALongerOne) {
 TEST_F(LoggerWriteTest, PartThatLogsDoesNotLock) {
     logger().register_sink(file(), false);
     log_info("outer ", LoggingPart());
-    const std::string text = read_file(file());
+    const std::string text = read_text(file());
     EXPECT_NE(text.find("from within\n"), std::string::npos);
     EXPECT_EQ(text.substr(text.size() - 5), "done\n");
-}
-
-constexpr int thread_count = 4;
-constexpr int lines_per_thread = 200;
-
-std::string numbered(int thread, int line) {
-    return "thread " + std::to_string(thread) + " line " + std::to_string(line) + " " +
-           std::string(static_cast<std::size_t>(50 + thread), static_cast<char>('a' + thread));
-}
-
-/// Gives the others a chance to spoil the line that is being written.
-struct Yield {};
-
-std::ostream& operator<<(std::ostream& out, Yield) {
-    std::this_thread::yield();
-    return out;
-}
-
-/// Logs all lines of one thread, each by several parts.
-void log_numbered(int thread) {
-    for (int line = 0; line < lines_per_thread; ++line)
-        log_info("thread ", thread, Yield(), " line ", line, Yield(), ' ',
-                 std::string(static_cast<std::size_t>(50 + thread), static_cast<char>('a' + thread)));
-}
-
-/// Logs from several threads that begin at once.
-void log_from_threads() {
-    std::latch start(thread_count);
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < thread_count; ++thread)
-        threads.emplace_back([&start, thread] {
-            start.arrive_and_wait();
-            log_numbered(thread);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
-/// Every line of every thread once, whole, and each thread's lines in their order.
-void expect_all_lines(const std::string& text) {
-    std::map<char, int> next;
-    for (const std::string& line : split_lines(text)) {
-        if (line.starts_with("[[[ ------ restart logger at ")) continue;
-        const std::string message = without_header(line);
-        ASSERT_GT(message.size(), 15U) << line;
-        const int thread = message[14] - '0';
-        ASSERT_EQ(message, "<info> " + numbered(thread, next[message[14]]++)) << line;
-    }
-    ASSERT_EQ(next.size(), static_cast<std::size_t>(thread_count));
-    for (const auto& [thread, lines] : next)
-        EXPECT_EQ(lines, lines_per_thread) << thread;
-}
-
-TEST_F(LoggerWriteTest, LinesOfSeveralThreadsAreWholeInTheFile) {
-    logger().register_sink(file(), false);
-    const WriteRecord record;
-    log_from_threads();
-    expect_all_lines(read_file(file()));
-    EXPECT_EQ(record.writes().size(), static_cast<std::size_t>(thread_count * lines_per_thread));
-}
-
-TEST_F(LoggerWriteTest, LinesOfSeveralProcessesThatAppendAreWhole) {
-    logger().register_sink(file(), true);
-    std::vector<pid_t> children;
-    for (int child = 0; child < thread_count; ++child) {
-        children.push_back(::fork());
-        if (children.back() != 0) continue;
-        log_numbered(child);
-        ::_exit(0);
-    }
-    for (const pid_t child : children) {
-        int status = -1;
-        EXPECT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0);
-    }
-    expect_all_lines(read_file(file()));
-}
-
-TEST_F(LoggerWriteTest, LinesOfSeveralThreadsAreWholeInTheBuffer) {
-    logger().buffer_output();
-    log_from_threads();
-    logger().register_sink(file(), false);
-    expect_all_lines(read_file(file()));
-}
-
-TEST_F(LoggerWriteTest, ChangingTheFileWhileThreadsLogLosesNoLine) {
-    logger().register_sink(file(), true);
-    std::atomic<bool> is_done = false;
-    std::thread logging([&is_done] {
-        log_from_threads();
-        is_done = true;
-    });
-    while (!is_done) {
-        logger().register_sink(file(), true);
-        std::this_thread::yield();
-    }
-    logging.join();
-    expect_all_lines(read_file(file()));
 }
 
 } // namespace

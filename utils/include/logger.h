@@ -41,9 +41,10 @@ class FileSink;
 /// Starts by writing nowhere, with every severity let through. Lines kept in memory reach the file that is
 /// registered next, so that the time before the file's name is known stands in it too.
 ///
-/// log_info() and its likes, below, are how everybody logs. A file line is handed to the system in one write
-/// when it ends, so lines of several processes that append to one file stay whole. A failed write is not
-/// noticed.
+/// log_info() and its likes, below, are how everybody logs. A file line is handed to the C runtime in one
+/// write when it ends, so lines of several processes that append to one file stay whole. On Windows they
+/// nearly always do: there the runtime looks for the file's end and then writes, and two that do so at once
+/// write to one place. A failed write is not noticed.
 class Logger final : public Singleton<Logger> {
 public:
     bool is_enabled(Severity severity) const noexcept {

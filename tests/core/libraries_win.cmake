@@ -1,0 +1,11 @@
+# Libraries to be loaded, or not. What one of them needs stands where nobody looks.
+set(libraries ${CMAKE_CURRENT_BINARY_DIR}/libraries)
+add_library(kes_test_needed SHARED libraries_win/needed.c)
+add_library(kes_test_fine MODULE libraries_win/fine.c)
+add_library(kes_test_dependent MODULE libraries_win/dependent.c)
+target_link_libraries(kes_test_dependent PRIVATE kes_test_needed)
+set_target_properties(kes_test_needed PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${libraries}/needed)
+set_target_properties(kes_test_fine kes_test_dependent PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${libraries})
+set(system_definitions
+    KES_TEST_FINE_DLL="${MARVO_TEST_DRIVE}$<TARGET_FILE:kes_test_fine>"
+    KES_TEST_DEPENDENT_DLL="${MARVO_TEST_DRIVE}$<TARGET_FILE:kes_test_dependent>")

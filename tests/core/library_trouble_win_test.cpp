@@ -1,0 +1,185 @@
+#include "library_trouble.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include "error.h"
+#include "library_words_win.h"
+#include "support.h"
+
+namespace Kes::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Works in a folder of its own, which is the current one and holds "fine.dll" and libraries that are not.
+class LibraryTroubleTest : public testing::Test {
+protected:
+    LibraryTroubleTest() : before_(fs::current_path()) {
+        fs::copy_file(KES_TEST_FINE_DLL, file("fine.dll"));
+        fs::copy_file(KES_TEST_DEPENDENT_DLL, file("dependent.dll"));
+        std::ofstream(file("text.dll")) << "this is no library\n";
+        make_32_bit_library();
+        fs::current_path(dir_.path());
+        ::ERR_clear_error();
+    }
+
+    ~LibraryTroubleTest() override {
+        ::ERR_clear_error();
+        fs::current_path(before_);
+    }
+
+    std::string file(const std::string& name) const { return dir_.file(name); }
+
+    /// What stands on the error queue after the call, and nothing else does.
+    template <typename Function>
+    static std::string explained_by(Function explain, const std::string& path) {
+        explain(path.c_str());
+        return OsslErrorCode(0).text;
+    }
+    static std::string engine(const std::string& path) { return explained_by(explain_engine_failure, path); }
+    static std::string module(const std::string& path) { return explained_by(explain_module_failure, path); }
+
+    static std::string not_loaded(const std::string& name, DWORD error, const std::string& hint = "") {
+        return queue_line("error loading '" + name + "'" + hint + ": " + windows_code_text(error));
+    }
+
+    static constexpr const char* no_dll = ": it is no DLL for 64 bits";
+
+    static std::string has_no(const std::string& function, const std::string& name) {
+        return queue_line("'" + name + "' has no function " + function + ": " +
+                          windows_code_text(ERROR_PROC_NOT_FOUND));
+    }
+
+    /// Why the system does not load it.
+    static DWORD error_of_system(const std::string& name) {
+        const HMODULE library = ::LoadLibraryA(name.c_str());
+        const DWORD error = ::GetLastError();
+        if (library == nullptr) return error;
+        ::FreeLibrary(library);
+        return ERROR_SUCCESS;
+    }
+
+private:
+    /// "fine.dll" as if it were made for another processor.
+    void make_32_bit_library() const {
+        std::string bytes = read_file(file("fine.dll"));
+        const auto header = static_cast<std::size_t>(static_cast<unsigned char>(bytes.at(0x3c)));
+        ASSERT_EQ(bytes.substr(header, 6), std::string("PE\0\0\x64\x86", 6));
+        bytes[header + 4] = '\x4c'; // the processor's number, 0x014c
+        bytes[header + 5] = '\x01';
+        std::ofstream(file("other.dll"), std::ios::binary) << bytes;
+    }
+
+    TempDir dir_;
+    fs::path before_;
+};
+
+TEST_F(LibraryTroubleTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {
+    for (const std::string& name :
+         {file("fine.dll"), std::string(".\\fine.dll"), std::string("./fine.dll")}) {
+        EXPECT_EQ(engine(name), "");
+        EXPECT_EQ(module(name), "");
+    }
+    EXPECT_EQ(::GetModuleHandleA("fine.dll"), nullptr);
+}
+
+TEST_F(LibraryTroubleTest, AFileThatIsMissingIsNamedWithTheSystemsReason) {
+    const std::string name = file("missing.dll");
+    const std::string expected = not_loaded(name, ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ(engine(name), expected);
+    EXPECT_EQ(module(name), expected);
+}
+
+TEST_F(LibraryTroubleTest, AMissingFolderIsToldToo) {
+    const std::string name = file("missing\\engine.dll");
+    const std::string expected = not_loaded(name, error_of_system(name));
+    EXPECT_EQ(engine(name), expected);
+    EXPECT_EQ(module(name), expected);
+}
+
+TEST_F(LibraryTroubleTest, AFileOfTextIsNoLibrary) {
+    const std::string name = file("text.dll");
+    const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
+    EXPECT_EQ(engine(name), expected);
+    EXPECT_EQ(module(name), expected);
+}
+
+TEST_F(LibraryTroubleTest, ALibraryForAnotherProcessorIsNotLoaded) {
+    const std::string name = file("other.dll");
+    const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
+    EXPECT_EQ(engine(name), expected);
+    EXPECT_EQ(module(name), expected);
+}
+
+TEST_F(LibraryTroubleTest, ALibraryThatLacksWhatItNeedsIsNamedItself) {
+    const std::string name = file("dependent.dll");
+    const std::string expected = not_loaded(name, ERROR_MOD_NOT_FOUND, ": a DLL that it needs is missing");
+    EXPECT_EQ(engine(name), expected);
+    EXPECT_EQ(module(name), expected);
+}
+
+TEST_F(LibraryTroubleTest, ALibraryThatIsSomethingElseLacksTheFunction) {
+    const std::string library = "C:\\windows\\system32\\version.dll";
+    const std::string no_engine = has_no("bind_engine", library);
+    const std::string no_module = has_no("C_GetFunctionList", library);
+    EXPECT_EQ(engine(library), no_engine);
+    EXPECT_EQ(module(library), no_module);
+}
+
+TEST_F(LibraryTroubleTest, ABareEngineNameIsLookedForWithTheEndingThatOpensslAdds) {
+    const std::string expected = not_loaded("missing.dll", ERROR_MOD_NOT_FOUND);
+    const std::string doubled = not_loaded("fine.dll.dll", ERROR_MOD_NOT_FOUND);
+    const std::string text = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
+    EXPECT_EQ(engine("missing"), expected);
+    EXPECT_EQ(engine("fine.dll"), doubled);
+    EXPECT_EQ(engine("text"), text);
+    EXPECT_EQ(engine("fine"), "");
+}
+
+TEST_F(LibraryTroubleTest, AnEnginePathIsTakenAsItIs) {
+    for (const char* path : {".\\missing", "./missing", "c:missing"}) {
+        const std::string expected = not_loaded(path, error_of_system(path));
+        EXPECT_EQ(engine(path), expected);
+    }
+}
+
+TEST_F(LibraryTroubleTest, AFileThatIsThereIsNamedWithItsWholePath) {
+    const std::string expected = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
+    for (const char* name : {"text.dll", "text", ".\\text.dll", "./text"})
+        EXPECT_EQ(module(name), expected) << name;
+}
+
+TEST_F(LibraryTroubleTest, AModuleNameIsTakenAsItIs) {
+    const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ(module("missing"), expected);
+    EXPECT_EQ(module("fine.dll"), "");
+    EXPECT_EQ(module("fine"), "") << "here the system adds the ending";
+}
+
+TEST_F(LibraryTroubleTest, WhatOpensslSaidStandsBeforeIt) {
+    const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
+    ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
+    explain_module_failure("missing");
+    ::ERR_get_error();
+    EXPECT_EQ(OsslErrorCode(0).text, expected);
+}
+
+TEST_F(LibraryTroubleTest, TheErrorModeOfTheThreadIsPutBack) {
+    DWORD before = 0;
+    ASSERT_TRUE(::SetThreadErrorMode(SEM_NOGPFAULTERRORBOX, &before));
+    {
+        const LoaderDialogsOff no_dialogs;
+        EXPECT_EQ(::GetThreadErrorMode() & SEM_FAILCRITICALERRORS, DWORD{SEM_FAILCRITICALERRORS});
+    }
+    EXPECT_EQ(::GetThreadErrorMode(), DWORD{SEM_NOGPFAULTERRORBOX});
+    explain_engine_failure("missing");
+    explain_module_failure("fine.dll");
+    EXPECT_EQ(::GetThreadErrorMode(), DWORD{SEM_NOGPFAULTERRORBOX});
+    ::SetThreadErrorMode(before, nullptr);
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,66 @@
+#ifndef KES_TESTS_CORE_PKCS11_ENGINE_KEEPER_FIXTURE_H_
+#define KES_TESTS_CORE_PKCS11_ENGINE_KEEPER_FIXTURE_H_
+
+#include <algorithm>
+#include <string>
+
+#include "core_fixture.h"
+#include "ossl_engine_pkcs11.h"
+#include "pkcs11_engine_keeper.h"
+
+namespace Kes::test {
+
+/// An engine as in libp11 0.4.12, which keeps what it has read, and an OpenSSL that loads no library twice.
+class Pkcs11EngineKeeperTest : public CoreTest {
+protected:
+    Pkcs11EngineKeeperTest() {
+        engine().holds_on = true;
+        engine().refuses_loaded_library = true;
+    }
+
+    void TearDown() override {
+        key.reset();
+        Pkcs11EngineKeeper::finish_leftover();
+        EXPECT_EQ(engine().initialised_engines(), 0U);
+        CoreTest::TearDown();
+    }
+
+    /// Loads the engine, reads a key, and ends the engine. The key is in use until it is reset.
+    void live(const std::string& engine_path) {
+        key.reset();
+        Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
+        key = loaded.read_private_key("key");
+        script().take_calls();
+    }
+
+    void live_and_free(const std::string& engine_path) {
+        key.reset();
+        Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
+        key = loaded.read_private_key("key");
+        key.reset();
+        script().take_calls();
+    }
+
+    std::string load_error(const std::string& engine_path) {
+        return error_text([&] { Pkcs11OsslEngine(engine_path.c_str(), "module.so", &pin, false); });
+    }
+
+    Lines last_calls(std::size_t count) {
+        const Lines& all = script().calls();
+        return {all.end() - static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
+    }
+
+private:
+    TempDir dir;
+
+protected:
+    /// A name of the test's own: engines are remembered for as long as the process lives.
+    const std::string library = dir.file("engine.so");
+    const Pin pin{"1234"};
+    EvpPkeyPtr key;
+    LogCapture log;
+};
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_CORE_PKCS11_ENGINE_KEEPER_FIXTURE_H_

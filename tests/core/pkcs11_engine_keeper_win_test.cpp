@@ -1,0 +1,29 @@
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "pkcs11_engine_keeper_fixture.h"
+
+namespace Kes::test {
+namespace {
+
+using Pkcs11EngineKeeperWinTest = Pkcs11EngineKeeperTest;
+
+TEST_F(Pkcs11EngineKeeperWinTest, ALibraryIsKnownWithSlashesOfEitherKind) {
+    std::ofstream(library) << "an engine";
+    live_and_free(library);
+    std::string slashes = library;
+    std::replace(slashes.begin(), slashes.end(), '\\', '/');
+    ASSERT_NE(slashes, library);
+    EXPECT_EQ(load_error(slashes), "no exception");
+}
+
+TEST_F(Pkcs11EngineKeeperWinTest, ALibraryIsKnownInLettersOfEitherCase) {
+    std::ofstream(library) << "an engine";
+    live_and_free(library);
+    const std::filesystem::path path = library;
+    EXPECT_EQ(load_error((path.parent_path() / "ENGINE.SO").string()), "no exception");
+}
+
+} // namespace
+} // namespace Kes::test

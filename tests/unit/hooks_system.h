@@ -1,0 +1,21 @@
+#ifndef KES_TESTS_UNIT_HOOKS_SYSTEM_H_
+#define KES_TESTS_UNIT_HOOKS_SYSTEM_H_
+
+#include <cstddef>
+#include <string>
+
+/// What the hooks of each system tell to those that are the same for all: hooks_system.cpp.
+namespace Kes::test {
+
+bool is_recording_writes() noexcept;
+
+void record_write(std::string bytes);
+
+/// Whether a write of so many bytes may succeed.
+bool has_room_for(std::size_t count) noexcept;
+
+void note_clock_read() noexcept;
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_UNIT_HOOKS_SYSTEM_H_

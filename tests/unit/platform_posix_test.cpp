@@ -1,0 +1,60 @@
+#include <ctime>
+#include <gtest/gtest.h>
+
+#include "error.h"
+#include "hooks.h"
+#include "platform.h"
+#include "support.h"
+
+namespace Kes::platform {
+namespace {
+
+using test::EnvVar;
+using test::FixedClock;
+
+TEST(LocalTimePosixTest, IsNow) {
+    const std::time_t before = std::time(nullptr);
+    const LocalTime now = local_time();
+    const std::time_t after = std::time(nullptr);
+    tm parts{};
+    parts.tm_year = now.year - 1900;
+    parts.tm_mon = now.month - 1;
+    parts.tm_mday = now.day;
+    parts.tm_hour = now.hour;
+    parts.tm_min = now.minute;
+    parts.tm_sec = now.second;
+    parts.tm_isdst = -1;
+    const std::time_t seconds = std::mktime(&parts);
+    EXPECT_GE(seconds, before - 1); // time() may lag behind the clock by a tick
+    EXPECT_LE(seconds, after + 1);
+    EXPECT_GE(now.millisecond, 0);
+    EXPECT_LE(now.millisecond, 999);
+}
+
+TEST(LocalTimePosixTest, IsThatOfTheTimeZone) {
+    const FixedClock clock(1709629622, 999999); // 2024-03-05 09:07:02 UTC
+    const EnvVar zone("TZ", "KES-05:30");
+    ::tzset();
+    const LocalTime now = local_time();
+    EXPECT_EQ(now.hour, 14);
+    EXPECT_EQ(now.minute, 37);
+    EXPECT_EQ(now.second, 2);
+    EXPECT_EQ(now.millisecond, 999);
+}
+
+TEST(EnvValuePosixTest, NamesDifferByCase) {
+    const EnvVar variable("KES_PLATFORM_TEST", "value");
+    EXPECT_EQ(env_value("kes_platform_test"), "");
+}
+
+TEST(SystemMessagePosixTest, ThereIsNoneOutsideWindows) {
+    EXPECT_EQ(system_message(2, 1033), std::nullopt);
+    EXPECT_EQ(system_message(2, 0), std::nullopt);
+}
+
+TEST(SystemMessagePosixTest, NumbersOfWindowsAreUnknownElsewhere) {
+    EXPECT_EQ(WinErrorCode(2).to_string(), "val=2 [0x2] (unknown winerror)");
+}
+
+} // namespace
+} // namespace Kes::platform
