@@ -46,7 +46,8 @@ public:
     virtual void set_crypto_if(const CryptoIf& value) = 0;
     virtual const CryptoIf& get_crypto_if() const = 0;
 
-    /// Path of OpenSSL's CryptoAPI engine for capi. Default: ".\capi.dll", relative to the current directory.
+    /// Path of OpenSSL's CryptoAPI engine for capi. Default: ".\capi.dll", which Windows tries in each folder
+    /// of its search for DLLs: the program's, ..., the current one.
     virtual void set_capi_openssl_engine_dll(const char* value) = 0;
     virtual const char* get_capi_openssl_engine_dll() const = 0;
 
@@ -59,8 +60,7 @@ public:
     virtual void set_capi_key_type(unsigned int value) = 0;
     virtual unsigned int get_capi_key_type() const = 0;
 
-    /// Path of libp11's OpenSSL engine for pkcs11. Default: ".\pkcs11.dll", relative to the current
-    /// directory.
+    /// Path of libp11's OpenSSL engine for pkcs11. Default: ".\pkcs11.dll", searched as ".\capi.dll" is.
     virtual void set_pkcs11_openssl_engine_dll(const char* value) = 0;
     virtual const char* get_pkcs11_openssl_engine_dll() const = 0;
 

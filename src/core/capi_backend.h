@@ -20,7 +20,6 @@ std::unique_ptr<PkoIdScanner> create_scanner(const char* csp_name,
 std::unique_ptr<PkoIdScanner> create_store_scanner(const char* store_name,
                                                    std::unique_ptr<CertKeyUsageFilter> filter);
 
-/// @param csp_name  must outlive the engine
 std::unique_ptr<OsslEngine> create_engine(const char* engine_path, const char* csp_name,
                                           std::uint32_t key_type);
 std::unique_ptr<OsslEngine> create_store_engine(const char* engine_path, const char* store_name);

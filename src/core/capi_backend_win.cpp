@@ -1,37 +1,31 @@
 #include "capi_backend.h"
-#include "error.h"
+#include "capi_helper.h"
+#include "ossl_engine_capi.h"
+#include "ossl_engine_capi_store.h"
+#include "pko_id_scanner_capi.h"
+#include "pko_id_scanner_capi_store.h"
 
 namespace Kes::capi_backend {
-namespace {
 
-// Told at the first operation that needs it; settings, names and menus work.
-constexpr const char* capi_message = "crypto interface capi is not in this version";
-constexpr const char* capi_store_message = "crypto interface capi_store is not in this version";
+void probe(const char* csp_name) { const CapiInit capi(csp_name, nullptr, 0); }
 
-} // namespace
-
-void probe(const char*) {
-    throw Error(ErrorCodeType::unsupported, capi_message, "capi_backend:15 Kes::capi_backend::probe()");
+std::unique_ptr<PkoIdScanner> create_scanner(const char* csp_name,
+                                             std::unique_ptr<CertKeyUsageFilter> filter) {
+    return std::make_unique<CapiPkoIdScanner>(csp_name, std::move(filter));
 }
 
-std::unique_ptr<PkoIdScanner> create_scanner(const char*, std::unique_ptr<CertKeyUsageFilter>) {
-    throw Error(ErrorCodeType::unsupported, capi_message,
-                "capi_backend:19 Kes::capi_backend::create_scanner()");
+std::unique_ptr<PkoIdScanner> create_store_scanner(const char* store_name,
+                                                   std::unique_ptr<CertKeyUsageFilter> filter) {
+    return std::make_unique<CapiStorePkoIdScanner>(store_name, std::move(filter));
 }
 
-std::unique_ptr<PkoIdScanner> create_store_scanner(const char*, std::unique_ptr<CertKeyUsageFilter>) {
-    throw Error(ErrorCodeType::unsupported, capi_store_message,
-                "capi_backend:23 Kes::capi_backend::create_store_scanner()");
+std::unique_ptr<OsslEngine> create_engine(const char* engine_path, const char* csp_name,
+                                          std::uint32_t key_type) {
+    return std::make_unique<CapiOsslEngine>(engine_path, csp_name, key_type, "");
 }
 
-std::unique_ptr<OsslEngine> create_engine(const char*, const char*, std::uint32_t) {
-    throw Error(ErrorCodeType::unsupported, capi_message,
-                "capi_backend:28 Kes::capi_backend::create_engine()");
-}
-
-std::unique_ptr<OsslEngine> create_store_engine(const char*, const char*) {
-    throw Error(ErrorCodeType::unsupported, capi_store_message,
-                "capi_backend:32 Kes::capi_backend::create_store_engine()");
+std::unique_ptr<OsslEngine> create_store_engine(const char* engine_path, const char* store_name) {
+    return std::make_unique<CapiStoreOsslEngine>(engine_path, store_name, "");
 }
 
 } // namespace Kes::capi_backend

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "error.h"
+#include "library_trouble.h"
 #include "logger.h"
 
 namespace Kes {
@@ -95,6 +96,14 @@ void OsslEngine::control(const char* command, const char* value, const char* loc
                         location);
 }
 
+void OsslEngine::load(const char* engine_path, const char* location) {
+    const LoaderDialogsOff no_dialogs;
+    const int result = ::ENGINE_ctrl_cmd_string(engine.get(), "LOAD", nullptr, 0);
+    if (result == 1) return;
+    explain_engine_failure(engine_path);
+    throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed", location);
+}
+
 void OsslEngine::init(const char* location) {
     const int result = ::ENGINE_init(engine.get());
     if (result != 1) throw OsslError(OsslErrorCode(result), "ENGINE_init() failed", location);
@@ -105,11 +114,15 @@ void OsslEngine::set_default(const char* location) {
     if (result != 1) throw OsslError(OsslErrorCode(result), "ENGINE_set_default() failed", location);
 }
 
+void OsslEngine::finish() noexcept { ::ENGINE_finish(engine.get()); }
+
+const char* OsslEngine::id() const noexcept { return ::ENGINE_get_id(engine.get()); }
+
 void OsslEngine::unload() noexcept {
     // First out of every table that would give it to others, then out of the list, and only then an end to
     // its use: nobody can come upon it while it goes. A step that fails must not keep the next from being
     // made.
-    log_info("unloading engine: id=", ::ENGINE_get_id(engine.get()));
+    log_info("unloading engine: id=", id());
     ::ENGINE_unregister_RSA(engine.get());
     ::ENGINE_unregister_DSA(engine.get());
     ::ENGINE_unregister_EC(engine.get());

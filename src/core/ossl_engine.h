@@ -50,12 +50,19 @@ protected:
     /// The steps that each subclass's constructor is made of. @throws OsslError when OpenSSL does not answer
     /// 1
     void control(const char* command, const char* value, const char* location);
+    void load(const char* engine_path, const char* location); ///< "LOAD" of what "SO_PATH" names
     void init(const char* location);
     void set_default(const char* location);
 
-    /// Undoes control("LOAD"), init() and set_default(). Failures are logged. Run by each subclass's
+    /// Undoes init() alone, in a constructor whose later step fails.
+    void finish() noexcept;
+
+    /// Undoes load(), init() and set_default(). Failures are logged. Run by each subclass's
     /// destructor.
     void unload() noexcept;
+
+    /// The engine's own name.
+    const char* id() const noexcept;
 
     ENGINE* get_engine() const noexcept { return engine.get(); }
 

@@ -38,12 +38,12 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
     try {
         configure(pin, verbose);
     } catch (const OsslError&) { // what else could be thrown here leaves no memory to finish anything with
-        ::ENGINE_finish(get_engine());
+        finish();
         Pkcs11EngineKeeper::forget_pin(get_engine());
         Pkcs11EngineKeeper::finish_leftover();
         throw;
     }
-    log_info("loaded engine: id=", ::ENGINE_get_id(get_engine()));
+    log_info("loaded engine: id=", id());
 }
 
 void Pkcs11OsslEngine::load(const char* engine_path) {

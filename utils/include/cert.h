@@ -38,6 +38,9 @@ protected:
     Cert() = default;
 };
 
+/// As print().
+inline std::ostream& operator<<(std::ostream& out, const Cert& cert) { return cert.print(out); }
+
 /// A pointer as log lines show it: "0x" and 16 upper-case hexadecimal digits.
 struct PointerText {
     const void* pointer;

@@ -1,0 +1,18 @@
+#include "rsaenh.h"
+
+namespace Kes::test_card {
+
+void* rsaenh_function(const char* name) {
+    static const HMODULE library = ::LoadLibraryA("rsaenh.dll"); // stays for the life of the process
+    return library == nullptr ? nullptr : reinterpret_cast<void*>(::GetProcAddress(library, name));
+}
+
+BOOL open_rsaenh(HCRYPTPROV* provider, const ProviderTable& table) {
+    char name[] = "Microsoft Enhanced RSA and AES Cryptographic Provider";
+    ProviderTable own = table;
+    own.provider_name = name; // by which it knows what it can do: SHA-2 comes with this one
+    return rsaenh("CPAcquireContext", provider, static_cast<LPSTR>(nullptr), DWORD{CRYPT_VERIFYCONTEXT},
+                  &own);
+}
+
+} // namespace Kes::test_card

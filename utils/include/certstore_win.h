@@ -1,0 +1,41 @@
+#ifndef KES_UTILS_CERTSTORE_WIN_H_
+#define KES_UTILS_CERTSTORE_WIN_H_
+
+#include <memory>
+#include <string>
+
+#include "cert_win.h"
+#include "certstore.h"
+#include "unique_handle.h"
+#include "windows_api.h"
+
+namespace Kes {
+
+/// A system certificate store of the current user.
+class WinCertStoreImp {
+public:
+    /// @throws WinError when there is no store of that name
+    explicit WinCertStoreImp(std::string name_in);
+    ~WinCertStoreImp();
+    WinCertStoreImp(const WinCertStoreImp&) = delete;
+    WinCertStoreImp& operator=(const WinCertStoreImp&) = delete;
+
+    std::unique_ptr<WinCert> find_by_subject(const char* subject) const;
+    std::unique_ptr<WinCert> first() const;
+    std::unique_ptr<WinCert> next(const WinCert& previous) const;
+
+private:
+    struct StoreTraits {
+        using Raw = HCERTSTORE;
+        static void close(Raw store) noexcept;
+    };
+
+    const std::string name;
+    UniqueHandle<StoreTraits> store;
+};
+
+using WinCertStore = CertStore<WinCert, WinCertStoreImp>;
+
+} // namespace Kes
+
+#endif // KES_UTILS_CERTSTORE_WIN_H_
