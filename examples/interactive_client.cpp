@@ -27,7 +27,8 @@ static void give_pin(Kes::OsslScardIf& card) {
 }
 
 static void show_certificate(X509* cert) {
-    const std::unique_ptr<BIO, void (*)(BIO*)> out(BIO_new_fp(stdout, BIO_NOCLOSE), BIO_free_all);
+    const std::unique_ptr<BIO, void (*)(BIO*)> out(BIO_new_fd(1, BIO_NOCLOSE),
+                                                   BIO_free_all); // standard output
     BIO_puts(out.get(), "subject: ");
     X509_NAME_print_ex(out.get(), X509_get_subject_name(cert), 0, XN_FLAG_RFC2253);
     BIO_puts(out.get(), "\nissuer:  ");

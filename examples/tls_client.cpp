@@ -1,8 +1,9 @@
-// Logs in to a TLS server with a key that stays on its PKCS#11 token.
-//   tls_client                      lists the keys on the token
-//   tls_client KEY HOST PORT 1.2    logs in with key number KEY over TLS 1.2 (or 1.3)
-// Named by the environment: the module (ossl_scard_cfg_pkcs11_module_dll), the engine
-// (ossl_scard_cfg_pkcs11_openssl_engine_dll) and the server's CA (SSL_CERT_FILE).
+// Logs in to a TLS server with a key that stays on its card.
+//   tls_client [KEY HOST PORT 1.2|1.3] [-]
+// Without a KEY it lists those on the token. With "-" it reads the PIN from standard input, else it asks for
+// it. The environment has the settings: the back-end (ossl_scard_cfg_crypto_if, pkcs11 without it), the
+// module (ossl_scard_cfg_pkcs11_module_dll), the engine (ossl_scard_cfg_pkcs11_openssl_engine_dll), and the
+// server's CA (SSL_CERT_FILE).
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -12,27 +13,28 @@
 #include <openssl/ui.h>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 
+using BioPtr = std::unique_ptr<BIO, void (*)(BIO*)>;
 static void require(bool good, const std::string& text) {
     if (!good) throw std::runtime_error(text);
 }
 
-static void give_pin(Kes::OsslScardIf& card) {
+static void give_pin(Kes::OsslScardIf& card, bool ask) {
     char pin[128] = "";
-    const bool was_read = isatty(STDIN_FILENO)
-                              ? UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0) == 0 // no echo
-                              : read(STDIN_FILENO, pin, sizeof pin - 1) > 0; // a stream would keep a copy
-    pin[strcspn(pin, "\n")] = '\0';
+    const BioPtr input(BIO_new_fd(0, BIO_NOCLOSE), BIO_free_all);                            // keeps no copy
+    const bool was_read = ask ? UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0) == 0 // no echo
+                              : BIO_read(input.get(), pin, sizeof pin - 1) > 0;
+    pin[strcspn(pin, "\r\n")] = '\0';
     const int status = was_read ? card.set_pin(pin) : 1;
     OPENSSL_cleanse(pin, sizeof pin);
     require(status == 0, was_read ? card.get_last_error_msg() : "no PIN was given");
 }
 
-static void log_in(EVP_PKEY* key, X509* cert, const std::string& host, const std::string& port, int version) {
+static void log_in(EVP_PKEY* key, X509* cert, bool is_of_windows, const std::string& host,
+                   const std::string& port, int version) {
     const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> ctx(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     SSL_CTX_set_verify(ctx.get(), SSL_VERIFY_PEER, nullptr);
     require(SSL_CTX_set_default_verify_paths(ctx.get()) &&
@@ -40,7 +42,13 @@ static void log_in(EVP_PKEY* key, X509* cert, const std::string& host, const std
                 SSL_CTX_set_max_proto_version(ctx.get(), version) &&
                 SSL_CTX_use_certificate(ctx.get(), cert) && SSL_CTX_use_PrivateKey(ctx.get(), key),
             "TLS cannot be set up");
-    const std::unique_ptr<BIO, void (*)(BIO*)> bio(BIO_new_ssl_connect(ctx.get()), BIO_free_all);
+    // OpenSSL's CryptoAPI engine signs by RSA with PKCS#1 v1.5 and in no other way. Only TLS 1.2 has such
+    // signatures, and it too prefers PSS unless told otherwise.
+    if (is_of_windows)
+        require(version == TLS1_2_VERSION &&
+                    SSL_CTX_set1_client_sigalgs_list(ctx.get(), "RSA+SHA256:RSA+SHA384:RSA+SHA512"),
+                "a key of CryptoAPI logs in over TLS 1.2 only");
+    const BioPtr bio(BIO_new_ssl_connect(ctx.get()), BIO_free_all);
     SSL* ssl = nullptr;
     BIO_get_ssl(bio.get(), &ssl);
     BIO_set_conn_hostname(bio.get(), (host + ":" + port).c_str());
@@ -48,9 +56,9 @@ static void log_in(EVP_PKEY* key, X509* cert, const std::string& host, const std
     BIO_puts(bio.get(), ("GET / HTTP/1.0\r\nHost: " + host + "\r\n\r\n").c_str());
     std::string answer;
     for (char c = 0; BIO_read(bio.get(), &c, 1) == 1;)
-        answer += c;
+        if (c != '\r') answer += c;
     require(!answer.empty(), "the server does not answer"); // over TLS 1.3 it refuses a client only here
-    int type = NID_undef, digest = NID_undef;
+    int type = 0, digest = 0;
     SSL_get_signature_type_nid(ssl, &type);
     SSL_get_signature_nid(ssl, &digest);
     std::cout << "protocol: " << SSL_get_version(ssl) << "\ncipher: " << SSL_get_cipher_name(ssl)
@@ -65,7 +73,7 @@ static void run(Kes::OsslScardIf& card, int argc, char** argv) {
     cfg->set_crypto_if(Kes::OsslScardCfg::pkcs11);
     check(card.init(cfg));
     check(card.read_scard());
-    if (card.is_pin_required()) give_pin(card);
+    if (card.is_pin_required()) give_pin(card, argv[argc - 1] != std::string("-"));
     size_t num_keys = 0;
     check(card.discover_keys(&num_keys));
     for (size_t i = 0; i < num_keys; ++i)
@@ -75,23 +83,27 @@ static void run(Kes::OsslScardIf& card, int argc, char** argv) {
     check(card.notify_config_done());
     check(card.ossl_load());
     EVP_PKEY* key = nullptr;
-    check(card.ossl_get_private_key(&key));
     X509* cert = nullptr;
+    check(card.ossl_get_private_key(&key));
     check(card.ossl_get_certificate(&cert));
     std::cout << "key: " << EVP_PKEY_get0_type_name(key) << ' ' << EVP_PKEY_get_bits(key) << std::endl;
-    log_in(key, cert, argv[2], argv[3], argv[4] == std::string("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
+    const bool is_of_windows = card.get_config_used()->get_crypto_if() != Kes::OsslScardCfg::pkcs11;
+    log_in(key, cert, is_of_windows, argv[2], argv[3],
+           argv[4] == std::string("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
     check(card.ossl_unload());
 }
 
 int main(int argc, char** argv) {
     Kes::OsslScardIf& card = *get_ossl_scard_if();
+#ifdef SIGPIPE
     std::signal(SIGPIPE, SIG_IGN); // a server that hangs up is an error like others
+#endif
     int status = 0;
     try {
         run(card, argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "tls_client: " << error.what() << std::endl;
-        ERR_print_errors_fp(stderr); // what OpenSSL has to say about it, if anything
+        ERR_print_errors_cb([](const char* s, size_t, void*) { return std::cerr << s ? 1 : 0; }, nullptr);
         status = 1;
     }
     card.destroy();

@@ -8,9 +8,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <termios.h>
-#include <unistd.h>
 
+#include "line_input.h"
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 
@@ -56,11 +55,8 @@ private:
         return status;
     }
 
-    /// Nothing when the terminal is as a shell leaves it to a program, or when there is none.
     static const char* terminal() {
-        termios now{};
-        if (::tcgetattr(STDIN_FILENO, &now) != 0) return "";
-        return (now.c_lflag & ICANON) != 0 ? "" : " but the terminal was left without lines";
+        return Kes::test::has_line_input() ? "" : " but the terminal was left without lines";
     }
 
     void init(Kes::OsslScardCfg::CryptoIf crypto_if) {

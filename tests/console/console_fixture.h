@@ -10,19 +10,35 @@
 
 namespace Kes::test {
 
+/// A Windows client runs under Wine, which then stands here: its keys come from the terminal, but what it
+/// writes comes through a pipe, because on a terminal Wine paints its console. Otherwise "".
+constexpr std::string_view wine = MARVO_WINE;
+
 /// A client with its menus in a terminal.
 class ConsoleTest : public testing::Test {
 protected:
+    ConsoleTest() {
+        if (wine.empty()) return;
+        starter_.emplace_back(wine);
+        termios keys = terminal_.settings();
+        ::cfmakeraw(&keys); // all keys are the console's
+        terminal_.change_settings(keys);
+    }
+
     static constexpr const char* prompt = "  => ";
 
     /// Starts a client program that shows these menus, one after the other.
     void start(const char* program, const std::vector<std::string>& menus) {
         before_ = terminal_.settings();
-        terminal_.start(command(program, menus));
+        if (wine.empty())
+            terminal_.start(command(program, menus));
+        else
+            terminal_.start_with_pipe(command(program, menus));
     }
 
     std::vector<std::string> command(const char* program, const std::vector<std::string>& menus) const {
-        std::vector<std::string> words{program, results_file(), log_file()};
+        std::vector<std::string> words = starter_;
+        words.insert(words.end(), {program, results_file(), log_file()});
         words.insert(words.end(), menus.begin(), menus.end());
         return words;
     }
@@ -58,7 +74,11 @@ protected:
     /// The log's lines that a menu makes: what was selected, and errors.
     std::vector<std::string> log() const {
         std::vector<std::string> lines;
-        for (const std::string& line : split_lines(read_file(log_file()))) {
+        for (std::string line : split_lines(read_file(log_file()))) {
+            if (!wine.empty()) {
+                EXPECT_TRUE(line.ends_with('\r')) << line;
+                line.pop_back();
+            }
             const std::string text = without_header(line);
             if (text.starts_with("<info> selected item") || text.starts_with("<error>"))
                 lines.push_back(text);
@@ -67,6 +87,7 @@ protected:
     }
 
     Terminal terminal_;
+    std::vector<std::string> starter_; // what the command line of a client begins with
 
 private:
     TempDir dir_;
@@ -82,6 +103,9 @@ inline std::string on_screen(const std::string& text) {
     }
     return screen;
 }
+
+/// As it comes through a pipe: with the line ends of the client's system.
+inline std::string in_a_pipe(const std::string& text) { return wine.empty() ? text : on_screen(text); }
 
 using Lines = std::vector<std::string>;
 

@@ -7,6 +7,7 @@
 #include <openssl/ossl_typ.h>
 
 #include "marvo/ossl_scard_if.h"
+#include "server.h"
 #include "support.h"
 
 namespace Kes::test {
@@ -25,8 +26,7 @@ public:
 
     std::string file(const std::string& name) const { return dir_.file(name); }
     std::string ca_file() const { return file("ca.crt"); }
-    std::string server_cert_file() const { return file("server.crt"); }
-    std::string server_key_file() const { return file("server.key"); }
+    ServerSetup server_setup() const { return ServerSetup(dir_.path()); }
     const char* pin() const { return "271828"; }
 
 private:

@@ -102,7 +102,7 @@ class CurlLoginTest : public testing::TestWithParam<Scenario> {
 protected:
     void check(const std::string& maker, const std::string& expected_report) {
         const Card card(GetParam().key_type, "/CN=Grace Hopper");
-        const auto server = create_server(maker, card);
+        const auto server = create_server(maker, card.server_setup());
         const LoadedKey loaded(card);
         CurlLogin login(card, server->port(), GetParam().protocol);
         login.use(loaded, GetParam().signatures);
@@ -121,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P(With, CurlLoginTest, testing::ValuesIn(scenarios),
 
 TEST(CurlLoginRefusedTest, NginxRefusesCurlWithoutTheCard) {
     const Card card("ec:P-256", "/CN=Grace Hopper");
-    const auto server = create_server("nginx", card);
+    const auto server = create_server("nginx", card.server_setup());
     CurlLogin login(card, server->port(), TLS1_3_VERSION);
     EXPECT_EQ(login.run(), CURLE_HTTP_RETURNED_ERROR);
     EXPECT_EQ(login.error(), "The requested URL returned error: 400");

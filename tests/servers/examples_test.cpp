@@ -1,5 +1,5 @@
+#include <fstream>
 #include <gtest/gtest.h>
-
 #include <string>
 
 #include "card.h"
@@ -53,8 +53,14 @@ TEST_F(ExamplesTest, TlsClientListsTheKeysAndDoesNotShowThePin) {
     EXPECT_FALSE(has_shown(card_.pin()));
 }
 
+TEST_F(ExamplesTest, TlsClientReadsThePinFromStandardInputWhenItIsToldTo) {
+    std::ofstream(card_.file("pin")) << card_.pin() << "\n";
+    EXPECT_EQ(run_program({"/bin/sh", "-c", R"(exec "$0" - <"$1")", TLS_CLIENT_PROGRAM, card_.file("pin")}),
+              "key 0: card: login\n");
+}
+
 TEST_F(ExamplesTest, TlsClientLogsInAndShowsWhatTheServerSaw) {
-    const auto server = create_server("nginx", card_);
+    const auto server = create_server("nginx", card_.server_setup());
     terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.3"});
     type_pin(card_.pin());
     EXPECT_EQ(finish(), 0);
@@ -65,7 +71,7 @@ TEST_F(ExamplesTest, TlsClientLogsInAndShowsWhatTheServerSaw) {
 
 TEST_F(ExamplesTest, TlsClientDoesNotTrustAServerOfAnotherCa) {
     const Card stranger("ec:P-256", "/CN=Somebody else");
-    const auto server = create_server("nginx", stranger);
+    const auto server = create_server("nginx", stranger.server_setup());
     const EnvVar own_token("SOFTHSM2_CONF", card_.file("softhsm2.conf"));
     terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.3"});
     type_pin(card_.pin());

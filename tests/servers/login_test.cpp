@@ -55,7 +55,7 @@ protected:
     void check(const std::string& maker, const std::string& expected_report) {
         const Scenario& scenario = GetParam();
         const Card card(scenario.key_type, "/" + subject);
-        const auto server = create_server(maker, card);
+        const auto server = create_server(maker, card.server_setup());
         const LoadedKey loaded(card);
         LoginOptions options = options_for(card, *server, scenario.protocol, scenario.signatures);
         options.key = loaded.key();
@@ -85,13 +85,13 @@ class RefusedLoginTest : public testing::TestWithParam<int> {
 protected:
     Login log_in_without_certificate(const std::string& maker) {
         const Card card("ec:P-256", "/" + subject);
-        const auto server = create_server(maker, card);
+        const auto server = create_server(maker, card.server_setup());
         return log_in(options_for(card, *server, GetParam(), "ECDSA+SHA256"));
     }
 
     Login log_in_with_expired_certificate(const std::string& maker) {
         const Card card("ec:P-256", "/" + subject, {"--expired"});
-        const auto server = create_server(maker, card);
+        const auto server = create_server(maker, card.server_setup());
         const LoadedKey loaded(card);
         LoginOptions options = options_for(card, *server, GetParam(), "ECDSA+SHA256");
         options.key = loaded.key();

@@ -60,11 +60,11 @@ public:
     }
 
 private:
-    /// One process that writes nothing outside the card's folder and answers with what it knows of its
+    /// One process that writes nothing outside its folder and answers with what it knows of its
     /// client.
     std::unique_ptr<Process> create_process(int port) override {
-        const std::string folder = card().file("");
-        std::ofstream(card().file("nginx.conf"))
+        const std::string& folder = setup().folder;
+        std::ofstream(folder + "nginx.conf")
             << "daemon off; master_process off; events {}\n"
             << "pid " << folder << "pid; error_log stderr error;\n"
             << "http {\n  access_log off; default_type text/plain;\n"
@@ -72,13 +72,13 @@ private:
             << "  fastcgi_temp_path " << folder << "fastcgi; uwsgi_temp_path " << folder << "uwsgi;\n"
             << "  scgi_temp_path " << folder << "scgi;\n"
             << "  server {\n    listen 127.0.0.1:" << port << " ssl; ssl_protocols TLSv1.2 TLSv1.3;\n"
-            << "    ssl_certificate " << card().server_cert_file() << ";\n"
-            << "    ssl_certificate_key " << card().server_key_file() << ";\n"
-            << "    ssl_client_certificate " << card().ca_file() << "; ssl_verify_client on;\n"
+            << "    ssl_certificate " << setup().cert_file << ";\n"
+            << "    ssl_certificate_key " << setup().key_file << ";\n"
+            << "    ssl_client_certificate " << setup().client_ca_file << "; ssl_verify_client on;\n"
             << "    return 200 \"$ssl_protocol, $ssl_cipher, -, $ssl_client_s_dn, $ssl_client_verify\";\n"
             << "  }\n}\n";
         return std::make_unique<Process>(std::vector<std::string>{NGINX_PROGRAM, "-e", "stderr", "-p", folder,
-                                                                  "-c", card().file("nginx.conf")},
+                                                                  "-c", folder + "nginx.conf"},
                                          log_name());
     }
 };
@@ -97,11 +97,11 @@ public:
 private:
     std::unique_ptr<Process> create_process(int port) override {
         return std::make_unique<Process>(
-            std::vector<std::string>{
-                "/usr/bin/env", "LD_PRELOAD=" LOOPBACK_ONLY_LIBRARY, GNUTLS_SERV_PROGRAM, "--http", "--port",
-                std::to_string(port), "--x509certfile", card().server_cert_file(), "--x509keyfile",
-                card().server_key_file(), "--x509cafile", card().ca_file(), "--require-client-cert",
-                "--verify-client-cert", "--priority", "NORMAL:-VERS-ALL:+VERS-TLS1.2:+VERS-TLS1.3"},
+            std::vector<std::string>{"/usr/bin/env", "LD_PRELOAD=" LOOPBACK_ONLY_LIBRARY, GNUTLS_SERV_PROGRAM,
+                                     "--http", "--port", std::to_string(port), "--x509certfile",
+                                     setup().cert_file, "--x509keyfile", setup().key_file, "--x509cafile",
+                                     setup().client_ca_file, "--require-client-cert", "--verify-client-cert",
+                                     "--priority", "NORMAL:-VERS-ALL:+VERS-TLS1.2:+VERS-TLS1.3"},
             log_name());
     }
 
@@ -127,12 +127,12 @@ void Server::start() {
     throw std::runtime_error("the server does not start: " + log());
 }
 
-std::unique_ptr<Server> create_server(const std::string& maker, const Card& card) {
+std::unique_ptr<Server> create_server(const std::string& maker, const ServerSetup& setup) {
     std::unique_ptr<Server> server;
     if (maker == "nginx")
-        server = std::make_unique<NginxServer>(card);
+        server = std::make_unique<NginxServer>(setup);
     else
-        server = std::make_unique<GnutlsServer>(card);
+        server = std::make_unique<GnutlsServer>(setup);
     server->start();
     return server;
 }

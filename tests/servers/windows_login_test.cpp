@@ -1,0 +1,251 @@
+#include <fstream>
+#include <gtest/gtest.h>
+#include <regex>
+
+#include "server.h"
+#include "terminal.h"
+#include "test_card.h"
+
+// Windows programs log in, under Wine, at servers of this system.
+namespace Kes::test {
+namespace {
+
+struct Scenario {
+    std::string name;
+    std::string key; ///< its number on the card
+    std::string protocol;
+    std::string session; ///< what the client shows of it, without the signature
+    std::string nginx_signature;
+    std::string nginx_report;
+    std::string gnutls_signature; ///< the servers differ in what they like best
+    std::string gnutls_report;
+};
+
+void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream << scenario.name; }
+
+std::string session(const std::string& key, const std::string& protocol, const std::string& cipher) {
+    return "key: " + key + "\nprotocol: TLSv" + protocol + "\ncipher: " + cipher + "\n";
+}
+
+const std::string cipher_12 = "ECDHE-ECDSA-AES256-GCM-SHA384";
+const std::string cipher_13 = "TLS_AES_256_GCM_SHA384";
+const std::string rita = "CN=Rita RSA,O=Test Makers,C=AT";
+const std::string erik = "CN=Erik EC,O=Test Makers,C=AT";
+const std::string trusted = ", The certificate is trusted. ";
+
+const std::vector<Scenario> scenarios = {
+    {"RsaOverTls12", "0", "1.2", session("RSA 2048", "1.2", cipher_12), "RSASSA-PSS",
+     "TLSv1.2, " + cipher_12 + ", -, " + rita + ", SUCCESS", "rsaEncryption",
+     "TLS1.2, AES-256-GCM, RSA-SHA256, " + rita + trusted},
+    {"RsaOverTls13", "0", "1.3", session("RSA 2048", "1.3", cipher_13), "RSASSA-PSS",
+     "TLSv1.3, " + cipher_13 + ", -, " + rita + ", SUCCESS", "RSASSA-PSS",
+     "TLS1.3, AES-256-GCM, RSA-PSS-RSAE-SHA256, " + rita + trusted},
+    {"EcdsaOverTls12", "1", "1.2", session("EC 256", "1.2", cipher_12), "ECDSA",
+     "TLSv1.2, " + cipher_12 + ", -, " + erik + ", SUCCESS", "ECDSA",
+     "TLS1.2, AES-256-GCM, ECDSA-SHA256, " + erik + trusted},
+    {"EcdsaOverTls13", "1", "1.3", session("EC 256", "1.3", cipher_13), "ECDSA",
+     "TLSv1.3, " + cipher_13 + ", -, " + erik + ", SUCCESS", "ECDSA",
+     "TLS1.3, AES-256-GCM, ECDSA-SECP256R1-SHA256, " + erik + trusted},
+};
+
+const std::string keys_on_card = "key 0: Card 1: Login\nkey 1: Card 1: Curve\n";
+
+/// The Windows programs find the doubles in their current folder. At the end everything must have been
+/// released, and no double used wrongly.
+class WindowsLoginTest : public testing::TestWithParam<Scenario> {
+protected:
+    WindowsLoginTest() {
+        card_.add("01", "ckp", "rsa", "Login");
+        card_.add("02", "ckp", "ec", "Curve");
+        run_program({SOFT_TOKEN_PROGRAM, "server", dir_.path().string()});
+    }
+
+    void TearDown() override {
+        EXPECT_EQ(card_.violations(), Lines());
+        EXPECT_EQ(card_.unbalanced(), Lines());
+    }
+
+    /// A server that knows the card's CA.
+    std::unique_ptr<Server> start_server(const std::string& maker) const {
+        ServerSetup setup(dir_.path());
+        setup.client_ca_file = MARVO_CARD_FILES "/ca.crt";
+        return create_server(maker, setup);
+    }
+
+    static Lines command(const std::string& program, const Lines& arguments) {
+        Lines words{"/usr/bin/env", "-C", MARVO_DOUBLES, MARVO_WINE, MARVO_PROGRAMS "/" + program + ".exe"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return words;
+    }
+
+    /// Runs the client with the PIN as its input.
+    /// @return its exit status
+    int run_client(const std::string& pin, const Lines& arguments) {
+        std::ofstream(dir_.file("pin")) << pin << '\n';
+        Lines words{"/bin/sh", "-c", R"(exec "$@" <"$0")", dir_.file("pin")};
+        const Lines client = command("tls_client", arguments);
+        words.insert(words.end(), client.begin(), client.end());
+        Process process(words, dir_.file("output"));
+        const int status = process.wait();
+        output_ = without_carriage_returns(read_file(dir_.file("output")));
+        return status;
+    }
+
+    int log_in(const Server& server, const std::string& key, const std::string& protocol) {
+        return run_client(card_pin, {key, "127.0.0.1", std::to_string(server.port()), protocol, "-"});
+    }
+
+    static std::string expected_session(const std::string& signature) {
+        return keys_on_card + GetParam().session + "signature: " + signature + " with SHA256\n";
+    }
+
+    /// What the client wrote before the server's answer, and the body of that.
+    std::string before_answer() const { return output_.substr(0, output_.find("answer: ")); }
+    std::string body() const { return output_.substr(output_.find("\n\n") + 2); }
+
+    /// Without the parts of OpenSSL's error lines that change from run to run and from version to version.
+    std::string masked_output() const {
+        static const std::regex error_line(
+            "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
+        return std::regex_replace(output_, error_line, "error:$1:$2:");
+    }
+
+    /// Each line of a Windows program ends with one.
+    static std::string without_carriage_returns(const std::string& text) {
+        std::string lines;
+        for (const std::string& line : split_lines(text)) {
+            EXPECT_TRUE(line.ends_with('\r')) << line;
+            lines += line.substr(0, line.find('\r')) + "\n";
+        }
+        return lines;
+    }
+
+    TestCard card_;
+    TempDir dir_;
+    EnvVar ca_{"SSL_CERT_FILE", "Z:" + dir_.file("ca.crt")};
+    EnvVar log_{"ossl_scard_cfg_logfile", "Z:" + dir_.file("client.log")};
+    std::string output_;
+};
+
+TEST_P(WindowsLoginTest, NginxLetsTheCardInAndSeesItsSubject) {
+    const auto server = start_server("nginx");
+    EXPECT_EQ(log_in(*server, GetParam().key, GetParam().protocol), 0);
+    EXPECT_EQ(before_answer(), expected_session(GetParam().nginx_signature));
+    EXPECT_EQ(server->report(body()), GetParam().nginx_report + "\n");
+}
+
+TEST_P(WindowsLoginTest, GnutlsLetsTheCardInAndSeesItsSubject) {
+    const auto server = start_server("gnutls");
+    EXPECT_EQ(log_in(*server, GetParam().key, GetParam().protocol), 0);
+    EXPECT_EQ(before_answer(), expected_session(GetParam().gnutls_signature));
+    EXPECT_EQ(server->report(body()), GetParam().gnutls_report);
+}
+
+INSTANTIATE_TEST_SUITE_P(With, WindowsLoginTest, testing::ValuesIn(scenarios),
+                         [](const auto& scenario) { return scenario.param.name; });
+
+class WindowsLoginRefusedTest : public WindowsLoginTest {
+protected:
+    /// A server that knows nobody but its own CA.
+    std::unique_ptr<Server> start_stranger(const std::string& maker) const {
+        return create_server(maker, ServerSetup(dir_.path()));
+    }
+
+    /// What OpenSSL adds to the client's words is a matter of luck: the system forgets the server's last
+    /// message when the client has written more than the server has read.
+    void expect_refusal(Server& server, const std::string& error) {
+        const std::string expected = keys_on_card + "key: RSA 2048\n" + error;
+        EXPECT_EQ(output_.substr(0, expected.size()), expected);
+        const std::string words = server.last_words();
+        EXPECT_TRUE(words.ends_with("Error in handshake: Error in the certificate.\n" +
+                                    std::string("Exiting via signal 15\n")))
+            << words;
+    }
+};
+
+TEST_F(WindowsLoginRefusedTest, NginxAnswersACardOfAnUnknownCaThatItsCertificateIsWrong) {
+    const auto server = start_stranger("nginx");
+    EXPECT_EQ(log_in(*server, "0", "1.3"), 0);
+    EXPECT_NE(body().find("<center>The SSL certificate error</center>"), std::string::npos) << output_;
+}
+
+TEST_F(WindowsLoginRefusedTest, GnutlsBreaksOffWithACardOfAnUnknownCaOverTls12) {
+    const auto server = start_stranger("gnutls");
+    EXPECT_EQ(log_in(*server, "0", "1.2"), 1);
+    expect_refusal(*server, "tls_client: no TLS connection\n");
+}
+
+TEST_F(WindowsLoginRefusedTest, GnutlsBreaksOffWithACardOfAnUnknownCaOverTls13) {
+    const auto server = start_stranger("gnutls");
+    EXPECT_EQ(log_in(*server, "0", "1.3"), 1);
+    expect_refusal(*server, "tls_client: the server does not answer\n");
+}
+
+TEST_F(WindowsLoginRefusedTest, TheClientRefusesAServerOfAnUnknownCa) {
+    const auto server = start_server("nginx");
+    const EnvVar other_ca("SSL_CERT_FILE", "Z:" MARVO_CARD_FILES "/ca.crt");
+    EXPECT_EQ(log_in(*server, "0", "1.3"), 1);
+    EXPECT_EQ(masked_output(), keys_on_card + "key: RSA 2048\ntls_client: no TLS connection\n" +
+                                   "error:SSL routines:certificate verify failed:\n");
+}
+
+TEST_F(WindowsLoginRefusedTest, TheCardRefusesAWrongPin) {
+    EXPECT_EQ(run_client("000000", {"-"}), 1);
+    EXPECT_EQ(masked_output(),
+              "tls_client: libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
+              "error:PKCS#11 module:PIN incorrect:PKCS11_login\n");
+}
+
+/// With a user at the console, whose keys come from a pseudo-terminal.
+class WindowsConsoleLoginTest : public WindowsLoginTest {
+protected:
+    WindowsConsoleLoginTest() {
+        termios keys = terminal_.settings();
+        ::cfmakeraw(&keys); // all keys are the console's
+        terminal_.change_settings(keys);
+    }
+
+    /// @return the exit status
+    int finish() {
+        output_ = without_carriage_returns(output_ + terminal_.read_to_end());
+        return terminal_.wait();
+    }
+
+    Terminal terminal_;
+};
+
+TEST_F(WindowsConsoleLoginTest, ThePinCanBeTyped) {
+    terminal_.start_with_pipe(command("tls_client", {}));
+    terminal_.type(card_pin + std::string("\r"));
+    EXPECT_EQ(finish(), 0);
+    EXPECT_EQ(output_, keys_on_card);
+}
+
+TEST_F(WindowsConsoleLoginTest, TheUserPicksBackEndAndKeyAndSeesTheCertificate) {
+    terminal_.start_with_pipe(command("interactive_client", {}));
+    output_ = terminal_.read_until("  => ");
+    terminal_.type("p" + std::string(card_pin) + "\r");
+    output_ += terminal_.read_until("  => ");
+    terminal_.type("1");
+    EXPECT_EQ(finish(), 0);
+    EXPECT_EQ(output_,
+              "\n"
+              "Please select cryptographic API interface:\n"
+              "   ( c ) ... capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')\n"
+              "   ( p ) ... pkcs11 (PKCS#11 with module 'itp11.dll')\n"
+              "   ( s ) ... capi_store (MS CryptoAPI using Windows Cert Store)\n"
+              "   ( . ) ... exit\n"
+              "  => p\n"
+              "\n"
+              "Please select from available keys:\n"
+              "   ( 0 ) ... Card 1: Login\n"
+              "   ( 1 ) ... Card 1: Curve\n"
+              "   ( . ) ... exit\n"
+              "  => 1\n"
+              "subject: CN=Erik EC,O=Test Makers,C=AT\n"
+              "issuer:  CN=Test CA,O=Test Makers,C=AT\n" +
+                  read_file(MARVO_CARD_FILES "/ec.crt"));
+}
+
+} // namespace
+} // namespace Kes::test
