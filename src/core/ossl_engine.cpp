@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "error.h"
+#include "error_queue_mark.h"
 #include "library_trouble.h"
 #include "logger.h"
 
@@ -33,6 +34,14 @@ OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
     if (!engine)
         throw Error(ErrorCodeType::null_pointer, "dynamic engine not available",
                     "ossl_engine:58 Kes::OsslEngine::OsslEngine()");
+}
+
+OsslEngine::~OsslEngine() {
+    if (!is_listed) return;
+    // A constructor has failed after its load(), such as for a card that is out. In OpenSSL's list the engine
+    // would stay alive, and bar every later load of its library.
+    const ErrorQueueMark mark;
+    ::ENGINE_remove(engine.get());
 }
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
@@ -99,7 +108,8 @@ void OsslEngine::control(const char* command, const char* value, const char* loc
 void OsslEngine::load(const char* engine_path, const char* location) {
     const LoaderDialogsOff no_dialogs;
     const int result = ::ENGINE_ctrl_cmd_string(engine.get(), "LOAD", nullptr, 0);
-    if (result == 1) return;
+    is_listed = result == 1;
+    if (is_listed) return;
     explain_engine_failure(engine_path);
     throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed", location);
 }
@@ -132,6 +142,7 @@ void OsslEngine::unload() noexcept {
     ::ENGINE_unregister_digests(engine.get());
     ::ENGINE_unregister_pkey_meths(engine.get());
     ::ENGINE_unregister_pkey_asn1_meths(engine.get());
+    is_listed = false;
     if (::ENGINE_remove(engine.get()) != 1) log_warn("ENGINE_remove() returned error");
     if (::ENGINE_finish(engine.get()) != 1) log_warn("ENGINE_finish() returned error");
 }

@@ -16,7 +16,7 @@ namespace Kes {
 /// undoes that with unload() in its destructor. Keys and certificates that are read belong to the caller.
 class OsslEngine {
 public:
-    virtual ~OsslEngine() = default;
+    virtual ~OsslEngine();
     OsslEngine(const OsslEngine&) = delete;
     OsslEngine& operator=(const OsslEngine&) = delete;
 
@@ -80,6 +80,7 @@ private:
     };
 
     std::unique_ptr<ENGINE, FreeEngine> engine;
+    bool is_listed = false; // by load(), and not yet taken out by unload()
     const UI_METHOD* const ui_method;
     const bool public_key_supported;
     [[maybe_unused]] const bool second_flag; // kept for the engines that set it; nothing asks for it

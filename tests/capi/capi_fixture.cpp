@@ -1,0 +1,119 @@
+#include "capi_fixture.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <openssl/pem.h>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+#include "capi_key_type.h"
+
+namespace Kes::test {
+namespace {
+
+std::string cert_path(const std::string& name) { return std::string(KES_TEST_CERTS) + "/" + name; }
+
+EvpPkeyPtr read_key(const std::string& name) {
+    const BioPtr file(::BIO_new_file(cert_path(name).c_str(), "r"));
+    EvpPkeyPtr key(::PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
+    if (!key) throw std::runtime_error("no test key: " + name);
+    return key;
+}
+
+Lines triple(const std::string& display_name, const std::string& rest) {
+    Lines lines;
+    for (const char* type : {"private_key", "public_key", "certificate"})
+        lines.push_back(display_name + " [type=" + type + rest);
+    return lines;
+}
+
+} // namespace
+
+Bytes cert_der(const std::string& name) {
+    const std::string text = read_file(cert_path(name + ".der"));
+    if (text.empty()) throw std::runtime_error("no test certificate: " + name);
+    return {text.begin(), text.end()};
+}
+
+Bytes numbered_cert_der(int number) {
+    static const Bytes pattern = cert_der("numbered");
+    const std::string before = "Number 0000";
+    char after[16];
+    std::snprintf(after, sizeof after, "Number %04d", number);
+    Bytes der = pattern;
+    auto at = der.begin();
+    while ((at = std::search(at, der.end(), before.begin(), before.end())) != der.end())
+        at = std::copy_n(after, before.size(), at);
+    return der;
+}
+
+const CapiKeys& CapiKeys::instance() {
+    static const CapiKeys keys{read_key("rsa.pem"), read_key("ec.pem")};
+    return keys;
+}
+
+std::string win_code(DWORD code) {
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "%x", code);
+    return "val=" + std::to_string(code) + " [0x" + hex + "] (unknown winerror)";
+}
+
+Failure win_failure(DWORD code) { return {.rc = static_cast<int>(code)}; }
+
+void set_up_capi() {
+    EVP_PKEY* rsa = CapiKeys::instance().rsa.get();
+    FakeCapi::instance().reset();
+    FakeProvider provider;
+    provider.containers = {
+        {"c1", {{AT_KEYEXCHANGE, {cert_der("exchange"), rsa}}, {AT_SIGNATURE, {cert_der("sign"), rsa}}}},
+        {"c2", {{AT_SIGNATURE, {cert_der("sign"), rsa}}}}};
+    FakeCapi::instance().providers = {provider};
+    FakeCapi::instance().stores = {{"MY", {cert_der("sign"), cert_der("exchange"), cert_der("bare")}}};
+}
+
+void end_capi() {
+    EXPECT_EQ(FakeCapi::instance().live_handles(), 0U);
+    EXPECT_EQ(CallScript::instance().violations(), Lines());
+    FakeCapi::instance().reset();
+}
+
+OsslScardCfg& CapiScardTest::make_capi_config(OsslScardCfg::CryptoIf crypto_if) {
+    OsslScardCfg& cfg = *scard().get_config_default();
+    cfg.set_crypto_if(crypto_if);
+    cfg.set_capi_openssl_engine_dll("./capi.so");
+    cfg.set_capi_store_openssl_engine_dll("./capi.so");
+    cfg.set_capi_csp_name(csp);
+    cfg.set_logfile("");
+    return cfg;
+}
+
+Lines records(const PkoIdList& list) {
+    std::ostringstream text;
+    text << list;
+    return split_lines(text.str());
+}
+
+Lines capi_records(const std::string& container, DWORD key_spec) {
+    return triple(container + " (" + capi_key_type_name(key_spec) + ")",
+                  ", key_type=" + std::to_string(key_spec) + ", name=" + container +
+                      ", cluster_name=" + container + "]");
+}
+
+Lines store_records(const std::string& name) {
+    return triple(name, ", key_type=0, name=" + name + ", cluster_name=" + name + "]");
+}
+
+Lines without_addresses(Lines lines) {
+    static const std::regex address("0x[0-9A-F]{16}");
+    for (std::string& line : lines)
+        line = std::regex_replace(line, address, "ADDRESS");
+    return lines;
+}
+
+Lines operator+(Lines first, const Lines& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+} // namespace Kes::test

@@ -1,0 +1,91 @@
+#include "capi_fixture.h"
+#include "capi_helper.h"
+#include "error.h"
+
+namespace Kes::test {
+namespace {
+
+class CapiPubKeyTest : public CapiTest {
+protected:
+    CapiPubKeyTest() { script().take_calls(); }
+
+    const CapiInit opened{csp, "c1", 0};
+
+    Bytes der() const { return CapiPubKey(opened.provider(), AT_SIGNATURE).der(); }
+};
+
+/// As OpenSSL itself writes it.
+Bytes public_der(const EvpPkeyPtr& key) {
+    unsigned char* data = nullptr;
+    const int length = ::i2d_PUBKEY(key.get(), &data);
+    Bytes der(data, data + length);
+    ::OPENSSL_free(data);
+    return der;
+}
+
+TEST_F(CapiPubKeyTest, IsTheSubjectPublicKeyInfoOfTheKey) {
+    EXPECT_EQ(der(), public_der(CapiKeys::instance().rsa));
+    EXPECT_EQ(script().calls(), (Lines{"CryptExportPublicKeyInfoEx(prov:c1, 2, size)",
+                                       "CryptExportPublicKeyInfoEx(prov:c1, 2, read)",
+                                       "CryptEncodeObjectEx(size)", "CryptEncodeObjectEx(read)"}));
+}
+
+TEST_F(CapiPubKeyTest, AKeyWithParametersKeepsThem) {
+    container(0).keys[AT_SIGNATURE].public_key = CapiKeys::instance().ec.get();
+    EXPECT_EQ(der(), public_der(CapiKeys::instance().ec));
+}
+
+TEST_F(CapiPubKeyTest, EachFailingCallHasItsTextAndIsTheLast) {
+    const std::string errors[] = {
+        "capi_helper:512 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: ",
+        "capi_helper:520 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: ",
+        "capi_helper:528 Kes::CapiPubKey::CapiPubKey(): CryptEncodeObjectEx() failed: ",
+        "capi_helper:538 Kes::CapiPubKey::CapiPubKey(): CryptEncodeObjectEx() failed: "};
+    for (std::size_t step = 1; step <= std::size(errors); ++step) {
+        for (const DWORD code : all_codes) {
+            script().heal();
+            const std::size_t n = script().steps() + step;
+            script().fail_step(n, win_failure(code));
+            EXPECT_EQ(error_text([&] { der(); }), errors[step - 1] + win_code(code));
+            EXPECT_EQ(script().steps(), n);
+        }
+    }
+}
+
+TEST_F(CapiPubKeyTest, SizesThatGrewUntilTheReadAreErrors) {
+    for (const DWORD size : {0U, 1U, 100U}) {
+        capi().odd_answers = {{"CryptExportPublicKeyInfoEx", {.size = size}}};
+        EXPECT_EQ(error_text([&] { der(); }), "capi_helper:520 Kes::CapiPubKey::CapiPubKey(): "
+                                              "CryptExportPublicKeyInfoEx() failed: val=234 [0xea] (unknown "
+                                              "winerror)");
+    }
+    capi().odd_answers = {{"CryptEncodeObjectEx", {.size = 10}}};
+    EXPECT_EQ(error_text([&] { der(); }), "capi_helper:538 Kes::CapiPubKey::CapiPubKey(): "
+                                          "CryptEncodeObjectEx() failed: val=234 [0xea] (unknown winerror)");
+}
+
+TEST_F(CapiPubKeyTest, SizesThatShrankUntilTheReadAreTakenAsTheyAre) {
+    capi().odd_answers = {{"CryptExportPublicKeyInfoEx", {.size = 5000}},
+                          {"CryptEncodeObjectEx", {.size = 5000}}};
+    EXPECT_EQ(der(), public_der(CapiKeys::instance().rsa));
+}
+
+TEST_F(CapiPubKeyTest, AnEncodingWithoutLengthIsEmpty) {
+    capi().odd_answers = {{"CryptEncodeObjectEx", {.size = 0}}};
+    EXPECT_EQ(der(), Bytes());
+}
+
+TEST_F(CapiPubKeyTest, AnEncodingThatClaimsMoreThanTheBufferHoldsCountsWithTheBuffer) {
+    capi().odd_answers = {{"CryptEncodeObjectEx", {.said = 4000000000U}}};
+    EXPECT_EQ(der(), public_der(CapiKeys::instance().rsa));
+}
+
+TEST_F(CapiPubKeyTest, AContainerWithoutThatKeyIsAnError) {
+    container(0).keys.erase(AT_SIGNATURE);
+    EXPECT_EQ(error_text([&] { der(); }),
+              "capi_helper:512 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: " +
+                  win_code(static_cast<DWORD>(NTE_NO_KEY)));
+}
+
+} // namespace
+} // namespace Kes::test

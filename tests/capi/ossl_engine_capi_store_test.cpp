@@ -1,0 +1,221 @@
+#include "ossl_engine_capi_store.h"
+
+#include "capi_fixture.h"
+#include "error.h"
+
+namespace {
+
+/// Copying a certificate fails only out of memory; here it can be made to.
+bool is_copying_broken = false;
+
+} // namespace
+
+extern "C" {
+X509* __real_X509_dup(const X509* cert);
+X509* __wrap_X509_dup(const X509* cert) { return is_copying_broken ? nullptr : __real_X509_dup(cert); }
+}
+
+namespace Kes::test {
+namespace {
+
+class CapiStoreOsslEngineTest : public CapiTest {
+protected:
+    static std::unique_ptr<CapiStoreOsslEngine> load(const std::string& debug_file = "",
+                                                     const char* store_name = "MY") {
+        return std::make_unique<CapiStoreOsslEngine>("./capi.so", store_name, debug_file);
+    }
+
+    LogCapture log;
+};
+
+const Lines load_calls{"ENGINE_by_id(dynamic)",
+                       "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./capi.so)",
+                       "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
+                       "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
+                       "ENGINE_init(engine1)",
+                       "ENGINE_ctrl_cmd_string(engine1, debug_level, 2)"};
+const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, store_name, MY)",
+                         "ENGINE_ctrl_cmd_string(engine1, lookup_method, 1)",
+                         "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"};
+
+TEST_F(CapiStoreOsslEngineTest, LoadsInOrderAndLogsTheId) {
+    const auto loaded = load();
+    EXPECT_EQ(script().calls(), load_calls + choice_calls);
+    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"}); // so the double calls itself
+}
+
+TEST_F(CapiStoreOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {
+    const auto loaded = load("debug.txt");
+    EXPECT_EQ(script().calls(),
+              load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, debug_file, debug.txt)"} + choice_calls);
+}
+
+TEST_F(CapiStoreOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
+    const std::string constructor = " Kes::CapiStoreOsslEngine::CapiStoreOsslEngine(): ";
+    const Lines freed{"ENGINE_free(engine1)"};
+    // Out of OpenSSL's list, where it would bar the next load.
+    const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
+    const Lines finished = Lines{"ENGINE_finish(engine1)"} + removed;
+    const struct {
+        std::string text;
+        Lines undone;
+    } rows[] = {
+        {"ossl_engine_capi_store:114" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
+        {"ossl_engine_capi_store:121" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
+        {"ossl_engine_capi_store:127" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
+        {"ossl_engine_capi_store:133" + constructor + "ENGINE_init() failed", removed},
+        {"ossl_engine_capi_store:139" + constructor + "ENGINE_ctrl_cmd_string(debug_level) failed", finished},
+        {"ossl_engine_capi_store:150" + constructor + "ENGINE_ctrl_cmd_string(debug_file) failed", finished},
+        {"ossl_engine_capi_store:160" + constructor + "ENGINE_ctrl_cmd_string(store_name) failed", finished},
+        {"ossl_engine_capi_store:169" + constructor + "ENGINE_ctrl_cmd_string(lookup_method) failed",
+         finished},
+        {"ossl_engine_capi_store:178" + constructor + "ENGINE_set_default() failed", finished},
+    };
+    constexpr std::size_t first_step = 2; // ENGINE_by_id is the first
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        for (const int rc : {0, -1, 2}) {
+            SCOPED_TRACE(rows[i].text + std::to_string(rc));
+            script().reset();
+            engine().reset();
+            script().fail_step(first_step + i, {.rc = rc});
+            EXPECT_EQ(error_text([] { load("debug.txt"); }), rows[i].text + ": rc=" + std::to_string(rc));
+            EXPECT_EQ(script().calls_after_step(first_step + i), rows[i].undone);
+        }
+    }
+    EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(CapiStoreOsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
+    script().fail_step(7, {.throws_int = true});
+    EXPECT_THROW(load(), int);
+    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
+    EXPECT_EQ(script().violations(), Lines{"ENGINE_free: still initialised"});
+    script().reset();
+}
+
+TEST_F(CapiStoreOsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
+    script().fail_function("ENGINE_set_default", {.rc = 0, .queue_text = "first cause"});
+    script().fail_function("ENGINE_finish", {.rc = 0, .queue_text = "later noise"});
+    const std::string text = error_text([] { load(); });
+    EXPECT_THAT(text, testing::HasSubstr("double.c:1:first cause"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("later noise")));
+}
+
+TEST_F(CapiStoreOsslEngineTest, UnloadsInOrderAndFreesLast) {
+    auto loaded = load();
+    script().take_calls();
+    loaded.reset();
+    EXPECT_EQ(script().calls(), engine_unload_calls());
+    EXPECT_EQ(log.lines().back(), "<info> unloading engine: id=pkcs11");
+}
+
+TEST_F(CapiStoreOsslEngineTest, KeyTypesAndPinsAreOfNoInterest) {
+    const auto loaded = load();
+    script().take_calls();
+    loaded->set_key_type(AT_KEYEXCHANGE);
+    loaded->set_pin(Pin("1234"));
+    EXPECT_EQ(script().calls(), Lines());
+}
+
+TEST_F(CapiStoreOsslEngineTest, ThePrivateKeyIsTheEngines) {
+    const auto loaded = load();
+    const EvpPkeyPtr key = loaded->read_private_key("Signer");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(script().calls().back(), "ENGINE_load_private_key(engine1, Signer)");
+}
+
+TEST_F(CapiStoreOsslEngineTest, TheCertificateIsACopyOfTheFirstInTheStoreThatHasTheText) {
+    const auto loaded = load();
+    script().take_calls();
+    const X509Ptr cert = loaded->read_certificate("test makers");
+    unsigned char* der = nullptr;
+    const int length = ::i2d_X509(cert.get(), &der);
+    EXPECT_EQ(Bytes(der, der + length), cert_der("sign"));
+    ::OPENSSL_free(der);
+    EXPECT_EQ(script().calls(),
+              (Lines{"CertOpenStore(MY)", "CertFindCertificateInStore(store:MY, test makers)",
+                     "CertFreeCertificateContext(cert:MY/0)", "CertCloseStore(store:MY)"}));
+    EXPECT_EQ(without_addresses(log.lines()),
+              (Lines{"<info> loaded engine: id=pkcs11", "<trace> created CertStore [MY]",
+                     "<trace> created WinCertStoreImp [MY]", "<trace> created WinCert [ctx=ADDRESS]",
+                     "<info> read certificate: test makers", "<trace> created OsslCert [x509=ADDRESS]",
+                     "<trace> destroyed OsslCert [x509=ADDRESS]", "<trace> destroyed WinCert [ctx=ADDRESS]",
+                     "<trace> destroyed WinCertStoreImp [MY]", "<trace> destroyed CertStore [MY]"}));
+}
+
+TEST_F(CapiStoreOsslEngineTest, ThePublicKeyIsThatOfTheCertificate) {
+    const auto loaded = load();
+    const EvpPkeyPtr key = loaded->read_public_key("Exchanger");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), CapiKeys::instance().rsa.get()), 1);
+    EXPECT_EQ(log.lines().back(), "<info> read public key from certificate: Exchanger");
+}
+
+TEST_F(CapiStoreOsslEngineTest, ASubjectThatNobodyHasIsAnErrorOfTheStoreForKeysToo) {
+    const auto loaded = load();
+    const std::string error =
+        "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): error "
+        "finding certificate with subject name='Nobody': rc=0";
+    EXPECT_EQ(error_text([&] { loaded->read_certificate("Nobody"); }), error);
+    EXPECT_EQ(error_text([&] { loaded->read_public_key("Nobody"); }), error);
+    EXPECT_EQ(capi().live_handles(), 0U);
+}
+
+TEST_F(CapiStoreOsslEngineTest, AStoreThatDoesNotExistIsAnErrorOfEachRead) {
+    const auto loaded = load("", "NONE");
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(error_text([&] { loaded->read_certificate("Signer"); }),
+                  "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=NONE "
+                  "failed: val=2 [0x2] (unknown winerror)");
+}
+
+TEST_F(CapiStoreOsslEngineTest, WhatIsNoCertificateForOpensslIsAnError) {
+    store().certs = {Bytes{0x30, 0x01}};
+    const auto loaded = load();
+    const std::string error = error_text([&] { loaded->read_certificate(""); });
+    EXPECT_EQ(error.substr(0, error.find('\n')),
+              "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: "
+              "rc=0");
+    EXPECT_EQ(capi().live_handles(), 0U);
+}
+
+TEST_F(CapiStoreOsslEngineTest, ACertificateThatCannotBeCopiedIsAnErrorAndAllIsReleased) {
+    const auto loaded = load();
+    is_copying_broken = true;
+    const std::string error = error_text([&] { loaded->read_certificate("Signer"); });
+    is_copying_broken = false;
+    EXPECT_EQ(error, "ossl_engine_capi_store:245 Kes::CapiStoreOsslEngine::read_certificate(): error "
+                     "duplicating x509 certificate: rc=0");
+    EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");
+    EXPECT_EQ(capi().live_handles(), 0U);
+}
+
+TEST_F(CapiStoreOsslEngineTest, EachFailingCallIsReportedOrLoggedAndAllIsReleased) {
+    const auto loaded = load();
+    for (const DWORD code : all_codes) {
+        script().heal();
+        script().fail_step(script().steps() + 1, win_failure(code));
+        EXPECT_EQ(error_text([&] { loaded->read_certificate("Signer"); }),
+                  "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=MY "
+                  "failed: " +
+                      win_code(code));
+        script().fail_step(script().steps() + 2, win_failure(code));
+        EXPECT_EQ(error_text([&] { loaded->read_certificate("Signer"); }),
+                  "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): error finding "
+                  "certificate with subject name='Signer': rc=0");
+        EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");
+        script().fail_step(script().steps() + 3, win_failure(code));
+        EXPECT_NE(loaded->read_certificate("Signer"), nullptr);
+        EXPECT_THAT(log.lines(), testing::Contains("<error> CertCloseStore() failed: " + win_code(code)));
+        EXPECT_EQ(capi().live_handles(), 0U);
+    }
+}
+
+TEST_F(CapiStoreOsslEngineTest, KeepsItsOwnCopyOfTheStoresName) {
+    std::string name = "MY";
+    const auto loaded = load("", name.c_str());
+    name = "??";
+    EXPECT_NE(loaded->read_certificate("Signer"), nullptr);
+}
+
+} // namespace
+} // namespace Kes::test

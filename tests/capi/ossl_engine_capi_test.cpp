@@ -1,0 +1,315 @@
+#include "ossl_engine_capi.h"
+
+#include "capi_fixture.h"
+#include "error.h"
+
+namespace Kes::test {
+namespace {
+
+class CapiOsslEngineTest : public CapiTest {
+protected:
+    static std::unique_ptr<CapiOsslEngine> load(std::uint32_t key_type = AT_SIGNATURE,
+                                                const std::string& debug_file = "") {
+        return std::make_unique<CapiOsslEngine>("./capi.so", csp, key_type, debug_file);
+    }
+
+    /// All that was logged so far, but for the readers' trace lines.
+    Lines lines() const {
+        Lines kept;
+        for (const std::string& line : log.lines())
+            if (line.find("<trace>") != 0) kept.push_back(line);
+        return kept;
+    }
+
+    LogCapture log;
+};
+
+const Lines load_calls{"ENGINE_by_id(dynamic)",
+                       "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./capi.so)",
+                       "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
+                       "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
+                       "ENGINE_init(engine1)",
+                       "ENGINE_ctrl_cmd_string(engine1, debug_level, 2)"};
+const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, csp_name, Test CSP)",
+                         "ENGINE_ctrl_cmd_string(engine1, lookup_method, 3)",
+                         "ENGINE_ctrl_cmd_string(engine1, key_type, 2)", "ENGINE_set_default(engine1, 65535)",
+                         "ENGINE_get_id(engine1)"};
+
+// The double of the engine calls itself so once it is loaded, whatever it was loaded from.
+const std::string loaded_line = "<info> loaded engine: id=pkcs11, csp='Test CSP'";
+
+TEST_F(CapiOsslEngineTest, LoadsInOrderAndLogsTheIdAndTheProvider) {
+    const auto loaded = load();
+    EXPECT_EQ(script().calls(), load_calls + choice_calls);
+    EXPECT_EQ(log.lines(), (Lines{"<debug> capi engine is using key_type=SIGNATURE", loaded_line}));
+}
+
+TEST_F(CapiOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {
+    const auto loaded = load(AT_SIGNATURE, "debug.txt");
+    EXPECT_EQ(script().calls(),
+              load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, debug_file, debug.txt)"} + choice_calls);
+}
+
+TEST_F(CapiOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
+    const std::string constructor = " Kes::CapiOsslEngine::CapiOsslEngine(): ";
+    const Lines freed{"ENGINE_free(engine1)"};
+    // Out of OpenSSL's list, where it would bar the next load.
+    const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
+    const Lines finished = Lines{"ENGINE_finish(engine1)"} + removed;
+    const struct {
+        std::string text;
+        Lines undone;
+    } rows[] = {
+        {"ossl_engine_capi:109" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
+        {"ossl_engine_capi:116" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
+        {"ossl_engine_capi:122" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
+        {"ossl_engine_capi:128" + constructor + "ENGINE_init() failed", removed},
+        {"ossl_engine_capi:134" + constructor + "ENGINE_ctrl_cmd_string(debug_level) failed", finished},
+        {"ossl_engine_capi:145" + constructor + "ENGINE_ctrl_cmd_string(debug_file) failed", finished},
+        {"ossl_engine_capi:155" + constructor + "ENGINE_ctrl_cmd_string(csp_name) failed", finished},
+        {"ossl_engine_capi:164" + constructor + "ENGINE_ctrl_cmd_string(lookup_method) failed", finished},
+        {"ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type(): ENGINE_ctrl_cmd_string(key_type) failed",
+         finished},
+        {"ossl_engine_capi:183" + constructor + "ENGINE_set_default() failed", finished},
+    };
+    constexpr std::size_t first_step = 2; // ENGINE_by_id is the first
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        for (const int rc : {0, -1, 2}) {
+            SCOPED_TRACE(rows[i].text + std::to_string(rc));
+            script().reset();
+            engine().reset();
+            script().fail_step(first_step + i, {.rc = rc});
+            EXPECT_EQ(error_text([] { load(AT_SIGNATURE, "debug.txt"); }),
+                      rows[i].text + ": rc=" + std::to_string(rc));
+            EXPECT_EQ(script().calls_after_step(first_step + i), rows[i].undone);
+        }
+    }
+    // The last step fails after the key type was chosen.
+    EXPECT_EQ(log.lines(), Lines(3, "<debug> capi engine is using key_type=SIGNATURE"));
+}
+
+TEST_F(CapiOsslEngineTest, WithoutTheDynamicEngineThereIsNothingToUndo) {
+    script().fail_step(1, {});
+    EXPECT_EQ(error_text([] { load(); }),
+              "ossl_engine:58 Kes::OsslEngine::OsslEngine(): dynamic engine not available: val=2 "
+              "(null_pointer)");
+    EXPECT_EQ(script().calls(), Lines{"ENGINE_by_id(dynamic)"});
+}
+
+TEST_F(CapiOsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
+    script().fail_step(7, {.throws_int = true});
+    EXPECT_THROW(load(), int);
+    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
+    EXPECT_EQ(script().violations(), Lines{"ENGINE_free: still initialised"});
+    script().reset();
+}
+
+TEST_F(CapiOsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
+    script().fail_function("ENGINE_set_default", {.rc = 0, .queue_text = "first cause"});
+    script().fail_function("ENGINE_finish", {.rc = 0, .queue_text = "later noise"});
+    const std::string text = error_text([] { load(); });
+    EXPECT_THAT(text, testing::HasSubstr("double.c:1:first cause"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("later noise")));
+}
+
+TEST_F(CapiOsslEngineTest, UnloadsInOrderAndFreesLast) {
+    auto loaded = load();
+    script().take_calls();
+    loaded.reset();
+    EXPECT_EQ(script().calls(), engine_unload_calls());
+    EXPECT_EQ(log.lines().back(), "<info> unloading engine: id=pkcs11");
+}
+
+TEST_F(CapiOsslEngineTest, AnUnloadThatFailsIsWarnedOfAndCompleted) {
+    auto loaded = load();
+    script().fail_function("ENGINE_remove", {.rc = 0});
+    script().fail_function("ENGINE_finish", {.rc = 0});
+    loaded.reset();
+    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
+    EXPECT_EQ(lines(), (Lines{"<debug> capi engine is using key_type=SIGNATURE", loaded_line,
+                              "<info> unloading engine: id=pkcs11", "<warn> ENGINE_remove() returned error",
+                              "<warn> ENGINE_finish() returned error"}));
+}
+
+TEST_F(CapiOsslEngineTest, KeyTypesAreSentInDecimalAndLoggedByName) {
+    const auto loaded = load();
+    const struct {
+        std::uint32_t key_type;
+        const char* sent;
+        const char* name;
+    } rows[] = {{1, "1", "KEYEXCHANGE"},
+                {2, "2", "SIGNATURE"},
+                {0, "0", "unknown [val=0]"},
+                {4000000000U, "4000000000", "unknown [val=4000000000]"}};
+    for (const auto& row : rows) {
+        loaded->set_key_type(row.key_type);
+        EXPECT_EQ(script().calls().back(),
+                  std::string("ENGINE_ctrl_cmd_string(engine1, key_type, ") + row.sent + ")");
+        EXPECT_EQ(log.lines().back(), std::string("<debug> capi engine is using key_type=") + row.name);
+    }
+}
+
+TEST_F(CapiOsslEngineTest, AKeyTypeThatIsRefusedLeavesTheOneBefore) {
+    const auto loaded = load(AT_KEYEXCHANGE);
+    script().fail_function("ENGINE_ctrl_cmd_string", {.rc = -3});
+    EXPECT_EQ(error_text([&] { loaded->set_key_type(AT_SIGNATURE); }),
+              "ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type(): ENGINE_ctrl_cmd_string(key_type) "
+              "failed: rc=-3");
+    EXPECT_NE(loaded->read_certificate("c1"), nullptr);
+    EXPECT_THAT(script().calls(), testing::Contains("CryptGetUserKey(prov:c1, 1)"));
+}
+
+TEST_F(CapiOsslEngineTest, ThePrivateKeyIsTheEngines) {
+    const auto loaded = load();
+    const EvpPkeyPtr key = loaded->read_private_key("c1");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
+    EXPECT_EQ(script().calls().back(), "ENGINE_load_private_key(engine1, c1)");
+    EXPECT_EQ(log.lines().back(), "<info> read private key: c1");
+}
+
+TEST_F(CapiOsslEngineTest, PinsAreOfNoInterest) {
+    const auto loaded = load();
+    script().take_calls();
+    loaded->set_pin(Pin("1234"));
+    EXPECT_EQ(script().calls(), Lines());
+}
+
+TEST_F(CapiOsslEngineTest, TheCertificateComesFromTheProvider) {
+    const auto loaded = load();
+    script().take_calls();
+    const X509Ptr cert = loaded->read_certificate("c1");
+    unsigned char* der = nullptr;
+    const int length = ::i2d_X509(cert.get(), &der);
+    EXPECT_EQ(Bytes(der, der + length), cert_der("sign"));
+    ::OPENSSL_free(der);
+    EXPECT_EQ(script().calls(),
+              (Lines{"CryptAcquireContextA(c1, Test CSP, 1, 0x0)", "CryptGetUserKey(prov:c1, 2)",
+                     "CryptGetKeyParam(key:c1/2, 26, 0, size)", "CryptGetKeyParam(key:c1/2, 26, 0, read)",
+                     "CryptDestroyKey(key:c1/2)", "CryptReleaseContext(prov:c1)"}));
+    EXPECT_EQ(lines(), (Lines{"<debug> capi engine is using key_type=SIGNATURE", loaded_line,
+                              "<info> capi initialized (provider=Test CSP, key_container=c1, flags=0x0)",
+                              "<info> fetched user key with key_type=SIGNATURE",
+                              "<info> read certificate: c1", "<info> capi destroyed"}));
+}
+
+TEST_F(CapiOsslEngineTest, ThePublicKeyComesFromTheProviderToo) {
+    const auto loaded = load();
+    loaded->set_key_type(AT_KEYEXCHANGE);
+    script().take_calls();
+    const EvpPkeyPtr key = loaded->read_public_key("c1");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), CapiKeys::instance().rsa.get()), 1);
+    EXPECT_EQ(
+        script().calls(),
+        (Lines{"CryptAcquireContextA(c1, Test CSP, 1, 0x0)", "CryptGetUserKey(prov:c1, 1)",
+               "CryptExportPublicKeyInfoEx(prov:c1, 1, size)", "CryptExportPublicKeyInfoEx(prov:c1, 1, read)",
+               "CryptEncodeObjectEx(size)", "CryptEncodeObjectEx(read)", "CryptDestroyKey(key:c1/1)",
+               "CryptReleaseContext(prov:c1)"}));
+    EXPECT_EQ(lines(), (Lines{"<debug> capi engine is using key_type=SIGNATURE", loaded_line,
+                              "<debug> capi engine is using key_type=KEYEXCHANGE",
+                              "<info> capi initialized (provider=Test CSP, key_container=c1, flags=0x0)",
+                              "<info> fetched user key with key_type=KEYEXCHANGE",
+                              "<info> read public key: c1", "<info> capi destroyed"}));
+}
+
+TEST_F(CapiOsslEngineTest, ThePublicKeyMayComeFromTheCertificate) {
+    const auto loaded = load();
+    const EvpPkeyPtr key = loaded->read_public_key_by_certificate("c2");
+    EXPECT_EQ(::EVP_PKEY_eq(key.get(), CapiKeys::instance().rsa.get()), 1);
+    EXPECT_EQ(log.lines().back(), "<info> read public key from certificate: c2");
+}
+
+/// The first line: behind it stands what OpenSSL says of the bytes.
+std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+TEST_F(CapiOsslEngineTest, BytesThatAreNoCertificateAreAnError) {
+    const auto loaded = load();
+    for (const Bytes& bytes : {Bytes(), Bytes{0x30}, Bytes(100, 0xff)}) {
+        container(0).keys[AT_SIGNATURE].certificate = bytes;
+        const std::string error = error_text([&] { loaded->read_certificate("c1"); });
+        EXPECT_EQ(first_line(error), "ossl_engine_capi:285 Kes::CapiOsslEngine::read_certificate(): error "
+                                     "converting certificate from DER to X509 format: rc=0");
+        EXPECT_THAT(error, testing::HasSubstr("asn1 encoding routines"));
+        EXPECT_EQ(capi().live_handles(), 0U);
+    }
+}
+
+TEST_F(CapiOsslEngineTest, BytesThatAreNoPublicKeyAreAnError) {
+    const auto loaded = load();
+    for (const OddAnswer& answer : {OddAnswer{.size = 0}, OddAnswer{.size = 9, .data = Bytes(9, 0xff)}}) {
+        capi().odd_answers["CryptEncodeObjectEx"] = answer;
+        const std::string error = error_text([&] { loaded->read_public_key("c1"); });
+        EXPECT_EQ(first_line(error), "ossl_engine_capi:249 Kes::CapiOsslEngine::read_public_key(): error "
+                                     "converting public key from DER to EVP_PKEY format: rc=0");
+        EXPECT_EQ(capi().live_handles(), 0U);
+    }
+}
+
+TEST_F(CapiOsslEngineTest, WhatWindowsRefusesComesThroughUnchangedAndAllIsReleased) {
+    const auto loaded = load();
+    const std::string acquire =
+        "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Test CSP, "
+        "key_container_name=c1, flags=0x0 failed: ";
+    const std::string fetch = "capi_helper:113 Kes::CapiInit::fetch_key(): CryptGetUserKey() with "
+                              "key_type=SIGNATURE failed: ";
+    const std::string param = "CryptGetKeyParam(param=26, flags=0) failed: ";
+    const std::string pub_key = " Kes::CapiPubKey::CapiPubKey(): ";
+    const Lines release{"CryptReleaseContext(prov:c1)"};
+    const Lines both{"CryptDestroyKey(key:c1/2)", "CryptReleaseContext(prov:c1)"};
+    const struct {
+        bool is_certificate;
+        std::size_t step;
+        std::string error;
+        Lines rest;
+    } rows[] = {
+        {true, 1, acquire, {}},
+        {true, 2, fetch, release},
+        {true, 3, "capi_helper:426 Kes::CapiKeyParamReader::read_len(): " + param, both},
+        {true, 4, "capi_helper:459 Kes::CapiKeyParamReader::read(): " + param, both},
+        {false, 1, acquire, {}},
+        {false, 2, fetch, release},
+        {false, 3, "capi_helper:512" + pub_key + "CryptExportPublicKeyInfoEx() failed: ", both},
+        {false, 4, "capi_helper:520" + pub_key + "CryptExportPublicKeyInfoEx() failed: ", both},
+        {false, 5, "capi_helper:528" + pub_key + "CryptEncodeObjectEx() failed: ", both},
+        {false, 6, "capi_helper:538" + pub_key + "CryptEncodeObjectEx() failed: ", both},
+    };
+    for (const auto& row : rows) {
+        for (const DWORD code : all_codes) {
+            SCOPED_TRACE(row.error + std::to_string(code));
+            script().heal();
+            const std::size_t n = script().steps() + row.step;
+            script().fail_step(n, win_failure(code));
+            const bool is_unsupported = row.is_certificate && row.step == 3 && code == bad_type;
+            EXPECT_EQ(error_text([&] {
+                          if (row.is_certificate)
+                              loaded->read_certificate("c1");
+                          else
+                              loaded->read_public_key("c1");
+                      }),
+                      is_unsupported ? "capi_helper:423 Kes::CapiKeyParamReader::read_len(): "
+                                       "CryptGetKeyParam() with param=26, flags=0 is not supported: val=4 "
+                                       "(unsupported)"
+                                     : row.error + win_code(code));
+            EXPECT_EQ(script().calls_after_step(n), row.rest);
+        }
+    }
+}
+
+TEST_F(CapiOsslEngineTest, ReleasesThatFailDoNotSpoilARead) {
+    const auto loaded = load();
+    script().fail_function("CryptDestroyKey", win_failure(ordinary));
+    script().fail_function("CryptReleaseContext", win_failure(ordinary));
+    EXPECT_NE(loaded->read_certificate("c1"), nullptr);
+    EXPECT_NE(loaded->read_public_key("c1"), nullptr);
+    EXPECT_THAT(log.lines(),
+                testing::Contains("<error> CryptReleaseContext() failed: " + win_code(ordinary)));
+}
+
+TEST_F(CapiOsslEngineTest, AContainerThatDoesNotExistIsAnError) {
+    const auto loaded = load();
+    EXPECT_EQ(error_text([&] { loaded->read_certificate("gone"); }),
+              "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Test CSP, "
+              "key_container_name=gone, flags=0x0 failed: val=2148073494 [0x80090016] (unknown winerror)");
+}
+
+} // namespace
+} // namespace Kes::test

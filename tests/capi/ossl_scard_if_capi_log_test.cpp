@@ -1,0 +1,267 @@
+#include "capi_fixture.h"
+
+namespace Kes::test {
+namespace {
+
+struct Shown {
+    const char* crypto_if;
+    const char* key_type;
+    const char* key_name;
+    const char* state;
+    const char* reload;
+};
+
+std::string settings(const Shown& shown) {
+    return std::string("<info> OpenSSL smart card manager settings:\nconfiguration settings:\n  crypto_if=") +
+           shown.crypto_if + R"(
+  capi_openssl_engine_dll=./capi.so
+  capi_csp_name=Test CSP
+  capi_key_type=)" +
+           shown.key_type + R"(
+  pkcs11_openssl_engine_dll=.\pkcs11.dll
+  pkcs11_module_dll=itp11.dll
+  capi_store_openssl_engine_dll=./capi.so
+  capi_store_cert_store_name=MY
+  priv_key_name=)" +
+           shown.key_name + R"(
+  cert_name=)" +
+           shown.key_name + R"(
+  kuse_filter_type=all
+  kuse_filter=none
+  xkuse_filter_type=all
+  xkuse_nid_filter=
+  logfile=LOGFILE
+  logfile_severity=trace|debug|info|warn|error|fatal
+  logfile_append=false
+additional settings:
+  cfg_state=)" +
+           shown.state + R"(
+  is_pin_required=false
+  pin specified=false
+  need_ossl_reload=)" +
+           shown.reload + "\n";
+}
+
+std::string start(const char* crypto_if) {
+    return R"(<info> using OpenSSL smart card interface version 4
+<info> ossl_scard 4.3.0
+Compiled at BUILD
+HOLDER
+<info> OpenSSL smart card manager started.
+<info> called: Kes::OsslScardIfImp::version_check()
+<info> interface version check successful: specified=4, expected=4
+<info> called: Kes::OsslScardIfImp::get_config_default()
+<info> called: Kes::OsslScardIfImp::init()
+)" + settings({crypto_if, "SIGNATURE", "", "initialized", "false"}) +
+           "<info> init done.\n";
+}
+
+const std::string reader = "<trace> created CapiProvParamReader object\n"
+                           "<trace> destroyed CapiProvParamReader object\n";
+const std::string key_reader = "<trace> created CapiKeyParamReader object\n"
+                               "<trace> destroyed CapiKeyParamReader object\n";
+const std::string decoded = "<trace> created OsslCert [x509=ADDRESS]\n"
+                            "<trace> destroyed OsslCert [x509=ADDRESS]\n";
+const std::string checked = "<info> key usage check returned: 1\n"
+                            "<info> extended key usage check returned: 1\n";
+const std::string for_signatures = R"(<info> key usage:
+  _kuse_mask="digital_signature" (0x80)
+  _xkuse_mask="ssl_client" (0x2)
+  _xkuse_nid_list="1.3.6.1.5.5.7.3.2"
+)";
+const std::string for_exchange = R"(<info> key usage:
+  _kuse_mask="key_encipherment" (0x20)
+  _xkuse_mask="none" (0x0)
+  _xkuse_nid_list=""
+)";
+const std::string provider_opened = reader +
+                                    "<info> capi initialized (provider=Test CSP, key_container=default "
+                                    "(default), flags=0xf0000000)\n";
+
+const std::string capi_reading =
+    "<info> called: Kes::OsslScardIfImp::read_scard()\n" + provider_opened + R"(<info> capi destroyed
+<info> called: Kes::OsslScardIfImp::is_pin_required()
+)";
+
+const std::string capi_discovery =
+    R"(<info> called: Kes::OsslScardIfImp::discover_keys()
+<trace> created PkoIdScanner object
+<trace> created CapiPkoIdScanner object
+<info> scanning CAPI key containers
+)" + provider_opened +
+    reader + "<info> capi keyspec_mask=3\n" + reader + reader + reader +
+    R"(<info> capi initialized (provider=Test CSP, key_container=c1, flags=0x0)
+<info> fetched user key with key_type=KEYEXCHANGE
+)" + key_reader +
+    decoded + for_exchange + checked + "<info> fetched user key with key_type=SIGNATURE\n" + key_reader +
+    decoded + for_signatures + checked + R"(<info> capi destroyed
+<info> capi initialized (provider=Test CSP, key_container=c2, flags=0x0)
+<info> no user key with key_type=KEYEXCHANGE
+<debug> capi_helper:113 Kes::CapiInit::fetch_key(): CryptGetUserKey() with key_type=KEYEXCHANGE failed: val=2148073485 [0x8009000d] (unknown winerror)
+<info> fetched user key with key_type=SIGNATURE
+)" + key_reader +
+    decoded + for_signatures + checked + R"(<info> capi destroyed
+<info> capi destroyed
+<info> c1 (KEYEXCHANGE) [type=private_key, key_type=1, name=c1, cluster_name=c1]
+c1 (KEYEXCHANGE) [type=public_key, key_type=1, name=c1, cluster_name=c1]
+c1 (KEYEXCHANGE) [type=certificate, key_type=1, name=c1, cluster_name=c1]
+c1 (SIGNATURE) [type=private_key, key_type=2, name=c1, cluster_name=c1]
+c1 (SIGNATURE) [type=public_key, key_type=2, name=c1, cluster_name=c1]
+c1 (SIGNATURE) [type=certificate, key_type=2, name=c1, cluster_name=c1]
+c2 (SIGNATURE) [type=private_key, key_type=2, name=c2, cluster_name=c2]
+c2 (SIGNATURE) [type=public_key, key_type=2, name=c2, cluster_name=c2]
+c2 (SIGNATURE) [type=certificate, key_type=2, name=c2, cluster_name=c2]
+)";
+
+// The double of the engine calls itself "pkcs11" once it is loaded, whatever it was loaded from.
+const std::string capi_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
+<info> called: Kes::OsslScardIfImp::set_key(key_num)
+<info> setting key type: 1
+<info> setting private key name: c1
+<info> setting certificate name: c1
+<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
+<info> setting key type: 2
+<info> setting private key name: c1
+<info> setting certificate name: c1
+<info> called: Kes::OsslScardIfImp::notify_config_done()
+)" + settings({"capi", "SIGNATURE", "c1", "configured", "true"}) +
+                                 R"(<info> configuration done.
+<info> called: Kes::OsslScardIfImp::ossl_load()
+<debug> capi engine is using key_type=SIGNATURE
+<info> loaded engine: id=pkcs11, csp='Test CSP'
+<debug> capi engine is using key_type=SIGNATURE
+<info> read private key: c1
+<info> capi initialized (provider=Test CSP, key_container=c1, flags=0x0)
+<info> fetched user key with key_type=SIGNATURE
+)" + key_reader + R"(<info> read certificate: c1
+<info> capi destroyed
+<info> certificate info:
+<info>   subject: C=AT, O=Test Makers, CN=Signer
+<info>   issuer:  C=AT, O=Test Makers, CN=Signer
+)";
+
+const std::string end = R"(<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
+<info> called: Kes::OsslScardIfImp::ossl_get_certificate()
+<info> called: Kes::OsslScardIfImp::ossl_unload()
+<info> freed certificate
+<info> freed key
+<info> called: Kes::OsslScardIfImp::destroy()
+<info> unloading engine: id=pkcs11
+<info> OpenSSL smart card manager stopped.
+)";
+
+const std::string lists_end = R"(<trace> destroyed PkoIdScanner object
+<trace> destroyed PkoIdList object
+)";
+
+const std::string store_opened = "<trace> created CertStore [MY]\n"
+                                 "<trace> created WinCertStoreImp [MY]\n"
+                                 "<trace> created WinCert [ctx=ADDRESS]\n";
+const std::string store_closed = "<trace> destroyed WinCertStoreImp [MY]\n"
+                                 "<trace> destroyed CertStore [MY]\n";
+
+const std::string store_discovery =
+    R"(<info> called: Kes::OsslScardIfImp::read_scard()
+<info> called: Kes::OsslScardIfImp::is_pin_required()
+<info> called: Kes::OsslScardIfImp::discover_keys()
+<trace> created PkoIdScanner object
+<trace> created CapiStorePkoIdScanner object
+<info> scanning CAPI store key containers
+)" + store_opened +
+    R"(<info> subject='C=AT, O=Test Makers, CN=Signer'; issuer='C=AT, O=Test Makers, CN=Signer'
+)" + decoded +
+    for_signatures + checked + R"(<trace> created WinCert [ctx=ADDRESS]
+<trace> destroyed WinCert [ctx=ADDRESS]
+<info> subject='C=AT, O=Test Makers, CN=Exchanger'; issuer='C=AT, O=Test Makers, CN=Exchanger'
+)" + decoded +
+    for_exchange + checked + R"(<trace> destroyed WinCert [ctx=ADDRESS]
+<info> found 2 certs in store MY
+)" + store_closed +
+    R"(<info> AT, Test Makers, Signer [type=private_key, key_type=0, name=AT, Test Makers, Signer, cluster_name=AT, Test Makers, Signer]
+AT, Test Makers, Signer [type=public_key, key_type=0, name=AT, Test Makers, Signer, cluster_name=AT, Test Makers, Signer]
+AT, Test Makers, Signer [type=certificate, key_type=0, name=AT, Test Makers, Signer, cluster_name=AT, Test Makers, Signer]
+AT, Test Makers, Exchanger [type=private_key, key_type=0, name=AT, Test Makers, Exchanger, cluster_name=AT, Test Makers, Exchanger]
+AT, Test Makers, Exchanger [type=public_key, key_type=0, name=AT, Test Makers, Exchanger, cluster_name=AT, Test Makers, Exchanger]
+AT, Test Makers, Exchanger [type=certificate, key_type=0, name=AT, Test Makers, Exchanger, cluster_name=AT, Test Makers, Exchanger]
+)";
+
+const std::string store_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
+<info> called: Kes::OsslScardIfImp::set_key(key_num)
+<info> setting key type: 0
+<info> setting private key name: AT, Test Makers, Signer
+<info> setting certificate name: AT, Test Makers, Signer
+<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
+<info> setting key type: 0
+<info> setting private key name: AT, Test Makers, Exchanger
+<info> setting certificate name: AT, Test Makers, Exchanger
+<info> called: Kes::OsslScardIfImp::notify_config_done()
+)" + settings({"capi_store", "unknown [val=0]", "AT, Test Makers, Exchanger", "configured", "true"}) +
+                                  R"(<info> configuration done.
+<info> called: Kes::OsslScardIfImp::ossl_load()
+<info> loaded engine: id=pkcs11
+<info> read private key: AT, Test Makers, Exchanger
+)" + store_opened + "<info> read certificate: AT, Test Makers, Exchanger\n" +
+                                  decoded + "<trace> destroyed WinCert [ctx=ADDRESS]\n" + store_closed +
+                                  R"(<info> certificate info:
+<info>   subject: C=AT, O=Test Makers, CN=Exchanger
+<info>   issuer:  C=AT, O=Test Makers, CN=Exchanger
+)";
+
+class OsslScardIfCapiLogTest : public CapiScardTest {
+protected:
+    void run(OsslScardCfg::CryptoIf crypto_if, unsigned int key_type, const char* key_id) {
+        ASSERT_EQ(scard().version_check(4), 0);
+        OsslScardCfg& cfg = make_capi_config(crypto_if);
+        cfg.set_logfile(dir.file("log").c_str());
+        cfg.set_logfile_severity(63);
+        ASSERT_EQ(scard().init(&cfg), 0);
+        ASSERT_EQ(scard().read_scard(), 0);
+        ASSERT_FALSE(scard().is_pin_required());
+        std::size_t count = 0;
+        ASSERT_EQ(scard().discover_keys(&count), 0);
+        ASSERT_NE(scard().get_key_name(0), nullptr);
+        ASSERT_EQ(scard().set_key(std::size_t{0}), 0);
+        ASSERT_EQ(scard().set_key(key_type, key_id), 0);
+        ASSERT_EQ(scard().notify_config_done(), 0);
+        ASSERT_EQ(scard().ossl_load(), 0);
+        evp_pkey_st* key = nullptr;
+        x509_st* cert = nullptr;
+        ASSERT_EQ(scard().ossl_get_private_key(&key), 0);
+        ASSERT_EQ(scard().ossl_get_certificate(&cert), 0);
+        EXPECT_NE(key, nullptr);
+        EXPECT_NE(cert, nullptr);
+        ASSERT_EQ(scard().ossl_unload(), 0);
+        scard().destroy();
+    }
+
+    /// The log without what differs from run to run, from build to build and from folder to folder.
+    std::string log() const {
+        std::string text;
+        for (std::string line : without_addresses(split_lines(read_text(dir.file("log"))))) {
+            line = without_header(line);
+            if (line.starts_with("Compiled at ")) line = "Compiled at BUILD";
+            if (line.starts_with("Copyright ")) line = "HOLDER";
+            if (line.starts_with("  logfile=")) line = "  logfile=LOGFILE";
+            text += line + '\n';
+        }
+        return text;
+    }
+
+    TempDir dir;
+};
+
+TEST_F(OsslScardIfCapiLogTest, ATypicalRunWithAProviderInFull) {
+    run(OsslScardCfg::capi, AT_SIGNATURE, "c1");
+    EXPECT_EQ(log(), start("capi") + capi_reading + capi_discovery + capi_loading + end +
+                         "<trace> destroyed CapiPkoIdScanner object\n" + lists_end);
+}
+
+TEST_F(OsslScardIfCapiLogTest, ATypicalRunWithAStoreInFull) {
+    capi().stores.at(0).certs.resize(2);
+    run(OsslScardCfg::capi_store, 0, "AT, Test Makers, Exchanger");
+    EXPECT_EQ(log(), start("capi_store") + store_discovery + store_loading + end +
+                         "<trace> destroyed CapiStorePkoIdScanner object\n" + lists_end);
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,141 @@
+#include "unique_handle.h"
+
+#include <gtest/gtest.h>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace Kes::test {
+namespace {
+
+std::vector<int> closed;
+
+struct NumberTraits {
+    using Raw = int;
+    static void close(int handle) noexcept { closed.push_back(handle); }
+};
+using Number = UniqueHandle<NumberTraits>;
+
+class UniqueHandleTest : public ::testing::Test {
+protected:
+    UniqueHandleTest() { closed.clear(); }
+};
+
+using Closed = std::vector<int>;
+
+TEST_F(UniqueHandleTest, CannotBeCopied) {
+    EXPECT_FALSE(std::is_copy_constructible_v<Number>);
+    EXPECT_FALSE(std::is_copy_assignable_v<Number>);
+    EXPECT_EQ(sizeof(Number), sizeof(int));
+}
+
+TEST_F(UniqueHandleTest, AnEmptyOneIsFalseAndClosesNothing) {
+    {
+        const Number handle;
+        EXPECT_FALSE(handle);
+        EXPECT_EQ(handle.get(), 0);
+    }
+    EXPECT_EQ(closed, Closed());
+}
+
+TEST_F(UniqueHandleTest, ClosesWhatItHoldsOnceAtItsEnd) {
+    {
+        const Number handle(7);
+        EXPECT_TRUE(handle);
+        EXPECT_EQ(handle.get(), 7);
+        EXPECT_EQ(closed, Closed());
+    }
+    EXPECT_EQ(closed, Closed{7});
+}
+
+TEST_F(UniqueHandleTest, WhatWasGivenAwayIsNotClosed) {
+    {
+        Number handle(7);
+        EXPECT_EQ(handle.release(), 7);
+        EXPECT_FALSE(handle);
+        EXPECT_EQ(handle.release(), 0);
+    }
+    EXPECT_EQ(closed, Closed());
+}
+
+TEST_F(UniqueHandleTest, ResetClosesTheOneBeforeAndHoldsTheNew) {
+    {
+        Number handle(7);
+        handle.reset(8);
+        EXPECT_EQ(closed, Closed{7});
+        EXPECT_EQ(handle.get(), 8);
+        handle.reset();
+        EXPECT_EQ(closed, (Closed{7, 8}));
+        handle.reset();
+        EXPECT_FALSE(handle);
+    }
+    EXPECT_EQ(closed, (Closed{7, 8}));
+}
+
+TEST_F(UniqueHandleTest, ThePlaceForAnOutParameterIsEmptyAndWhatIsPutThereIsOwned) {
+    {
+        Number handle(7);
+        int* place = handle.put();
+        EXPECT_EQ(closed, Closed{7});
+        EXPECT_EQ(*place, 0);
+        *place = 8;
+        EXPECT_EQ(handle.get(), 8);
+    }
+    EXPECT_EQ(closed, (Closed{7, 8}));
+}
+
+TEST_F(UniqueHandleTest, MovingLeavesTheOtherEmpty) {
+    {
+        Number first(7);
+        const Number second(std::move(first));
+        EXPECT_FALSE(first); // NOLINT(bugprone-use-after-move): that is what is asked
+        EXPECT_EQ(second.get(), 7);
+        EXPECT_EQ(closed, Closed());
+    }
+    EXPECT_EQ(closed, Closed{7});
+}
+
+TEST_F(UniqueHandleTest, MoveAssignmentClosesWhatWasHeld) {
+    {
+        Number first(7);
+        Number second(8);
+        second = std::move(first);
+        EXPECT_EQ(closed, Closed{8});
+        EXPECT_FALSE(first); // NOLINT(bugprone-use-after-move): that is what is asked
+        EXPECT_EQ(second.get(), 7);
+        second = Number();
+        EXPECT_EQ(closed, (Closed{8, 7}));
+    }
+    EXPECT_EQ(closed, (Closed{8, 7}));
+}
+
+TEST_F(UniqueHandleTest, MovingIntoItselfChangesNothing) {
+    {
+        Number handle(7);
+        Number& same = handle;
+        handle = std::move(same);
+        EXPECT_EQ(handle.get(), 7);
+        EXPECT_EQ(closed, Closed());
+    }
+    EXPECT_EQ(closed, Closed{7});
+}
+
+struct PointerTraits {
+    using Raw = void*;
+    static void close(void*) noexcept { closed.push_back(1); }
+};
+
+TEST_F(UniqueHandleTest, APointerThatIsNullIsNoHandle) {
+    int object = 0;
+    {
+        UniqueHandle<PointerTraits> handle(nullptr);
+        EXPECT_FALSE(handle);
+        handle.reset(&object);
+        EXPECT_TRUE(handle);
+        EXPECT_EQ(closed, Closed());
+    }
+    EXPECT_EQ(closed, Closed{1});
+}
+
+} // namespace
+} // namespace Kes::test
