@@ -8,7 +8,7 @@ set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../tools/wine)
 
 # OpenSSL as tools/setup builds it, unless told otherwise.
-if(DEFINED ENV{XDG_CACHE_HOME})
+if(NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
     set(marvo_cache $ENV{XDG_CACHE_HOME}/marvo)
 else()
     set(marvo_cache $ENV{HOME}/.cache/marvo)

@@ -1,4 +1,7 @@
 #include "capi_backend.h"
+
+#include <utility>
+
 #include "capi_helper.h"
 #include "ossl_engine_capi.h"
 #include "ossl_engine_capi_store.h"

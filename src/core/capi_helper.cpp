@@ -43,6 +43,7 @@ CapiInit::CapiInit(const char* provider, const char* container, std::uint32_t fl
     if (container == nullptr && flags == 0) flags = CRYPT_VERIFYCONTEXT;
     if (::CryptAcquireContextA(hprov.put(), container, provider, PROV_RSA_FULL, flags) == FALSE) {
         const WinErrorCode code(::GetLastError());
+        hprov.release(); // whatever a provider that fails may have left there: it is not ours
         throw WinError(code,
                        std::string("CryptAcquireContext() with prov_name=") +
                            (provider == nullptr ? "nullptr" : provider) +
@@ -74,6 +75,7 @@ void CapiInit::KeyTraits::close(Raw handle) noexcept {
 void CapiInit::fetch_key(std::uint32_t key_type_in) {
     if (::CryptGetUserKey(hprov.get(), key_type_in, hkey.put()) == FALSE) {
         const WinErrorCode code(::GetLastError());
+        hkey.release(); // as above
         throw WinError(code, "CryptGetUserKey() with key_type=" + capi_key_type_name(key_type_in) + " failed",
                        "capi_helper:113 Kes::CapiInit::fetch_key()");
     }
@@ -86,8 +88,10 @@ bool CapiInit::try_fetch_key(std::uint32_t key_type_in) {
         fetch_key(key_type_in);
         return true;
     } catch (const WinError& error) {
-        log_info("no user key with key_type=", capi_key_type_name(key_type_in));
-        log_debug(error.what());
+        if (error.code().value == static_cast<DWORD>(NTE_NO_KEY))
+            log_info("no user key with key_type=", capi_key_type_name(key_type_in));
+        else
+            log_warn(error.what());
         return false;
     }
 }

@@ -26,7 +26,7 @@ public:
     /// Gets the container's key of that specification, and lets go of the one before. @throws WinError
     void fetch_key(std::uint32_t key_type_in);
 
-    /// As fetch_key(). @return false when there is no such key, which is logged with the reason
+    /// As fetch_key(). @return false when there is no such key, or none to be had, which is a warning
     bool try_fetch_key(std::uint32_t key_type_in);
 
     /// Lent; valid as long as this object, the key until the next fetch.

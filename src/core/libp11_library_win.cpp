@@ -41,7 +41,8 @@ FARPROC WINAPI answer_failure(unsigned what, DelayLoadInfo* info) {
 std::wstring own_folder() {
     HMODULE self = nullptr;
     std::wstring path(32768, L'\0'); // the longest that there is
-    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                             GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                          reinterpret_cast<const wchar_t*>(&own_folder), &self);
     path.resize(::GetModuleFileNameW(self, path.data(), static_cast<DWORD>(path.size())));
     return path.substr(0, path.rfind(L'\\') + 1);
@@ -98,10 +99,20 @@ const char* bind_functions(HMODULE library) {
     return nullptr;
 }
 
+/// We, as libp11: OpenSSL has pointers into both.
+void stay_loaded() {
+    HMODULE self = nullptr;
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                         reinterpret_cast<const wchar_t*>(&stay_loaded), &self);
+}
+
 HMODULE load_whole() {
     HMODULE library = load();
     const char* missing = bind_functions(library);
-    if (missing == nullptr) return library;
+    if (missing == nullptr) {
+        stay_loaded();
+        return library;
+    }
     const WinErrorCode code(ERROR_PROC_NOT_FOUND);
     const std::string path = library_path(library);
     ::FreeLibrary(library); // nothing of it was called; so the right one can take its place

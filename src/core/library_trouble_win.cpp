@@ -61,7 +61,8 @@ std::string find_library(const std::string& name) {
 
 std::string loader_hint(unsigned long error, bool is_there) {
     if (error == ERROR_MOD_NOT_FOUND && is_there) return ": a DLL that it needs is missing";
-    if (error == ERROR_BAD_EXE_FORMAT) return ": it is no DLL for 64 bits";
+    if (error == ERROR_PROC_NOT_FOUND) return ": a DLL that it needs lacks a function";
+    if (error == ERROR_BAD_EXE_FORMAT) return ": it, or a DLL that it needs, is no DLL for 64 bits";
     return "";
 }
 
@@ -74,7 +75,9 @@ void explain_engine_failure(const char* path) {
 
 void explain_module_failure(const char* path) { explain(path, "C_GetFunctionList"); }
 
-LoaderDialogsOff::LoaderDialogsOff() { ::SetThreadErrorMode(SEM_FAILCRITICALERRORS, &before_); }
+LoaderDialogsOff::LoaderDialogsOff() : before_(::GetThreadErrorMode()) {
+    ::SetThreadErrorMode(before_ | SEM_FAILCRITICALERRORS, nullptr);
+}
 
 LoaderDialogsOff::~LoaderDialogsOff() { ::SetThreadErrorMode(before_, nullptr); }
 

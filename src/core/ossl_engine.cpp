@@ -41,15 +41,18 @@ OsslEngine::~OsslEngine() {
     // A constructor has failed after its load(), such as for a card that is out. In OpenSSL's list the engine
     // would stay alive, and bar every later load of its library.
     const ErrorQueueMark mark;
-    ::ENGINE_remove(engine.get());
+    if (::ENGINE_remove(engine.get()) != 1) log_warn("ENGINE_remove() returned error");
 }
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
     // No callback data: an engine that needs a PIN was given it before, and asks nobody.
+    const LoaderDialogsOff no_dialogs;
     EvpPkeyPtr key(::ENGINE_load_private_key(engine.get(), name, changeable(ui_method), nullptr));
-    if (!key)
+    if (!key) {
+        explain_failure();
         throw OsslError(OsslErrorCode(0), "ENGINE_load_private_key() failed",
                         "ossl_engine:79 Kes::OsslEngine::read_private_key()");
+    }
     log_info("read private key: ", name);
     return lend_key(std::move(key));
 }
@@ -115,8 +118,11 @@ void OsslEngine::load(const char* engine_path, const char* location) {
 }
 
 void OsslEngine::init(const char* location) {
+    const LoaderDialogsOff no_dialogs;
     const int result = ::ENGINE_init(engine.get());
-    if (result != 1) throw OsslError(OsslErrorCode(result), "ENGINE_init() failed", location);
+    if (result == 1) return;
+    explain_failure();
+    throw OsslError(OsslErrorCode(result), "ENGINE_init() failed", location);
 }
 
 void OsslEngine::set_default(const char* location) {

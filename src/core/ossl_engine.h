@@ -70,6 +70,10 @@ protected:
     /// over
     void replace_engine(ENGINE* other) noexcept { engine.reset(other); }
 
+    /// Adds to OpenSSL's error queue what it does not tell of a failure by itself; called before the queue is
+    /// read.
+    virtual void explain_failure() {}
+
     /// What the caller of read_private_key() gets for the key that the engine made: that key, unless
     /// overridden.
     virtual EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) { return engine_key; }

@@ -26,13 +26,14 @@ bool is_refused_as_loaded() {
 
 } // namespace
 
-Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path, const Pin* pin,
+Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path_in, const Pin* pin,
                                    bool verbose)
-    : OsslEngine(true, true) {
+    : OsslEngine(true, true), module_path(module_path_in) {
     control("SO_PATH", engine_path, "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     control("LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     load(engine_path);
-    control("MODULE_PATH", module_path, "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    control("MODULE_PATH", module_path.c_str(),
+            "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     init("ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
     Pkcs11EngineKeeper::note_set_up(get_engine());
     try {
@@ -68,6 +69,8 @@ void Pkcs11OsslEngine::load(const char* engine_path) {
                     "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
 }
 
+void Pkcs11OsslEngine::explain_failure() { explain_module_failure(module_path.c_str()); }
+
 EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) {
     return Pkcs11EngineKeeper::lend(std::move(engine_key), get_engine());
 }
@@ -90,12 +93,15 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
     if (name == nullptr)
         throw Error(ErrorCodeType::bad_argument, "name is a null pointer",
                     "ossl_engine_pkcs11:193 Kes::Pkcs11OsslEngine::read_certificate()");
+    const LoaderDialogsOff no_dialogs;
     LoadCertParameters parameters{name, nullptr};
     const int result = ::ENGINE_ctrl_cmd(get_engine(), "LOAD_CERT_CTRL", 0, &parameters, nullptr, 0);
     X509Ptr cert(parameters.cert); // owned at once: the engine may have filled it although it failed
-    if (result != 1)
+    if (result != 1) {
+        explain_failure();
         throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd() failed",
                         "ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate()");
+    }
     if (!cert)
         throw Error(ErrorCodeType::not_found, "error reading certificate",
                     "ossl_engine_pkcs11:216 Kes::Pkcs11OsslEngine::read_certificate()");

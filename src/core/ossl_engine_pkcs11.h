@@ -1,6 +1,8 @@
 #ifndef KES_CORE_OSSL_ENGINE_PKCS11_H_
 #define KES_CORE_OSSL_ENGINE_PKCS11_H_
 
+#include <string>
+
 #include "ossl_engine.h"
 
 namespace Kes {
@@ -21,8 +23,11 @@ public:
 
 private:
     EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) override;
+    void explain_failure() override;
     void load(const char* engine_path);
     void configure(const Pin* pin, bool verbose);
+
+    const std::string module_path; // which the engine may load as late as with the first key
 };
 
 } // namespace Kes

@@ -7,6 +7,7 @@
 #include <openssl/ec.h>
 #include <openssl/engine.h>
 #include <openssl/rsa.h>
+#include <utility>
 
 #include "error_queue_mark.h"
 
@@ -50,17 +51,22 @@ Record* record_of(const ENGINE* engine) {
 /// whatever the current directory is at the time. A bare name is no path; the loader looks for it in places
 /// of its own.
 std::string library_name(const std::string& path) {
-    if (!std::filesystem::path(path).has_parent_path()) return path;
-    std::error_code failure;
-    const auto file = std::filesystem::weakly_canonical(std::filesystem::absolute(path, failure), failure);
-    return failure ? path : file.string();
+    try {
+        if (!std::filesystem::path(path).has_parent_path()) return path;
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
+    } catch (const std::filesystem::filesystem_error&) {
+        return path; // also for characters that the runtime cannot convert: it knows no code page on Windows
+    }
 }
 
 /// Also under a name that a path cannot be made to: of another link, or on Windows in letters of other case.
 bool is_same_file(const std::string& left, const std::string& right) {
-    std::error_code failure;
-    return std::filesystem::path(left).has_parent_path() && std::filesystem::path(right).has_parent_path() &&
-           std::filesystem::equivalent(left, right, failure);
+    try {
+        return std::filesystem::path(left).has_parent_path() &&
+               std::filesystem::path(right).has_parent_path() && std::filesystem::equivalent(left, right);
+    } catch (const std::filesystem::filesystem_error&) {
+        return false;
+    }
 }
 
 Record* record_of_library(const std::string& engine_path) {
@@ -122,10 +128,11 @@ void Pkcs11EngineKeeper::keep(ENGINE* engine, const std::string& engine_path) {
     if (::ENGINE_up_ref(engine) != 1) return;
     const ENGINE_GEN_INT_FUNC_PTR own_clean_up = ::ENGINE_get_finish_function(engine);
     {
+        std::string file = library_name(engine_path);
         const std::lock_guard lock(records().mutex);
         Record& record = records().list.emplace_back();
         record.engine = engine;
-        record.file = library_name(engine_path);
+        record.file = std::move(file);
         record.clean_up = own_clean_up;
     }
     if (own_clean_up != nullptr) ::ENGINE_set_finish_function(engine, note_clean_up);
