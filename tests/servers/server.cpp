@@ -71,7 +71,8 @@ private:
             << "  client_body_temp_path " << folder << "body; proxy_temp_path " << folder << "proxy;\n"
             << "  fastcgi_temp_path " << folder << "fastcgi; uwsgi_temp_path " << folder << "uwsgi;\n"
             << "  scgi_temp_path " << folder << "scgi;\n"
-            << "  server {\n    listen 127.0.0.1:" << port << " ssl; ssl_protocols TLSv1.2 TLSv1.3;\n"
+            << "  server {\n    listen 127.0.0.1:" << port << " ssl;\n"
+            << "    ssl_protocols TLSv1.2" << (setup().has_tls_13 ? " TLSv1.3" : "") << ";\n"
             << "    ssl_certificate " << setup().cert_file << ";\n"
             << "    ssl_certificate_key " << setup().key_file << ";\n"
             << "    ssl_client_certificate " << setup().client_ca_file << "; ssl_verify_client on;\n"
@@ -96,12 +97,13 @@ public:
 
 private:
     std::unique_ptr<Process> create_process(int port) override {
+        const std::string versions = setup().has_tls_13 ? "+VERS-TLS1.2:+VERS-TLS1.3" : "+VERS-TLS1.2";
         return std::make_unique<Process>(
             std::vector<std::string>{"/usr/bin/env", "LD_PRELOAD=" LOOPBACK_ONLY_LIBRARY, GNUTLS_SERV_PROGRAM,
                                      "--http", "--port", std::to_string(port), "--x509certfile",
                                      setup().cert_file, "--x509keyfile", setup().key_file, "--x509cafile",
                                      setup().client_ca_file, "--require-client-cert", "--verify-client-cert",
-                                     "--priority", "NORMAL:-VERS-ALL:+VERS-TLS1.2:+VERS-TLS1.3"},
+                                     "--priority", "NORMAL:-VERS-ALL:" + versions},
             log_name());
     }
 

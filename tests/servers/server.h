@@ -17,6 +17,7 @@ struct ServerSetup {
     std::string cert_file;
     std::string key_file;
     std::string client_ca_file;
+    bool has_tls_13 = true; ///< else it knows TLS 1.2 only
 
     /// As tools/soft-token names the files that it makes.
     explicit ServerSetup(const std::filesystem::path& made)
@@ -27,7 +28,7 @@ struct ServerSetup {
 };
 
 /// A TLS server on a free port of 127.0.0.1 that wants a client certificate signed by a CA that it knows. It
-/// offers TLS 1.2 and 1.3, and ends with the object.
+/// ends with the object.
 class Server {
 public:
     explicit Server(ServerSetup setup) : setup_(std::move(setup)) {}

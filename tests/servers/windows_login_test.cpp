@@ -1,10 +1,9 @@
-#include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 
 #include "server.h"
 #include "terminal.h"
 #include "test_card.h"
+#include "windows_program.h"
 
 // Windows programs log in, under Wine, at servers of this system.
 namespace Kes::test {
@@ -73,22 +72,15 @@ protected:
     }
 
     static Lines command(const std::string& program, const Lines& arguments) {
-        Lines words{"/usr/bin/env", "-C", MARVO_DOUBLES, MARVO_WINE, MARVO_PROGRAMS "/" + program + ".exe"};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return words;
+        return windows_command(MARVO_DOUBLES, program, arguments);
     }
 
     /// Runs the client with the PIN as its input.
     /// @return its exit status
     int run_client(const std::string& pin, const Lines& arguments) {
-        std::ofstream(dir_.file("pin")) << pin << '\n';
-        Lines words{"/bin/sh", "-c", R"(exec "$@" <"$0")", dir_.file("pin")};
-        const Lines client = command("tls_client", arguments);
-        words.insert(words.end(), client.begin(), client.end());
-        Process process(words, dir_.file("output"));
-        const int status = process.wait();
-        output_ = without_carriage_returns(read_file(dir_.file("output")));
-        return status;
+        const Outcome outcome = run_with_input(command("tls_client", arguments), pin + '\n');
+        output_ = without_carriage_returns(outcome.output);
+        return outcome.status;
     }
 
     int log_in(const Server& server, const std::string& key, const std::string& protocol) {
@@ -97,27 +89,6 @@ protected:
 
     static std::string expected_session(const std::string& signature) {
         return keys_on_card + GetParam().session + "signature: " + signature + " with SHA256\n";
-    }
-
-    /// What the client wrote before the server's answer, and the body of that.
-    std::string before_answer() const { return output_.substr(0, output_.find("answer: ")); }
-    std::string body() const { return output_.substr(output_.find("\n\n") + 2); }
-
-    /// Without the parts of OpenSSL's error lines that change from run to run and from version to version.
-    std::string masked_output() const {
-        static const std::regex error_line(
-            "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
-        return std::regex_replace(output_, error_line, "error:$1:$2:");
-    }
-
-    /// Each line of a Windows program ends with one.
-    static std::string without_carriage_returns(const std::string& text) {
-        std::string lines;
-        for (const std::string& line : split_lines(text)) {
-            EXPECT_TRUE(line.ends_with('\r')) << line;
-            lines += line.substr(0, line.find('\r')) + "\n";
-        }
-        return lines;
     }
 
     TestCard card_;
@@ -130,15 +101,15 @@ protected:
 TEST_P(WindowsLoginTest, NginxLetsTheCardInAndSeesItsSubject) {
     const auto server = start_server("nginx");
     EXPECT_EQ(log_in(*server, GetParam().key, GetParam().protocol), 0);
-    EXPECT_EQ(before_answer(), expected_session(GetParam().nginx_signature));
-    EXPECT_EQ(server->report(body()), GetParam().nginx_report + "\n");
+    EXPECT_EQ(before_answer(output_), expected_session(GetParam().nginx_signature));
+    EXPECT_EQ(server->report(body_of(output_)), GetParam().nginx_report + "\n");
 }
 
 TEST_P(WindowsLoginTest, GnutlsLetsTheCardInAndSeesItsSubject) {
     const auto server = start_server("gnutls");
     EXPECT_EQ(log_in(*server, GetParam().key, GetParam().protocol), 0);
-    EXPECT_EQ(before_answer(), expected_session(GetParam().gnutls_signature));
-    EXPECT_EQ(server->report(body()), GetParam().gnutls_report);
+    EXPECT_EQ(before_answer(output_), expected_session(GetParam().gnutls_signature));
+    EXPECT_EQ(server->report(body_of(output_)), GetParam().gnutls_report);
 }
 
 INSTANTIATE_TEST_SUITE_P(With, WindowsLoginTest, testing::ValuesIn(scenarios),
@@ -166,7 +137,8 @@ protected:
 TEST_F(WindowsLoginRefusedTest, NginxAnswersACardOfAnUnknownCaThatItsCertificateIsWrong) {
     const auto server = start_stranger("nginx");
     EXPECT_EQ(log_in(*server, "0", "1.3"), 0);
-    EXPECT_NE(body().find("<center>The SSL certificate error</center>"), std::string::npos) << output_;
+    EXPECT_NE(body_of(output_).find("<center>The SSL certificate error</center>"), std::string::npos)
+        << output_;
 }
 
 TEST_F(WindowsLoginRefusedTest, GnutlsBreaksOffWithACardOfAnUnknownCaOverTls12) {
@@ -185,13 +157,13 @@ TEST_F(WindowsLoginRefusedTest, TheClientRefusesAServerOfAnUnknownCa) {
     const auto server = start_server("nginx");
     const EnvVar other_ca("SSL_CERT_FILE", "Z:" MARVO_CARD_FILES "/ca.crt");
     EXPECT_EQ(log_in(*server, "0", "1.3"), 1);
-    EXPECT_EQ(masked_output(), keys_on_card + "key: RSA 2048\ntls_client: no TLS connection\n" +
-                                   "error:SSL routines:certificate verify failed:\n");
+    EXPECT_EQ(with_masked_errors(output_), keys_on_card + "key: RSA 2048\ntls_client: no TLS connection\n" +
+                                               "error:SSL routines:certificate verify failed:\n");
 }
 
 TEST_F(WindowsLoginRefusedTest, TheCardRefusesAWrongPin) {
     EXPECT_EQ(run_client("000000", {"-"}), 1);
-    EXPECT_EQ(masked_output(),
+    EXPECT_EQ(with_masked_errors(output_),
               "tls_client: libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
               "error:PKCS#11 module:PIN incorrect:PKCS11_login\n");
 }

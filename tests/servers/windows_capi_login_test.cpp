@@ -1,0 +1,189 @@
+#include <algorithm>
+
+#include "process.h"
+#include "terminal.h"
+#include "windows_capi.h"
+
+// Windows programs log in, under Wine, with keys of CryptoAPI: those of a card's containers, and those that
+// the user's certificate store knows. But for the back-end all settings are the defaults.
+namespace Kes::test {
+namespace {
+
+const std::string cipher = "ECDHE-ECDSA-AES256-GCM-SHA384";
+const std::string session =
+    "key: RSA 2048\nprotocol: TLSv1.2\ncipher: " + cipher + "\nsignature: rsaEncryption with SHA256\n";
+
+std::string nginx_report(const std::string& name) {
+    return "TLSv1.2, " + cipher + ", -, CN=" + name + ",O=Makers, SUCCESS\n";
+}
+
+std::string gnutls_report(const std::string& name) {
+    return "TLS1.2, AES-256-GCM, RSA-SHA256, CN=" + name + ",O=Makers, The certificate is trusted. ";
+}
+
+std::string sorted_names(const std::string& keys) {
+    std::vector<std::string> names;
+    for (const std::string& line : split_lines(keys))
+        names.push_back(line.substr(line.find(": ") + 2));
+    std::sort(names.begin(), names.end());
+    std::string text;
+    for (const std::string& name : names)
+        text += name + "\n";
+    return text;
+}
+
+struct LoginCase {
+    std::string name;
+    std::string key;     ///< as the client lists it
+    std::string subject; ///< its common name
+    long card_signatures;
+};
+
+void PrintTo(const LoginCase& login, std::ostream* stream) { *stream << login.name; }
+
+class WindowsCapiLoginTest : public WindowsCapiTest, public testing::WithParamInterface<LoginCase> {
+protected:
+    WindowsCapiLoginTest() {
+        add_key_to_card("exchange", "Egon");
+        add_key_to_card("signature", "Rita");
+    }
+
+    EnvVar backend_{"ossl_scard_cfg_crypto_if", "capi"};
+    const std::string names_ = "login (KEYEXCHANGE)\nlogin (SIGNATURE)\n";
+};
+
+TEST_P(WindowsCapiLoginTest, NginxLetsTheKeyInAndSeesItsSubject) {
+    const auto server = create_server("nginx", ServerSetup(dir_.path()));
+    EXPECT_EQ(log_in(*server, GetParam().key), 0);
+    EXPECT_EQ(sorted_names(keys_), names_);
+    EXPECT_EQ(before_answer(output_), keys_ + session);
+    EXPECT_EQ(server->report(body_of(output_)), nginx_report(GetParam().subject));
+    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+}
+
+TEST_P(WindowsCapiLoginTest, GnutlsLetsTheKeyInAndSeesItsSubject) {
+    const auto server = create_server("gnutls", ServerSetup(dir_.path()));
+    EXPECT_EQ(log_in(*server, GetParam().key), 0);
+    EXPECT_EQ(sorted_names(keys_), names_);
+    EXPECT_EQ(before_answer(output_), keys_ + session);
+    EXPECT_EQ(server->report(body_of(output_)), gnutls_report(GetParam().subject));
+    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+}
+
+INSTANTIATE_TEST_SUITE_P(With, WindowsCapiLoginTest,
+                         testing::Values(LoginCase{"SignatureKey", "login (SIGNATURE)", "Rita", 1},
+                                         LoginCase{"ExchangeKey", "login (KEYEXCHANGE)", "Egon", 1}),
+                         [](const auto& login) { return login.param.name; });
+
+class WindowsMyStoreLoginTest : public WindowsCapiTest, public testing::WithParamInterface<LoginCase> {
+protected:
+    WindowsMyStoreLoginTest() {
+        add_key_to_card("exchange", "Stella");
+        add_key_to_card("signature", "Carla");
+        store_.add_software_key(card(), "exchange");
+        store_.add_card_key(card(), "signature");
+    }
+
+    MyStore store_;
+    EnvVar backend_{"ossl_scard_cfg_crypto_if", "capi_store"};
+    const std::string names_ = "Makers, Carla\nMakers, Stella\n";
+};
+
+TEST_P(WindowsMyStoreLoginTest, NginxLetsTheKeyInAndSeesItsSubject) {
+    const auto server = create_server("nginx", ServerSetup(dir_.path()));
+    EXPECT_EQ(log_in(*server, GetParam().key), 0);
+    EXPECT_EQ(sorted_names(keys_), names_);
+    EXPECT_EQ(before_answer(output_), keys_ + session);
+    EXPECT_EQ(server->report(body_of(output_)), nginx_report(GetParam().subject));
+    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+}
+
+TEST_P(WindowsMyStoreLoginTest, GnutlsLetsTheKeyInAndSeesItsSubject) {
+    const auto server = create_server("gnutls", ServerSetup(dir_.path()));
+    EXPECT_EQ(log_in(*server, GetParam().key), 0);
+    EXPECT_EQ(sorted_names(keys_), names_);
+    EXPECT_EQ(before_answer(output_), keys_ + session);
+    EXPECT_EQ(server->report(body_of(output_)), gnutls_report(GetParam().subject));
+    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+}
+
+INSTANTIATE_TEST_SUITE_P(With, WindowsMyStoreLoginTest,
+                         testing::Values(LoginCase{"SoftwareKey", "Makers, Stella", "Stella", 0},
+                                         LoginCase{"CardKey", "Makers, Carla", "Carla", 1}),
+                         [](const auto& login) { return login.param.name; });
+
+/// With a user at the console, whose keys come from a pseudo-terminal.
+class WindowsCapiConsoleTest : public WindowsCapiTest {
+protected:
+    WindowsCapiConsoleTest() {
+        termios keys = terminal_.settings();
+        ::cfmakeraw(&keys); // all keys are the console's
+        terminal_.change_settings(keys);
+    }
+
+    /// The user's answers to the two questions.
+    /// @return the exit status
+    int choose(const std::string& backend, const std::string& key) {
+        terminal_.start_with_pipe(command("interactive_client", {}));
+        output_ = terminal_.read_until("  => ");
+        terminal_.type(backend);
+        output_ += terminal_.read_until("  => ");
+        terminal_.type(key);
+        output_ = with_unix_lines(output_ + terminal_.read_to_end());
+        return terminal_.wait();
+    }
+
+    /// What the client writes behind the menu of the back-ends.
+    std::string certificate_text(const std::string& name, const std::string& file) const {
+        return "subject: CN=" + name + ",O=Makers\nissuer:  CN=Soft token CA,O=Throw-away\n" +
+               run_program(
+                   {"/usr/bin/env", "openssl", "x509", "-inform", "DER", "-in", container() + "/" + file});
+    }
+
+    Terminal terminal_;
+    const std::string backends_ =
+        "\n"
+        "Please select cryptographic API interface:\n"
+        "   ( c ) ... capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')\n"
+        "   ( p ) ... pkcs11 (PKCS#11 with module 'itp11.dll')\n"
+        "   ( s ) ... capi_store (MS CryptoAPI using Windows Cert Store)\n"
+        "   ( . ) ... exit\n"
+        "  => ";
+};
+
+TEST_F(WindowsCapiConsoleTest, TheUserPicksAKeyOfTheCardAndSeesItsCertificate) {
+    add_key_to_card("exchange", "Egon");
+    add_key_to_card("signature", "Rita");
+    EXPECT_EQ(choose("c", "1"), 0);
+    EXPECT_EQ(output_, backends_ +
+                           "c\n"
+                           "\n"
+                           "Please select from available keys:\n"
+                           "   ( 0 ) ... login (KEYEXCHANGE)\n"
+                           "   ( 1 ) ... login (SIGNATURE)\n"
+                           "   ( . ) ... exit\n"
+                           "  => 1\n" +
+                           certificate_text("Rita", "2.der"));
+}
+
+class WindowsMyStoreConsoleTest : public WindowsCapiConsoleTest {
+protected:
+    MyStore store_;
+};
+
+TEST_F(WindowsMyStoreConsoleTest, TheUserPicksAKeyOfTheStoreAndSeesItsCertificate) {
+    add_key_to_card("signature", "Carla");
+    store_.add_card_key(card(), "signature");
+    EXPECT_EQ(choose("s", "0"), 0);
+    EXPECT_EQ(output_, backends_ +
+                           "s\n"
+                           "\n"
+                           "Please select from available keys:\n"
+                           "   ( 0 ) ... Makers, Carla\n"
+                           "   ( . ) ... exit\n"
+                           "  => 0\n" +
+                           certificate_text("Carla", "2.der"));
+}
+
+} // namespace
+} // namespace Kes::test
