@@ -78,6 +78,11 @@ void end_capi() {
     FakeCapi::instance().reset();
 }
 
+void CapiTest::restart_script() {
+    EXPECT_EQ(script().violations(), Lines());
+    script().reset();
+}
+
 OsslScardCfg& CapiScardTest::make_capi_config(OsslScardCfg::CryptoIf crypto_if) {
     OsslScardCfg& cfg = *scard().get_config_default();
     cfg.set_crypto_if(crypto_if);

@@ -56,6 +56,9 @@ protected:
     static FakeProvider& provider() { return capi().providers.at(0); }
     static FakeContainer& container(std::size_t i) { return provider().containers.at(i); }
     static FakeStore& store() { return capi().stores.at(0); }
+
+    /// Forgets record and plan, once nothing was used wrongly so far.
+    static void restart_script();
 };
 
 /// As above, driven through the exported object.

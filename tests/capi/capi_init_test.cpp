@@ -83,7 +83,7 @@ TEST_F(CapiInitTest, AContextThatIsRefusedIsReportedWithAllThatWasAsked) {
     for (const auto& row : rows) {
         for (const DWORD code : all_codes) {
             SCOPED_TRACE(row.told + std::to_string(code));
-            script().reset();
+            restart_script();
             script().fail_step(1, win_failure(code));
             EXPECT_EQ(error_text([&] { const CapiInit capi(row.provider, row.container, row.flags); }),
                       location + "CryptAcquireContext() with " + row.told + " failed: " + win_code(code));
@@ -129,7 +129,7 @@ TEST_F(CapiInitTest, AProviderThatDoesNotTellItsNameIsAnErrorAndIsReleased) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.error);
-        script().reset();
+        restart_script();
         script().fail_step(row.step, win_failure(row.code));
         EXPECT_EQ(error_text([] { const CapiInit capi(nullptr, "c1", 0); }), row.error);
         EXPECT_EQ(script().calls_after_step(row.step), Lines{"CryptReleaseContext(prov:c1)"});
@@ -143,7 +143,7 @@ TEST_F(CapiInitTest, WithoutACurrentContainerAWarningIsAllThereIs) {
             if (code == no_more_items || (step == 2 && code == bad_type)) continue; // below
             SCOPED_TRACE(std::to_string(step) + " " + std::to_string(code));
             const LogCapture own_log;
-            script().reset();
+            restart_script();
             script().fail_step(step, win_failure(code));
             { const CapiInit capi(csp, nullptr, 0); }
             const std::string where = step == 2 ? "capi_helper:252 Kes::CapiProvParamReader::read_len(): "
@@ -161,7 +161,7 @@ TEST_F(CapiInitTest, WithoutACurrentContainerAWarningIsAllThereIs) {
 TEST_F(CapiInitTest, NoMoreItemsIsNoErrorInAnyReadOfAProvider) {
     for (const std::size_t step : {2U, 3U}) {
         const LogCapture own_log;
-        script().reset();
+        restart_script();
         script().fail_step(step, win_failure(no_more_items));
         { const CapiInit capi(csp, nullptr, 0); }
         EXPECT_EQ(own_log.lines().at(2), "<info> capi initialized (provider=Test CSP, key_container= "
@@ -230,23 +230,51 @@ TEST_F(CapiInitTest, AFailedFetchLeavesNoKeyEvenIfThereWasOneBefore) {
     EXPECT_EQ(capi.key(), 0U);
 }
 
-TEST_F(CapiInitTest, TryingForAKeyThatIsNotThereLogsTheFindingAndTheReason) {
+TEST_F(CapiInitTest, TryingForAKeyThatIsNotThereLogsTheFindingAlone) {
     CapiInit capi(csp, "c2", 0);
     EXPECT_FALSE(capi.try_fetch_key(AT_KEYEXCHANGE));
     EXPECT_TRUE(capi.try_fetch_key(AT_SIGNATURE));
-    EXPECT_EQ(log.lines(),
-              (Lines{"<info> capi initialized (provider=Test CSP, key_container=c2, flags=0x0)",
-                     "<info> no user key with key_type=KEYEXCHANGE",
-                     "<debug> capi_helper:113 Kes::CapiInit::fetch_key(): CryptGetUserKey() with "
-                     "key_type=KEYEXCHANGE failed: " +
-                         win_code(static_cast<DWORD>(NTE_NO_KEY)),
-                     "<info> fetched user key with key_type=SIGNATURE"}));
+    EXPECT_EQ(log.lines(), (Lines{"<info> capi initialized (provider=Test CSP, key_container=c2, flags=0x0)",
+                                  "<info> no user key with key_type=KEYEXCHANGE",
+                                  "<info> fetched user key with key_type=SIGNATURE"}));
+}
+
+TEST_F(CapiInitTest, TryingForAKeyThatCannotBeFetchedWarnsOfTheReason) {
+    CapiInit capi(csp, "c1", 0);
+    for (const DWORD code : all_codes) {
+        const LogCapture own_log;
+        script().heal();
+        script().fail_step(script().steps() + 1, win_failure(code));
+        EXPECT_FALSE(capi.try_fetch_key(AT_SIGNATURE));
+        EXPECT_EQ(own_log.lines(), Lines{"<warn> capi_helper:113 Kes::CapiInit::fetch_key(): "
+                                         "CryptGetUserKey() with key_type=SIGNATURE failed: " +
+                                         win_code(code)});
+        EXPECT_EQ(capi.key(), 0U);
+    }
+}
+
+TEST_F(CapiInitTest, WhatAFailingProviderLeavesAsAHandleIsNotClosed) {
+    FakeCapi::instance().junk_handle = 0xdead;
+    EXPECT_NE(error_text([] { const CapiInit capi(csp, "gone", 0); }), "no exception");
+    EXPECT_EQ(script().calls(), Lines{"CryptAcquireContextA(gone, Test CSP, 1, 0x0)"});
+    script().take_calls();
+    {
+        CapiInit capi(csp, "c2", 0);
+        EXPECT_NE(error_text([&] { capi.fetch_key(AT_KEYEXCHANGE); }), "no exception");
+        EXPECT_EQ(capi.key(), 0U);
+        EXPECT_FALSE(capi.try_fetch_key(AT_KEYEXCHANGE));
+        capi.fetch_key(AT_SIGNATURE);
+    }
+    EXPECT_EQ(script().calls(),
+              (Lines{"CryptAcquireContextA(c2, Test CSP, 1, 0x0)", "CryptGetUserKey(prov:c2, 1)",
+                     "CryptGetUserKey(prov:c2, 1)", "CryptGetUserKey(prov:c2, 2)",
+                     "CryptDestroyKey(key:c2/2)", "CryptReleaseContext(prov:c2)"}));
 }
 
 TEST_F(CapiInitTest, ReleasesThatFailAreLoggedAndNothingElse) {
     for (const DWORD code : all_codes) {
         const LogCapture own_log;
-        script().reset();
+        restart_script();
         script().fail_function("CryptDestroyKey", win_failure(code));
         script().fail_function("CryptReleaseContext", win_failure(code + 1));
         {

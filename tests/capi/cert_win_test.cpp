@@ -139,7 +139,7 @@ TEST_F(WinCertTest, ANameThatCannotBeMadeIsEmptyAndNeverAnError) {
     const WinCert cert(context("sign"), true);
     for (const std::size_t step : {1U, 2U}) {
         for (const DWORD code : all_codes) {
-            script().reset();
+            restart_script();
             script().fail_step(step, win_failure(code));
             EXPECT_EQ(cert.get_subject_name(), "");
             EXPECT_EQ(script().steps(), step);

@@ -75,7 +75,7 @@ TEST_F(CapiStoreOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         for (const int rc : {0, -1, 2}) {
             SCOPED_TRACE(rows[i].text + std::to_string(rc));
-            script().reset();
+            restart_script();
             engine().reset();
             script().fail_step(first_step + i, {.rc = rc});
             EXPECT_EQ(error_text([] { load("debug.txt"); }), rows[i].text + ": rc=" + std::to_string(rc));

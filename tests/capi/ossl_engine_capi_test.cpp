@@ -1,5 +1,7 @@
 #include "ossl_engine_capi.h"
 
+#include <algorithm>
+
 #include "capi_fixture.h"
 #include "error.h"
 
@@ -76,7 +78,7 @@ TEST_F(CapiOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         for (const int rc : {0, -1, 2}) {
             SCOPED_TRACE(rows[i].text + std::to_string(rc));
-            script().reset();
+            restart_script();
             engine().reset();
             script().fail_step(first_step + i, {.rc = rc});
             EXPECT_EQ(error_text([] { load(AT_SIGNATURE, "debug.txt"); }),
@@ -309,6 +311,13 @@ TEST_F(CapiOsslEngineTest, AContainerThatDoesNotExistIsAnError) {
     EXPECT_EQ(error_text([&] { loaded->read_certificate("gone"); }),
               "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Test CSP, "
               "key_container_name=gone, flags=0x0 failed: val=2148073494 [0x80090016] (unknown winerror)");
+}
+
+TEST_F(CapiOsslEngineTest, KeepsItsOwnCopyOfTheProvidersName) {
+    std::string name = csp;
+    CapiOsslEngine loaded("./capi.so", name.c_str(), AT_SIGNATURE, "");
+    std::fill(name.begin(), name.end(), '?');
+    EXPECT_NE(loaded.read_certificate("c1"), nullptr);
 }
 
 } // namespace

@@ -97,7 +97,6 @@ const std::string capi_discovery =
     decoded + for_signatures + checked + R"(<info> capi destroyed
 <info> capi initialized (provider=Test CSP, key_container=c2, flags=0x0)
 <info> no user key with key_type=KEYEXCHANGE
-<debug> capi_helper:113 Kes::CapiInit::fetch_key(): CryptGetUserKey() with key_type=KEYEXCHANGE failed: val=2148073485 [0x8009000d] (unknown winerror)
 <info> fetched user key with key_type=SIGNATURE
 )" + key_reader +
     decoded + for_signatures + checked + R"(<info> capi destroyed

@@ -216,7 +216,7 @@ TEST_F(CapiStorePkoIdScannerTest, EachFailingCallIsAnErrorAnEndOrAnEmptyNameWhat
     store().certs.resize(2);
     const auto expect = [&](std::size_t n, const auto& row, DWORD code) {
         SCOPED_TRACE(std::to_string(n) + " fails with " + std::to_string(code));
-        script().reset();
+        restart_script();
         script().fail_step(n, win_failure(code));
         const LogCapture log(0xffff & ~1U);
         EXPECT_EQ(scan(), row.error.empty() ? good : row.error + win_code(code));

@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 
 #include "error.h"
+#include "library_trouble_win.h"
 #include "library_words_win.h"
 #include "support.h"
 
@@ -46,7 +47,7 @@ protected:
         return queue_line("error loading '" + name + "'" + hint + ": " + windows_code_text(error));
     }
 
-    static constexpr const char* no_dll = ": it is no DLL for 64 bits";
+    static constexpr const char* no_dll = ": it, or a DLL that it needs, is no DLL for 64 bits";
 
     static std::string has_no(const std::string& function, const std::string& name) {
         return queue_line("'" + name + "' has no function " + function + ": " +
@@ -167,18 +168,52 @@ TEST_F(LibraryTroubleTest, WhatOpensslSaidStandsBeforeIt) {
     EXPECT_EQ(OsslErrorCode(0).text, expected);
 }
 
-TEST_F(LibraryTroubleTest, TheErrorModeOfTheThreadIsPutBack) {
-    DWORD before = 0;
-    ASSERT_TRUE(::SetThreadErrorMode(SEM_NOGPFAULTERRORBOX, &before));
+TEST_F(LibraryTroubleTest, TheSystemsNumberIsExplainedWhereItIsNotClear) {
+    EXPECT_EQ(loader_hint(ERROR_MOD_NOT_FOUND, true), ": a DLL that it needs is missing");
+    EXPECT_EQ(loader_hint(ERROR_MOD_NOT_FOUND, false), "");
+    for (const bool is_there : {false, true}) {
+        EXPECT_EQ(loader_hint(ERROR_PROC_NOT_FOUND, is_there), ": a DLL that it needs lacks a function");
+        EXPECT_EQ(loader_hint(ERROR_BAD_EXE_FORMAT, is_there), no_dll);
+        EXPECT_EQ(loader_hint(ERROR_ACCESS_DENIED, is_there), "");
+    }
+}
+
+class LoaderDialogsTest : public LibraryTroubleTest {
+protected:
+    ~LoaderDialogsTest() override { ::SetThreadErrorMode(before_, nullptr); }
+
+    static constexpr DWORD with_dialogs = SEM_NOGPFAULTERRORBOX; // something that is not the default
+    static constexpr DWORD without_dialogs = SEM_NOGPFAULTERRORBOX | SEM_FAILCRITICALERRORS;
+
+private:
+    const DWORD before_ = ::GetThreadErrorMode();
+};
+
+TEST_F(LoaderDialogsTest, TheThreadsErrorModeIsAddedToAndPutBack) {
+    ASSERT_TRUE(::SetThreadErrorMode(with_dialogs, nullptr));
     {
         const LoaderDialogsOff no_dialogs;
-        EXPECT_EQ(::GetThreadErrorMode() & SEM_FAILCRITICALERRORS, DWORD{SEM_FAILCRITICALERRORS});
+        EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
+        {
+            const LoaderDialogsOff still_none;
+            EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
+        }
+        EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
     }
-    EXPECT_EQ(::GetThreadErrorMode(), DWORD{SEM_NOGPFAULTERRORBOX});
+    EXPECT_EQ(::GetThreadErrorMode(), with_dialogs);
+}
+
+TEST_F(LoaderDialogsTest, AThreadThatHadNoDialogsBeforeHasNoneAfterwards) {
+    ASSERT_TRUE(::SetThreadErrorMode(without_dialogs, nullptr));
+    { const LoaderDialogsOff no_dialogs; }
+    EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
+}
+
+TEST_F(LoaderDialogsTest, AnExplanationLeavesTheThreadsErrorModeAsItWas) {
+    ASSERT_TRUE(::SetThreadErrorMode(with_dialogs, nullptr));
     explain_engine_failure("missing");
     explain_module_failure("fine.dll");
-    EXPECT_EQ(::GetThreadErrorMode(), DWORD{SEM_NOGPFAULTERRORBOX});
-    ::SetThreadErrorMode(before, nullptr);
+    EXPECT_EQ(::GetThreadErrorMode(), with_dialogs);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // A client that loads the DLL by name and knows nothing else of it. Usage:
 //     dll_client <file to write to> <path of the DLL> <command>...
-// Commands: name=value changes a setting; the others make an operation and write how it ended.
+// Commands: name=value changes a setting; the others make an operation and write how it ended. "take_base" as
+// the first has the DLL loaded elsewhere than where it would like to be.
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -21,14 +22,33 @@ void copy_file(const std::string& files) {
     ::CopyFileA(files.substr(0, bar).c_str(), files.substr(bar + 1).c_str(), FALSE);
 }
 
+/// Where a DLL would like to be in memory, by its file; null when that cannot be read.
+void* preferred_base(const char* library_path) {
+    std::FILE* file = std::fopen(library_path, "rb");
+    if (file == nullptr) return nullptr;
+    IMAGE_DOS_HEADER start{};
+    IMAGE_NT_HEADERS64 header{};
+    const bool is_read = std::fread(&start, sizeof start, 1, file) == 1 &&
+                         std::fseek(file, start.e_lfanew, SEEK_SET) == 0 &&
+                         std::fread(&header, sizeof header, 1, file) == 1;
+    std::fclose(file);
+    return is_read ? reinterpret_cast<void*>(header.OptionalHeader.ImageBase) : nullptr;
+}
+
+OsslScardCfg::CryptoIf backend_of(const std::string& name) {
+    if (name == "capi_store") return OsslScardCfg::capi_store;
+    return name == "capi" ? OsslScardCfg::capi : OsslScardCfg::pkcs11;
+}
+
 class Client {
 public:
-    Client(const char* output_file, const char* library_path) : output_(std::fopen(output_file, "wb")) {
-        // So that the DLL's own folder is where the DLLs that it needs are looked for.
-        HMODULE library = ::LoadLibraryExA(library_path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-        if (library == nullptr) return;
+    Client(const char* output_file, const char* library_path)
+        : output_(std::fopen(output_file, "wb")),
+          // So that the DLL's own folder is where the DLLs that it needs are looked for.
+          library_(::LoadLibraryExA(library_path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH)) {
+        if (library_ == nullptr) return;
         get_if_ = reinterpret_cast<decltype(get_if_)>(
-            reinterpret_cast<void*>(::GetProcAddress(library, "get_ossl_scard_if")));
+            reinterpret_cast<void*>(::GetProcAddress(library_, "get_ossl_scard_if")));
         cfg_ = scard().get_config_default();
     }
     ~Client() { std::fclose(output_); }
@@ -36,6 +56,7 @@ public:
     Client& operator=(const Client&) = delete;
 
     bool is_loaded() const { return get_if_ != nullptr; }
+    bool is_loaded_at(const void* address) const { return static_cast<const void*>(library_) == address; }
 
     bool run(const std::string& command) {
         const std::size_t equals = command.find('=');
@@ -86,19 +107,36 @@ private:
         return 0;
     }
 
+    int restart() {
+        scard().destroy();
+        cfg_ = scard().get_config_default();
+        return 0;
+    }
+
+    int free_dll() {
+        std::string path(MAX_PATH, '\0');
+        path.resize(::GetModuleFileNameA(library_, path.data(), MAX_PATH));
+        if (::FreeLibrary(library_) == FALSE) return -1;
+        write(::GetModuleHandleA(path.c_str()) == nullptr ? "the DLL is gone" : "the DLL stays");
+        return 0;
+    }
+
     std::FILE* output_;
+    HMODULE library_;
     OsslScardIf* (*get_if_)() = nullptr;
     OsslScardCfg* cfg_ = nullptr;
     bool is_over_ = false;
     const std::map<std::string, std::function<void(const char*)>> settings_{
-        {"backend",
-         [this](const char* name) {
-             cfg_->set_crypto_if(std::string(name) == "capi" ? OsslScardCfg::capi : OsslScardCfg::pkcs11);
-         }},
+        {"backend", [this](const char* name) { cfg_->set_crypto_if(backend_of(name)); }},
         {"log", [this](const char* file) { cfg_->set_logfile(file); }},
         {"append", [this](const char*) { cfg_->enable_logfile_append(); }},
         {"module", [this](const char* file) { cfg_->set_pkcs11_module_dll(file); }},
         {"engine", [this](const char* file) { cfg_->set_pkcs11_openssl_engine_dll(file); }},
+        {"capi_engine", [this](const char* file) { cfg_->set_capi_openssl_engine_dll(file); }},
+        {"csp", [this](const char* name) { cfg_->set_capi_csp_name(name); }},
+        {"store_engine", [this](const char* file) { cfg_->set_capi_store_openssl_engine_dll(file); }},
+        {"key_name", [this](const char* name) { cfg_->set_priv_key_name(name); }},
+        {"cert_name", [this](const char* name) { cfg_->set_cert_name(name); }},
         {"pin", [this](const char* pin) { scard().set_pin(pin); }},
         {"copy_file", [](const char* files) { copy_file(files); }},
         {"load_dll", [](const char* file) { ::LoadLibraryA(file); }},
@@ -113,6 +151,8 @@ private:
         {"notify_config_done", [this] { return scard().notify_config_done(); }},
         {"ossl_load", [this] { return scard().ossl_load(); }},
         {"destroy", [this] { return destroy(); }},
+        {"restart", [this] { return restart(); }},
+        {"free_dll", [this] { return free_dll(); }},
     };
 };
 
@@ -120,9 +160,15 @@ private:
 
 int main(int argc, char** argv) {
     if (argc < 3) return 2;
+    int first = 3;
+    if (argc > first && argv[first] == std::string("take_base")) {
+        ++first;
+        ::VirtualAlloc(preferred_base(argv[2]), 1, MEM_RESERVE, PAGE_NOACCESS);
+    }
     Client client(argv[1], argv[2]);
     if (!client.is_loaded()) return 3;
-    for (int i = 3; i < argc; ++i)
+    if (first > 3 && client.is_loaded_at(preferred_base(argv[2]))) return 5;
+    for (int i = first; i < argc; ++i)
         if (!client.run(argv[i])) return 4;
     return 0;
 }

@@ -1,43 +1,9 @@
 // Wrong files where the engine and the card's module belong: the error names the file and the system's cause,
 // the process lives on, and takes the right file afterwards.
-#include "dll_folder.h"
-#include "test_card.h"
+#include "wrong_file_fixture.h"
 
 namespace Kes::test {
 namespace {
-
-/// A client with a card. All DLLs that it needs are in its folder, and some that it does not.
-class WrongFileTest : public DllFolder {
-protected:
-    WrongFileTest() {
-        for (const char* name : {"libp11.dll", "itp11.dll", "pkcs11.dll"})
-            put(doubles / name, folder);
-        for (const char* name : {"32bit.dll", "needing.dll"})
-            put(wrong / name, folder);
-        put_text_file(folder / "text.dll");
-        card.add("01", "ckp", "rsa", "Login");
-    }
-
-    std::string path(const std::string& name) const { return (folder / name).string(); }
-
-    /// The last line of OpenSSL's queue, ours.
-    static std::string our_line(const std::string& text) {
-        return "error:DSO support routines:system lib:" + text + "\n";
-    }
-
-    static std::string not_loaded(const std::string& file, unsigned long code, const std::string& hint = "") {
-        return our_line("error loading '" + file + "'" + hint + ": " + system_cause(code));
-    }
-
-    static std::string no_function(const std::string& file, const std::string& function) {
-        return our_line("'" + file + "' has no function " + function + ": " + system_cause(127));
-    }
-
-    TestCard card;
-};
-
-constexpr const char* not_64_bits = ": it is no DLL for 64 bits";
-constexpr const char* needs_a_dll = ": a DLL that it needs is missing";
 
 class WrongModuleTest : public WrongFileTest {
 protected:
@@ -111,23 +77,11 @@ protected:
                                     openssl_lines + last_line;
         return beginning + failure + failure + "ossl_load: 0\ndestroy: 0\n";
     }
-
-    /// What OpenSSL says itself when it cannot load a file.
-    static std::string openssl_lines(const std::string& file) {
-        return "error:DSO support routines:could not load the shared library:filename(" + file +
-               ")\nerror:DSO support routines:could not load the shared library:\n"
-               "error:engine routines:dso not found:\n";
-    }
 };
 
 TEST_F(WrongEngineTest, AModuleIsNoEngine) {
-    EXPECT_EQ(
-        run_with(path("itp11.dll")),
-        failures(
-            "error:DSO support routines:could not bind to the requested symbol name:symname(bind_engine)\n"
-            "error:DSO support routines:could not bind to the requested symbol name:\n"
-            "error:engine routines:DSO failure:\n",
-            no_function(path("itp11.dll"), "bind_engine")));
+    EXPECT_EQ(run_with(path("itp11.dll")),
+              failures(no_symbol_lines, no_function(path("itp11.dll"), "bind_engine")));
 }
 
 TEST_F(WrongEngineTest, ATextFileIsNoEngine) {
@@ -162,6 +116,85 @@ TEST_F(WrongEngineTest, ARelativePathStartsInTheCurrentFolder) {
     const std::string file = ".\\engine.dll";
     EXPECT_EQ(run_with(file),
               failures(openssl_lines(file), not_loaded((current / "engine.dll").string(), 193, not_64_bits)));
+}
+
+/// The module that the engine loads itself, with its first key; libp11 has loaded the right one by then.
+class WrongEngineModuleTest : public WrongFileTest {
+protected:
+    /// Up to the load with the wrong module, twice, and after a new start with the right one.
+    std::string run_with(const std::string& module) const {
+        Lines commands = to_set_key;
+        commands.insert(commands.end(),
+                        {"module=" + module, "notify_config_done", "ossl_load", "ossl_load", "restart"});
+        commands.insert(commands.end(), to_set_key.begin(), to_set_key.end());
+        commands.insert(commands.end(), {"notify_config_done", "ossl_load", "destroy"});
+        return without_error_numbers(run(commands));
+    }
+
+    static std::string failures(const std::string& last_line) {
+        const std::string load =
+            "ossl_load: 1 " +
+            no_key("error:libp11:Unable to load PKCS#11 module:engine.load_privkey\n", last_line);
+        return key_is_set + "notify_config_done: 0\n" + load + load + "restart: 0\n" + key_is_set +
+               "notify_config_done: 0\nossl_load: 0\ndestroy: 0\n";
+    }
+
+    /// The load after a setting was changed.
+    std::string load_with(const std::string& setting) const {
+        Lines commands = to_set_key;
+        commands.insert(commands.end(), {setting, "notify_config_done", "ossl_load", "destroy"});
+        return without_error_numbers(run(commands));
+    }
+
+    static std::string failure(const std::string& text) {
+        return key_is_set + "notify_config_done: 0\nossl_load: 1 " + text + "destroy: 0\n";
+    }
+
+    /// @param cause  the engine's line
+    static std::string no_key(const std::string& cause, const std::string& last_line) {
+        return "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: "
+               "rc=0\n" +
+               cause + "error:engine routines:failed loading private key:\n" + last_line;
+    }
+
+    const Lines to_set_key{"backend=pkcs11", "engine=" + path("pkcs11.dll"), "module=itp11.dll", "init",
+                           "read_scard",     "pin=" + std::string(card_pin), "discover_keys",    "set_key"};
+    inline static const std::string key_is_set =
+        "init: 0\nread_scard: 0\n1 key(s)\ndiscover_keys: 0\nset_key: 0\n";
+};
+
+TEST_F(WrongEngineModuleTest, ATextFileIsToldWithTheFirstKey) {
+    EXPECT_EQ(run_with(path("text.dll")), failures(not_loaded(path("text.dll"), 193, not_64_bits)));
+}
+
+TEST_F(WrongEngineModuleTest, AModuleThatIsNotThereIsToldWithTheFirstKey) {
+    EXPECT_EQ(run_with("missing.dll"), failures(not_loaded("missing.dll", 126)));
+}
+
+TEST_F(WrongEngineModuleTest, AnEngineIsToldFromAModuleWithTheFirstKey) {
+    EXPECT_EQ(run_with(path("pkcs11.dll")), failures(no_function(path("pkcs11.dll"), "C_GetFunctionList")));
+}
+
+TEST_F(WrongEngineModuleTest, AnEngineThatDoesNotStartTellsOfAWrongModuleAlone) {
+    const std::string no_start =
+        "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): ENGINE_init() failed: rc=0\n"
+        "error:PKCS#11 module:General Error:engine.init\n";
+    card.fail_function("engine.init", 5);
+    EXPECT_EQ(load_with("module=" + path("text.dll")),
+              failure(no_start + not_loaded(path("text.dll"), 193, not_64_bits)));
+    EXPECT_EQ(load_with("module=itp11.dll"), failure(no_start));
+}
+
+TEST_F(WrongEngineModuleTest, AKeyThatTheCardDoesNotHaveIsNoFaultOfTheModule) {
+    EXPECT_EQ(load_with("key_name=pkcs11:id=%99;type=private"),
+              failure(no_key("error:pkcs11 engine:object not found:engine.load_privkey\n", "")));
+}
+
+TEST_F(WrongEngineModuleTest, ACertificateThatTheCardDoesNotHaveIsNoFaultOfTheModule) {
+    EXPECT_EQ(
+        load_with("cert_name=pkcs11:id=%99;type=cert"),
+        failure("ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate(): ENGINE_ctrl_cmd() failed: "
+                "rc=0\nerror:pkcs11 engine:object not found:engine.LOAD_CERT_CTRL\n"));
 }
 
 } // namespace

@@ -7,6 +7,8 @@
 namespace Kes::test {
 namespace {
 
+constexpr const char* not_64_bits = ": it, or a DLL that it needs, is no DLL for 64 bits";
+
 class WrongLibp11Test : public DllFolder {
 protected:
     const std::filesystem::path file = folder / "libp11.dll";
@@ -28,17 +30,17 @@ protected:
 
 TEST_F(WrongLibp11Test, ATextFileIsNoDll) {
     put_text_file(file);
-    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, ": it is no DLL for 64 bits")));
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
 }
 
 TEST_F(WrongLibp11Test, AnEmptyFileIsNoDll) {
     std::ofstream{file};
-    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, ": it is no DLL for 64 bits")));
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
 }
 
 TEST_F(WrongLibp11Test, A32BitDllIsNotForThisProcess) {
     put_as(wrong / "32bit.dll", file);
-    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, ": it is no DLL for 64 bits")));
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
 }
 
 TEST_F(WrongLibp11Test, ADllThatLacksItsOwnDllIsToldFromOneThatIsNotThere) {
@@ -56,9 +58,9 @@ TEST_F(WrongLibp11Test, AFileInPathIsNamedAsItWasFound) {
     const auto in_path = make_folder("in path");
     put_text_file(in_path / "libp11.dll");
     path_variable = in_path.string();
-    EXPECT_EQ(run_with_wrong_file(), failures("libp11_library:78 Kes::require_libp11(): error loading '" +
-                                              (in_path / "libp11.dll").string() +
-                                              "': it is no DLL for 64 bits: " + system_cause(193)));
+    EXPECT_EQ(run_with_wrong_file(),
+              failures("libp11_library:78 Kes::require_libp11(): error loading '" +
+                       (in_path / "libp11.dll").string() + "'" + not_64_bits + ": " + system_cause(193)));
 }
 
 TEST_F(WrongLibp11Test, TheRightFileAfterwardsIsTakenInTheSameProcess) {

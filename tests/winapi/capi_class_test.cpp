@@ -47,10 +47,14 @@ TEST_F(CapiInitTest, WithoutNamesItTellsWhichProviderIsTheDefault) {
     char name[256] = "";
     DWORD size = sizeof name;
     EXPECT_TRUE(::CryptGetProvParam(provider, PP_NAME, reinterpret_cast<BYTE*>(name), &size, 0));
+    char container[256] = ""; // without a container it may have no name for one
+    size = sizeof container;
+    ::CryptGetProvParam(provider, PP_CONTAINER, reinterpret_cast<BYTE*>(container), &size, 0);
     ::CryptReleaseContext(provider, 0);
     const CapiInit capi(nullptr, nullptr, 0);
-    EXPECT_THAT(log.lines().back(), ::testing::StartsWith(std::string("<info> capi initialized (provider=") +
-                                                          name + " (default), "));
+    EXPECT_EQ(log.lines().back(), std::string("<info> capi initialized (provider=") + name +
+                                      " (default), key_container=" + container +
+                                      " (default), flags=0xf0000000)");
 }
 
 TEST_F(CapiInitTest, AContainerThatDoesNotExistIsReported) {

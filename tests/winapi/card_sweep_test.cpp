@@ -44,11 +44,11 @@ std::string parameter_not_read(const std::string& parameter, int flags) {
 }
 
 /// A failure that costs the card's only container: there is no key to select.
-Row without_key(const std::string& call, const std::string& cause) {
+Row without_key(const std::string& call, const std::string& logged) {
     return {call,
             "set_key: ossl_scard_if_imp:241 Kes::OsslScardIfImp::set_key(): invalid key_num (0): val=3 "
             "(bad_argument)",
-            "<debug> " + cause};
+            logged};
 }
 
 /// What the engine has to say of a key that it cannot load.
@@ -76,11 +76,11 @@ const std::vector<Row> rows{
     {"list@", "discover_keys: " + parameter_not_read("2", 1), ""},
     {"list_size@", "discover_keys: " + parameter_not_sized("2", 2), ""},
     {"list@", "discover_keys: " + parameter_not_read("2", 2), ""},
-    without_key("acquire@sign", container_not_acquired),
-    {"user_key_1@sign", "", "<debug> " + no_exchange_key}, // there is none anyway
-    without_key("user_key_2@sign", no_signature_key),
-    without_key("certificate_size@sign", certificate_not_sized),
-    without_key("certificate@sign", certificate_not_read),
+    without_key("acquire@sign", "<debug> " + container_not_acquired),
+    {"user_key_1@sign", "", "<warn> " + no_exchange_key}, // there is none anyway
+    without_key("user_key_2@sign", "<warn> " + no_signature_key),
+    without_key("certificate_size@sign", "<debug> " + certificate_not_sized),
+    without_key("certificate@sign", "<debug> " + certificate_not_read),
     {"destroy_key@sign", "", key_not_destroyed},
     {"release@sign", "", context_not_released},
     {"release@", "", context_not_released},

@@ -84,13 +84,6 @@ void SystemStore::add(const std::vector<Bytes>& ders, const KeyPlace* key) {
     commit(store);
 }
 
-void SystemStore::remove_first() {
-    const StorePtr store = open(name_);
-    const CERT_CONTEXT* first = ::CertEnumCertificatesInStore(store.get(), nullptr);
-    require(first != nullptr && ::CertDeleteCertificateFromStore(first) != 0, "cannot delete a certificate");
-    commit(store);
-}
-
 void SystemStore::remove() {
     const std::string key = "Software\\Microsoft\\SystemCertificates\\" + name_;
     const LSTATUS status = ::RegDeleteTreeA(HKEY_CURRENT_USER, key.c_str());

@@ -34,9 +34,6 @@ public:
     void add(const Bytes& der, const KeyPlace* key = nullptr) { add(std::vector<Bytes>{der}, key); }
     void add(const std::vector<Bytes>& ders, const KeyPlace* key = nullptr);
 
-    /// Deletes the first certificate of the store's order.
-    void remove_first();
-
     /// Deletes the store. Not done by the end of the object: what one program prepares may be for another.
     void remove();
 

@@ -165,6 +165,27 @@ TEST_F(EngineDoubleTest, AKeyUsedAfterTheCleanUpIsAViolation) {
     EXPECT_EQ(card.violations(), Lines{"key1 is used after the engine's clean-up"});
 }
 
+TEST_F(EngineDoubleTest, WhatIsLoadedOfAnEngineThatIsNotInitialisedIsAViolation) {
+    ASSERT_TRUE(command("MODULE_PATH", "itp11.dll") && command("PIN", card_pin));
+    UI_METHOD* ui_method = const_cast<UI_METHOD*>(::UI_null());
+    // Past OpenSSL, which would refuse the keys by itself.
+    EXPECT_EQ(::ENGINE_get_load_privkey_function(engine.get())(engine.get(), "pkcs11:id=%01;type=private",
+                                                               ui_method, nullptr),
+              nullptr);
+    EXPECT_EQ(::ENGINE_get_load_pubkey_function(engine.get())(engine.get(), "pkcs11:id=%01;type=public",
+                                                              ui_method, nullptr),
+              nullptr);
+    struct {
+        const char* cert_id;
+        X509* cert;
+    } parameters{"pkcs11:id=%01;type=cert", nullptr};
+    EXPECT_EQ(::ENGINE_ctrl_cmd(engine.get(), "LOAD_CERT_CTRL", 0, &parameters, nullptr, 0), 0);
+    EXPECT_EQ(parameters.cert, nullptr);
+    EXPECT_EQ(card.violations(), (Lines{"engine.load_privkey: the engine is not initialised",
+                                        "engine.load_pubkey: the engine is not initialised",
+                                        "engine.LOAD_CERT_CTRL: the engine is not initialised"}));
+}
+
 TEST_F(EngineDoubleTest, ALoadedKeyKeepsTheEngineAlive) {
     ASSERT_TRUE(command("MODULE_PATH", "itp11.dll") && command("PIN", card_pin));
     ASSERT_EQ(::ENGINE_init(engine.get()), 1);

@@ -48,6 +48,7 @@ void FakeCapi::reset() {
     stores.clear();
     odd_answers.clear();
     errors.clear();
+    junk_handle.reset();
     odd_name.reset();
     live_providers_.clear();
     live_keys_.clear();

@@ -66,6 +66,7 @@ public:
     std::vector<FakeStore> stores;
     std::map<std::string, OddAnswer> odd_answers; ///< by function, and parameter: "CryptGetProvParam 39"
     std::map<std::string, DWORD> errors;          ///< the same, and "CryptAcquireContextA c1" by container
+    std::optional<ULONG_PTR> junk_handle;         ///< what failing calls leave where a handle would be
     std::optional<std::string> odd_name;          ///< what CertNameToStrA() writes, as far as it fits
 
     std::size_t live_handles() const;

@@ -170,6 +170,7 @@ extern "C" {
 BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvider, DWORD dwProvType,
                           DWORD dwFlags) {
     const std::string what = szContainer == nullptr ? "" : szContainer;
+    *phProv = fake().junk_handle.value_or(*phProv);
     if (!fake().enter("CryptAcquireContextA",
                       text_of(szContainer) + ", " + text_of(szProvider) + ", " + std::to_string(dwProvType) +
                           ", " + Kes::test::hex(dwFlags),
@@ -214,6 +215,7 @@ BOOL CryptGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUserKey) {
     auto* provider = fake().find_provider(hProv, "CryptGetUserKey");
     const std::string label = provider == nullptr ? "?" : provider->label;
     require(*phUserKey == 0, "CryptGetUserKey: in the place of a key that was not destroyed");
+    *phUserKey = fake().junk_handle.value_or(*phUserKey);
     if (!fake().enter("CryptGetUserKey", label + ", " + std::to_string(dwKeySpec))) return FALSE;
     if (provider == nullptr) return fake().fail(DWORD{ERROR_INVALID_HANDLE});
     if (provider->container == nullptr || !provider->container->keys.contains(dwKeySpec))

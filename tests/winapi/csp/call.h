@@ -22,6 +22,9 @@ using Note = std::string;
 /// have in the log, from 1 on. The code is decimal, or hexadecimal after "0x". A planned failure keeps the
 /// body from running, unless it is a release: what could not be released properly is gone all the same.
 ///
+/// Without the card every call fails with SCARD_W_REMOVED_CARD, but for the opening of a context, which has
+/// an error of its own.
+///
 /// @param body  returns whether it went well, with the last error set if not
 BOOL call(const std::string& point, const std::string& container, const std::function<BOOL(Note&)>& body,
           bool is_release = false);

@@ -71,6 +71,11 @@ bool log_in(const char* function) {
     return false;
 }
 
+bool require_initialised(const char* function) {
+    if (!state->is_initialised) note_violation(std::string(function) + ": the engine is not initialised");
+    return state->is_initialised;
+}
+
 bool load_module(const char* function) {
     if (state->module.is_loaded()) return true;
     if (state->module_path.empty()) {
@@ -125,11 +130,7 @@ int load_certificate(LoadCertParameters* parameters) {
         note_violation(std::string(function) + ": wrong parameters");
         return 0;
     }
-    if (!begin(function, parameters->cert_id)) return 0;
-    if (!state->is_initialised) {
-        note_violation(std::string(function) + ": the engine is not initialised");
-        return 0;
-    }
+    if (!begin(function, parameters->cert_id) || !require_initialised(function)) return 0;
     const CardObject* object = find_object(function, CardKind::certificate, "cert", parameters->cert_id);
     if (object == nullptr) return 0;
     parameters->cert = make_engine_certificate(*object).release();
@@ -154,7 +155,7 @@ int control(ENGINE*, int command, long, void* argument, void (*)()) {
 
 EVP_PKEY* load_private_key(ENGINE* engine, const char* id, UI_METHOD* ui_method, void*) {
     constexpr const char* function = "engine.load_privkey";
-    if (!begin(function, text_of(id))) return nullptr;
+    if (!begin(function, text_of(id)) || !require_initialised(function)) return nullptr;
     if (ui_method == nullptr) {
         note_violation(std::string(function) + ": no UI method");
         return nullptr;
@@ -176,7 +177,7 @@ EVP_PKEY* load_private_key(ENGINE* engine, const char* id, UI_METHOD* ui_method,
 
 EVP_PKEY* load_public_key(ENGINE*, const char* id, UI_METHOD*, void*) {
     constexpr const char* function = "engine.load_pubkey";
-    if (!begin(function, text_of(id))) return nullptr;
+    if (!begin(function, text_of(id)) || !require_initialised(function)) return nullptr;
     const CardObject* object = find_object(function, CardKind::public_key, "public", id);
     return object == nullptr ? nullptr : ::EVP_PKEY_dup(object->public_key);
 }

@@ -1,0 +1,74 @@
+// Wrong files where the engine for CryptoAPI belongs, which is loaded without any card.
+#include "wrong_file_fixture.h"
+
+namespace Kes::test {
+namespace {
+
+/// A back-end, the setting for its engine, and where an engine's load is said to fail.
+struct CapiRoad {
+    const char* backend;
+    const char* setting;
+    const char* location;
+};
+
+void PrintTo(const CapiRoad& road, std::ostream* out) { *out << road.backend; }
+
+constexpr const char* provider = "Microsoft Enhanced Cryptographic Provider v1.0"; // each Windows has it
+
+class WrongCapiEngineTest : public WrongFileTest, public testing::WithParamInterface<CapiRoad> {
+protected:
+    /// The load with the wrong file, twice, and then one with the right file. That fails, too, for want of a
+    /// key; the log tells that it came so far.
+    void expect_failures(const std::string& engine, const std::string& openssl_lines,
+                         const std::string& last_line) const {
+        const std::string setting = std::string(GetParam().setting) + "=";
+        const std::string failure = std::string("ossl_load: 1 ") + GetParam().location +
+                                    ": ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n" + openssl_lines +
+                                    last_line;
+        const std::string text = without_error_numbers(
+            run({log_setting, std::string("backend=") + GetParam().backend, std::string("csp=") + provider,
+                 setting + engine, "init", "notify_config_done", "ossl_load", "ossl_load",
+                 setting + path("capi.dll"), "ossl_load", "destroy"}));
+        EXPECT_THAT(text, testing::StartsWith("init: 0\nnotify_config_done: 0\n" + failure + failure +
+                                              "ossl_load: 1 ossl_engine:79 "));
+        EXPECT_THAT(read_text(dir.file("log")), testing::HasSubstr("loaded engine: id=capi"));
+    }
+
+    void SetUp() override { put(bin / "capi.dll", folder); }
+};
+
+TEST_P(WrongCapiEngineTest, ATextFileIsNoEngine) {
+    const std::string file = path("text.dll");
+    expect_failures(file, openssl_lines(file), not_loaded(file, 193, not_64_bits));
+}
+
+TEST_P(WrongCapiEngineTest, A32BitDllIsNoEngine) {
+    const std::string file = path("32bit.dll");
+    expect_failures(file, openssl_lines(file), not_loaded(file, 193, not_64_bits));
+}
+
+TEST_P(WrongCapiEngineTest, AModuleIsNoEngine) {
+    const std::string file = path("itp11.dll");
+    expect_failures(file, no_symbol_lines, no_function(file, "bind_engine"));
+}
+
+TEST_P(WrongCapiEngineTest, AnEngineThatLacksItsOwnDllIsToldSo) {
+    const std::string file = path("needing.dll");
+    expect_failures(file, openssl_lines(file), not_loaded(file, 126, needs_a_dll));
+}
+
+TEST_P(WrongCapiEngineTest, AnEngineThatIsNotThereIsToldSo) {
+    const std::string file = path("missing.dll");
+    expect_failures(file, openssl_lines(file), not_loaded(file, 126));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OfEachBackend, WrongCapiEngineTest,
+    testing::Values(CapiRoad{"capi", "capi_engine",
+                             "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
+                    CapiRoad{"capi_store", "store_engine",
+                             "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
+    [](const auto& road) { return std::string(road.param.backend); });
+
+} // namespace
+} // namespace Kes::test
