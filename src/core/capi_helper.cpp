@@ -163,21 +163,21 @@ std::vector<std::string> read_capi_containers(HCRYPTPROV provider) {
 }
 
 CapiKeySpecs read_capi_key_specs(HCRYPTPROV provider) {
-    CapiKeySpecs specs{};
+    CapiKeySpecs key_specs{};
     try {
         const CapiProvParamReader reader(provider, PP_KEYSPEC, 0);
-        if (reader.data().size() == sizeof specs.mask)
-            std::memcpy(&specs.mask, reader.data().data(), sizeof specs.mask);
+        if (reader.data().size() == sizeof key_specs.mask)
+            std::memcpy(&key_specs.mask, reader.data().data(), sizeof key_specs.mask);
     } catch (const ErrorBase& error) {
         log_debug(error.what()); // not every provider knows the parameter, and all have these keys
     }
-    if (specs.mask == 0) {
+    if (key_specs.mask == 0) {
         log_warn("keyspec mask is 0 -> updating it to ", both_key_specs);
-        specs.mask = both_key_specs;
+        key_specs.mask = both_key_specs;
     }
-    for (std::uint64_t bit = 1; bit <= specs.mask; bit <<= 1U)
-        if ((specs.mask & bit) != 0) specs.list.push_back(static_cast<std::uint32_t>(bit));
-    return specs;
+    for (std::uint64_t bit = 1; bit <= key_specs.mask; bit <<= 1U)
+        if ((key_specs.mask & bit) != 0) key_specs.list.push_back(static_cast<std::uint32_t>(bit));
+    return key_specs;
 }
 
 std::vector<unsigned char> read_capi_key_certificate(HCRYPTKEY key) {

@@ -23,7 +23,7 @@ public:
     CapiInit(const CapiInit&) = delete;
     CapiInit& operator=(const CapiInit&) = delete;
 
-    /// Gets the container's key of that specification, and lets go of the one before. @throws WinError
+    /// Gets the container's key of that type, and lets go of the one before. @throws WinError
     void fetch_key(std::uint32_t key_type_in);
 
     /// As fetch_key(). @return false when there is no such key, or none to be had, which is a warning

@@ -204,9 +204,9 @@ TEST_F(CapiProvParamTest, TheMaskOfKeySpecificationsIsSplitInAscendingOrder) {
                 {0x80000000, {0x80000000}}};
     for (const auto& row : rows) {
         provider().key_specs = row.mask;
-        const CapiKeySpecs specs = read_capi_key_specs(handle());
-        EXPECT_EQ(specs.mask, row.mask);
-        EXPECT_EQ(specs.list, row.list);
+        const CapiKeySpecs key_specs = read_capi_key_specs(handle());
+        EXPECT_EQ(key_specs.mask, row.mask);
+        EXPECT_EQ(key_specs.list, row.list);
     }
     provider().key_specs = 0xffffffff;
     EXPECT_EQ(read_capi_key_specs(handle()).list.size(), 32U);
@@ -217,9 +217,9 @@ const std::string mask_warning = "<warn> keyspec mask is 0 -> updating it to 3";
 
 TEST_F(CapiProvParamTest, AMaskOfZeroStandsForBothKeysAndIsWarnedOf) {
     provider().key_specs = 0;
-    const CapiKeySpecs specs = read_capi_key_specs(handle());
-    EXPECT_EQ(specs.mask, 3U);
-    EXPECT_EQ(specs.list, (std::vector<std::uint32_t>{1, 2}));
+    const CapiKeySpecs key_specs = read_capi_key_specs(handle());
+    EXPECT_EQ(key_specs.mask, 3U);
+    EXPECT_EQ(key_specs.list, (std::vector<std::uint32_t>{1, 2}));
     EXPECT_EQ(log.lines(), (Lines{"<trace> created CapiProvParamReader object",
                                   "<trace> destroyed CapiProvParamReader object", mask_warning}));
 }

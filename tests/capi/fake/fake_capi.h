@@ -18,7 +18,7 @@
 ///
 /// Every other call leaves a last error of no meaning, so that nobody reads it too late. Handles have names
 /// in the record: "prov" for a provider alone, "prov:c1" for its container c1, "key:c1/2" for the key of
-/// specification 2 in there, "store:MY", and "cert:MY/0" for the certificate at a store's position 0.
+/// key type 2 in there, "store:MY", and "cert:MY/0" for the certificate at a store's position 0.
 namespace Kes::test {
 
 using Bytes = std::vector<unsigned char>;

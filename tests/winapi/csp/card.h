@@ -26,7 +26,7 @@ public:
     std::vector<std::string> containers() const;
     bool has(const std::string& container) const;
 
-    /// Both are absent when the card does not have them. The key is a PRIVATEKEYBLOB for the specification.
+    /// Both are absent when the card does not have them. The key is a PRIVATEKEYBLOB for the key type.
     std::optional<Bytes> key(const std::string& container, DWORD key_spec) const;
     std::optional<Bytes> certificate(const std::string& container, DWORD key_spec) const;
 
