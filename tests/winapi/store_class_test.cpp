@@ -78,10 +78,9 @@ TEST_P(EachNameTest, FindsItsCertificateInAStore) {
     const auto store = WinCertStore::open(system_store.name());
     const auto found = store->find_by_subject(GetParam().simple.c_str());
     ASSERT_NE(found, nullptr);
-    const Bytes expected = GetParam().simple.empty()
-                               ? store->first()->get_der_data() // every name has that text
-                               : prepared_certificate(GetParam().certificate);
-    EXPECT_EQ(found->get_der_data(), expected);
+    // Every name has an empty text in it, but for an empty name: the other certificate is found then.
+    const std::string expected = GetParam().simple.empty() ? "number" : GetParam().certificate;
+    EXPECT_EQ(found->get_der_data(), prepared_certificate(expected));
 }
 
 TEST(WinCertTest, TheFileHoldsTheCertificateByteForByte) {
