@@ -1,11 +1,11 @@
-#include "cert_key_usage.h"
+#include "utils/cert_key_usage.h"
 
 #include <benchmark/benchmark.h>
 #include <openssl/x509v3.h>
 #include <stdexcept>
 
-#include "logger.h"
-#include "ossl_ptr.h"
+#include "utils/logger.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes {
 namespace {

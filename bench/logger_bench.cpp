@@ -1,4 +1,4 @@
-#include "logger.h"
+#include "utils/logger.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>

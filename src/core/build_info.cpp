@@ -1,6 +1,6 @@
 #include "build_info.h"
 
-#include "logger.h"
+#include "utils/logger.h"
 
 // The build gives MARVO_VERSION, MARVO_TOOLCHAIN and MARVO_STANDARD for this file alone.
 namespace Kes {

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "cert_key_usage.h"
 #include "ossl_engine.h"
 #include "pko_id_list.h"
+#include "utils/cert_key_usage.h"
 
 /// What the manager needs of CryptoAPI. capi_backend_win.cpp has it; elsewhere capi_backend_posix.cpp answers
 /// every call with Error unsupported.

@@ -1,5 +1,5 @@
 #include "capi_backend.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::capi_backend {
 namespace {

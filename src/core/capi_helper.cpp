@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "capi_key_type.h"
-#include "error.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "unique_handle.h"
-#include "windows_api.h"
+#include "utils/unique_handle.h"
+#include "utils/windows_api.h"
 
 namespace Kes {
 

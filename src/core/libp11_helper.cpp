@@ -3,10 +3,10 @@
 #include <openssl/err.h>
 #include <string>
 
-#include "error.h"
 #include "libp11_library.h"
 #include "library_trouble.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

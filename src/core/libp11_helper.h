@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "ossl_ptr.h"
-#include "pin.h"
+#include "utils/ossl_ptr.h"
+#include "utils/pin.h"
 
 namespace Kes {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "error.h"
 #include "library_trouble.h"
 #include "library_trouble_win.h"
+#include "utils/error.h"
 #include <delayimp.h>
 
 // The linker's names: where we begin, and what the import library says that we call of libp11.

@@ -3,8 +3,8 @@
 #include <openssl/err.h>
 #include <string>
 
-#include "error.h"
 #include "library_trouble_win.h"
+#include "utils/error.h"
 
 namespace Kes {
 namespace {

@@ -5,10 +5,10 @@
 #include <string>
 #include <utility>
 
-#include "error.h"
-#include "error_queue_mark.h"
 #include "library_trouble.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/error_queue_mark.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

@@ -5,8 +5,8 @@
 #include <memory>
 #include <openssl/types.h>
 
-#include "ossl_ptr.h"
-#include "pin.h"
+#include "utils/ossl_ptr.h"
+#include "utils/pin.h"
 
 namespace Kes {
 

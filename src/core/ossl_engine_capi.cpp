@@ -4,8 +4,8 @@
 
 #include "capi_helper.h"
 #include "capi_key_type.h"
-#include "error.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

@@ -1,9 +1,9 @@
 #include "ossl_engine_capi_store.h"
 
-#include "cert_ossl.h"
-#include "certstore_win.h"
-#include "error.h"
-#include "logger.h"
+#include "utils/cert_ossl.h"
+#include "utils/certstore_win.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

@@ -4,10 +4,10 @@
 #include <openssl/err.h>
 #include <utility>
 
-#include "error.h"
 #include "library_trouble.h"
-#include "logger.h"
 #include "pkcs11_engine_keeper.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

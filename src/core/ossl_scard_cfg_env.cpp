@@ -4,10 +4,10 @@
 #include <string>
 
 #include "capi_key_type.h"
-#include "cert_key_usage.h"
-#include "helper.h"
-#include "logger.h"
 #include "ossl_scard_cfg_imp.h"
+#include "utils/cert_key_usage.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

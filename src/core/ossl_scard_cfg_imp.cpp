@@ -4,10 +4,10 @@
 #include <sstream>
 
 #include "capi_key_type.h"
-#include "cert_key_usage.h"
-#include "error.h"
-#include "helper.h"
-#include "logger.h"
+#include "utils/cert_key_usage.h"
+#include "utils/error.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

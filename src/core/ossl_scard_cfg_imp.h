@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "cons_select_menu.h"
 #include "marvo/ossl_scard_cfg.h"
+#include "utils/cons_select_menu.h"
 
 namespace Kes {
 

@@ -6,13 +6,13 @@
 
 #include "build_info.h"
 #include "capi_backend.h"
-#include "cert_key_usage.h"
-#include "error.h"
-#include "logger.h"
 #include "ossl_engine_pkcs11.h"
-#include "ossl_helper.h"
 #include "pkcs11_engine_keeper.h"
 #include "pko_id_scanner_pkcs11_libp11.h"
+#include "utils/cert_key_usage.h"
+#include "utils/error.h"
+#include "utils/logger.h"
+#include "utils/ossl_helper.h"
 
 namespace Kes {
 namespace {

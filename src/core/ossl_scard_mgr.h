@@ -8,11 +8,11 @@
 
 #include "libp11_helper.h"
 #include "ossl_engine.h"
-#include "ossl_ptr.h"
 #include "ossl_scard_cfg_imp.h"
-#include "pin.h"
 #include "pko_id_list.h"
-#include "singleton.h"
+#include "utils/ossl_ptr.h"
+#include "utils/pin.h"
+#include "utils/singleton.h"
 
 namespace Kes {
 

@@ -9,7 +9,7 @@
 #include <openssl/rsa.h>
 #include <utility>
 
-#include "error_queue_mark.h"
+#include "utils/error_queue_mark.h"
 
 namespace Kes {
 namespace {

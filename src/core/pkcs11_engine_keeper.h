@@ -4,7 +4,7 @@
 #include <openssl/types.h>
 #include <string>
 
-#include "ossl_ptr.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes {
 

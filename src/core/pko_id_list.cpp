@@ -3,8 +3,8 @@
 #include <functional>
 #include <utility>
 
-#include "error.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 

@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "cert_key_usage.h"
-#include "pin.h"
+#include "utils/cert_key_usage.h"
+#include "utils/pin.h"
 
 namespace Kes {
 

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "capi_key_type.h"
-#include "error.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "certstore_win.h"
-#include "error.h"
-#include "logger.h"
+#include "utils/certstore_win.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "cert_win.h"
 #include "pko_id_list.h"
+#include "utils/cert_win.h"
 
 namespace Kes {
 

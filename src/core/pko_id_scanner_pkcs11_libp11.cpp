@@ -4,9 +4,9 @@
 #include <string>
 #include <utility>
 
-#include "error.h"
-#include "helper.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

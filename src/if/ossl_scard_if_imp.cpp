@@ -1,10 +1,10 @@
 #include "ossl_scard_if_imp.h"
 
-#include "cons_select_menu.h"
-#include "error.h"
-#include "logger.h"
 #include "marvo/ossl_scard_cfg.h"
 #include "ossl_scard_mgr.h"
+#include "utils/cons_select_menu.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

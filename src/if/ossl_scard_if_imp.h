@@ -7,7 +7,7 @@
 
 #include "marvo/ossl_scard_if.h"
 #include "pko_id_list.h"
-#include "singleton.h"
+#include "utils/singleton.h"
 
 namespace Kes {
 

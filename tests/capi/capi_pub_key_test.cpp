@@ -1,6 +1,6 @@
 #include "capi_fixture.h"
 #include "capi_helper.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

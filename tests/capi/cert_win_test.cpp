@@ -1,9 +1,9 @@
-#include "cert_win.h"
+#include "utils/cert_win.h"
 
 #include <sstream>
 
 #include "capi_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

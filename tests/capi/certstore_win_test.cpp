@@ -1,7 +1,7 @@
-#include "certstore_win.h"
+#include "utils/certstore_win.h"
 
 #include "capi_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

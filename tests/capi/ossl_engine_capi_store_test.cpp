@@ -1,7 +1,7 @@
 #include "ossl_engine_capi_store.h"
 
 #include "capi_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace {
 

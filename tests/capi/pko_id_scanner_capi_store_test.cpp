@@ -1,7 +1,7 @@
 #include "pko_id_scanner_capi_store.h"
 
 #include "capi_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

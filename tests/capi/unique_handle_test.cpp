@@ -1,4 +1,4 @@
-#include "unique_handle.h"
+#include "utils/unique_handle.h"
 
 #include <gtest/gtest.h>
 #include <type_traits>

@@ -5,8 +5,8 @@
 #include <regex>
 #include <stdexcept>
 
-#include "error.h"
 #include "ossl_scard_if_imp.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -12,10 +12,10 @@
 #include "fake_libp11.h"
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
-#include "ossl_ptr.h"
 #include "ossl_scard_mgr.h"
 #include "support.h"
 #include "typed_keys.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes::test {
 

@@ -1,7 +1,7 @@
 #include "libp11_helper.h"
 
 #include "core_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
-#include "error.h"
 #include "library_trouble_win.h"
 #include "library_words_win.h"
 #include "support.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 

@@ -1,7 +1,7 @@
 #include "ossl_engine_pkcs11.h"
 
 #include "core_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -1,7 +1,7 @@
 #include "ossl_engine.h"
 
 #include "core_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 #include <openssl/err.h>
 

@@ -2,7 +2,7 @@
 
 #include "client_cfg.h"
 #include "core_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "core_fixture.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 /// What differs from other systems.
 namespace Kes::test {

@@ -2,7 +2,7 @@
 
 #include "core_fixture.h"
 #include "memory_search.h"
-#include "pin.h"
+#include "utils/pin.h"
 
 namespace Kes::test {
 namespace {

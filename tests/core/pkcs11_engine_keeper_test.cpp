@@ -2,8 +2,8 @@
 #include <fstream>
 #include <openssl/err.h>
 
-#include "error.h"
 #include "pkcs11_engine_keeper_fixture.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

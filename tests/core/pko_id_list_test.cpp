@@ -4,7 +4,7 @@
 #include <sstream>
 
 #include "core_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

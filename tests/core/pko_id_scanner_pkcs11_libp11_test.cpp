@@ -3,7 +3,7 @@
 #include <sstream>
 
 #include "core_fixture.h"
-#include "error.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace {
 

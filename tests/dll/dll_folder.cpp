@@ -6,7 +6,7 @@
 #include <regex>
 
 #include "child.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 

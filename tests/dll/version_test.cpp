@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "dll_folder.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {

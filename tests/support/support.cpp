@@ -5,8 +5,8 @@
 #include <regex>
 #include <sstream>
 
-#include "logger.h"
 #include "support_system.h"
+#include "utils/logger.h"
 
 namespace Kes::test {
 

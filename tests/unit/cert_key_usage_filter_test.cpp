@@ -1,4 +1,4 @@
-#include "cert_key_usage.h"
+#include "utils/cert_key_usage.h"
 
 #include <array>
 #include <gtest/gtest.h>

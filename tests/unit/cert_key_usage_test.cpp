@@ -1,14 +1,14 @@
-#include "cert_key_usage.h"
+#include "utils/cert_key_usage.h"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <sstream>
 
-#include "cert_ossl.h"
-#include "error.h"
 #include "hooks.h"
 #include "support.h"
 #include "unit_certs.h"
+#include "utils/cert_ossl.h"
+#include "utils/error.h"
 
 namespace Kes {
 namespace {

@@ -1,4 +1,4 @@
-#include "cert_ossl.h"
+#include "utils/cert_ossl.h"
 
 #include <array>
 #include <gtest/gtest.h>
@@ -6,11 +6,11 @@
 #include <sstream>
 #include <type_traits>
 
-#include "error.h"
 #include "hooks.h"
-#include "logger.h"
 #include "support.h"
 #include "unit_certs.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

@@ -1,4 +1,4 @@
-#include "cons_select_menu.h"
+#include "utils/cons_select_menu.h"
 
 #include <gtest/gtest.h>
 #include <sstream>

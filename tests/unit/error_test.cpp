@@ -1,4 +1,4 @@
-#include "error.h"
+#include "utils/error.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

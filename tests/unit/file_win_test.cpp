@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "helper.h"
 #include "hooks.h"
-#include "logger.h"
 #include "logger_fixture.h"
 #include "support.h"
-#include "windows_api.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
+#include "utils/windows_api.h"
 
 /// Files as Windows has them: line ends, what others may do with an open file, and names.
 namespace Kes {

@@ -1,4 +1,4 @@
-#include "helper.h"
+#include "utils/helper.h"
 
 #include <array>
 #include <filesystem>

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "hooks.h"
 #include "hooks_system.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "logger.h"
 #include "support.h"
+#include "utils/logger.h"
 
 namespace Kes::test {
 

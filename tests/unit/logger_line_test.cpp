@@ -7,9 +7,9 @@
 #include <thread>
 
 #include "hooks.h"
-#include "logger.h"
 #include "logger_fixture.h"
 #include "support.h"
+#include "utils/logger.h"
 
 /// Which lines are written, and what stands in them.
 namespace Kes {

@@ -3,10 +3,10 @@
 #include <unistd.h>
 #include <vector>
 
-#include "logger.h"
 #include "logger_fixture.h"
 #include "numbered_lines.h"
 #include "support.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

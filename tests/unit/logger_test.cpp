@@ -1,14 +1,14 @@
-#include "logger.h"
+#include "utils/logger.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
 
-#include "error.h"
 #include "hooks.h"
 #include "logger_fixture.h"
 #include "support.h"
+#include "utils/error.h"
 
 /// Where lines go: nowhere, into memory, into a file.
 namespace Kes {

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "hooks.h"
-#include "logger.h"
 #include "logger_fixture.h"
 #include "numbered_lines.h"
 #include "support.h"
+#include "utils/logger.h"
 
 /// Several threads that log at once.
 namespace Kes {

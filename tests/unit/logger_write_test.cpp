@@ -1,4 +1,4 @@
-#include "logger.h"
+#include "utils/logger.h"
 
 #include <gtest/gtest.h>
 #include <string>

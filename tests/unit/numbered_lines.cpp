@@ -5,8 +5,8 @@
 #include <ostream>
 #include <thread>
 
-#include "logger.h"
 #include "support.h"
+#include "utils/logger.h"
 
 namespace Kes::test {
 namespace {

@@ -1,12 +1,12 @@
-#include "ossl_helper.h"
+#include "utils/ossl_helper.h"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
-#include "cert_ossl.h"
 #include "hooks.h"
 #include "support.h"
 #include "unit_certs.h"
+#include "utils/cert_ossl.h"
 
 namespace Kes {
 namespace {

@@ -1,10 +1,10 @@
 #include <ctime>
 #include <gtest/gtest.h>
 
-#include "error.h"
 #include "hooks.h"
-#include "platform.h"
 #include "support.h"
+#include "utils/error.h"
+#include "utils/platform.h"
 
 namespace Kes::platform {
 namespace {

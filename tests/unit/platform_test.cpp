@@ -1,4 +1,4 @@
-#include "platform.h"
+#include "utils/platform.h"
 
 #include <gtest/gtest.h>
 #include <thread>

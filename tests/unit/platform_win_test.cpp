@@ -1,14 +1,14 @@
-#include "platform.h"
+#include "utils/platform.h"
 
 #include <array>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "error.h"
 #include "hooks_messages_win.h"
 #include "support.h"
-#include "windows_api.h"
+#include "utils/error.h"
+#include "utils/windows_api.h"
 
 namespace Kes::platform {
 namespace {

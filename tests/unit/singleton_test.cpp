@@ -1,4 +1,4 @@
-#include "singleton.h"
+#include "utils/singleton.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>

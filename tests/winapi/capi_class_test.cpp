@@ -8,9 +8,9 @@
 
 #include "capi_helper.h"
 #include "class_fixture.h"
-#include "error.h"
 #include "ossl_engine_capi.h"
 #include "pko_id_scanner_capi.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

@@ -11,8 +11,8 @@
 #include <memory>
 #include <regex>
 
-#include "ossl_ptr.h"
-#include "windows_api.h"
+#include "utils/ossl_ptr.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {

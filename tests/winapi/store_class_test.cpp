@@ -7,11 +7,11 @@
 #include <set>
 #include <sstream>
 
-#include "certstore_win.h"
 #include "class_fixture.h"
-#include "error.h"
 #include "ossl_engine_capi_store.h"
 #include "pko_id_scanner_capi_store.h"
+#include "utils/certstore_win.h"
+#include "utils/error.h"
 
 namespace Kes::test {
 namespace {

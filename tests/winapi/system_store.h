@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 

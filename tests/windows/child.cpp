@@ -1,6 +1,6 @@
 #include "child.h"
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 

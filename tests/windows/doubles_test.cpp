@@ -3,9 +3,9 @@
 #include <libp11.h>
 #include <openssl/engine.h>
 
-#include "ossl_ptr.h"
 #include "test_card.h"
-#include "windows_api.h"
+#include "utils/ossl_ptr.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <openssl/rsa.h>
 #include <vector>
 
-#include "ossl_ptr.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes::test {
 namespace {

@@ -8,7 +8,7 @@
 #include <openssl/evp.h>
 #include <stdexcept>
 
-#include "helper.h"
+#include "utils/helper.h"
 
 namespace Kes::test {
 namespace {

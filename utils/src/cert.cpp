@@ -1,4 +1,4 @@
-#include "cert.h"
+#include "utils/cert.h"
 
 #include <array>
 #include <cinttypes>

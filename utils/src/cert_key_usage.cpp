@@ -1,4 +1,4 @@
-#include "cert_key_usage.h"
+#include "utils/cert_key_usage.h"
 
 #include <algorithm>
 #include <array>
@@ -7,11 +7,11 @@
 #include <openssl/x509v3.h>
 #include <span>
 
-#include "cert_ossl.h"
-#include "error.h"
-#include "error_queue_mark.h"
-#include "logger.h"
-#include "ossl_ptr.h"
+#include "utils/cert_ossl.h"
+#include "utils/error.h"
+#include "utils/error_queue_mark.h"
+#include "utils/logger.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes {
 namespace {

@@ -1,11 +1,11 @@
-#include "cert_ossl.h"
+#include "utils/cert_ossl.h"
 
 #include <algorithm>
 
-#include "error.h"
-#include "helper.h"
-#include "logger.h"
-#include "ossl_helper.h"
+#include "utils/error.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
+#include "utils/ossl_helper.h"
 
 namespace Kes {
 namespace {

@@ -1,8 +1,8 @@
-#include "cert_win.h"
+#include "utils/cert_win.h"
 
-#include "error.h"
-#include "helper.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
 
 namespace Kes {
 

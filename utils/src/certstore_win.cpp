@@ -1,9 +1,9 @@
-#include "certstore_win.h"
+#include "utils/certstore_win.h"
 
 #include <utility>
 
-#include "error.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 namespace {

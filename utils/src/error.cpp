@@ -1,4 +1,4 @@
-#include "error.h"
+#include "utils/error.h"
 
 #include <algorithm>
 #include <array>
@@ -7,9 +7,9 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 
-#include "helper.h"
-#include "ossl_ptr.h"
-#include "platform.h"
+#include "utils/helper.h"
+#include "utils/ossl_ptr.h"
+#include "utils/platform.h"
 
 namespace Kes {
 namespace {

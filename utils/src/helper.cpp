@@ -1,4 +1,4 @@
-#include "helper.h"
+#include "utils/helper.h"
 
 #include <algorithm>
 #include <array>
@@ -6,9 +6,9 @@
 #include <cstring>
 #include <fstream>
 
-#include "error.h"
-#include "logger.h"
-#include "platform.h"
+#include "utils/error.h"
+#include "utils/logger.h"
+#include "utils/platform.h"
 
 namespace Kes {
 

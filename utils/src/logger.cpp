@@ -1,13 +1,13 @@
-#include "logger.h"
+#include "utils/logger.h"
 
 #include <array>
 #include <cstdio>
 #include <fstream>
 #include <locale>
 
-#include "error.h"
-#include "helper.h"
-#include "platform.h"
+#include "utils/error.h"
+#include "utils/helper.h"
+#include "utils/platform.h"
 
 namespace Kes {
 namespace {

@@ -1,7 +1,7 @@
-#include "ossl_helper.h"
+#include "utils/ossl_helper.h"
 
-#include "error.h"
-#include "ossl_ptr.h"
+#include "utils/error.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes {
 

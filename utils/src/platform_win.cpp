@@ -1,9 +1,9 @@
-#include "platform.h"
+#include "utils/platform.h"
 
 #include <conio.h>
 #include <cstdlib>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::platform {
 

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <openssl/x509.h>
 
-#include "error_queue_mark.h"
-#include "ossl_ptr.h"
+#include "utils/error_queue_mark.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes::test {
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "call_script.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 /// CryptoAPI that does what it is told: this library's sources define the functions that ours call, over
 /// providers, containers and stores that a test writes down. Calls, failures and wrong uses go to the

@@ -3,7 +3,7 @@
 #include <openssl/x509.h>
 
 #include "fake_capi.h"
-#include "ossl_ptr.h"
+#include "utils/ossl_ptr.h"
 
 /// Providers, containers and keys.
 namespace Kes::test {

@@ -1,8 +1,8 @@
 #include <map>
 #include <openssl/x509.h>
 
-#include "error_queue_mark.h"
 #include "fake_capi.h"
+#include "utils/error_queue_mark.h"
 
 namespace Kes::test {
 namespace {

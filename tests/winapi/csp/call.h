@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test_card {
 

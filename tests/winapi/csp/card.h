@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 /// The test card: the folder that the environment names in MARVO_CSP_CARD. Each folder in it is a container,
 /// with "1.blob" (a private key for key exchange) and "1.der" (its certificate), "2.blob" and "2.der" (the

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "call.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test_card {
 

@@ -1,7 +1,7 @@
 #ifndef KES_TESTS_WINAPI_CSP_RSAENH_H_
 #define KES_TESTS_WINAPI_CSP_RSAENH_H_
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test_card {
 

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <openssl/evp.h>
 
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {

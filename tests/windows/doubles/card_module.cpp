@@ -2,7 +2,7 @@
 
 #include "call_log.h"
 #include "error_texts.h"
-#include "windows_api.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "card_api.h"
-#include "ossl_ptr.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes::test {
 

@@ -6,7 +6,7 @@
 #include <openssl/rsa.h>
 
 #include "card_module.h"
-#include "ossl_ptr.h"
+#include "utils/ossl_ptr.h"
 
 /// Keys and certificates as the engine hands them out. Each is an acquisition with a name of its own,
 /// released when OpenSSL frees the last of it.

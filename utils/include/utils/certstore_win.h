@@ -4,10 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "cert_win.h"
-#include "certstore.h"
-#include "unique_handle.h"
-#include "windows_api.h"
+#include "utils/cert_win.h"
+#include "utils/certstore.h"
+#include "utils/unique_handle.h"
+#include "utils/windows_api.h"
 
 namespace Kes {
 

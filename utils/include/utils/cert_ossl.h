@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "cert.h"
-#include "ossl_ptr.h"
+#include "utils/cert.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "cert.h"
+#include "utils/cert.h"
 
 namespace Kes {
 

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "error.h"
-#include "logger.h"
-#include "platform.h"
+#include "utils/error.h"
+#include "utils/logger.h"
+#include "utils/platform.h"
 
 namespace Kes {
 

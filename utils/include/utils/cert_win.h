@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "cert.h"
-#include "ossl_ptr.h"
-#include "windows_api.h"
+#include "utils/cert.h"
+#include "utils/ossl_ptr.h"
+#include "utils/windows_api.h"
 
 namespace Kes {
 

@@ -10,7 +10,7 @@
 #include <streambuf>
 #include <string>
 
-#include "singleton.h"
+#include "utils/singleton.h"
 
 namespace Kes {
 

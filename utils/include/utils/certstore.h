@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "error.h"
-#include "logger.h"
+#include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes {
 
