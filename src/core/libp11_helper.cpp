@@ -4,8 +4,8 @@
 #include <string>
 
 #include "libp11_library.h"
-#include "library_trouble.h"
 #include "utils/error.h"
+#include "utils/load_diagnostics.h"
 #include "utils/logger.h"
 
 namespace Kes {
@@ -30,7 +30,7 @@ void log_token(const PKCS11_SLOT& slot, const PKCS11_TOKEN& token) {
 
 Libp11Init::Libp11Init(const char* module_path) {
     require_libp11();
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     ::ERR_load_PKCS11_strings();
     ctx.reset(::PKCS11_CTX_new());
     if (!ctx)

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "library_trouble.h"
-#include "library_trouble_win.h"
 #include "utils/error.h"
+#include "utils/load_diagnostics.h"
+#include "utils/load_diagnostics_win.h"
 #include <delayimp.h>
 
 // The linker's names: where we begin, and what the import library says that we call of libp11.
@@ -61,7 +61,7 @@ std::wstring own_folder() {
 
 /// Beside us first: a client may have loaded us from a folder that is not its own.
 HMODULE load() {
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     const std::wstring folder = own_folder();
     const std::wstring beside_us = folder + L"libp11.dll";
     if (::GetFileAttributesW(beside_us.c_str()) != INVALID_FILE_ATTRIBUTES) {

@@ -5,9 +5,9 @@
 #include <string>
 #include <utility>
 
-#include "library_trouble.h"
 #include "utils/error.h"
 #include "utils/error_queue_mark.h"
+#include "utils/load_diagnostics.h"
 #include "utils/logger.h"
 
 namespace Kes {
@@ -46,7 +46,7 @@ OsslEngine::~OsslEngine() {
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
     // No callback data: an engine that needs a PIN was given it before, and asks nobody.
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     EvpPkeyPtr key(::ENGINE_load_private_key(engine.get(), name, changeable(ui_method), nullptr));
     if (!key) {
         explain_failure();
@@ -109,7 +109,7 @@ void OsslEngine::control(const char* command, const char* value, const char* loc
 }
 
 void OsslEngine::load(const char* engine_path, const char* location) {
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     const int result = ::ENGINE_ctrl_cmd_string(engine.get(), "LOAD", nullptr, 0);
     is_listed = result == 1;
     if (is_listed) return;
@@ -118,7 +118,7 @@ void OsslEngine::load(const char* engine_path, const char* location) {
 }
 
 void OsslEngine::init(const char* location) {
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     const int result = ::ENGINE_init(engine.get());
     if (result == 1) return;
     explain_failure();

@@ -4,9 +4,9 @@
 #include <openssl/err.h>
 #include <utility>
 
-#include "library_trouble.h"
 #include "pkcs11_engine_keeper.h"
 #include "utils/error.h"
+#include "utils/load_diagnostics.h"
 #include "utils/logger.h"
 
 namespace Kes {
@@ -48,7 +48,7 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
 }
 
 void Pkcs11OsslEngine::load(const char* engine_path) {
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     ::ERR_set_mark();
     const int result = ::ENGINE_ctrl_cmd_string(get_engine(), "LOAD", nullptr, 0);
     if (result == 1) {
@@ -93,7 +93,7 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
     if (name == nullptr)
         throw Error(ErrorCodeType::bad_argument, "name is a null pointer",
                     "ossl_engine_pkcs11:193 Kes::Pkcs11OsslEngine::read_certificate()");
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     LoadCertParameters parameters{name, nullptr};
     const int result = ::ENGINE_ctrl_cmd(get_engine(), "LOAD_CERT_CTRL", 0, &parameters, nullptr, 0);
     X509Ptr cert(parameters.cert); // owned at once: the engine may have filled it although it failed

@@ -1,5 +1,5 @@
-#ifndef KES_CORE_LIBRARY_TROUBLE_H_
-#define KES_CORE_LIBRARY_TROUBLE_H_
+#ifndef KES_UTILS_LOAD_DIAGNOSTICS_H_
+#define KES_UTILS_LOAD_DIAGNOSTICS_H_
 
 namespace Kes {
 
@@ -12,12 +12,12 @@ void explain_module_failure(const char* path);
 
 /// While the object lives, a library that cannot be loaded is an error and no dialog for this thread. Windows
 /// would show one, where perhaps nobody can answer it.
-class LoaderDialogsOff {
+class ScopedNoLoaderDialogs {
 public:
-    LoaderDialogsOff();
-    ~LoaderDialogsOff(); // NOLINT(performance-trivially-destructible): elsewhere it has nothing to do
-    LoaderDialogsOff(const LoaderDialogsOff&) = delete;
-    LoaderDialogsOff& operator=(const LoaderDialogsOff&) = delete;
+    ScopedNoLoaderDialogs();
+    ~ScopedNoLoaderDialogs(); // NOLINT(performance-trivially-destructible): elsewhere it has nothing to do
+    ScopedNoLoaderDialogs(const ScopedNoLoaderDialogs&) = delete;
+    ScopedNoLoaderDialogs& operator=(const ScopedNoLoaderDialogs&) = delete;
 
 private:
     [[maybe_unused]] unsigned long before_ = 0;
@@ -25,4 +25,4 @@ private:
 
 } // namespace Kes
 
-#endif // KES_CORE_LIBRARY_TROUBLE_H_
+#endif // KES_UTILS_LOAD_DIAGNOSTICS_H_

@@ -1,17 +1,17 @@
-#include "library_trouble.h"
+#include "utils/load_diagnostics.h"
 
 #include <openssl/err.h>
 #include <string>
 
-#include "library_trouble_win.h"
 #include "utils/error.h"
+#include "utils/load_diagnostics_win.h"
 
 namespace Kes {
 namespace {
 
 /// What is wrong with the library; "" when it can be loaded and has the function.
 std::string find_trouble(const std::string& name, const char* function) {
-    const LoaderDialogsOff no_dialogs;
+    const ScopedNoLoaderDialogs no_dialogs;
     HMODULE library = ::LoadLibraryA(name.c_str());
     if (library == nullptr) {
         const WinErrorCode code(::GetLastError());
@@ -75,10 +75,10 @@ void explain_engine_failure(const char* path) {
 
 void explain_module_failure(const char* path) { explain(path, "C_GetFunctionList"); }
 
-LoaderDialogsOff::LoaderDialogsOff() : before_(::GetThreadErrorMode()) {
+ScopedNoLoaderDialogs::ScopedNoLoaderDialogs() : before_(::GetThreadErrorMode()) {
     ::SetThreadErrorMode(before_ | SEM_FAILCRITICALERRORS, nullptr);
 }
 
-LoaderDialogsOff::~LoaderDialogsOff() { ::SetThreadErrorMode(before_, nullptr); }
+ScopedNoLoaderDialogs::~ScopedNoLoaderDialogs() { ::SetThreadErrorMode(before_, nullptr); }
 
 } // namespace Kes

@@ -1,14 +1,14 @@
-#include "library_trouble.h"
+#include "utils/load_diagnostics.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
-#include "library_trouble_win.h"
 #include "library_words_win.h"
 #include "support.h"
 #include "utils/error.h"
+#include "utils/load_diagnostics_win.h"
 
 namespace Kes::test {
 namespace {
@@ -16,9 +16,9 @@ namespace {
 namespace fs = std::filesystem;
 
 /// Works in a folder of its own, which is the current one and holds "fine.dll" and libraries that are not.
-class LibraryTroubleTest : public testing::Test {
+class LoadDiagnosticsTest : public testing::Test {
 protected:
-    LibraryTroubleTest() : before_(fs::current_path()) {
+    LoadDiagnosticsTest() : before_(fs::current_path()) {
         fs::copy_file(KES_TEST_FINE_DLL, file("fine.dll"));
         fs::copy_file(KES_TEST_DEPENDENT_DLL, file("dependent.dll"));
         std::ofstream(file("text.dll")) << "this is no library\n";
@@ -27,7 +27,7 @@ protected:
         ::ERR_clear_error();
     }
 
-    ~LibraryTroubleTest() override {
+    ~LoadDiagnosticsTest() override {
         ::ERR_clear_error();
         fs::current_path(before_);
     }
@@ -78,7 +78,7 @@ private:
     fs::path before_;
 };
 
-TEST_F(LibraryTroubleTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {
+TEST_F(LoadDiagnosticsTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {
     for (const std::string& name :
          {file("fine.dll"), std::string(".\\fine.dll"), std::string("./fine.dll")}) {
         EXPECT_EQ(engine(name), "");
@@ -87,42 +87,42 @@ TEST_F(LibraryTroubleTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {
     EXPECT_EQ(::GetModuleHandleA("fine.dll"), nullptr);
 }
 
-TEST_F(LibraryTroubleTest, AFileThatIsMissingIsNamedWithTheSystemsReason) {
+TEST_F(LoadDiagnosticsTest, AFileThatIsMissingIsNamedWithTheSystemsReason) {
     const std::string name = file("missing.dll");
     const std::string expected = not_loaded(name, ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LibraryTroubleTest, AMissingFolderIsToldToo) {
+TEST_F(LoadDiagnosticsTest, AMissingFolderIsToldToo) {
     const std::string name = file("missing\\engine.dll");
     const std::string expected = not_loaded(name, error_of_system(name));
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LibraryTroubleTest, AFileOfTextIsNoLibrary) {
+TEST_F(LoadDiagnosticsTest, AFileOfTextIsNoLibrary) {
     const std::string name = file("text.dll");
     const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LibraryTroubleTest, ALibraryForAnotherProcessorIsNotLoaded) {
+TEST_F(LoadDiagnosticsTest, ALibraryForAnotherProcessorIsNotLoaded) {
     const std::string name = file("other.dll");
     const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LibraryTroubleTest, ALibraryThatLacksWhatItNeedsIsNamedItself) {
+TEST_F(LoadDiagnosticsTest, ALibraryThatLacksWhatItNeedsIsNamedItself) {
     const std::string name = file("dependent.dll");
     const std::string expected = not_loaded(name, ERROR_MOD_NOT_FOUND, ": a DLL that it needs is missing");
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LibraryTroubleTest, ALibraryThatIsSomethingElseLacksTheFunction) {
+TEST_F(LoadDiagnosticsTest, ALibraryThatIsSomethingElseLacksTheFunction) {
     const std::string library = "C:\\windows\\system32\\version.dll";
     const std::string no_engine = has_no("bind_engine", library);
     const std::string no_module = has_no("C_GetFunctionList", library);
@@ -130,7 +130,7 @@ TEST_F(LibraryTroubleTest, ALibraryThatIsSomethingElseLacksTheFunction) {
     EXPECT_EQ(module(library), no_module);
 }
 
-TEST_F(LibraryTroubleTest, ABareEngineNameIsLookedForWithTheEndingThatOpensslAdds) {
+TEST_F(LoadDiagnosticsTest, ABareEngineNameIsLookedForWithTheEndingThatOpensslAdds) {
     const std::string expected = not_loaded("missing.dll", ERROR_MOD_NOT_FOUND);
     const std::string doubled = not_loaded("fine.dll.dll", ERROR_MOD_NOT_FOUND);
     const std::string text = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
@@ -140,27 +140,27 @@ TEST_F(LibraryTroubleTest, ABareEngineNameIsLookedForWithTheEndingThatOpensslAdd
     EXPECT_EQ(engine("fine"), "");
 }
 
-TEST_F(LibraryTroubleTest, AnEnginePathIsTakenAsItIs) {
+TEST_F(LoadDiagnosticsTest, AnEnginePathIsTakenAsItIs) {
     for (const char* path : {".\\missing", "./missing", "c:missing"}) {
         const std::string expected = not_loaded(path, error_of_system(path));
         EXPECT_EQ(engine(path), expected);
     }
 }
 
-TEST_F(LibraryTroubleTest, AFileThatIsThereIsNamedWithItsWholePath) {
+TEST_F(LoadDiagnosticsTest, AFileThatIsThereIsNamedWithItsWholePath) {
     const std::string expected = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
     for (const char* name : {"text.dll", "text", ".\\text.dll", "./text"})
         EXPECT_EQ(module(name), expected) << name;
 }
 
-TEST_F(LibraryTroubleTest, AModuleNameIsTakenAsItIs) {
+TEST_F(LoadDiagnosticsTest, AModuleNameIsTakenAsItIs) {
     const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(module("missing"), expected);
     EXPECT_EQ(module("fine.dll"), "");
     EXPECT_EQ(module("fine"), "") << "here the system adds the ending";
 }
 
-TEST_F(LibraryTroubleTest, WhatOpensslSaidStandsBeforeIt) {
+TEST_F(LoadDiagnosticsTest, WhatOpensslSaidStandsBeforeIt) {
     const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
     ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
     explain_module_failure("missing");
@@ -168,7 +168,7 @@ TEST_F(LibraryTroubleTest, WhatOpensslSaidStandsBeforeIt) {
     EXPECT_EQ(OsslErrorCode(0).text, expected);
 }
 
-TEST_F(LibraryTroubleTest, TheSystemsNumberIsExplainedWhereItIsNotClear) {
+TEST_F(LoadDiagnosticsTest, TheSystemsNumberIsExplainedWhereItIsNotClear) {
     EXPECT_EQ(loader_hint(ERROR_MOD_NOT_FOUND, true), ": a DLL that it needs is missing");
     EXPECT_EQ(loader_hint(ERROR_MOD_NOT_FOUND, false), "");
     for (const bool is_there : {false, true}) {
@@ -178,7 +178,7 @@ TEST_F(LibraryTroubleTest, TheSystemsNumberIsExplainedWhereItIsNotClear) {
     }
 }
 
-class LoaderDialogsTest : public LibraryTroubleTest {
+class LoaderDialogsTest : public LoadDiagnosticsTest {
 protected:
     ~LoaderDialogsTest() override { ::SetThreadErrorMode(before_, nullptr); }
 
@@ -192,10 +192,10 @@ private:
 TEST_F(LoaderDialogsTest, TheThreadsErrorModeIsAddedToAndPutBack) {
     ASSERT_TRUE(::SetThreadErrorMode(with_dialogs, nullptr));
     {
-        const LoaderDialogsOff no_dialogs;
+        const ScopedNoLoaderDialogs no_dialogs;
         EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
         {
-            const LoaderDialogsOff still_none;
+            const ScopedNoLoaderDialogs still_none;
             EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
         }
         EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
@@ -205,7 +205,7 @@ TEST_F(LoaderDialogsTest, TheThreadsErrorModeIsAddedToAndPutBack) {
 
 TEST_F(LoaderDialogsTest, AThreadThatHadNoDialogsBeforeHasNoneAfterwards) {
     ASSERT_TRUE(::SetThreadErrorMode(without_dialogs, nullptr));
-    { const LoaderDialogsOff no_dialogs; }
+    { const ScopedNoLoaderDialogs no_dialogs; }
     EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
 }
 

@@ -1,5 +1,5 @@
-#ifndef KES_CORE_LIBRARY_TROUBLE_WIN_H_
-#define KES_CORE_LIBRARY_TROUBLE_WIN_H_
+#ifndef KES_UTILS_LOAD_DIAGNOSTICS_WIN_H_
+#define KES_UTILS_LOAD_DIAGNOSTICS_WIN_H_
 
 #include <string>
 
@@ -24,4 +24,4 @@ std::string narrow(const std::wstring& text);
 
 } // namespace Kes
 
-#endif // KES_CORE_LIBRARY_TROUBLE_WIN_H_
+#endif // KES_UTILS_LOAD_DIAGNOSTICS_WIN_H_
