@@ -1,5 +1,5 @@
 # The one exported name, and nothing else: not even what templates and inline functions would leave visible.
-set(export_list ${CMAKE_CURRENT_SOURCE_DIR}/cmake/export.map)
+set(export_list ${PROJECT_SOURCE_DIR}/cmake/export.map)
 target_link_options(marvo PRIVATE
     -Wl,--version-script=${export_list}
     -Wl,-z,relro,-z,now
@@ -10,4 +10,4 @@ if(NOT MARVO_SANITIZE)
     target_link_options(marvo PRIVATE -Wl,-z,defs)
 endif()
 set_target_properties(marvo PROPERTIES LINK_DEPENDS ${export_list})
-set_source_files_properties(src/if/export.cpp PROPERTIES COMPILE_OPTIONS -fvisibility=default)
+set_source_files_properties(export.cpp PROPERTIES COMPILE_OPTIONS -fvisibility=default)

@@ -1,8 +1,8 @@
 # The one exported name, import libraries for the compilers of others, and the version that Explorer shows.
 set(export_list ${CMAKE_CURRENT_BINARY_DIR}/libmarvo.def)
 set(version_resource ${CMAKE_CURRENT_BINARY_DIR}/version.rc)
-configure_file(cmake/libmarvo.def.in ${export_list} @ONLY)
-configure_file(cmake/version.rc.in ${version_resource} @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/libmarvo.def.in ${export_list} @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${version_resource} @ONLY)
 target_sources(marvo PRIVATE ${export_list} ${version_resource})
 # A client may be built by a compiler whose C++ runtime differs: ours is inside, and shows nothing of itself.
 target_link_options(marvo PRIVATE

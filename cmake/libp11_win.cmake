@@ -13,7 +13,7 @@ add_library(libp11_headers INTERFACE)
 target_include_directories(libp11_headers SYSTEM INTERFACE ${libp11_dir}/include)
 
 find_program(MARVO_DLLTOOL x86_64-w64-mingw32-dlltool REQUIRED)
-set(libp11_def ${CMAKE_CURRENT_SOURCE_DIR}/cmake/libp11.def)
+set(libp11_def ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
 set(libp11_import ${libp11_dir}/libp11_delayed.a)
 add_custom_command(OUTPUT ${libp11_import}
     COMMAND ${MARVO_DLLTOOL} -m i386:x86-64 -d ${libp11_def} -y libp11_delayed.a
@@ -22,7 +22,6 @@ add_custom_command(OUTPUT ${libp11_import}
     COMMENT "Making the delayed import of libp11.dll"
     VERBATIM)
 add_custom_target(libp11_import DEPENDS ${libp11_import})
-add_library(libp11 OBJECT src/core/libp11_library_win.cpp)
-add_dependencies(libp11 libp11_import)
-target_include_directories(libp11 PRIVATE src/core)
-target_link_libraries(libp11 PUBLIC libp11_headers kes_utils ${libp11_import} PRIVATE kes_flags)
+add_library(libp11_binary INTERFACE)
+add_dependencies(libp11_binary libp11_import)
+target_link_libraries(libp11_binary INTERFACE libp11_headers ${libp11_import})

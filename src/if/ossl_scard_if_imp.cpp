@@ -1,7 +1,7 @@
-#include "ossl_scard_if_imp.h"
+#include "if/ossl_scard_if_imp.h"
 
+#include "manager/ossl_scard_mgr.h"
 #include "marvo/ossl_scard_cfg.h"
-#include "ossl_scard_mgr.h"
 #include "utils/cons_select_menu.h"
 #include "utils/error.h"
 #include "utils/logger.h"

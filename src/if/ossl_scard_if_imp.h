@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "base/pko_id_list.h"
 #include "marvo/ossl_scard_if.h"
-#include "pko_id_list.h"
 #include "utils/singleton.h"
 
 namespace Kes {

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "capi_key_type.h"
+#include "base/capi_key_type.h"
 
 namespace Kes::test {
 namespace {

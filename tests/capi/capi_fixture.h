@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/pko_id_list.h"
 #include "core_fixture.h"
 #include "fake_capi.h"
-#include "pko_id_list.h"
 
 namespace Kes::test {
 

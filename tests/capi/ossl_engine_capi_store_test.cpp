@@ -1,4 +1,4 @@
-#include "ossl_engine_capi_store.h"
+#include "capi/ossl_engine_capi_store.h"
 
 #include "capi_fixture.h"
 #include "utils/error.h"

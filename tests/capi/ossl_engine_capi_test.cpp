@@ -1,4 +1,4 @@
-#include "ossl_engine_capi.h"
+#include "capi/ossl_engine_capi.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "pko_id_scanner_capi_store.h"
+#include "capi/pko_id_scanner_capi_store.h"
 
 #include "capi_fixture.h"
 #include "utils/error.h"

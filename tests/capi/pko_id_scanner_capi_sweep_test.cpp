@@ -1,7 +1,7 @@
 #include <utility>
 
+#include "capi/pko_id_scanner_capi.h"
 #include "capi_fixture.h"
-#include "pko_id_scanner_capi.h"
 
 namespace Kes::test {
 namespace {

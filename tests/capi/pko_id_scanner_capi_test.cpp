@@ -1,4 +1,4 @@
-#include "pko_id_scanner_capi.h"
+#include "capi/pko_id_scanner_capi.h"
 
 #include "capi_fixture.h"
 #include "utils/error.h"

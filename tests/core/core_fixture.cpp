@@ -5,7 +5,7 @@
 #include <regex>
 #include <stdexcept>
 
-#include "ossl_scard_if_imp.h"
+#include "if/ossl_scard_if_imp.h"
 #include "utils/error.h"
 
 namespace Kes::test {

@@ -1,4 +1,4 @@
-#include "libp11_helper.h"
+#include "pkcs11/libp11_helper.h"
 
 #include "core_fixture.h"
 #include "utils/error.h"

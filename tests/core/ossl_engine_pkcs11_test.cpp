@@ -1,4 +1,4 @@
-#include "ossl_engine_pkcs11.h"
+#include "pkcs11/ossl_engine_pkcs11.h"
 
 #include "core_fixture.h"
 #include "utils/error.h"

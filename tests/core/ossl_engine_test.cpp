@@ -1,4 +1,4 @@
-#include "ossl_engine.h"
+#include "base/ossl_engine.h"
 
 #include "core_fixture.h"
 #include "utils/error.h"

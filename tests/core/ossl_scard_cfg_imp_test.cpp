@@ -1,4 +1,4 @@
-#include "ossl_scard_cfg_imp.h"
+#include "base/ossl_scard_cfg_imp.h"
 
 #include <functional>
 #include <iostream>

@@ -1,4 +1,4 @@
-#include "ossl_scard_if_imp.h"
+#include "if/ossl_scard_if_imp.h"
 
 #include "core_fixture.h"
 

@@ -1,4 +1,4 @@
-#include "ossl_scard_mgr.h"
+#include "manager/ossl_scard_mgr.h"
 
 #include "core_fixture.h"
 

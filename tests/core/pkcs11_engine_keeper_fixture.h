@@ -5,8 +5,8 @@
 #include <string>
 
 #include "core_fixture.h"
-#include "ossl_engine_pkcs11.h"
-#include "pkcs11_engine_keeper.h"
+#include "pkcs11/ossl_engine_pkcs11.h"
+#include "pkcs11/pkcs11_engine_keeper.h"
 
 namespace Kes::test {
 

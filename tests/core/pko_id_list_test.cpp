@@ -1,4 +1,4 @@
-#include "pko_id_list.h"
+#include "base/pko_id_list.h"
 
 #include <chrono>
 #include <sstream>

@@ -1,4 +1,4 @@
-#include "pko_id_scanner_pkcs11_libp11.h"
+#include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
 
 #include <sstream>
 

@@ -6,10 +6,10 @@
 #include <sstream>
 #include <utility>
 
-#include "capi_helper.h"
+#include "capi/capi_helper.h"
+#include "capi/ossl_engine_capi.h"
+#include "capi/pko_id_scanner_capi.h"
 #include "class_fixture.h"
-#include "ossl_engine_capi.h"
-#include "pko_id_scanner_capi.h"
 #include "utils/error.h"
 
 namespace Kes::test {

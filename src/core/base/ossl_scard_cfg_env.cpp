@@ -1,0 +1,127 @@
+#include <array>
+#include <cstdlib>
+#include <limits>
+#include <string>
+
+#include "base/capi_key_type.h"
+#include "base/ossl_scard_cfg_imp.h"
+#include "utils/cert_key_usage.h"
+#include "utils/helper.h"
+#include "utils/logger.h"
+
+namespace Kes {
+namespace {
+
+using Cfg = OsslScardCfg;
+
+/// One environment variable: its key, the label of its log line, how its text is stored, and how what is
+/// stored then is shown.
+struct EnvSetting {
+    const char* key;
+    const char* label;
+    void (*store)(Cfg& cfg, const std::string& text);
+    std::string (*show)(const Cfg& cfg);
+};
+
+Cfg::CryptoIf parse_crypto_if(const std::string& text) {
+    for (const auto value : {Cfg::capi, Cfg::pkcs11, Cfg::capi_store})
+        if (text == crypto_if_name(value)) return value;
+    return static_cast<Cfg::CryptoIf>(0);
+}
+
+/// As strtoul() reads it where unsigned long has 32 bits, whatever it has here: a number beyond them
+/// saturates, a negative one wraps. Not all C runtimes agree what a negative one beyond them does.
+unsigned int parse_number(const std::string& text) {
+    constexpr int any_base = 0; // decimal, 0x hexadecimal, 0 octal
+    constexpr unsigned long long largest = std::numeric_limits<unsigned int>::max();
+    const unsigned long long value = std::strtoull(text.c_str(), nullptr, any_base);
+    const std::size_t sign = text.find_first_not_of(" \t\n\v\f\r");
+    const bool is_negative = sign != std::string::npos && text[sign] == '-';
+    const unsigned long long magnitude = is_negative ? 0 - value : value;
+    return static_cast<unsigned int>(magnitude > largest ? largest : value);
+}
+
+template <auto Set>
+void store_text(Cfg& cfg, const std::string& text) {
+    (cfg.*Set)(text.c_str());
+}
+
+template <auto Set>
+void store_number(Cfg& cfg, const std::string& text) {
+    (cfg.*Set)(parse_number(text));
+}
+
+template <auto Get>
+std::string show_text(const Cfg& cfg) {
+    return (cfg.*Get)();
+}
+
+template <auto Get>
+std::string show_filter_type(const Cfg& cfg) {
+    return filter_type_name(static_cast<FilterType>((cfg.*Get)()));
+}
+
+void store_crypto_if(Cfg& cfg, const std::string& text) { cfg.set_crypto_if(parse_crypto_if(text)); }
+
+std::string show_crypto_if(const Cfg& cfg) { return crypto_if_name(cfg.get_crypto_if()); }
+
+std::string show_capi_key_type(const Cfg& cfg) { return capi_key_type_name(cfg.get_capi_key_type()); }
+
+std::string show_kuse_filter(const Cfg& cfg) { return key_usage_mask_name(cfg.get_kuse_filter()); }
+
+std::string show_logfile_severity(const Cfg& cfg) { return severity_mask_name(cfg.get_logfile_severity()); }
+
+void store_logfile_append(Cfg& cfg, const std::string& text) {
+    if (parse_number(text) != 0)
+        cfg.enable_logfile_append();
+    else
+        cfg.disable_logfile_append();
+}
+
+std::string show_logfile_append(const Cfg& cfg) { return cfg.get_logfile_append() ? "true" : "false"; }
+
+// Some keys and labels differ from the settings' names. Deployed environments and log readers use them: they
+// stay.
+constexpr std::array<EnvSetting, 17> env_settings{{
+    {"crypto_if", "env: crypto_if=", store_crypto_if, show_crypto_if},
+    {"capi_openssl_engine_dll", "env: capi_openssl_engine_dll=",
+     store_text<&Cfg::set_capi_openssl_engine_dll>, show_text<&Cfg::get_capi_openssl_engine_dll>},
+    {"capi_csp_name", "env: capi_csp_name=", store_text<&Cfg::set_capi_csp_name>,
+     show_text<&Cfg::get_capi_csp_name>},
+    {"capi_key_type", "env: capi_key_type=", store_number<&Cfg::set_capi_key_type>, show_capi_key_type},
+    {"pkcs11_openssl_engine_dll", "env: pkcs11_openssl_engine_dll=",
+     store_text<&Cfg::set_pkcs11_openssl_engine_dll>, show_text<&Cfg::get_pkcs11_openssl_engine_dll>},
+    {"pkcs11_module_dll", "env: pkcs11_module_dll=", store_text<&Cfg::set_pkcs11_module_dll>,
+     show_text<&Cfg::get_pkcs11_module_dll>},
+    {"capi_store_openssl_engine_dll", "env: capi_store_openssl_engine_dll=",
+     store_text<&Cfg::set_capi_store_openssl_engine_dll>, show_text<&Cfg::get_capi_store_openssl_engine_dll>},
+    {"capi_store_cert_store_name", "env: capi_store_cert_store_name=",
+     store_text<&Cfg::set_capi_store_cert_store_name>, show_text<&Cfg::get_capi_store_cert_store_name>},
+    {"priv_key_name", "env: priv_key_name=", store_text<&Cfg::set_priv_key_name>,
+     show_text<&Cfg::get_priv_key_name>},
+    {"cert_name", "env: cert_name=", store_text<&Cfg::set_cert_name>, show_text<&Cfg::get_cert_name>},
+    {"key_usage_filter_type", "env: key_usage_filter_type=", store_number<&Cfg::set_kuse_filter_type>,
+     show_filter_type<&Cfg::get_kuse_filter_type>},
+    {"key_usage_filter", "env: key_usage_filter=", store_number<&Cfg::set_kuse_filter>, show_kuse_filter},
+    {"ext_key_usage_filter_type", "env: ext_key_usage_filter_type=",
+     store_number<&Cfg::set_xkuse_filter_type>, show_filter_type<&Cfg::get_xkuse_filter_type>},
+    {"ext_key_usage_filter", "env: ext_key_usage_filter=", store_text<&Cfg::set_xkuse_nid_filter>,
+     show_text<&Cfg::get_xkuse_nid_filter>},
+    {"logfile", "env: logfile=", store_text<&Cfg::set_logfile>, show_text<&Cfg::get_logfile>},
+    {"logfile_severity", "env: log_severity=", store_number<&Cfg::set_logfile_severity>,
+     show_logfile_severity},
+    {"logfile_append", "env: log_append=", store_logfile_append, show_logfile_append},
+}};
+
+} // namespace
+
+void load_settings_from_env(OsslScardCfg& cfg, const char* prefix) {
+    for (const EnvSetting& setting : env_settings) {
+        const std::string text = Helper::get_env(std::string(prefix) + setting.key);
+        if (text.empty()) continue;
+        setting.store(cfg, text);
+        if (Logger::instance().is_enabled(Severity::debug)) log_debug(setting.label, setting.show(cfg));
+    }
+}
+
+} // namespace Kes

@@ -1,7 +1,0 @@
-#include "libp11_library.h"
-
-namespace Kes {
-
-void require_libp11() {}
-
-} // namespace Kes

@@ -1,0 +1,260 @@
+#include "manager/ossl_scard_mgr.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "capi/capi_backend.h"
+#include "manager/build_info.h"
+#include "pkcs11/ossl_engine_pkcs11.h"
+#include "pkcs11/pkcs11_engine_keeper.h"
+#include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
+#include "utils/cert_key_usage.h"
+#include "utils/error.h"
+#include "utils/logger.h"
+#include "utils/ossl_helper.h"
+
+namespace Kes {
+namespace {
+
+constexpr const char* env_prefix = "ossl_scard_cfg_";
+
+const char* bool_name(bool value) { return value ? "true" : "false"; }
+
+void require_record(const PkoId* pko_id, const char* location) {
+    if (pko_id == nullptr) throw Error(ErrorCodeType::bad_argument, "pko_id is a null pointer", location);
+}
+
+void require_private_key(const PkoId& pko_id, const char* location) {
+    if (pko_id.type != PkoType::private_key)
+        throw Error(ErrorCodeType::bad_argument, "pko_id is not a private key", location);
+}
+
+} // namespace
+
+std::string cfg_state_name(CfgState state) {
+    switch (state) {
+    case CfgState::uninitialized:
+        break;
+    case CfgState::initialized:
+        return "initialized";
+    case CfgState::configuring:
+        return "configuring";
+    case CfgState::configured:
+        return "configured";
+    }
+    return "uninitialized";
+}
+
+// A configuration from the start, so that a client may look at the defaults before it has any of its own.
+OsslScardMgr::OsslScardMgr() : cfg(new OsslScardCfgImp(OsslScardCfg::capi)), version(library_version()) {
+    log_build_banner(name, version);
+    log_info("OpenSSL smart card manager started.");
+}
+
+OsslScardMgr::~OsslScardMgr() {
+    // The order matters: key and certificate end before the engine that made them, and the engine before the
+    // module that both it and libp11 use.
+    free_loaded();
+    engine.reset();
+    libp11.reset();
+    pin.clear();
+    cfg.reset();
+    default_cfg.reset();
+    log_info("OpenSSL smart card manager stopped.");
+}
+
+OsslScardCfg* OsslScardMgr::get_config_default() {
+    default_cfg.reset(new OsslScardCfgImp(OsslScardCfg::capi));
+    return default_cfg.get();
+}
+
+void OsslScardMgr::init(const OsslScardCfg* cfg_in) {
+    require_state({CfgState::uninitialized});
+    if (cfg_in == nullptr)
+        throw Error(ErrorCodeType::bad_argument, "cfg is a null pointer",
+                    "ossl_scard_mgr:112 Kes::OsslScardMgr::init()");
+    OsslScardCfgPtr copy(cfg_in->clone());
+    if (!copy)
+        throw Error(ErrorCodeType::null_pointer, "cfg cannot be cloned",
+                    "ossl_scard_mgr:116 Kes::OsslScardMgr::init()");
+    cfg = std::move(copy); // only now: cfg_in may be the configuration that is replaced here
+    load_settings_from_env(*cfg, env_prefix);
+    if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
+        Pkcs11EngineKeeper::finish_leftover(); // it would end the module that is loaded here
+        libp11 = std::make_unique<Libp11Init>(cfg->get_pkcs11_module_dll());
+    }
+    cfg_state = CfgState::initialized;
+    log_settings();
+    log_info("init done.");
+}
+
+void OsslScardMgr::read_scard() {
+    require_state({CfgState::initialized, CfgState::configuring, CfgState::configured});
+    clear();
+    is_pin_required_ = false;
+    if (cfg->get_crypto_if() == OsslScardCfg::capi) {
+        capi_backend::probe(cfg->get_capi_csp_name());
+    } else if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
+        if (!engine)
+            require_libp11().release_slots(); // with an engine they are needed: its keys share the sessions
+        require_libp11().read_scard();
+        is_pin_required_ = libp11->is_login_required();
+    }
+    if (!is_pin_required_) pin.clear(); // of a card that was there before
+    cfg_state = CfgState::configuring;
+}
+
+// The state first: an exception has what is in the processor's registers written to the stack, on Windows at
+// least, and a copy that was just made of the characters is there still.
+void OsslScardMgr::set_pin(const char* characters) {
+    require_state({CfgState::configuring});
+    pin = Pin(characters);
+    log_info("setting pin");
+}
+
+void OsslScardMgr::discover_keys() {
+    require_state({CfgState::configuring});
+    auto filter = std::make_unique<CertKeyUsageFilter>(
+        static_cast<FilterType>(cfg->get_kuse_filter_type()), cfg->get_kuse_filter(),
+        static_cast<FilterType>(cfg->get_xkuse_filter_type()), cfg->get_xkuse_nid_filter());
+    // An unknown back-end makes no scanner: an earlier one stays, and without one the scan says so.
+    if (auto created = create_scanner(std::move(filter))) register_scanner(std::move(created));
+    clear();
+    scan(pin);
+    if (is_empty())
+        log_info(""); // an empty list ends no line by itself
+    else
+        log_lines(Severity::info, static_cast<const PkoIdList&>(*this));
+}
+
+std::unique_ptr<PkoIdScanner> OsslScardMgr::create_scanner(std::unique_ptr<CertKeyUsageFilter> filter) const {
+    switch (cfg->get_crypto_if()) {
+    case OsslScardCfg::capi:
+        return capi_backend::create_scanner(cfg->get_capi_csp_name(), std::move(filter));
+    case OsslScardCfg::pkcs11:
+        return std::make_unique<Pkcs11Libp11PkoIdScanner>(&require_libp11(), std::move(filter));
+    case OsslScardCfg::capi_store:
+        return capi_backend::create_store_scanner(cfg->get_capi_store_cert_store_name(), std::move(filter));
+    }
+    return nullptr;
+}
+
+void OsslScardMgr::set_key_type(const PkoId* pko_id) {
+    require_state({CfgState::configuring});
+    require_record(pko_id, "ossl_scard_mgr:223 Kes::OsslScardMgr::set_key_type()");
+    cfg->set_capi_key_type(pko_id->key_type);
+    log_info("setting key type: ", cfg->get_capi_key_type());
+}
+
+void OsslScardMgr::set_priv_key_name(const PkoId* pko_id) {
+    require_state({CfgState::configuring});
+    require_record(pko_id, "ossl_scard_mgr:248 Kes::OsslScardMgr::set_priv_key_name()");
+    require_private_key(*pko_id, "ossl_scard_mgr:250 Kes::OsslScardMgr::set_priv_key_name()");
+    cfg->set_priv_key_name(pko_id->name.c_str());
+    log_info("setting private key name: ", cfg->get_priv_key_name());
+}
+
+void OsslScardMgr::set_cert_name_from_priv_key(const PkoId* pko_id) {
+    require_state({CfgState::configuring});
+    require_record(pko_id, "ossl_scard_mgr:301 Kes::OsslScardMgr::set_cert_name_from_priv_key()");
+    require_private_key(*pko_id, "ossl_scard_mgr:303 Kes::OsslScardMgr::set_cert_name_from_priv_key()");
+    const PkoId* cert = find_matching(PkoType::certificate, pko_id);
+    if (cert == nullptr)
+        throw Error(ErrorCodeType::not_found, "no certificate for private key found",
+                    "ossl_scard_mgr:307 Kes::OsslScardMgr::set_cert_name_from_priv_key()");
+    cfg->set_cert_name(cert->name.c_str());
+    log_info("setting certificate name: ", cfg->get_cert_name());
+}
+
+void OsslScardMgr::notify_config_done() {
+    require_state({CfgState::initialized, CfgState::configuring});
+    // Once more: the environment overrides what the client set since init(), too.
+    load_settings_from_env(*cfg, env_prefix);
+    need_ossl_reload = true;
+    cfg_state = CfgState::configured;
+    log_settings();
+    log_info("configuration done.");
+}
+
+void OsslScardMgr::ossl_load() {
+    require_state({CfgState::configured});
+    if (!need_ossl_reload) return;
+    free_loaded();
+    // An engine that exists is kept, even if the configuration names another one by now.
+    if (!engine) engine = create_engine();
+    if (!engine)
+        throw Error(ErrorCodeType::invalid_state, "openssl engine not created",
+                    "ossl_scard_mgr:372 Kes::OsslScardMgr::ossl_load()");
+    try {
+        load_key_and_certificate();
+    } catch (const ErrorBase& error) {
+        // A certificate that was read stays until the next load or unload frees it: it needs nothing of the
+        // card. The reload stays due, so the client may try again.
+        OsslEngine::free_key(std::move(private_key));
+        throw ErrorBase(error);
+    }
+    need_ossl_reload = false;
+}
+
+std::unique_ptr<OsslEngine> OsslScardMgr::create_engine() const {
+    switch (cfg->get_crypto_if()) {
+    case OsslScardCfg::capi:
+        return capi_backend::create_engine(cfg->get_capi_openssl_engine_dll(), cfg->get_capi_csp_name(),
+                                           cfg->get_capi_key_type());
+    case OsslScardCfg::pkcs11:
+        return std::make_unique<Pkcs11OsslEngine>(cfg->get_pkcs11_openssl_engine_dll(),
+                                                  cfg->get_pkcs11_module_dll(), &pin, false);
+    case OsslScardCfg::capi_store:
+        return capi_backend::create_store_engine(cfg->get_capi_store_openssl_engine_dll(),
+                                                 cfg->get_capi_store_cert_store_name());
+    }
+    return nullptr;
+}
+
+void OsslScardMgr::load_key_and_certificate() {
+    engine->set_key_type(cfg->get_capi_key_type());
+    // The engine would try an empty PIN, at the cost of one of the card's tries.
+    if (is_pin_required_ && libp11) libp11->require_pin(pin);
+    engine->set_pin(pin);
+    private_key = engine->read_private_key(cfg->get_priv_key_name());
+    certificate = engine->read_certificate(cfg->get_cert_name());
+    log_info("certificate info:");
+    log_info("  subject: ", OsslHelper::cert_name_to_str(certificate.get(), OsslHelper::subject));
+    log_info("  issuer:  ", OsslHelper::cert_name_to_str(certificate.get(), OsslHelper::issuer));
+}
+
+void OsslScardMgr::ossl_unload() {
+    require_state({CfgState::configured});
+    free_loaded();
+}
+
+void OsslScardMgr::free_loaded() noexcept {
+    OsslEngine::free_certificate(std::move(certificate));
+    OsslEngine::free_key(std::move(private_key));
+}
+
+void OsslScardMgr::require_state(std::initializer_list<CfgState> allowed) const {
+    if (std::find(allowed.begin(), allowed.end(), cfg_state) != allowed.end()) return;
+    throw Error(ErrorCodeType::invalid_state,
+                "operation not allowed in current state (cfg_state=" + cfg_state_name(cfg_state) + ")", "");
+}
+
+Libp11Init& OsslScardMgr::require_libp11() const {
+    if (!libp11)
+        throw Error(ErrorCodeType::not_initialized, "crypto interface pkcs11 was chosen after init()",
+                    "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11()");
+    return *libp11;
+}
+
+void OsslScardMgr::log_settings() const {
+    if (!Logger::instance().is_enabled(Severity::info)) return;
+    std::array<char, 4096> settings{}; // a dump that is longer is cut
+    log_info("OpenSSL smart card manager settings:\n", cfg->dump_settings(settings.data(), settings.size()),
+             "additional settings:\n  cfg_state=", cfg_state_name(cfg_state),
+             "\n  is_pin_required=", bool_name(is_pin_required_),
+             "\n  pin specified=", bool_name(!pin.is_empty()),
+             "\n  need_ossl_reload=", bool_name(need_ossl_reload));
+}
+
+} // namespace Kes

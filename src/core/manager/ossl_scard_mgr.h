@@ -1,0 +1,88 @@
+#ifndef KES_MANAGER_OSSL_SCARD_MGR_H_
+#define KES_MANAGER_OSSL_SCARD_MGR_H_
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "base/ossl_engine.h"
+#include "base/ossl_scard_cfg_imp.h"
+#include "base/pko_id_list.h"
+#include "pkcs11/libp11_helper.h"
+#include "utils/ossl_ptr.h"
+#include "utils/pin.h"
+#include "utils/singleton.h"
+
+namespace Kes {
+
+/// How far the client has come. The names are part of messages and of the settings dump.
+enum class CfgState : std::uint32_t { uninitialized = 0, initialized = 1, configuring = 2, configured = 3 };
+
+/// The name of a state; "uninitialized" for any other value.
+std::string cfg_state_name(CfgState state);
+
+/// Does the work behind the exported interface and enforces the order of its operations:
+///
+///     uninitialized --init--> initialized --read_scard--> configuring --notify_config_done--> configured
+///
+/// notify_config_done is accepted in initialized too, and read_scard in configuring and configured; the
+/// latter is the only way back. An operation that its state forbids throws Error invalid_state and changes
+/// nothing. An operation that fails leaves the state as it was.
+///
+/// It is the list of discovered keys itself, and owns everything that is handed to the client.
+class OsslScardMgr final : public PkoIdList, public Singleton<OsslScardMgr> {
+public:
+    /// The default settings, made anew by each call, which ends the object of the call before.
+    OsslScardCfg* get_config_default();
+
+    OsslScardCfg* get_config_used() const noexcept { return cfg.get(); }
+
+    void init(const OsslScardCfg* cfg_in);
+    void read_scard();
+    bool is_pin_required() const noexcept { return is_pin_required_; }
+    void set_pin(const char* characters);
+    void discover_keys();
+    void set_key_type(const PkoId* pko_id);
+    void set_priv_key_name(const PkoId* pko_id);
+    void set_cert_name_from_priv_key(const PkoId* pko_id);
+    void notify_config_done();
+    void ossl_load();
+    void ossl_unload();
+
+    /// What ossl_load() loaded, lent; null before, after a failure and after ossl_unload().
+    EVP_PKEY* get_private_key() const noexcept { return private_key.get(); }
+    X509* get_certificate() const noexcept { return certificate.get(); }
+
+    const char* get_version() const noexcept { return version.c_str(); }
+
+private:
+    friend class Singleton<OsslScardMgr>;
+    OsslScardMgr();
+    ~OsslScardMgr() override;
+
+    void require_state(std::initializer_list<CfgState> allowed) const;
+    Libp11Init& require_libp11() const;
+    std::unique_ptr<PkoIdScanner> create_scanner(std::unique_ptr<CertKeyUsageFilter> filter) const;
+    std::unique_ptr<OsslEngine> create_engine() const;
+    void load_key_and_certificate();
+    void free_loaded() noexcept;
+    void log_settings() const;
+
+    OsslScardCfgPtr default_cfg;
+    OsslScardCfgPtr cfg;
+    CfgState cfg_state = CfgState::uninitialized;
+    bool is_pin_required_ = false;
+    Pin pin;
+    std::unique_ptr<Libp11Init> libp11; // pkcs11 only
+    std::unique_ptr<OsslEngine> engine;
+    EvpPkeyPtr private_key;
+    X509Ptr certificate;
+    bool need_ossl_reload = false;
+    const std::string name = "ossl_scard";
+    const std::string version;
+};
+
+} // namespace Kes
+
+#endif // KES_MANAGER_OSSL_SCARD_MGR_H_

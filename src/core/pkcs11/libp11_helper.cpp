@@ -1,0 +1,140 @@
+#include "pkcs11/libp11_helper.h"
+
+#include <openssl/err.h>
+#include <string>
+
+#include "pkcs11/libp11_library.h"
+#include "utils/error.h"
+#include "utils/load_diagnostics.h"
+#include "utils/logger.h"
+
+namespace Kes {
+namespace {
+
+constexpr int as_user = 0; // not as the security officer
+
+const char* text_of(const char* text) { return text == nullptr ? "" : text; }
+
+void log_token(const PKCS11_SLOT& slot, const PKCS11_TOKEN& token) {
+    log_info("slot: manufacturer=", text_of(slot.manufacturer), ", description=", text_of(slot.description));
+    log_info("token:");
+    log_info("  label:         ", text_of(token.label));
+    log_info("  manufacturer:  ", text_of(token.manufacturer));
+    log_info("  model:         ", text_of(token.model));
+    log_info("  serialnr:      ", text_of(token.serialnr));
+    log_info("  loginRequired: ", static_cast<int>(token.loginRequired));
+    log_info("  secureLogin:   ", static_cast<int>(token.secureLogin));
+}
+
+} // namespace
+
+Libp11Init::Libp11Init(const char* module_path) {
+    require_libp11();
+    const ScopedNoLoaderDialogs no_dialogs;
+    ::ERR_load_PKCS11_strings();
+    ctx.reset(::PKCS11_CTX_new());
+    if (!ctx)
+        throw Error(ErrorCodeType::null_pointer, "PKCS11_CTX_new() failed",
+                    "libp11_helper:78 Kes::Libp11Init::Libp11Init()");
+    ::ERR_set_mark();
+    const int rc = ::PKCS11_CTX_load(ctx.get(), module_path);
+    if (rc != 0) {
+        explain_module_failure(module_path);
+        const OsslErrorCode code(rc); // before ctx is freed: that could add to the error queue
+        throw OsslError(code,
+                        std::string("PKCS11_CTX_load() failed to load PKCS#11 library '") + module_path + "'",
+                        "libp11_helper:86 Kes::Libp11Init::Libp11Init()");
+    }
+    ::ERR_pop_to_mark(); // modules leave errors behind although they load well
+    log_info("ctx: manufacturer=", text_of(ctx->manufacturer), ", description=", text_of(ctx->description));
+    log_info("libp11 initialized");
+}
+
+Libp11Init::~Libp11Init() {
+    release_slots();
+    ::PKCS11_CTX_unload(ctx.get());
+    ctx.reset();
+    log_info("libp11 destroyed");
+}
+
+void Libp11Init::release_slots() noexcept {
+    if (slots != nullptr) ::PKCS11_release_all_slots(ctx.get(), slots, nslots);
+    for (const SlotArray& array : earlier_)
+        ::PKCS11_release_all_slots(ctx.get(), array.slots, array.count);
+    earlier_.clear();
+    slots = nullptr;
+    nslots = 0;
+    slot = nullptr;
+    token = nullptr;
+}
+
+void Libp11Init::read_scard() {
+    login_required = false;
+    // libp11 would forget the array of an earlier call. It is not released here, because that closes the
+    // sessions of the whole module, those of the engine's keys too.
+    if (slots != nullptr) earlier_.push_back({slots, nslots});
+    slots = nullptr;
+    slot = nullptr;
+    token = nullptr;
+    const int rc = ::PKCS11_enumerate_slots(ctx.get(), &slots, &nslots);
+    if (rc != 0)
+        throw OsslError(OsslErrorCode(rc), "PKCS11_enumerate_slots() failed",
+                        "libp11_helper:133 Kes::Libp11Init::read_scard()");
+    slot = ::PKCS11_find_token(ctx.get(), slots, nslots);
+    if (slot == nullptr) {
+        // Forgotten on purpose, not released: without a token the array is left to the context.
+        slots = nullptr;
+        throw Error(ErrorCodeType::empty, "PKCS11_find_token() failed",
+                    "libp11_helper:140 Kes::Libp11Init::read_scard()");
+    }
+    token = slot->token;
+    // A reader with its own PIN pad is never logged in to from here: the PIN is not for this process to know.
+    login_required = token->secureLogin == 0 && token->loginRequired == 1;
+    log_token(*slot, *token);
+    log_info("libp11 read smart card");
+}
+
+bool Libp11Init::is_logged_in() const {
+    int state = 0;
+    const int rc = ::PKCS11_is_logged_in(slot, as_user, &state);
+    if (rc != 0)
+        throw OsslError(OsslErrorCode(rc), "PKCS11_is_logged_in() failed",
+                        "libp11_helper:163 Kes::Libp11Init::is_logged_in()");
+    return state != 0;
+}
+
+void Libp11Init::authenticate(const Pin& pin) {
+    if (!login_required) return;
+    if (is_logged_in()) {
+        log_info("pin required but already logged-in");
+        return;
+    }
+    log_info("pin required - need login");
+    if (pin.is_empty())
+        throw Error(ErrorCodeType::empty, "no PIN specified",
+                    "libp11_helper:185 Kes::Libp11Init::authenticate()");
+    const int rc = ::PKCS11_login(slot, as_user, pin.c_str());
+    if (rc != 0)
+        throw OsslError(OsslErrorCode(rc), "PKCS11_login() failed",
+                        "libp11_helper:190 Kes::Libp11Init::authenticate()");
+    log_info("logged-in successfully");
+}
+
+void Libp11Init::require_pin(const Pin& pin) const {
+    if (login_required && pin.is_empty() && !is_logged_in())
+        throw Error(ErrorCodeType::empty, "no PIN specified",
+                    "libp11_helper:198 Kes::Libp11Init::require_pin()");
+}
+
+PKCS11_TOKEN* Libp11Init::get_token() const {
+    if (token == nullptr)
+        throw Error(ErrorCodeType::empty, "no token has been read",
+                    "libp11_helper:203 Kes::Libp11Init::get_token()");
+    // Such a token refuses every session, and libp11 then waits for one for ever.
+    if (token->initialized == 0)
+        throw Error(ErrorCodeType::not_initialized, "token is not initialized",
+                    "libp11_helper:209 Kes::Libp11Init::get_token()");
+    return token;
+}
+
+} // namespace Kes

@@ -1,0 +1,117 @@
+#include "pkcs11/ossl_engine_pkcs11.h"
+
+#include <openssl/engine.h>
+#include <openssl/err.h>
+#include <utility>
+
+#include "pkcs11/pkcs11_engine_keeper.h"
+#include "utils/error.h"
+#include "utils/load_diagnostics.h"
+#include "utils/logger.h"
+
+namespace Kes {
+namespace {
+
+/// What the engine's LOAD_CERT_CTRL command reads and fills. The layout is the engine's.
+struct LoadCertParameters {
+    const char* cert_id;
+    X509* cert;
+};
+
+/// OpenSSL's answer to loading a library of which an engine is alive.
+bool is_refused_as_loaded() {
+    const unsigned long error = ::ERR_peek_last_error();
+    return ERR_GET_LIB(error) == ERR_LIB_ENGINE && ERR_GET_REASON(error) == ENGINE_R_INIT_FAILED;
+}
+
+} // namespace
+
+Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path_in, const Pin* pin,
+                                   bool verbose)
+    : OsslEngine(true, true), module_path(module_path_in) {
+    control("SO_PATH", engine_path, "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    control("LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    load(engine_path);
+    control("MODULE_PATH", module_path.c_str(),
+            "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    init("ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    Pkcs11EngineKeeper::note_set_up(get_engine());
+    try {
+        configure(pin, verbose);
+    } catch (const OsslError&) { // what else could be thrown here leaves no memory to finish anything with
+        finish();
+        Pkcs11EngineKeeper::forget_pin(get_engine());
+        Pkcs11EngineKeeper::finish_leftover();
+        throw;
+    }
+    log_info("loaded engine: id=", id());
+}
+
+void Pkcs11OsslEngine::load(const char* engine_path) {
+    const ScopedNoLoaderDialogs no_dialogs;
+    ::ERR_set_mark();
+    const int result = ::ENGINE_ctrl_cmd_string(get_engine(), "LOAD", nullptr, 0);
+    if (result == 1) {
+        ::ERR_clear_last_mark();
+        Pkcs11EngineKeeper::keep(get_engine(), engine_path);
+        return;
+    }
+    if (is_refused_as_loaded()) {
+        if (ENGINE* loaded = Pkcs11EngineKeeper::reuse(engine_path)) {
+            ::ERR_pop_to_mark();
+            replace_engine(loaded);
+            return;
+        }
+        if (const char* reason = Pkcs11EngineKeeper::refusal(engine_path)) log_warn(reason);
+    }
+    explain_engine_failure(engine_path);
+    throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed",
+                    "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+}
+
+void Pkcs11OsslEngine::explain_failure() { explain_module_failure(module_path.c_str()); }
+
+EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) {
+    return Pkcs11EngineKeeper::lend(std::move(engine_key), get_engine());
+}
+
+void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
+    if (verbose)
+        control("VERBOSE", nullptr, "ossl_engine_pkcs11:127 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    if (pin != nullptr)
+        Pkcs11OsslEngine::set_pin(*pin); // an empty one, too: without any the engine would ask
+    set_default("ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+}
+
+Pkcs11OsslEngine::~Pkcs11OsslEngine() {
+    Pkcs11EngineKeeper::forget_pin(get_engine());
+    unload();
+    Pkcs11EngineKeeper::finish_leftover();
+}
+
+X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
+    if (name == nullptr)
+        throw Error(ErrorCodeType::bad_argument, "name is a null pointer",
+                    "ossl_engine_pkcs11:193 Kes::Pkcs11OsslEngine::read_certificate()");
+    const ScopedNoLoaderDialogs no_dialogs;
+    LoadCertParameters parameters{name, nullptr};
+    const int result = ::ENGINE_ctrl_cmd(get_engine(), "LOAD_CERT_CTRL", 0, &parameters, nullptr, 0);
+    X509Ptr cert(parameters.cert); // owned at once: the engine may have filled it although it failed
+    if (result != 1) {
+        explain_failure();
+        throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd() failed",
+                        "ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate()");
+    }
+    if (!cert)
+        throw Error(ErrorCodeType::not_found, "error reading certificate",
+                    "ossl_engine_pkcs11:216 Kes::Pkcs11OsslEngine::read_certificate()");
+    log_info("read certificate: ", name);
+    return cert;
+}
+
+void Pkcs11OsslEngine::set_pin(const Pin& pin) {
+    control("PIN", pin.c_str(), "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin()");
+    Pkcs11EngineKeeper::note_pin(get_engine());
+}
+
+} // namespace Kes
