@@ -109,13 +109,11 @@ int OsslScardIfImp::init(OsslScardCfg* cfg) {
     Logger& logger = Logger::instance();
     logger.discard_output();
     try {
-        const OsslScardCfg& used = *manager().get_config_used();
-        const char* const configured =
-            used.get_logfile(); // null: only from a client's own configuration class
-        const std::string logfile = configured == nullptr ? "" : configured;
+        const CfgReader settings = manager().settings();
+        const std::string logfile = settings.get_logfile();
         if (logfile.empty() || logfile == " ") return status;
-        logger.set_severity_mask(used.get_logfile_severity());
-        logger.register_sink(logfile, used.get_logfile_append());
+        logger.set_severity_mask(settings.get_logfile_severity());
+        logger.register_sink(logfile, settings.get_logfile_append());
     } catch (const std::exception& error) {
         last_error_msg = error.what(); // not logged: the log is what failed
         status = status_failure;

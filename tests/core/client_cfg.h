@@ -74,12 +74,14 @@ public:
     }
     char* get_crypto_if_description(CryptoIf, char* buffer, size_t) const override { return buffer; }
     char* dump_settings(char* buffer, size_t size) const override {
+        if (!has_texts) return nullptr;
         return std::strncpy(buffer, "the client's own dump\n", size - 1);
     }
     int select_crypto_if_from_console(CryptoIf*) override { return 1; }
 
     bool is_clonable = true;
     bool has_logfile = true;
+    bool has_texts = true; ///< otherwise each text getter and dump_settings() return null
     mutable std::size_t num_reads = 0; ///< of settings
     std::function<void()> on_clone = [] {};
     std::function<void()> on_get_logfile = [] {};
@@ -88,7 +90,7 @@ public:
 private:
     const char* text(std::size_t i) const {
         ++num_reads;
-        return texts[i].c_str();
+        return has_texts ? texts[i].c_str() : nullptr;
     }
     unsigned int number(std::size_t i) const {
         ++num_reads;

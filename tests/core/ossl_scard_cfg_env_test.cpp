@@ -284,6 +284,15 @@ TEST_F(OsslScardCfgEnvTest, ALineThatIsNotLoggedAsksTheConfigurationForNothing) 
     EXPECT_EQ(logged.num_reads, std::size(keys));
 }
 
+TEST_F(OsslScardCfgEnvTest, NullTextOfAClientsOwnConfigurationIsLoggedAsEmpty) {
+    ClientCfg client;
+    client.has_texts = false;
+    const EnvVar variable(std::string(prefix) + "cert_name", "mine");
+    const LogCapture log(62);
+    load_settings_from_env(client, prefix);
+    EXPECT_EQ(log.lines(), Lines{"<debug> env: cert_name="});
+}
+
 TEST_F(OsslScardCfgEnvTest, LinesAreOfSeverityDebugAlone) {
     const EnvVar variable(std::string(prefix) + "cert_name", "mine");
     const LogCapture log(60);

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <fstream>
 
 #include "client_cfg.h"
 #include "core_fixture.h"
 #include "utils/error.h"
+#include "utils/logger.h"
 
 namespace Kes::test {
 namespace {
@@ -54,6 +56,31 @@ TEST_F(OsslScardIfInitTest, AnEmptyOrBlankNameOpensNoFileAndKeepsNoLines) {
     }
     EXPECT_EQ(files(), 0U);
     std::filesystem::current_path(before);
+}
+
+TEST_F(OsslScardIfInitTest, NullTextsOfAClientsOwnConfigurationCountAsEmpty) {
+    client.has_texts = false;
+    EXPECT_EQ(init(&client), "0");
+    EXPECT_THAT(script().calls(), testing::Contains("PKCS11_CTX_load(ctx1, )"));
+    ASSERT_EQ(scard().read_scard(), 0);
+    ASSERT_EQ(scard().set_pin("1234"), 0);
+    std::size_t count = 0;
+    ASSERT_EQ(scard().discover_keys(&count), 0);
+    EXPECT_EQ(scard().set_key(std::size_t{0}), 0);
+    ASSERT_EQ(scard().notify_config_done(), 0);
+    EXPECT_EQ(outcome(scard().ossl_load(), last_error()), "0");
+}
+
+TEST_F(OsslScardIfInitTest, NullDumpOfAClientsOwnConfigurationLeavesTheRestOfTheLog) {
+    client.has_texts = false;
+    ASSERT_EQ(init(&client), "0");
+    Logger::instance().register_sink(dir.file("log"), false);
+    const Lines lines = log_lines();
+    const auto dump = std::find(lines.begin(), lines.end(), "<info> OpenSSL smart card manager settings:");
+    EXPECT_EQ(Lines(dump, lines.end()),
+              (Lines{"<info> OpenSSL smart card manager settings:", "additional settings:",
+                     "  cfg_state=initialized", "  is_pin_required=false", "  pin specified=false",
+                     "  need_ossl_reload=false", "<info> init done."}));
 }
 
 TEST_F(OsslScardIfInitTest, ALogFileThatCannotBeOpenedFailsButLeavesTheLibraryInitialised) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/capi_key_type.h"
+#include "base/cfg_reader.h"
 #include "base/ossl_scard_cfg_imp.h"
 #include "utils/cert_key_usage.h"
 #include "utils/helper.h"
@@ -20,7 +21,7 @@ struct EnvSetting {
     const char* key;
     const char* label;
     void (*store)(Cfg& cfg, const std::string& text);
-    std::string (*show)(const Cfg& cfg);
+    std::string (*show)(const CfgReader& cfg);
 };
 
 Cfg::CryptoIf parse_crypto_if(const std::string& text) {
@@ -52,24 +53,26 @@ void store_number(Cfg& cfg, const std::string& text) {
 }
 
 template <auto Get>
-std::string show_text(const Cfg& cfg) {
+std::string show_text(const CfgReader& cfg) {
     return (cfg.*Get)();
 }
 
 template <auto Get>
-std::string show_filter_type(const Cfg& cfg) {
+std::string show_filter_type(const CfgReader& cfg) {
     return filter_type_name(static_cast<FilterType>((cfg.*Get)()));
 }
 
 void store_crypto_if(Cfg& cfg, const std::string& text) { cfg.set_crypto_if(parse_crypto_if(text)); }
 
-std::string show_crypto_if(const Cfg& cfg) { return crypto_if_name(cfg.get_crypto_if()); }
+std::string show_crypto_if(const CfgReader& cfg) { return crypto_if_name(cfg.get_crypto_if()); }
 
-std::string show_capi_key_type(const Cfg& cfg) { return capi_key_type_name(cfg.get_capi_key_type()); }
+std::string show_capi_key_type(const CfgReader& cfg) { return capi_key_type_name(cfg.get_capi_key_type()); }
 
-std::string show_kuse_filter(const Cfg& cfg) { return key_usage_mask_name(cfg.get_kuse_filter()); }
+std::string show_kuse_filter(const CfgReader& cfg) { return key_usage_mask_name(cfg.get_kuse_filter()); }
 
-std::string show_logfile_severity(const Cfg& cfg) { return severity_mask_name(cfg.get_logfile_severity()); }
+std::string show_logfile_severity(const CfgReader& cfg) {
+    return severity_mask_name(cfg.get_logfile_severity());
+}
 
 void store_logfile_append(Cfg& cfg, const std::string& text) {
     if (parse_number(text) != 0)
@@ -78,36 +81,37 @@ void store_logfile_append(Cfg& cfg, const std::string& text) {
         cfg.disable_logfile_append();
 }
 
-std::string show_logfile_append(const Cfg& cfg) { return cfg.get_logfile_append() ? "true" : "false"; }
+std::string show_logfile_append(const CfgReader& cfg) { return cfg.get_logfile_append() ? "true" : "false"; }
 
 // Some keys and labels differ from the settings' names. Deployed environments and log readers use them: they
 // stay.
 constexpr std::array<EnvSetting, 17> env_settings{{
     {"crypto_if", "env: crypto_if=", store_crypto_if, show_crypto_if},
     {"capi_openssl_engine_dll", "env: capi_openssl_engine_dll=",
-     store_text<&Cfg::set_capi_openssl_engine_dll>, show_text<&Cfg::get_capi_openssl_engine_dll>},
+     store_text<&Cfg::set_capi_openssl_engine_dll>, show_text<&CfgReader::get_capi_openssl_engine_dll>},
     {"capi_csp_name", "env: capi_csp_name=", store_text<&Cfg::set_capi_csp_name>,
-     show_text<&Cfg::get_capi_csp_name>},
+     show_text<&CfgReader::get_capi_csp_name>},
     {"capi_key_type", "env: capi_key_type=", store_number<&Cfg::set_capi_key_type>, show_capi_key_type},
     {"pkcs11_openssl_engine_dll", "env: pkcs11_openssl_engine_dll=",
-     store_text<&Cfg::set_pkcs11_openssl_engine_dll>, show_text<&Cfg::get_pkcs11_openssl_engine_dll>},
+     store_text<&Cfg::set_pkcs11_openssl_engine_dll>, show_text<&CfgReader::get_pkcs11_openssl_engine_dll>},
     {"pkcs11_module_dll", "env: pkcs11_module_dll=", store_text<&Cfg::set_pkcs11_module_dll>,
-     show_text<&Cfg::get_pkcs11_module_dll>},
-    {"capi_store_openssl_engine_dll", "env: capi_store_openssl_engine_dll=",
-     store_text<&Cfg::set_capi_store_openssl_engine_dll>, show_text<&Cfg::get_capi_store_openssl_engine_dll>},
+     show_text<&CfgReader::get_pkcs11_module_dll>},
+    {"capi_store_openssl_engine_dll",
+     "env: capi_store_openssl_engine_dll=", store_text<&Cfg::set_capi_store_openssl_engine_dll>,
+     show_text<&CfgReader::get_capi_store_openssl_engine_dll>},
     {"capi_store_cert_store_name", "env: capi_store_cert_store_name=",
-     store_text<&Cfg::set_capi_store_cert_store_name>, show_text<&Cfg::get_capi_store_cert_store_name>},
+     store_text<&Cfg::set_capi_store_cert_store_name>, show_text<&CfgReader::get_capi_store_cert_store_name>},
     {"priv_key_name", "env: priv_key_name=", store_text<&Cfg::set_priv_key_name>,
-     show_text<&Cfg::get_priv_key_name>},
-    {"cert_name", "env: cert_name=", store_text<&Cfg::set_cert_name>, show_text<&Cfg::get_cert_name>},
+     show_text<&CfgReader::get_priv_key_name>},
+    {"cert_name", "env: cert_name=", store_text<&Cfg::set_cert_name>, show_text<&CfgReader::get_cert_name>},
     {"key_usage_filter_type", "env: key_usage_filter_type=", store_number<&Cfg::set_kuse_filter_type>,
-     show_filter_type<&Cfg::get_kuse_filter_type>},
+     show_filter_type<&CfgReader::get_kuse_filter_type>},
     {"key_usage_filter", "env: key_usage_filter=", store_number<&Cfg::set_kuse_filter>, show_kuse_filter},
     {"ext_key_usage_filter_type", "env: ext_key_usage_filter_type=",
-     store_number<&Cfg::set_xkuse_filter_type>, show_filter_type<&Cfg::get_xkuse_filter_type>},
+     store_number<&Cfg::set_xkuse_filter_type>, show_filter_type<&CfgReader::get_xkuse_filter_type>},
     {"ext_key_usage_filter", "env: ext_key_usage_filter=", store_text<&Cfg::set_xkuse_nid_filter>,
-     show_text<&Cfg::get_xkuse_nid_filter>},
-    {"logfile", "env: logfile=", store_text<&Cfg::set_logfile>, show_text<&Cfg::get_logfile>},
+     show_text<&CfgReader::get_xkuse_nid_filter>},
+    {"logfile", "env: logfile=", store_text<&Cfg::set_logfile>, show_text<&CfgReader::get_logfile>},
     {"logfile_severity", "env: log_severity=", store_number<&Cfg::set_logfile_severity>,
      show_logfile_severity},
     {"logfile_append", "env: log_append=", store_logfile_append, show_logfile_append},
@@ -120,7 +124,8 @@ void load_settings_from_env(OsslScardCfg& cfg, const char* prefix) {
         const std::string text = Helper::get_env(std::string(prefix) + setting.key);
         if (text.empty()) continue;
         setting.store(cfg, text);
-        if (Logger::instance().is_enabled(Severity::debug)) log_debug(setting.label, setting.show(cfg));
+        if (Logger::instance().is_enabled(Severity::debug))
+            log_debug(setting.label, setting.show(CfgReader(cfg)));
     }
 }
 

@@ -80,9 +80,9 @@ void OsslScardMgr::init(const OsslScardCfg* cfg_in) {
                     "ossl_scard_mgr:116 Kes::OsslScardMgr::init()");
     cfg = std::move(copy); // only now: cfg_in may be the configuration that is replaced here
     load_settings_from_env(*cfg, env_prefix);
-    if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
+    if (settings().get_crypto_if() == OsslScardCfg::pkcs11) {
         Pkcs11EngineKeeper::finish_leftover(); // it would end the module that is loaded here
-        libp11 = std::make_unique<Libp11Init>(cfg->get_pkcs11_module_dll());
+        libp11 = std::make_unique<Libp11Init>(settings().get_pkcs11_module_dll());
     }
     cfg_state = CfgState::initialized;
     log_settings();
@@ -93,9 +93,9 @@ void OsslScardMgr::read_scard() {
     require_state({CfgState::initialized, CfgState::configuring, CfgState::configured});
     clear();
     is_pin_required_ = false;
-    if (cfg->get_crypto_if() == OsslScardCfg::capi) {
-        capi_backend::probe(cfg->get_capi_csp_name());
-    } else if (cfg->get_crypto_if() == OsslScardCfg::pkcs11) {
+    if (settings().get_crypto_if() == OsslScardCfg::capi) {
+        capi_backend::probe(settings().get_capi_csp_name());
+    } else if (settings().get_crypto_if() == OsslScardCfg::pkcs11) {
         if (!engine)
             require_libp11().release_slots(); // with an engine they are needed: its keys share the sessions
         require_libp11().read_scard();
@@ -116,8 +116,8 @@ void OsslScardMgr::set_pin(const char* characters) {
 void OsslScardMgr::discover_keys() {
     require_state({CfgState::configuring});
     auto filter = std::make_unique<CertKeyUsageFilter>(
-        static_cast<FilterType>(cfg->get_kuse_filter_type()), cfg->get_kuse_filter(),
-        static_cast<FilterType>(cfg->get_xkuse_filter_type()), cfg->get_xkuse_nid_filter());
+        static_cast<FilterType>(settings().get_kuse_filter_type()), settings().get_kuse_filter(),
+        static_cast<FilterType>(settings().get_xkuse_filter_type()), settings().get_xkuse_nid_filter());
     // An unknown back-end makes no scanner: an earlier one stays, and without one the scan says so.
     if (auto created = create_scanner(std::move(filter))) register_scanner(std::move(created));
     clear();
@@ -129,13 +129,14 @@ void OsslScardMgr::discover_keys() {
 }
 
 std::unique_ptr<PkoIdScanner> OsslScardMgr::create_scanner(std::unique_ptr<CertKeyUsageFilter> filter) const {
-    switch (cfg->get_crypto_if()) {
+    switch (settings().get_crypto_if()) {
     case OsslScardCfg::capi:
-        return capi_backend::create_scanner(cfg->get_capi_csp_name(), std::move(filter));
+        return capi_backend::create_scanner(settings().get_capi_csp_name(), std::move(filter));
     case OsslScardCfg::pkcs11:
         return std::make_unique<Pkcs11Libp11PkoIdScanner>(&require_libp11(), std::move(filter));
     case OsslScardCfg::capi_store:
-        return capi_backend::create_store_scanner(cfg->get_capi_store_cert_store_name(), std::move(filter));
+        return capi_backend::create_store_scanner(settings().get_capi_store_cert_store_name(),
+                                                  std::move(filter));
     }
     return nullptr;
 }
@@ -144,7 +145,7 @@ void OsslScardMgr::set_key_type(const PkoId* pko_id) {
     require_state({CfgState::configuring});
     require_record(pko_id, "ossl_scard_mgr:223 Kes::OsslScardMgr::set_key_type()");
     cfg->set_capi_key_type(pko_id->key_type);
-    log_info("setting key type: ", cfg->get_capi_key_type());
+    log_info("setting key type: ", settings().get_capi_key_type());
 }
 
 void OsslScardMgr::set_priv_key_name(const PkoId* pko_id) {
@@ -152,7 +153,7 @@ void OsslScardMgr::set_priv_key_name(const PkoId* pko_id) {
     require_record(pko_id, "ossl_scard_mgr:248 Kes::OsslScardMgr::set_priv_key_name()");
     require_private_key(*pko_id, "ossl_scard_mgr:250 Kes::OsslScardMgr::set_priv_key_name()");
     cfg->set_priv_key_name(pko_id->name.c_str());
-    log_info("setting private key name: ", cfg->get_priv_key_name());
+    log_info("setting private key name: ", settings().get_priv_key_name());
 }
 
 void OsslScardMgr::set_cert_name_from_priv_key(const PkoId* pko_id) {
@@ -164,7 +165,7 @@ void OsslScardMgr::set_cert_name_from_priv_key(const PkoId* pko_id) {
         throw Error(ErrorCodeType::not_found, "no certificate for private key found",
                     "ossl_scard_mgr:307 Kes::OsslScardMgr::set_cert_name_from_priv_key()");
     cfg->set_cert_name(cert->name.c_str());
-    log_info("setting certificate name: ", cfg->get_cert_name());
+    log_info("setting certificate name: ", settings().get_cert_name());
 }
 
 void OsslScardMgr::notify_config_done() {
@@ -198,27 +199,27 @@ void OsslScardMgr::ossl_load() {
 }
 
 std::unique_ptr<OsslEngine> OsslScardMgr::create_engine() const {
-    switch (cfg->get_crypto_if()) {
+    switch (settings().get_crypto_if()) {
     case OsslScardCfg::capi:
-        return capi_backend::create_engine(cfg->get_capi_openssl_engine_dll(), cfg->get_capi_csp_name(),
-                                           cfg->get_capi_key_type());
+        return capi_backend::create_engine(settings().get_capi_openssl_engine_dll(),
+                                           settings().get_capi_csp_name(), settings().get_capi_key_type());
     case OsslScardCfg::pkcs11:
-        return std::make_unique<Pkcs11OsslEngine>(cfg->get_pkcs11_openssl_engine_dll(),
-                                                  cfg->get_pkcs11_module_dll(), &pin, false);
+        return std::make_unique<Pkcs11OsslEngine>(settings().get_pkcs11_openssl_engine_dll(),
+                                                  settings().get_pkcs11_module_dll(), &pin, false);
     case OsslScardCfg::capi_store:
-        return capi_backend::create_store_engine(cfg->get_capi_store_openssl_engine_dll(),
-                                                 cfg->get_capi_store_cert_store_name());
+        return capi_backend::create_store_engine(settings().get_capi_store_openssl_engine_dll(),
+                                                 settings().get_capi_store_cert_store_name());
     }
     return nullptr;
 }
 
 void OsslScardMgr::load_key_and_certificate() {
-    engine->set_key_type(cfg->get_capi_key_type());
+    engine->set_key_type(settings().get_capi_key_type());
     // The engine would try an empty PIN, at the cost of one of the card's tries.
     if (is_pin_required_ && libp11) libp11->require_pin(pin);
     engine->set_pin(pin);
-    private_key = engine->read_private_key(cfg->get_priv_key_name());
-    certificate = engine->read_certificate(cfg->get_cert_name());
+    private_key = engine->read_private_key(settings().get_priv_key_name());
+    certificate = engine->read_certificate(settings().get_cert_name());
     log_info("certificate info:");
     log_info("  subject: ", OsslHelper::cert_name_to_str(certificate.get(), OsslHelper::subject));
     log_info("  issuer:  ", OsslHelper::cert_name_to_str(certificate.get(), OsslHelper::issuer));
@@ -249,8 +250,10 @@ Libp11Init& OsslScardMgr::require_libp11() const {
 
 void OsslScardMgr::log_settings() const {
     if (!Logger::instance().is_enabled(Severity::info)) return;
-    std::array<char, 4096> settings{}; // a dump that is longer is cut
-    log_info("OpenSSL smart card manager settings:\n", cfg->dump_settings(settings.data(), settings.size()),
+    std::array<char, 4096> dump{};
+    cfg->dump_settings(dump.data(), dump.size());
+    dump.back() = '\0'; // a client's own class may return null, or leave a full buffer unterminated
+    log_info("OpenSSL smart card manager settings:\n", dump.data(),
              "additional settings:\n  cfg_state=", cfg_state_name(cfg_state),
              "\n  is_pin_required=", bool_name(is_pin_required_),
              "\n  pin specified=", bool_name(!pin.is_empty()),

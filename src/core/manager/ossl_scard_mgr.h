@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "base/cfg_reader.h"
 #include "base/ossl_engine.h"
 #include "base/ossl_scard_cfg_imp.h"
 #include "base/pko_id_list.h"
@@ -37,6 +38,9 @@ public:
     OsslScardCfg* get_config_default();
 
     OsslScardCfg* get_config_used() const noexcept { return cfg.get(); }
+
+    /// Reads the configuration in use; valid until init() replaces it.
+    CfgReader settings() const noexcept { return CfgReader(*cfg); }
 
     void init(const OsslScardCfg* cfg_in);
     void read_scard();
