@@ -1,0 +1,46 @@
+#include "pkcs11/pkcs11_backend.h"
+
+#include <utility>
+
+#include "pkcs11/ossl_engine_pkcs11.h"
+#include "pkcs11/pkcs11_engine_keeper.h"
+#include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
+#include "utils/error.h"
+
+namespace Kes {
+
+void Pkcs11Backend::open(const CfgReader& settings) {
+    // A pending clean-up finalizes the module, so it must run before the module is loaded.
+    Pkcs11EngineKeeper::finish_leftover();
+    libp11 = std::make_unique<Libp11Init>(settings.get_pkcs11_module_dll());
+}
+
+bool Pkcs11Backend::read_card(const CfgReader&, bool is_engine_loaded) {
+    Libp11Init& context = require_libp11();
+    // Releasing slots closes all sessions of the module, and an engine's keys share them.
+    if (!is_engine_loaded) context.release_slots();
+    context.read_scard();
+    return context.is_login_required();
+}
+
+void Pkcs11Backend::require_pin(const Pin& pin) const { require_libp11().require_pin(pin); }
+
+std::unique_ptr<PkoIdScanner> Pkcs11Backend::create_scanner(const CfgReader&,
+                                                            std::unique_ptr<CertKeyUsageFilter> filter) {
+    return std::make_unique<Pkcs11Libp11PkoIdScanner>(&require_libp11(), std::move(filter));
+}
+
+std::unique_ptr<OsslEngine> Pkcs11Backend::create_engine(const CfgReader& settings, const Pin& pin) {
+    return std::make_unique<Pkcs11OsslEngine>(settings.get_pkcs11_openssl_engine_dll(),
+                                              settings.get_pkcs11_module_dll(), &pin, false);
+}
+
+Libp11Init& Pkcs11Backend::require_libp11() const {
+    // The location is part of the message that users know; it names the place of this check in version 4.3.
+    if (!libp11)
+        throw Error(ErrorCodeType::not_initialized, "crypto interface pkcs11 was chosen after init()",
+                    "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11()");
+    return *libp11;
+}
+
+} // namespace Kes

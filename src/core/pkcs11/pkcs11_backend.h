@@ -1,0 +1,30 @@
+#ifndef KES_PKCS11_PKCS11_BACKEND_H_
+#define KES_PKCS11_PKCS11_BACKEND_H_
+
+#include <memory>
+
+#include "base/key_backend.h"
+#include "pkcs11/libp11_helper.h"
+
+namespace Kes {
+
+/// Keys on a PKCS#11 token. Owns the library's libp11 context, which lives from open() to the end of this
+/// object, also while another back-end is selected. The engine does not need the context.
+class Pkcs11Backend final : public KeyBackend {
+public:
+    void open(const CfgReader& settings) override;
+    bool read_card(const CfgReader& settings, bool is_engine_loaded) override;
+    void require_pin(const Pin& pin) const override;
+    std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,
+                                                 std::unique_ptr<CertKeyUsageFilter> filter) override;
+    std::unique_ptr<OsslEngine> create_engine(const CfgReader& settings, const Pin& pin) override;
+
+private:
+    Libp11Init& require_libp11() const;
+
+    std::unique_ptr<Libp11Init> libp11;
+};
+
+} // namespace Kes
+
+#endif // KES_PKCS11_PKCS11_BACKEND_H_
