@@ -1,29 +1,17 @@
 #ifndef KES_CAPI_CAPI_BACKEND_H_
 #define KES_CAPI_CAPI_BACKEND_H_
 
-#include <cstdint>
 #include <memory>
 
-#include "base/ossl_engine.h"
-#include "base/pko_id_list.h"
-#include "utils/cert_key_usage.h"
+#include "base/key_backend.h"
 
-/// What the manager needs of CryptoAPI. capi_backend_win.cpp has it; elsewhere capi_backend_posix.cpp answers
-/// every call with Error unsupported.
-namespace Kes::capi_backend {
+namespace Kes {
 
-/// Proves that the provider, and the card behind it, are there.
-void probe(const char* csp_name);
+/// Create the two back-ends of CryptoAPI: key containers of a provider, and a certificate store of the
+/// current user. On systems other than Windows both fail with Error unsupported as soon as they are needed.
+std::unique_ptr<KeyBackend> create_capi_backend();
+std::unique_ptr<KeyBackend> create_capi_store_backend();
 
-std::unique_ptr<PkoIdScanner> create_scanner(const char* csp_name,
-                                             std::unique_ptr<CertKeyUsageFilter> filter);
-std::unique_ptr<PkoIdScanner> create_store_scanner(const char* store_name,
-                                                   std::unique_ptr<CertKeyUsageFilter> filter);
-
-std::unique_ptr<OsslEngine> create_engine(const char* engine_path, const char* csp_name,
-                                          std::uint32_t key_type);
-std::unique_ptr<OsslEngine> create_store_engine(const char* engine_path, const char* store_name);
-
-} // namespace Kes::capi_backend
+} // namespace Kes
 
 #endif // KES_CAPI_CAPI_BACKEND_H_

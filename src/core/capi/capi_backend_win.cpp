@@ -1,34 +1,63 @@
-#include "capi/capi_backend.h"
-
 #include <utility>
 
+#include "capi/capi_backend.h"
 #include "capi/capi_helper.h"
 #include "capi/ossl_engine_capi.h"
 #include "capi/ossl_engine_capi_store.h"
 #include "capi/pko_id_scanner_capi.h"
 #include "capi/pko_id_scanner_capi_store.h"
 
-namespace Kes::capi_backend {
+namespace Kes {
+namespace {
 
-void probe(const char* csp_name) { const CapiInit capi(csp_name, nullptr, 0); }
+/// CryptoAPI asks for the PIN itself, when a key is used.
+class NoPinBackend : public KeyBackend {
+public:
+    void open(const CfgReader&) override {}
+    void require_pin(const Pin&) const override {}
+};
 
-std::unique_ptr<PkoIdScanner> create_scanner(const char* csp_name,
-                                             std::unique_ptr<CertKeyUsageFilter> filter) {
-    return std::make_unique<CapiPkoIdScanner>(csp_name, std::move(filter));
-}
+class CapiBackend final : public NoPinBackend {
+public:
+    /// Opens the provider and closes it, which proves that the provider and its card exist.
+    bool read_card(const CfgReader& settings, bool) override {
+        const CapiInit capi(settings.get_capi_csp_name(), nullptr, 0);
+        return false;
+    }
 
-std::unique_ptr<PkoIdScanner> create_store_scanner(const char* store_name,
-                                                   std::unique_ptr<CertKeyUsageFilter> filter) {
-    return std::make_unique<CapiStorePkoIdScanner>(store_name, std::move(filter));
-}
+    std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,
+                                                 std::unique_ptr<CertKeyUsageFilter> filter) override {
+        return std::make_unique<CapiPkoIdScanner>(settings.get_capi_csp_name(), std::move(filter));
+    }
 
-std::unique_ptr<OsslEngine> create_engine(const char* engine_path, const char* csp_name,
-                                          std::uint32_t key_type) {
-    return std::make_unique<CapiOsslEngine>(engine_path, csp_name, key_type, "");
-}
+    std::unique_ptr<OsslEngine> create_engine(const CfgReader& settings, const Pin&) override {
+        return std::make_unique<CapiOsslEngine>(settings.get_capi_openssl_engine_dll(),
+                                                settings.get_capi_csp_name(), settings.get_capi_key_type(),
+                                                "");
+    }
+};
 
-std::unique_ptr<OsslEngine> create_store_engine(const char* engine_path, const char* store_name) {
-    return std::make_unique<CapiStoreOsslEngine>(engine_path, store_name, "");
-}
+class CapiStoreBackend final : public NoPinBackend {
+public:
+    /// A store needs no card: the scan reports a store that does not exist.
+    bool read_card(const CfgReader&, bool) override { return false; }
 
-} // namespace Kes::capi_backend
+    std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,
+                                                 std::unique_ptr<CertKeyUsageFilter> filter) override {
+        return std::make_unique<CapiStorePkoIdScanner>(settings.get_capi_store_cert_store_name(),
+                                                       std::move(filter));
+    }
+
+    std::unique_ptr<OsslEngine> create_engine(const CfgReader& settings, const Pin&) override {
+        return std::make_unique<CapiStoreOsslEngine>(settings.get_capi_store_openssl_engine_dll(),
+                                                     settings.get_capi_store_cert_store_name(), "");
+    }
+};
+
+} // namespace
+
+std::unique_ptr<KeyBackend> create_capi_backend() { return std::make_unique<CapiBackend>(); }
+
+std::unique_ptr<KeyBackend> create_capi_store_backend() { return std::make_unique<CapiStoreBackend>(); }
+
+} // namespace Kes

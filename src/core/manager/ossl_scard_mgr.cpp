@@ -4,11 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "capi/capi_backend.h"
 #include "manager/build_info.h"
-#include "pkcs11/ossl_engine_pkcs11.h"
-#include "pkcs11/pkcs11_engine_keeper.h"
-#include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
 #include "utils/cert_key_usage.h"
 #include "utils/error.h"
 #include "utils/logger.h"
@@ -47,7 +43,10 @@ std::string cfg_state_name(CfgState state) {
 }
 
 // A configuration from the start, so that a client may look at the defaults before it has any of its own.
-OsslScardMgr::OsslScardMgr() : cfg(new OsslScardCfgImp(OsslScardCfg::capi)), version(library_version()) {
+OsslScardMgr::OsslScardMgr()
+    : cfg(new OsslScardCfgImp(OsslScardCfg::capi)),
+      backends(std::make_unique<KeyBackends>()),
+      version(library_version()) {
     log_build_banner(name, version);
     log_info("OpenSSL smart card manager started.");
 }
@@ -57,7 +56,7 @@ OsslScardMgr::~OsslScardMgr() {
     // module that both it and libp11 use.
     free_loaded();
     engine.reset();
-    libp11.reset();
+    backends.reset();
     pin.clear();
     cfg.reset();
     default_cfg.reset();
@@ -80,10 +79,7 @@ void OsslScardMgr::init(const OsslScardCfg* cfg_in) {
                     "ossl_scard_mgr:116 Kes::OsslScardMgr::init()");
     cfg = std::move(copy); // only now: cfg_in may be the configuration that is replaced here
     load_settings_from_env(*cfg, env_prefix);
-    if (settings().get_crypto_if() == OsslScardCfg::pkcs11) {
-        Pkcs11EngineKeeper::finish_leftover(); // it would end the module that is loaded here
-        libp11 = std::make_unique<Libp11Init>(settings().get_pkcs11_module_dll());
-    }
+    selected_backend().open(settings());
     cfg_state = CfgState::initialized;
     log_settings();
     log_info("init done.");
@@ -93,14 +89,9 @@ void OsslScardMgr::read_scard() {
     require_state({CfgState::initialized, CfgState::configuring, CfgState::configured});
     clear();
     is_pin_required_ = false;
-    if (settings().get_crypto_if() == OsslScardCfg::capi) {
-        capi_backend::probe(settings().get_capi_csp_name());
-    } else if (settings().get_crypto_if() == OsslScardCfg::pkcs11) {
-        if (!engine)
-            require_libp11().release_slots(); // with an engine they are needed: its keys share the sessions
-        require_libp11().read_scard();
-        is_pin_required_ = libp11->is_login_required();
-    }
+    KeyBackend& backend = selected_backend();
+    is_pin_required_ = backend.read_card(settings(), engine != nullptr);
+    card_backend = &backend;
     if (!is_pin_required_) pin.clear(); // of a card that was there before
     cfg_state = CfgState::configuring;
 }
@@ -118,27 +109,15 @@ void OsslScardMgr::discover_keys() {
     auto filter = std::make_unique<CertKeyUsageFilter>(
         static_cast<FilterType>(settings().get_kuse_filter_type()), settings().get_kuse_filter(),
         static_cast<FilterType>(settings().get_xkuse_filter_type()), settings().get_xkuse_nid_filter());
-    // An unknown back-end makes no scanner: an earlier one stays, and without one the scan says so.
-    if (auto created = create_scanner(std::move(filter))) register_scanner(std::move(created));
+    // Without a new scanner the earlier one stays; scan() fails when none is registered.
+    if (auto created = selected_backend().create_scanner(settings(), std::move(filter)))
+        register_scanner(std::move(created));
     clear();
     scan(pin);
     if (is_empty())
         log_info(""); // an empty list ends no line by itself
     else
         log_lines(Severity::info, static_cast<const PkoIdList&>(*this));
-}
-
-std::unique_ptr<PkoIdScanner> OsslScardMgr::create_scanner(std::unique_ptr<CertKeyUsageFilter> filter) const {
-    switch (settings().get_crypto_if()) {
-    case OsslScardCfg::capi:
-        return capi_backend::create_scanner(settings().get_capi_csp_name(), std::move(filter));
-    case OsslScardCfg::pkcs11:
-        return std::make_unique<Pkcs11Libp11PkoIdScanner>(&require_libp11(), std::move(filter));
-    case OsslScardCfg::capi_store:
-        return capi_backend::create_store_scanner(settings().get_capi_store_cert_store_name(),
-                                                  std::move(filter));
-    }
-    return nullptr;
 }
 
 void OsslScardMgr::set_key_type(const PkoId* pko_id) {
@@ -183,7 +162,7 @@ void OsslScardMgr::ossl_load() {
     if (!need_ossl_reload) return;
     free_loaded();
     // An engine that exists is kept, even if the configuration names another one by now.
-    if (!engine) engine = create_engine();
+    if (!engine) engine = selected_backend().create_engine(settings(), pin);
     if (!engine)
         throw Error(ErrorCodeType::invalid_state, "openssl engine not created",
                     "ossl_scard_mgr:372 Kes::OsslScardMgr::ossl_load()");
@@ -198,25 +177,10 @@ void OsslScardMgr::ossl_load() {
     need_ossl_reload = false;
 }
 
-std::unique_ptr<OsslEngine> OsslScardMgr::create_engine() const {
-    switch (settings().get_crypto_if()) {
-    case OsslScardCfg::capi:
-        return capi_backend::create_engine(settings().get_capi_openssl_engine_dll(),
-                                           settings().get_capi_csp_name(), settings().get_capi_key_type());
-    case OsslScardCfg::pkcs11:
-        return std::make_unique<Pkcs11OsslEngine>(settings().get_pkcs11_openssl_engine_dll(),
-                                                  settings().get_pkcs11_module_dll(), &pin, false);
-    case OsslScardCfg::capi_store:
-        return capi_backend::create_store_engine(settings().get_capi_store_openssl_engine_dll(),
-                                                 settings().get_capi_store_cert_store_name());
-    }
-    return nullptr;
-}
-
 void OsslScardMgr::load_key_and_certificate() {
     engine->set_key_type(settings().get_capi_key_type());
     // The engine would try an empty PIN, at the cost of one of the card's tries.
-    if (is_pin_required_ && libp11) libp11->require_pin(pin);
+    if (is_pin_required_) card_backend->require_pin(pin);
     engine->set_pin(pin);
     private_key = engine->read_private_key(settings().get_priv_key_name());
     certificate = engine->read_certificate(settings().get_cert_name());
@@ -241,12 +205,7 @@ void OsslScardMgr::require_state(std::initializer_list<CfgState> allowed) const 
                 "operation not allowed in current state (cfg_state=" + cfg_state_name(cfg_state) + ")", "");
 }
 
-Libp11Init& OsslScardMgr::require_libp11() const {
-    if (!libp11)
-        throw Error(ErrorCodeType::not_initialized, "crypto interface pkcs11 was chosen after init()",
-                    "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11()");
-    return *libp11;
-}
+KeyBackend& OsslScardMgr::selected_backend() const { return backends->select(settings().get_crypto_if()); }
 
 void OsslScardMgr::log_settings() const {
     if (!Logger::instance().is_enabled(Severity::info)) return;

@@ -10,7 +10,7 @@
 #include "base/ossl_engine.h"
 #include "base/ossl_scard_cfg_imp.h"
 #include "base/pko_id_list.h"
-#include "pkcs11/libp11_helper.h"
+#include "manager/key_backends.h"
 #include "utils/ossl_ptr.h"
 #include "utils/pin.h"
 #include "utils/singleton.h"
@@ -66,9 +66,7 @@ private:
     ~OsslScardMgr() override;
 
     void require_state(std::initializer_list<CfgState> allowed) const;
-    Libp11Init& require_libp11() const;
-    std::unique_ptr<PkoIdScanner> create_scanner(std::unique_ptr<CertKeyUsageFilter> filter) const;
-    std::unique_ptr<OsslEngine> create_engine() const;
+    KeyBackend& selected_backend() const;
     void load_key_and_certificate();
     void free_loaded() noexcept;
     void log_settings() const;
@@ -78,7 +76,8 @@ private:
     CfgState cfg_state = CfgState::uninitialized;
     bool is_pin_required_ = false;
     Pin pin;
-    std::unique_ptr<Libp11Init> libp11; // pkcs11 only
+    std::unique_ptr<KeyBackends> backends;
+    KeyBackend* card_backend = nullptr; ///< the one that read the card last
     std::unique_ptr<OsslEngine> engine;
     EvpPkeyPtr private_key;
     X509Ptr certificate;
