@@ -2,6 +2,7 @@
 
 #include <openssl/err.h>
 #include <string>
+#include <utility>
 
 #include "pkcs11/libp11_library.h"
 #include "utils/error.h"
@@ -58,32 +59,30 @@ Libp11Init::~Libp11Init() {
 }
 
 void Libp11Init::release_slots() noexcept {
-    if (slots != nullptr) ::PKCS11_release_all_slots(ctx.get(), slots, nslots);
-    for (const SlotArray& array : earlier_)
-        ::PKCS11_release_all_slots(ctx.get(), array.slots, array.count);
-    earlier_.clear();
-    slots = nullptr;
-    nslots = 0;
+    slots.reset();
+    earlier_slots.clear();
     slot = nullptr;
     token = nullptr;
 }
 
 void Libp11Init::read_scard() {
     login_required = false;
-    // libp11 would forget the array of an earlier call. It is not released here, because that closes the
-    // sessions of the whole module, those of the engine's keys too.
-    if (slots != nullptr) earlier_.push_back({slots, nslots});
-    slots = nullptr;
     slot = nullptr;
     token = nullptr;
-    const int rc = ::PKCS11_enumerate_slots(ctx.get(), &slots, &nslots);
+    // The earlier array is kept: to release it closes all sessions of the module, and the engine's keys share
+    // them.
+    if (slots) earlier_slots.push_back(std::move(slots));
+    PKCS11_SLOT* array = nullptr;
+    unsigned int count = 0;
+    const int rc = ::PKCS11_enumerate_slots(ctx.get(), &array, &count);
+    slots = SlotArray(array, {ctx.get(), count});
     if (rc != 0)
         throw OsslError(OsslErrorCode(rc), "PKCS11_enumerate_slots() failed",
                         "libp11_helper:133 Kes::Libp11Init::read_scard()");
-    slot = ::PKCS11_find_token(ctx.get(), slots, nslots);
+    slot = ::PKCS11_find_token(ctx.get(), array, count);
     if (slot == nullptr) {
-        // Forgotten on purpose, not released: without a token the array is left to the context.
-        slots = nullptr;
+        // Not released on purpose: without a token, the array belongs to the context.
+        [[maybe_unused]] const PKCS11_SLOT* left_to_context = slots.release();
         throw Error(ErrorCodeType::empty, "PKCS11_find_token() failed",
                     "libp11_helper:140 Kes::Libp11Init::read_scard()");
     }

@@ -50,19 +50,21 @@ public:
     void require_pin(const Pin& pin) const;
 
 private:
-    struct SlotArray {
-        PKCS11_SLOT* slots;
+    /// Releases the array of one PKCS11_enumerate_slots() call.
+    struct ReleaseSlots {
+        PKCS11_CTX* ctx;
         unsigned int count;
+        void operator()(PKCS11_SLOT* array) const noexcept { ::PKCS11_release_all_slots(ctx, array, count); }
     };
+    using SlotArray = std::unique_ptr<PKCS11_SLOT, ReleaseSlots>;
 
-    // libp11 frees what it can only through its context, hence the fixed order in the destructor.
+    // libp11 releases slots through their context, so the destructor releases them first.
     std::unique_ptr<PKCS11_CTX, FreeWith<&::PKCS11_CTX_free>> ctx;
-    PKCS11_SLOT* slots = nullptr;
-    unsigned int nslots = 0;
-    PKCS11_SLOT* slot = nullptr;   // one of slots
-    PKCS11_TOKEN* token = nullptr; // of slot
+    SlotArray slots;
+    std::vector<SlotArray> earlier_slots; // of read_scard() calls before the last
+    PKCS11_SLOT* slot = nullptr;          // in slots
+    PKCS11_TOKEN* token = nullptr;        // in slot
     bool login_required = false;
-    std::vector<SlotArray> earlier_; // of read_scard() calls before the last
 };
 
 } // namespace Kes
