@@ -12,9 +12,14 @@ namespace {
 class PlainEngine : public OsslEngine {
 public:
     explicit PlainEngine(bool has_public_keys = true) : OsslEngine(has_public_keys, true) {
-        control("LIST_ADD", "1", "here");
-        control("LOAD", nullptr, "here");
-        init("here");
+        set_up({.so_path = {"SO_PATH", "./engine.so", "here"},
+                .list_add = {"LIST_ADD", "1", "here"},
+                .load = {"LOAD", nullptr, "here"},
+                .before_init = {},
+                .init_location = "here",
+                .after_init = {},
+                .configure = [] {},
+                .set_default_location = "here"});
     }
     ~PlainEngine() override { unload(); }
 };

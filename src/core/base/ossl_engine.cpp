@@ -1,6 +1,7 @@
 #include "base/ossl_engine.h"
 
 #include <openssl/engine.h>
+#include <openssl/err.h>
 #include <openssl/ui.h>
 #include <string>
 #include <utility>
@@ -14,17 +15,24 @@ namespace Kes {
 namespace {
 
 ENGINE* get_dynamic_engine() {
-    ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr); // a program may have started without it
+    ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr); // programs can start OpenSSL without it
     return ::ENGINE_by_id("dynamic");
 }
 
-UI_METHOD* changeable(const UI_METHOD* method) {
-    return const_cast<UI_METHOD*>(method); // OpenSSL asks for it although it only reads
-}
+// OpenSSL declares the method as mutable, but only reads it.
+UI_METHOD* as_mutable(const UI_METHOD* method) { return const_cast<UI_METHOD*>(method); }
 
 } // namespace
 
-void OsslEngine::FreeEngine::operator()(ENGINE* handle) const noexcept { ::ENGINE_free(handle); }
+void FreeEngine::operator()(ENGINE* engine) const noexcept { ::ENGINE_free(engine); }
+
+void OsslEngine::ListEntryTraits::close(Raw listed) noexcept {
+    if (::ENGINE_remove(listed) != 1) log_warn("ENGINE_remove() returned error");
+}
+
+void OsslEngine::FunctionalReferenceTraits::close(Raw initialized) noexcept {
+    if (::ENGINE_finish(initialized) != 1) log_warn("ENGINE_finish() returned error");
+}
 
 OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
     : engine(get_dynamic_engine()),
@@ -37,17 +45,16 @@ OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
 }
 
 OsslEngine::~OsslEngine() {
-    if (!is_listed) return;
-    // A constructor has failed after its load(), such as for a card that is out. In OpenSSL's list the engine
-    // would stay alive, and bar every later load of its library.
+    // Only a constructor that failed leaves the engine in OpenSSL's list. There it would stay alive, and
+    // OpenSSL would refuse every later load of its library.
     const ErrorQueueMark mark;
-    if (::ENGINE_remove(engine.get()) != 1) log_warn("ENGINE_remove() returned error");
+    list_entry.reset();
 }
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
-    // No callback data: an engine that needs a PIN was given it before, and asks nobody.
+    // No callback data: an engine that needs a PIN has it already, and asks nobody.
     const ScopedNoLoaderDialogs no_dialogs;
-    EvpPkeyPtr key(::ENGINE_load_private_key(engine.get(), name, changeable(ui_method), nullptr));
+    EvpPkeyPtr key(::ENGINE_load_private_key(engine.get(), name, as_mutable(ui_method), nullptr));
     if (!key) {
         explain_failure();
         throw OsslError(OsslErrorCode(0), "ENGINE_load_private_key() failed",
@@ -61,7 +68,7 @@ EvpPkeyPtr OsslEngine::read_public_key(const char* name) {
     if (!public_key_supported)
         throw Error(ErrorCodeType::unsupported, "engine function not supported",
                     "ossl_engine:96 Kes::OsslEngine::read_public_key()");
-    EvpPkeyPtr key(::ENGINE_load_public_key(engine.get(), name, changeable(ui_method), nullptr));
+    EvpPkeyPtr key(::ENGINE_load_public_key(engine.get(), name, as_mutable(ui_method), nullptr));
     if (!key)
         throw OsslError(OsslErrorCode(0), "ENGINE_load_public_key() failed",
                         "ossl_engine:100 Kes::OsslEngine::read_public_key()");
@@ -72,7 +79,7 @@ EvpPkeyPtr OsslEngine::read_public_key(const char* name) {
 EvpPkeyPtr OsslEngine::read_public_key_by_certificate(const char* name) {
     X509Ptr cert = read_certificate(name);
     EvpPkeyPtr key(::X509_get_pubkey(cert.get()));
-    cert.reset(); // whether or not a key came of it
+    cert.reset(); // also when it has no usable key
     if (!key)
         throw Error(ErrorCodeType::not_found, "error getting public key from certificate",
                     "ossl_engine:114 Kes::OsslEngine::read_public_key_by_certificate()");
@@ -101,43 +108,81 @@ void OsslEngine::free_key(EvpPkeyPtr key) {
     log_info("freed key");
 }
 
-void OsslEngine::control(const char* command, const char* value, const char* location) {
-    const int result = ::ENGINE_ctrl_cmd_string(engine.get(), command, value, 0);
-    if (result != 1)
-        throw OsslError(OsslErrorCode(result), std::string("ENGINE_ctrl_cmd_string(") + command + ") failed",
-                        location);
+bool OsslEngine::keep_engine(const char*) { return false; }
+
+EnginePtr OsslEngine::reuse_engine(const char*) { return nullptr; }
+
+EvpPkeyPtr OsslEngine::lend_key(EvpPkeyPtr engine_key) { return engine_key; }
+
+void OsslEngine::set_up(const EngineSetup& setup) {
+    control(setup.so_path);
+    control(setup.list_add);
+    load(setup.load, setup.so_path.value);
+    for (const EngineCommand& command : setup.before_init)
+        control(command);
+    init(setup.init_location);
+    try {
+        make_usable(setup);
+    } catch (const OsslError&) {
+        ::ENGINE_finish(functional_reference.release()); // without a warning: the error says what failed
+        throw;
+    } catch (...) {
+        functional_reference.release(); // out of memory: the engine cannot be counted on to finish
+        throw;
+    }
+    if (!list_entry) list_entry.reset(engine.get());
 }
 
-void OsslEngine::load(const char* engine_path, const char* location) {
+void OsslEngine::load(const EngineCommand& command, const char* engine_path) {
     const ScopedNoLoaderDialogs no_dialogs;
-    const int result = ::ENGINE_ctrl_cmd_string(engine.get(), "LOAD", nullptr, 0);
-    is_listed = result == 1;
-    if (is_listed) return;
+    ::ERR_set_mark();
+    const int result = ::ENGINE_ctrl_cmd_string(engine.get(), command.name, command.value, 0);
+    if (result == 1) {
+        ::ERR_clear_last_mark();
+        if (!keep_engine(engine_path)) list_entry.reset(engine.get());
+        return;
+    }
+    if (EnginePtr loaded = reuse_engine(engine_path)) {
+        ::ERR_pop_to_mark();
+        engine = std::move(loaded);
+        return;
+    }
     explain_engine_failure(engine_path);
-    throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed", location);
+    throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed", command.location);
 }
 
 void OsslEngine::init(const char* location) {
     const ScopedNoLoaderDialogs no_dialogs;
     const int result = ::ENGINE_init(engine.get());
-    if (result == 1) return;
+    if (result == 1) {
+        functional_reference.reset(engine.get());
+        return;
+    }
     explain_failure();
     throw OsslError(OsslErrorCode(result), "ENGINE_init() failed", location);
 }
 
-void OsslEngine::set_default(const char* location) {
+void OsslEngine::make_usable(const EngineSetup& setup) {
+    for (const EngineCommand& command : setup.after_init)
+        control(command);
+    setup.configure();
     const int result = ::ENGINE_set_default(engine.get(), ENGINE_METHOD_ALL);
-    if (result != 1) throw OsslError(OsslErrorCode(result), "ENGINE_set_default() failed", location);
+    if (result != 1)
+        throw OsslError(OsslErrorCode(result), "ENGINE_set_default() failed", setup.set_default_location);
 }
 
-void OsslEngine::finish() noexcept { ::ENGINE_finish(engine.get()); }
+void OsslEngine::control(const EngineCommand& command) {
+    const int result = ::ENGINE_ctrl_cmd_string(engine.get(), command.name, command.value, 0);
+    if (result != 1)
+        throw OsslError(OsslErrorCode(result),
+                        std::string("ENGINE_ctrl_cmd_string(") + command.name + ") failed", command.location);
+}
 
 const char* OsslEngine::id() const noexcept { return ::ENGINE_get_id(engine.get()); }
 
 void OsslEngine::unload() noexcept {
-    // First out of every table that would give it to others, then out of the list, and only then an end to
-    // its use: nobody can come upon it while it goes. A step that fails must not keep the next from being
-    // made.
+    // Unregister, remove from the list, then release, so that no other thread can pick up an engine that is
+    // half torn down. Every step runs, also after one that failed.
     log_info("unloading engine: id=", id());
     ::ENGINE_unregister_RSA(engine.get());
     ::ENGINE_unregister_DSA(engine.get());
@@ -148,9 +193,8 @@ void OsslEngine::unload() noexcept {
     ::ENGINE_unregister_digests(engine.get());
     ::ENGINE_unregister_pkey_meths(engine.get());
     ::ENGINE_unregister_pkey_asn1_meths(engine.get());
-    is_listed = false;
-    if (::ENGINE_remove(engine.get()) != 1) log_warn("ENGINE_remove() returned error");
-    if (::ENGINE_finish(engine.get()) != 1) log_warn("ENGINE_finish() returned error");
+    list_entry.reset();
+    functional_reference.reset();
 }
 
 } // namespace Kes

@@ -17,28 +17,24 @@ constexpr const char* by_container_name = "3"; // the engine's number for this w
 CapiOsslEngine::CapiOsslEngine(const char* engine_path, const char* csp_name_in, std::uint32_t key_type_in,
                                const std::string& debug_file)
     : OsslEngine(true, true), csp_name(csp_name_in) {
-    control("SO_PATH", engine_path, "ossl_engine_capi:109 Kes::CapiOsslEngine::CapiOsslEngine()");
-    control("LIST_ADD", "1", "ossl_engine_capi:116 Kes::CapiOsslEngine::CapiOsslEngine()");
-    load(engine_path, "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()");
-    init("ossl_engine_capi:128 Kes::CapiOsslEngine::CapiOsslEngine()");
-    try {
-        configure(key_type_in, debug_file);
-    } catch (const OsslError&) {
-        finish();
-        throw;
-    }
-    log_info("loaded engine: id=", id(), ", csp='", csp_name, "'");
-}
-
-void CapiOsslEngine::configure(std::uint32_t key_type_in, const std::string& debug_file) {
-    control("debug_level", "2", "ossl_engine_capi:134 Kes::CapiOsslEngine::CapiOsslEngine()");
+    std::vector<EngineCommand> after_init{
+        {"debug_level", "2", "ossl_engine_capi:134 Kes::CapiOsslEngine::CapiOsslEngine()"}};
     if (!debug_file.empty())
-        control("debug_file", debug_file.c_str(),
-                "ossl_engine_capi:145 Kes::CapiOsslEngine::CapiOsslEngine()");
-    control("csp_name", csp_name.c_str(), "ossl_engine_capi:155 Kes::CapiOsslEngine::CapiOsslEngine()");
-    control("lookup_method", by_container_name, "ossl_engine_capi:164 Kes::CapiOsslEngine::CapiOsslEngine()");
-    CapiOsslEngine::set_key_type(key_type_in);
-    set_default("ossl_engine_capi:183 Kes::CapiOsslEngine::CapiOsslEngine()");
+        after_init.push_back(
+            {"debug_file", debug_file.c_str(), "ossl_engine_capi:145 Kes::CapiOsslEngine::CapiOsslEngine()"});
+    after_init.push_back(
+        {"csp_name", csp_name.c_str(), "ossl_engine_capi:155 Kes::CapiOsslEngine::CapiOsslEngine()"});
+    after_init.push_back(
+        {"lookup_method", by_container_name, "ossl_engine_capi:164 Kes::CapiOsslEngine::CapiOsslEngine()"});
+    set_up({.so_path = {"SO_PATH", engine_path, "ossl_engine_capi:109 Kes::CapiOsslEngine::CapiOsslEngine()"},
+            .list_add = {"LIST_ADD", "1", "ossl_engine_capi:116 Kes::CapiOsslEngine::CapiOsslEngine()"},
+            .load = {"LOAD", nullptr, "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
+            .before_init = {},
+            .init_location = "ossl_engine_capi:128 Kes::CapiOsslEngine::CapiOsslEngine()",
+            .after_init = after_init,
+            .configure = [&] { CapiOsslEngine::set_key_type(key_type_in); },
+            .set_default_location = "ossl_engine_capi:183 Kes::CapiOsslEngine::CapiOsslEngine()"});
+    log_info("loaded engine: id=", id(), ", csp='", csp_name, "'");
 }
 
 CapiOsslEngine::~CapiOsslEngine() { unload(); }
@@ -70,8 +66,8 @@ X509Ptr CapiOsslEngine::read_certificate(const char* name) {
 }
 
 void CapiOsslEngine::set_key_type(std::uint32_t key_type_in) {
-    control("key_type", std::to_string(key_type_in).c_str(),
-            "ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type()");
+    control({"key_type", std::to_string(key_type_in).c_str(),
+             "ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type()"});
     key_type = key_type_in;
     log_debug("capi engine is using key_type=", capi_key_type_name(key_type));
 }

@@ -28,8 +28,6 @@ public:
     void set_key_type(std::uint32_t key_type_in) override;
 
 private:
-    void configure(std::uint32_t key_type_in, const std::string& debug_file);
-
     // A copy: the configuration that it comes from may be changed while the engine lives.
     const std::string csp_name;
     std::uint32_t key_type = 0;

@@ -15,30 +15,28 @@ constexpr const char* by_subject_substring = "1"; // the engine's number for thi
 CapiStoreOsslEngine::CapiStoreOsslEngine(const char* engine_path, const char* store_name_in,
                                          const std::string& debug_file)
     : OsslEngine(true, true), store_name(store_name_in) {
-    control("SO_PATH", engine_path,
-            "ossl_engine_capi_store:114 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    control("LIST_ADD", "1", "ossl_engine_capi_store:121 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    load(engine_path, "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    init("ossl_engine_capi_store:133 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    try {
-        configure(debug_file);
-    } catch (const OsslError&) {
-        finish();
-        throw;
-    }
-    log_info("loaded engine: id=", id());
-}
-
-void CapiStoreOsslEngine::configure(const std::string& debug_file) {
-    control("debug_level", "2", "ossl_engine_capi_store:139 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
+    std::vector<EngineCommand> after_init{
+        {"debug_level", "2", "ossl_engine_capi_store:139 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}};
     if (!debug_file.empty())
-        control("debug_file", debug_file.c_str(),
-                "ossl_engine_capi_store:150 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    control("store_name", store_name.c_str(),
-            "ossl_engine_capi_store:160 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    control("lookup_method", by_subject_substring,
-            "ossl_engine_capi_store:169 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
-    set_default("ossl_engine_capi_store:178 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()");
+        after_init.push_back({"debug_file", debug_file.c_str(),
+                              "ossl_engine_capi_store:150 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"});
+    after_init.push_back({"store_name", store_name.c_str(),
+                          "ossl_engine_capi_store:160 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"});
+    after_init.push_back({"lookup_method", by_subject_substring,
+                          "ossl_engine_capi_store:169 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"});
+    set_up({.so_path = {"SO_PATH", engine_path,
+                        "ossl_engine_capi_store:114 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"},
+            .list_add = {"LIST_ADD", "1",
+                         "ossl_engine_capi_store:121 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"},
+            .load = {"LOAD", nullptr,
+                     "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"},
+            .before_init = {},
+            .init_location = "ossl_engine_capi_store:133 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()",
+            .after_init = after_init,
+            .configure = [] {},
+            .set_default_location =
+                "ossl_engine_capi_store:178 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"});
+    log_info("loaded engine: id=", id());
 }
 
 CapiStoreOsslEngine::~CapiStoreOsslEngine() { unload(); }

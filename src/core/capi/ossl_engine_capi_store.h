@@ -21,8 +21,6 @@ public:
     X509Ptr read_certificate(const char* name) override;
 
 private:
-    void configure(const std::string& debug_file);
-
     const std::string store_name;
 };
 

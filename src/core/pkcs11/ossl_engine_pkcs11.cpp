@@ -18,7 +18,7 @@ struct LoadCertParameters {
     X509* cert;
 };
 
-/// OpenSSL's answer to loading a library of which an engine is alive.
+/// Whether OpenSSL has refused to load a library because an engine of that library is alive.
 bool is_refused_as_loaded() {
     const unsigned long error = ::ERR_peek_last_error();
     return ERR_GET_LIB(error) == ERR_LIB_ENGINE && ERR_GET_REASON(error) == ENGINE_R_INIT_FAILED;
@@ -29,44 +29,37 @@ bool is_refused_as_loaded() {
 Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path_in, const Pin* pin,
                                    bool verbose)
     : OsslEngine(true, true), module_path(module_path_in) {
-    control("SO_PATH", engine_path, "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    control("LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    load(engine_path);
-    control("MODULE_PATH", module_path.c_str(),
-            "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    init("ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
-    Pkcs11EngineKeeper::note_set_up(get_engine());
     try {
-        configure(pin, verbose);
-    } catch (const OsslError&) { // what else could be thrown here leaves no memory to finish anything with
-        finish();
+        set_up(
+            {.so_path = {"SO_PATH", engine_path,
+                         "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
+             .list_add = {"LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
+             .load = {"LOAD", nullptr, "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
+             .before_init = {{"MODULE_PATH", module_path.c_str(),
+                              "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"}},
+             .init_location = "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()",
+             .after_init = {},
+             .configure = [&] { configure(pin, verbose); },
+             .set_default_location = "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
+    } catch (const OsslError&) {
         Pkcs11EngineKeeper::forget_pin(get_engine());
-        Pkcs11EngineKeeper::finish_leftover();
+        if (is_initialized) Pkcs11EngineKeeper::finish_leftover();
         throw;
     }
     log_info("loaded engine: id=", id());
 }
 
-void Pkcs11OsslEngine::load(const char* engine_path) {
-    const ScopedNoLoaderDialogs no_dialogs;
-    ::ERR_set_mark();
-    const int result = ::ENGINE_ctrl_cmd_string(get_engine(), "LOAD", nullptr, 0);
-    if (result == 1) {
-        ::ERR_clear_last_mark();
-        Pkcs11EngineKeeper::keep(get_engine(), engine_path);
-        return;
-    }
-    if (is_refused_as_loaded()) {
-        if (ENGINE* loaded = Pkcs11EngineKeeper::reuse(engine_path)) {
-            ::ERR_pop_to_mark();
-            replace_engine(loaded);
-            return;
-        }
+bool Pkcs11OsslEngine::keep_engine(const char* engine_path) {
+    Pkcs11EngineKeeper::keep(get_engine(), engine_path);
+    return true;
+}
+
+EnginePtr Pkcs11OsslEngine::reuse_engine(const char* engine_path) {
+    if (!is_refused_as_loaded()) return nullptr;
+    EnginePtr loaded(Pkcs11EngineKeeper::reuse(engine_path));
+    if (!loaded)
         if (const char* reason = Pkcs11EngineKeeper::refusal(engine_path)) log_warn(reason);
-    }
-    explain_engine_failure(engine_path);
-    throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed",
-                    "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+    return loaded;
 }
 
 void Pkcs11OsslEngine::explain_failure() { explain_module_failure(module_path.c_str()); }
@@ -76,11 +69,12 @@ EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) {
 }
 
 void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
+    is_initialized = true;
+    Pkcs11EngineKeeper::note_set_up(get_engine());
     if (verbose)
-        control("VERBOSE", nullptr, "ossl_engine_pkcs11:127 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+        control({"VERBOSE", nullptr, "ossl_engine_pkcs11:127 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
     if (pin != nullptr)
-        Pkcs11OsslEngine::set_pin(*pin); // an empty one, too: without any the engine would ask
-    set_default("ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()");
+        Pkcs11OsslEngine::set_pin(*pin); // also an empty one: without any the engine would ask
 }
 
 Pkcs11OsslEngine::~Pkcs11OsslEngine() {
@@ -110,7 +104,7 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
 }
 
 void Pkcs11OsslEngine::set_pin(const Pin& pin) {
-    control("PIN", pin.c_str(), "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin()");
+    control({"PIN", pin.c_str(), "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin()"});
     Pkcs11EngineKeeper::note_pin(get_engine());
 }
 

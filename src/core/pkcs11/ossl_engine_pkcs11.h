@@ -22,12 +22,14 @@ public:
     void set_pin(const Pin& pin) override;
 
 private:
+    bool keep_engine(const char* engine_path) override;
+    EnginePtr reuse_engine(const char* engine_path) override;
     EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) override;
     void explain_failure() override;
-    void load(const char* engine_path);
     void configure(const Pin* pin, bool verbose);
 
-    const std::string module_path; // which the engine may load as late as with the first key
+    const std::string module_path; // the engine may load the module as late as with the first key
+    bool is_initialized = false;
 };
 
 } // namespace Kes
