@@ -4,7 +4,6 @@
 #include <openssl/err.h>
 #include <utility>
 
-#include "pkcs11/pkcs11_engine_keeper.h"
 #include "utils/error.h"
 #include "utils/load_diagnostics.h"
 #include "utils/logger.h"
@@ -42,35 +41,37 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
              .configure = [&] { configure(pin, verbose); },
              .set_default_location = "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
     } catch (const OsslError&) {
-        Pkcs11EngineKeeper::forget_pin(get_engine());
-        if (is_initialized) Pkcs11EngineKeeper::finish_leftover();
+        throw;
+    } catch (...) {
+        loaded.abandon(); // out of memory: the next init() cleans up
         throw;
     }
     log_info("loaded engine: id=", id());
 }
 
 bool Pkcs11OsslEngine::keep_engine(const char* engine_path) {
-    Pkcs11EngineKeeper::keep(get_engine(), engine_path);
+    loaded = Pkcs11EngineRegistry::instance().add(get_engine(), engine_path);
     return true;
 }
 
 EnginePtr Pkcs11OsslEngine::reuse_engine(const char* engine_path) {
     if (!is_refused_as_loaded()) return nullptr;
-    EnginePtr loaded(Pkcs11EngineKeeper::reuse(engine_path));
-    if (!loaded)
-        if (const char* reason = Pkcs11EngineKeeper::refusal(engine_path)) log_warn(reason);
-    return loaded;
+    Pkcs11EngineRegistry& registry = Pkcs11EngineRegistry::instance();
+    auto [use, reference] = registry.reuse(engine_path);
+    if (!reference) {
+        if (const char* reason = registry.refusal(engine_path)) log_warn(reason);
+        return nullptr;
+    }
+    loaded = std::move(use);
+    return std::move(reference);
 }
 
 void Pkcs11OsslEngine::explain_failure() { explain_module_failure(module_path.c_str()); }
 
-EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) {
-    return Pkcs11EngineKeeper::lend(std::move(engine_key), get_engine());
-}
+EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) { return loaded.lend(std::move(engine_key)); }
 
 void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
-    is_initialized = true;
-    Pkcs11EngineKeeper::note_set_up(get_engine());
+    loaded.note_initialized();
     if (verbose)
         control({"VERBOSE", nullptr, "ossl_engine_pkcs11:127 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
     if (pin != nullptr)
@@ -78,9 +79,8 @@ void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
 }
 
 Pkcs11OsslEngine::~Pkcs11OsslEngine() {
-    Pkcs11EngineKeeper::forget_pin(get_engine());
+    loaded.overwrite_pin(); // while the engine is initialized
     unload();
-    Pkcs11EngineKeeper::finish_leftover();
 }
 
 X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
@@ -105,7 +105,7 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
 
 void Pkcs11OsslEngine::set_pin(const Pin& pin) {
     control({"PIN", pin.c_str(), "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin()"});
-    Pkcs11EngineKeeper::note_pin(get_engine());
+    loaded.note_pin();
 }
 
 } // namespace Kes

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/ossl_engine.h"
+#include "pkcs11/pkcs11_engine_registry.h"
 
 namespace Kes {
 
@@ -29,7 +30,7 @@ private:
     void configure(const Pin* pin, bool verbose);
 
     const std::string module_path; // the engine may load the module as late as with the first key
-    bool is_initialized = false;
+    LoadedEngine loaded;
 };
 
 } // namespace Kes

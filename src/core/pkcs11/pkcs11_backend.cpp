@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "pkcs11/ossl_engine_pkcs11.h"
-#include "pkcs11/pkcs11_engine_keeper.h"
+#include "pkcs11/pkcs11_engine_registry.h"
 #include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
 #include "utils/error.h"
 
@@ -11,7 +11,7 @@ namespace Kes {
 
 void Pkcs11Backend::open(const CfgReader& settings) {
     // A pending clean-up finalizes the module, so it must run before the module is loaded.
-    Pkcs11EngineKeeper::finish_leftover();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
     libp11 = std::make_unique<Libp11Init>(settings.get_pkcs11_module_dll());
 }
 

@@ -2,14 +2,14 @@
 #include <filesystem>
 #include <fstream>
 
-#include "pkcs11_engine_keeper_fixture.h"
+#include "pkcs11_engine_registry_fixture.h"
 
 namespace Kes::test {
 namespace {
 
-using Pkcs11EngineKeeperWinTest = Pkcs11EngineKeeperTest;
+using Pkcs11EngineRegistryWinTest = Pkcs11EngineRegistryTest;
 
-TEST_F(Pkcs11EngineKeeperWinTest, ALibraryIsKnownWithSlashesOfEitherKind) {
+TEST_F(Pkcs11EngineRegistryWinTest, ALibraryIsKnownWithSlashesOfEitherKind) {
     std::ofstream(library) << "an engine";
     live_and_free(library);
     std::string slashes = library;
@@ -18,7 +18,7 @@ TEST_F(Pkcs11EngineKeeperWinTest, ALibraryIsKnownWithSlashesOfEitherKind) {
     EXPECT_EQ(load_error(slashes), "no exception");
 }
 
-TEST_F(Pkcs11EngineKeeperWinTest, ALibraryIsKnownInLettersOfEitherCase) {
+TEST_F(Pkcs11EngineRegistryWinTest, ALibraryIsKnownInLettersOfEitherCase) {
     std::ofstream(library) << "an engine";
     live_and_free(library);
     const std::filesystem::path path = library;

@@ -1,26 +1,26 @@
-#ifndef KES_TESTS_CORE_PKCS11_ENGINE_KEEPER_FIXTURE_H_
-#define KES_TESTS_CORE_PKCS11_ENGINE_KEEPER_FIXTURE_H_
+#ifndef KES_TESTS_CORE_PKCS11_ENGINE_REGISTRY_FIXTURE_H_
+#define KES_TESTS_CORE_PKCS11_ENGINE_REGISTRY_FIXTURE_H_
 
 #include <algorithm>
 #include <string>
 
 #include "core_fixture.h"
 #include "pkcs11/ossl_engine_pkcs11.h"
-#include "pkcs11/pkcs11_engine_keeper.h"
+#include "pkcs11/pkcs11_engine_registry.h"
 
 namespace Kes::test {
 
 /// An engine as in libp11 0.4.12, which keeps what it has read, and an OpenSSL that loads no library twice.
-class Pkcs11EngineKeeperTest : public CoreTest {
+class Pkcs11EngineRegistryTest : public CoreTest {
 protected:
-    Pkcs11EngineKeeperTest() {
+    Pkcs11EngineRegistryTest() {
         engine().holds_on = true;
         engine().refuses_loaded_library = true;
     }
 
     void TearDown() override {
         key.reset();
-        Pkcs11EngineKeeper::finish_leftover();
+        Pkcs11EngineRegistry::instance().clean_up_pending();
         EXPECT_EQ(engine().initialised_engines(), 0U);
         CoreTest::TearDown();
     }
@@ -63,4 +63,4 @@ protected:
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_CORE_PKCS11_ENGINE_KEEPER_FIXTURE_H_
+#endif // KES_TESTS_CORE_PKCS11_ENGINE_REGISTRY_FIXTURE_H_

@@ -1,14 +1,14 @@
 #include <filesystem>
 #include <fstream>
 
-#include "pkcs11_engine_keeper_fixture.h"
+#include "pkcs11_engine_registry_fixture.h"
 
 namespace Kes::test {
 namespace {
 
-using Pkcs11EngineKeeperPosixTest = Pkcs11EngineKeeperTest;
+using Pkcs11EngineRegistryPosixTest = Pkcs11EngineRegistryTest;
 
-TEST_F(Pkcs11EngineKeeperPosixTest, ALibraryIsKnownByItsSymbolicLinkToo) {
+TEST_F(Pkcs11EngineRegistryPosixTest, ALibraryIsKnownByItsSymbolicLinkToo) {
     std::ofstream(library) << "an engine";
     std::filesystem::create_symlink(library, library + ".link");
     live_and_free(library);

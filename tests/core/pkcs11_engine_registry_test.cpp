@@ -2,7 +2,7 @@
 #include <fstream>
 #include <openssl/err.h>
 
-#include "pkcs11_engine_keeper_fixture.h"
+#include "pkcs11_engine_registry_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {
@@ -11,45 +11,45 @@ namespace {
 constexpr const char* refused = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                 "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
 
-TEST_F(Pkcs11EngineKeeperTest, AnEngineThatDoesNotLetGoCleansUpAfterItsFinish) {
+TEST_F(Pkcs11EngineRegistryTest, AnEngineThatDoesNotLetGoCleansUpAfterItsFinish) {
     live_and_free(library);
     EXPECT_EQ(last_calls(5), (Lines{"ENGINE_finish(engine1)", "ENGINE_init(engine1)", "clean_up(engine1)",
                                     "ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AnEngineThatLetsGoIsLeftAlone) {
+TEST_F(Pkcs11EngineRegistryTest, AnEngineThatLetsGoIsLeftAlone) {
     engine().holds_on = false;
     live_and_free(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, WhileTheClientHoldsAKeyNothingIsCleanedUp) {
+TEST_F(Pkcs11EngineRegistryTest, WhileTheClientHoldsAKeyNothingIsCleanedUp) {
     live(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
     script().take_calls();
-    Pkcs11EngineKeeper::finish_leftover();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
     EXPECT_EQ(script().take_calls(), Lines());
     key.reset();
     script().take_calls();
-    Pkcs11EngineKeeper::finish_leftover();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
     EXPECT_EQ(script().calls(),
               (Lines{"ENGINE_init(engine1)", "clean_up(engine1)", "ENGINE_finish(engine1)"}));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, ADuplicateOfAKeyCountsToo) {
+TEST_F(Pkcs11EngineRegistryTest, ADuplicateOfAKeyCountsToo) {
     live(library);
     EvpPkeyPtr duplicate(::EVP_PKEY_dup(key.get()));
     ASSERT_NE(duplicate, nullptr);
     key.reset();
     script().take_calls();
-    Pkcs11EngineKeeper::finish_leftover();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
     EXPECT_EQ(script().take_calls(), Lines());
     duplicate.reset();
-    Pkcs11EngineKeeper::finish_leftover();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
     EXPECT_EQ(engine().initialised_engines(), 0U);
 }
 
-TEST_F(Pkcs11EngineKeeperTest, WhereOpensslRefusesTheLibraryTheEngineIsSetUpAgain) {
+TEST_F(Pkcs11EngineRegistryTest, WhereOpensslRefusesTheLibraryTheEngineIsSetUpAgain) {
     live_and_free(library);
     script().take_calls();
     const Pkcs11OsslEngine again(library.c_str(), "other.so", &pin, false);
@@ -63,7 +63,7 @@ TEST_F(Pkcs11EngineKeeperTest, WhereOpensslRefusesTheLibraryTheEngineIsSetUpAgai
     EXPECT_EQ(::ERR_peek_error(), 0UL);
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AStepThatFailsWithAnEngineSetUpAgainIsUndoneAndTheNextLoadWorks) {
+TEST_F(Pkcs11EngineRegistryTest, AStepThatFailsWithAnEngineSetUpAgainIsUndoneAndTheNextLoadWorks) {
     live_and_free(library);
     script().fail_function("ENGINE_set_default");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
@@ -75,7 +75,7 @@ TEST_F(Pkcs11EngineKeeperTest, AStepThatFailsWithAnEngineSetUpAgainIsUndoneAndTh
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AModuleThatFailsWithAnEngineLoadedAnewLeavesTheNextLoadPossible) {
+TEST_F(Pkcs11EngineRegistryTest, AModuleThatFailsWithAnEngineLoadedAnewLeavesTheNextLoadPossible) {
     script().fail_function("ENGINE_init");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_init() failed: rc=7" +
@@ -84,24 +84,24 @@ TEST_F(Pkcs11EngineKeeperTest, AModuleThatFailsWithAnEngineLoadedAnewLeavesTheNe
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AKeyThatIsHeldMakesTheLoadFailAndTheLogTellsWhy) {
+TEST_F(Pkcs11EngineRegistryTest, AKeyThatIsHeldMakesTheLoadFailAndTheLogTellsWhy) {
     live(library);
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
     EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again: the client still uses a private "
                                   "key of an earlier load");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AKeyThatWasFreedTooLateMakesTheLoadFailUntilTheNextBeginning) {
+TEST_F(Pkcs11EngineRegistryTest, AKeyThatWasFreedTooLateMakesTheLoadFailUntilTheNextBeginning) {
     live(library);
     key.reset();
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
     EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again before the next init: a private "
                                   "key of an earlier load was freed after this one");
-    Pkcs11EngineKeeper::finish_leftover();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AnotherReasonForARefusalIsReportedAsItIs) {
+TEST_F(Pkcs11EngineRegistryTest, AnotherReasonForARefusalIsReportedAsItIs) {
     live_and_free(library);
     script().fail_function("ENGINE_ctrl_cmd_string", {0, "cannot bind"});
     const std::size_t lines_before = log.lines().size();
@@ -110,7 +110,7 @@ TEST_F(Pkcs11EngineKeeperTest, AnotherReasonForARefusalIsReportedAsItIs) {
     EXPECT_THAT(script().calls(), testing::Not(testing::Contains("ENGINE_add(engine1)")));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, EnginesOfTwoLibrariesAreBothRemembered) {
+TEST_F(Pkcs11EngineRegistryTest, EnginesOfTwoLibrariesAreBothRemembered) {
     engine().refuses_loaded_library = false;
     live_and_free(library);
     live_and_free(library + ".other");
@@ -122,14 +122,14 @@ TEST_F(Pkcs11EngineKeeperTest, EnginesOfTwoLibrariesAreBothRemembered) {
     EXPECT_THAT(script().take_calls(), testing::Contains("ENGINE_add(engine2)"));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, ALibraryIsKnownByItsHardLinkToo) {
+TEST_F(Pkcs11EngineRegistryTest, ALibraryIsKnownByItsHardLinkToo) {
     std::ofstream(library) << "an engine";
     std::filesystem::create_hard_link(library, library + ".link");
     live_and_free(library);
     EXPECT_EQ(load_error(library + ".link"), "no exception");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) {
+TEST_F(Pkcs11EngineRegistryTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) {
     const std::filesystem::path folder = std::filesystem::path(library).parent_path() / "other";
     std::filesystem::create_directory(folder);
     std::ofstream(library) << "an engine";
@@ -138,7 +138,7 @@ TEST_F(Pkcs11EngineKeeperTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) {
     EXPECT_EQ(load_error((folder / "engine.so").string()).rfind(refused, 0), 0U);
 }
 
-TEST_F(Pkcs11EngineKeeperTest, ARelativePathIsKnownFromAnotherFolderToo) {
+TEST_F(Pkcs11EngineRegistryTest, ARelativePathIsKnownFromAnotherFolderToo) {
     const auto before = std::filesystem::current_path();
     const std::filesystem::path folder = std::filesystem::path(library).parent_path();
     std::filesystem::current_path(folder);
@@ -147,7 +147,7 @@ TEST_F(Pkcs11EngineKeeperTest, ARelativePathIsKnownFromAnotherFolderToo) {
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AnEngineWithoutAFinishFunctionIsSetUpAgainAndForgetsThePinToo) {
+TEST_F(Pkcs11EngineRegistryTest, AnEngineWithoutAFinishFunctionIsSetUpAgainAndForgetsThePinToo) {
     engine().holds_on = false;
     engine().has_finish_function = false;
     live_and_free(library);
@@ -156,7 +156,7 @@ TEST_F(Pkcs11EngineKeeperTest, AnEngineWithoutAFinishFunctionIsSetUpAgainAndForg
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_add(engine1)"));
 }
 
-TEST_F(Pkcs11EngineKeeperTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOfItAndNothingIsCleanedUp) {
+TEST_F(Pkcs11EngineRegistryTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOfItAndNothingIsCleanedUp) {
     engine().refuses_key_engine = true;
     live_and_free(library);
     EXPECT_EQ(::ERR_peek_error(), 0UL);
@@ -165,7 +165,7 @@ TEST_F(Pkcs11EngineKeeperTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOfIt
     engine().drop_circles(); // what nobody can end here
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AKeyOfAnotherKindIsHandedOutAsItIsWithoutAnErrorLeft) {
+TEST_F(Pkcs11EngineRegistryTest, AKeyOfAnotherKindIsHandedOutAsItIsWithoutAnErrorLeft) {
     const EvpPkeyPtr other(::EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
     engine().private_key = other.get();
     live_and_free(library);
@@ -174,13 +174,13 @@ TEST_F(Pkcs11EngineKeeperTest, AKeyOfAnotherKindIsHandedOutAsItIsWithoutAnErrorL
     engine().drop_circles();
 }
 
-TEST_F(Pkcs11EngineKeeperTest, TheEngineForgetsThePinBeforeItIsLetGo) {
+TEST_F(Pkcs11EngineRegistryTest, TheEngineForgetsThePinBeforeItIsLetGo) {
     live_and_free(library);
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)"));
     EXPECT_EQ(script().calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
 }
 
-TEST_F(Pkcs11EngineKeeperTest, AnEngineThatWasGivenNoPinIsSentNone) {
+TEST_F(Pkcs11EngineRegistryTest, AnEngineThatWasGivenNoPinIsSentNone) {
     { const Pkcs11OsslEngine loaded(library.c_str(), "module.so", nullptr, false); }
     EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("PIN"))));
 }

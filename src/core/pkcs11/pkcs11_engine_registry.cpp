@@ -1,0 +1,193 @@
+#include "pkcs11/pkcs11_engine_registry.h"
+
+#include <atomic>
+#include <filesystem>
+#include <openssl/ec.h>
+#include <openssl/engine.h>
+#include <openssl/rsa.h>
+
+#include "utils/error_queue_mark.h"
+
+namespace Kes {
+
+/// A client may free its last key in any thread, hence the atomics.
+struct LoadedEngineRecord {
+    ENGINE* engine;
+    std::string library;                // as library_name() returns it
+    ENGINE_GEN_INT_FUNC_PTR own_finish; // the engine's finish function; may be null
+    std::atomic<bool> is_clean = true;  // nothing was set up since the last clean-up
+    std::atomic<int> lent_keys = 0;
+    bool has_pin = false;
+};
+
+namespace {
+
+/// OpenSSL identifies an engine library by its code, not by its name: all paths to one file are one library,
+/// whatever the current directory is. A name without a folder is not a path: the loader searches for it.
+std::string library_name(const std::string& path) {
+    try {
+        if (!std::filesystem::path(path).has_parent_path()) return path;
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path)).string();
+    } catch (const std::filesystem::filesystem_error&) {
+        return path; // on Windows also for characters that the C++ library cannot convert
+    }
+}
+
+/// True when both paths name one file although the strings differ: another hard link, or letter case on
+/// Windows.
+bool is_same_file(const std::string& left, const std::string& right) {
+    try {
+        return std::filesystem::path(left).has_parent_path() &&
+               std::filesystem::path(right).has_parent_path() && std::filesystem::equivalent(left, right);
+    } catch (const std::filesystem::filesystem_error&) {
+        return false;
+    }
+}
+
+// OpenSSL calls the next two when a key is duplicated and when it is freed. The value is the record of a lent
+// key, and null for every other key.
+int count_duplicate(CRYPTO_EX_DATA*, const CRYPTO_EX_DATA*, void** value, int, long, void*) {
+    if (*value != nullptr) ++static_cast<LoadedEngineRecord*>(*value)->lent_keys;
+    return 1;
+}
+
+void count_free(void*, void* value, CRYPTO_EX_DATA*, int, long, void*) {
+    if (value != nullptr) --static_cast<LoadedEngineRecord*>(value)->lent_keys;
+}
+
+int lent_key_index() {
+    static const int index =
+        ::CRYPTO_get_ex_new_index(CRYPTO_EX_INDEX_EVP_PKEY, 0, nullptr, nullptr, count_duplicate, count_free);
+    return index;
+}
+
+bool share_material(EVP_PKEY* lent, EVP_PKEY* engine_key) {
+    switch (::EVP_PKEY_get_base_id(engine_key)) {
+    case EVP_PKEY_RSA: {
+        const std::unique_ptr<RSA, FreeWith<&::RSA_free>> rsa(::EVP_PKEY_get1_RSA(engine_key));
+        return rsa && ::EVP_PKEY_set1_RSA(lent, rsa.get()) == 1;
+    }
+    case EVP_PKEY_EC: {
+        const std::unique_ptr<EC_KEY, FreeWith<&::EC_KEY_free>> ec(::EVP_PKEY_get1_EC_KEY(engine_key));
+        return ec && ::EVP_PKEY_set1_EC_KEY(lent, ec.get()) == 1;
+    }
+    default:
+        return false;
+    }
+}
+
+int run_finish(LoadedEngineRecord& record) {
+    record.is_clean = true;
+    return record.own_finish(record.engine);
+}
+
+void clean_up(LoadedEngineRecord& record) {
+    if (record.is_clean || record.lent_keys != 0) return;
+    // Hold a functional reference during the call; otherwise the finish function drops the last one itself
+    // and is re-entered.
+    if (::ENGINE_init(record.engine) != 1) return;
+    run_finish(record);
+    ::ENGINE_finish(record.engine);
+}
+
+} // namespace
+
+LoadedEngine::~LoadedEngine() {
+    if (record == nullptr || !is_initialized) return;
+    overwrite_pin();
+    Pkcs11EngineRegistry::instance().clean_up_pending();
+}
+
+void LoadedEngine::note_initialized() noexcept {
+    is_initialized = true;
+    if (record != nullptr && record->own_finish != nullptr) record->is_clean = false;
+}
+
+void LoadedEngine::note_pin() noexcept {
+    if (record != nullptr) record->has_pin = true;
+}
+
+void LoadedEngine::overwrite_pin() noexcept {
+    if (record == nullptr || !record->has_pin) return;
+    const ErrorQueueMark mark;
+    ::ENGINE_ctrl_cmd_string(record->engine, "PIN", "", 0);
+    record->has_pin = false;
+}
+
+EvpPkeyPtr LoadedEngine::lend(EvpPkeyPtr engine_key) {
+    if (record == nullptr) return engine_key;
+    const ErrorQueueMark mark;
+    EvpPkeyPtr lent(::EVP_PKEY_new());
+    ++record->lent_keys;
+    if (lent && share_material(lent.get(), engine_key.get()) &&
+        ::EVP_PKEY_set1_engine(lent.get(), record->engine) == 1 &&
+        ::EVP_PKEY_set_ex_data(lent.get(), lent_key_index(), record) == 1)
+        return lent;
+    return engine_key; // stays counted: no callback reports when this key is freed
+}
+
+Pkcs11EngineRegistry& Pkcs11EngineRegistry::instance() {
+    static auto* const registry = new Pkcs11EngineRegistry;
+    return *registry;
+}
+
+template <typename Predicate>
+LoadedEngineRecord* Pkcs11EngineRegistry::find(Predicate predicate) {
+    const std::lock_guard lock(mutex);
+    for (LoadedEngineRecord& record : records)
+        if (predicate(record)) return &record;
+    return nullptr;
+}
+
+LoadedEngineRecord* Pkcs11EngineRegistry::find_library(const std::string& engine_path) {
+    const std::string name = library_name(engine_path);
+    return find([&](const LoadedEngineRecord& record) {
+        return record.library == name || is_same_file(record.library, name);
+    });
+}
+
+/// Replaces the finish function of registered engines, to see that it runs.
+int Pkcs11EngineRegistry::finish_engine(ENGINE* engine) {
+    LoadedEngineRecord* record =
+        instance().find([&](const LoadedEngineRecord& other) { return other.engine == engine; });
+    return record == nullptr ? 1 : run_finish(*record); // null: somebody copied the engine
+}
+
+LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine, const std::string& engine_path) {
+    if (::ENGINE_up_ref(engine) != 1) return {};
+    const ENGINE_GEN_INT_FUNC_PTR own_finish = ::ENGINE_get_finish_function(engine);
+    LoadedEngineRecord* record = nullptr;
+    {
+        std::string library = library_name(engine_path);
+        const std::lock_guard lock(mutex);
+        record = &records.emplace_back(engine, std::move(library), own_finish);
+    }
+    if (own_finish != nullptr) ::ENGINE_set_finish_function(engine, finish_engine);
+    return LoadedEngine(record);
+}
+
+std::pair<LoadedEngine, EnginePtr> Pkcs11EngineRegistry::reuse(const std::string& engine_path) {
+    LoadedEngineRecord* record = find_library(engine_path);
+    if (record == nullptr || !record->is_clean || ::ENGINE_up_ref(record->engine) != 1) return {};
+    EnginePtr reference(record->engine);
+    const ErrorQueueMark mark;
+    ::ENGINE_add(record->engine); // fails when the engine is in the list still, which serves as well
+    return {LoadedEngine(record), std::move(reference)};
+}
+
+const char* Pkcs11EngineRegistry::refusal(const std::string& engine_path) {
+    const LoadedEngineRecord* record = find_library(engine_path);
+    if (record == nullptr) return nullptr;
+    return record->lent_keys != 0
+               ? "the engine cannot be loaded again: the client still uses a private key of an earlier load"
+               : "the engine cannot be loaded again before the next init: a private key of an earlier "
+                 "load was freed after this one";
+}
+
+void Pkcs11EngineRegistry::clean_up_pending() noexcept {
+    // Without the mutex, which the finish function needs: only this thread adds to the list.
+    for (LoadedEngineRecord& record : records)
+        clean_up(record);
+}
+
+} // namespace Kes
