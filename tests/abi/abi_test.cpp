@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support.h"
+#include "support/support.h"
 
 // What compilers and the linker made of the client's headers and of the library, as their own tools tell it.
 namespace {

@@ -1,5 +1,5 @@
 #include "capi/capi_helper.h"
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

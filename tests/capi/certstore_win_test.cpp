@@ -1,6 +1,6 @@
 #include "utils/certstore_win.h"
 
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

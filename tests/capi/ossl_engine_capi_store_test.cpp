@@ -1,6 +1,6 @@
 #include "capi/ossl_engine_capi_store.h"
 
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 #include "utils/error.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

@@ -1,4 +1,4 @@
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -1,6 +1,6 @@
 #include <functional>
 
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -1,6 +1,6 @@
 #include "capi/pko_id_scanner_capi_store.h"
 
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

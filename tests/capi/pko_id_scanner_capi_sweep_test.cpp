@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "capi/pko_id_scanner_capi.h"
-#include "capi_fixture.h"
+#include "support/capi_fixture.h"
 
 namespace Kes::test {
 namespace {

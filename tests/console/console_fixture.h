@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "support.h"
-#include "terminal.h"
+#include "support/support.h"
+#include "support/terminal.h"
 
 namespace Kes::test {
 

@@ -1,6 +1,6 @@
 #include "pkcs11/libp11_helper.h"
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
-#include "library_words_win.h"
-#include "support.h"
+#include "support/library_words_win.h"
+#include "support/support.h"
 #include "utils/error.h"
 #include "utils/load_diagnostics_win.h"
 

@@ -1,6 +1,6 @@
 #include "pkcs11/ossl_engine_pkcs11.h"
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

@@ -1,6 +1,6 @@
 #include "base/ossl_engine.h"
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 #include "utils/error.h"
 
 #include <openssl/err.h>

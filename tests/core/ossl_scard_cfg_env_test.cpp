@@ -1,8 +1,8 @@
 #include <functional>
 
 #include "base/ossl_scard_cfg_imp.h"
-#include "client_cfg.h"
-#include "core_fixture.h"
+#include "support/client_cfg.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <limits>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

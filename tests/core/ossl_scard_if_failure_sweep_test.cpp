@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -1,6 +1,6 @@
 #include "if/ossl_scard_if_imp.h"
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

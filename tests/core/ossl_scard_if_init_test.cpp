@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <fstream>
 
-#include "client_cfg.h"
-#include "core_fixture.h"
+#include "support/client_cfg.h"
+#include "support/core_fixture.h"
 #include "utils/error.h"
 #include "utils/logger.h"
 

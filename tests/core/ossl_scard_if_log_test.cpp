@@ -1,6 +1,6 @@
 #include <regex>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 /// What differs on Windows.
 namespace Kes::test {

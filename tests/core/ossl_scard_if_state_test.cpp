@@ -1,7 +1,7 @@
 #include <functional>
 #include <set>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 #include "utils/windows_api.h"
 
 /// What differs from other systems.

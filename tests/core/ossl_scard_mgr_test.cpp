@@ -1,6 +1,6 @@
 #include "manager/ossl_scard_mgr.h"
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 namespace {

@@ -1,7 +1,7 @@
 #include <array>
 
-#include "core_fixture.h"
-#include "memory_search.h"
+#include "support/core_fixture.h"
+#include "support/memory_search.h"
 #include "utils/pin.h"
 
 namespace Kes::test {

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <string>
 
-#include "core_fixture.h"
 #include "pkcs11/ossl_engine_pkcs11.h"
 #include "pkcs11/pkcs11_engine_registry.h"
+#include "support/core_fixture.h"
 
 namespace Kes::test {
 

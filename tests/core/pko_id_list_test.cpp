@@ -3,7 +3,7 @@
 #include <chrono>
 #include <sstream>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "core_fixture.h"
+#include "support/core_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <regex>
 
-#include "child.h"
+#include "support/child.h"
 #include "utils/windows_api.h"
 
 namespace Kes::test {

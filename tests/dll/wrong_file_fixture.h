@@ -2,7 +2,7 @@
 #define KES_TESTS_DLL_WRONG_FILE_FIXTURE_H_
 
 #include "dll_folder.h"
-#include "test_card.h"
+#include "support/test_card.h"
 
 namespace Kes::test {
 

@@ -5,7 +5,7 @@
 
 #include "by_hand.h"
 #include "client.h"
-#include "memory_search.h"
+#include "support/memory_search.h"
 
 namespace Kes::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "support.h"
+#include "support/support.h"
 #include "wrapped_module.h"
 
 namespace Kes::test {

@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "marvo/ossl_scard_cfg.h"
-#include "process.h"
+#include "support/process.h"
 
 namespace Kes::test {
 

@@ -8,7 +8,7 @@
 
 #include "marvo/ossl_scard_if.h"
 #include "server.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace Kes::test {
 

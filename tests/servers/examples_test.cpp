@@ -4,7 +4,7 @@
 
 #include "card.h"
 #include "server.h"
-#include "terminal.h"
+#include "support/terminal.h"
 
 namespace Kes::test {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "process.h"
-#include "support.h"
+#include "support/process.h"
+#include "support/support.h"
 
 namespace Kes::test {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <sstream>
 
-#include "process.h"
+#include "support/process.h"
 
 namespace Kes::test {
 namespace {

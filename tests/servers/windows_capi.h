@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "server.h"
-#include "support.h"
+#include "support/support.h"
 #include "windows_program.h"
 
 namespace Kes::test {

@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "process.h"
-#include "terminal.h"
+#include "support/process.h"
+#include "support/terminal.h"
 #include "windows_capi.h"
 
 // Windows programs log in, under Wine, with keys of CryptoAPI: those of a card's containers, and those that

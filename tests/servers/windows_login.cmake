@@ -1,21 +1,19 @@
 # The example programs for Windows, under Wine: by the doubles of the pkcs11 road with their card, and by CryptoAPI with
-# the test card of tests/winapi.
-set(windows_tests ../windows)
+# the test card of its provider.
 add_executable(kes_windows_login_tests
     windows_capi.cpp
     windows_capi_login_test.cpp
     windows_capi_settings_test.cpp
     windows_login_test.cpp
     windows_program.cpp
-    ${windows_tests}/test_card.cpp)
+    ../support/test_card.cpp)
 add_dependencies(kes_windows_login_tests loopback_only)
-target_include_directories(kes_windows_login_tests PRIVATE ${windows_tests})
 target_compile_definitions(kes_windows_login_tests PRIVATE
     MARVO_WINE="${PROJECT_SOURCE_DIR}/tools/wine"
-    MARVO_PREPARE_CARD="${PROJECT_SOURCE_DIR}/tests/winapi/prepare-card"
+    MARVO_PREPARE_CARD="${PROJECT_SOURCE_DIR}/tests/data/prepare-card"
     MARVO_PROGRAMS="${MARVO_WINDOWS_BUILD}/bin"
-    MARVO_DOUBLES="${MARVO_WINDOWS_BUILD}/tests/windows/doubles"
-    MARVO_CARD_FILES="${MARVO_WINDOWS_BUILD}/tests/windows/cards")
+    MARVO_DOUBLES="${MARVO_WINDOWS_BUILD}/tests/doubles/dll"
+    MARVO_CARD_FILES="${MARVO_WINDOWS_BUILD}/tests/data/cards")
 target_link_libraries(kes_windows_login_tests PRIVATE kes_servers kes_flags OpenSSL::Crypto GTest::gtest_main)
 gtest_discover_tests(kes_windows_login_tests TEST_FILTER -*WindowsCapi*:*MyStore* TEST_LIST windows_login_tests
     TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES TIMEOUT 120)

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "server.h"
-#include "terminal.h"
-#include "test_card.h"
+#include "support/terminal.h"
+#include "support/test_card.h"
 #include "windows_program.h"
 
 // Windows programs log in, under Wine, at servers of this system.

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <regex>
 
-#include "process.h"
-#include "support.h"
+#include "support/process.h"
+#include "support/support.h"
 
 namespace Kes::test {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <gtest/gtest.h>
 
-#include "support.h"
+#include "support/support.h"
 #include "unit_certs.h"
 
 namespace Kes {

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 #include "unit_certs.h"
 #include "utils/cert_ossl.h"
 #include "utils/error.h"

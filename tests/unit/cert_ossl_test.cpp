@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 #include "unit_certs.h"
 #include "utils/error.h"
 #include "utils/logger.h"

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "support.h"
-#include "typed_keys.h"
+#include "support/support.h"
+#include "support/typed_keys.h"
 
 namespace Kes {
 

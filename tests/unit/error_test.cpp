@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace Kes {
 namespace {

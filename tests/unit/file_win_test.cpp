@@ -6,7 +6,7 @@
 
 #include "hooks.h"
 #include "logger_fixture.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/helper.h"
 #include "utils/logger.h"
 #include "utils/windows_api.h"

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace Kes {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "hooks.h"
 #include "hooks_system.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace Kes::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "support.h"
+#include "support/support.h"
 #include "utils/logger.h"
 
 namespace Kes::test {

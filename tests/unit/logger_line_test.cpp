@@ -8,7 +8,7 @@
 
 #include "hooks.h"
 #include "logger_fixture.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/logger.h"
 
 /// Which lines are written, and what stands in them.

@@ -5,7 +5,7 @@
 
 #include "logger_fixture.h"
 #include "numbered_lines.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/logger.h"
 
 namespace Kes {

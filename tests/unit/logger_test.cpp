@@ -7,7 +7,7 @@
 
 #include "hooks.h"
 #include "logger_fixture.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/error.h"
 
 /// Where lines go: nowhere, into memory, into a file.

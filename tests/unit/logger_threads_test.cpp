@@ -7,7 +7,7 @@
 #include "hooks.h"
 #include "logger_fixture.h"
 #include "numbered_lines.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/logger.h"
 
 /// Several threads that log at once.

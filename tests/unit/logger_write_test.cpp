@@ -6,7 +6,7 @@
 
 #include "hooks.h"
 #include "logger_fixture.h"
-#include "support.h"
+#include "support/support.h"
 
 /// What a line costs and how it reaches the file.
 namespace Kes {

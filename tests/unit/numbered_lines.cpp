@@ -5,7 +5,7 @@
 #include <ostream>
 #include <thread>
 
-#include "support.h"
+#include "support/support.h"
 #include "utils/logger.h"
 
 namespace Kes::test {

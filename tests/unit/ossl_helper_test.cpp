@@ -4,7 +4,7 @@
 #include <openssl/err.h>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 #include "unit_certs.h"
 #include "utils/cert_ossl.h"
 

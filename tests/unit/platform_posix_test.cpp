@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/error.h"
 #include "utils/platform.h"
 

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "hooks.h"
-#include "support.h"
+#include "support/support.h"
 
 namespace Kes::platform {
 namespace {

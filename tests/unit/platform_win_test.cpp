@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "hooks_messages_win.h"
-#include "support.h"
+#include "support/support.h"
 #include "utils/error.h"
 #include "utils/windows_api.h"
 

@@ -9,7 +9,7 @@
 #include "capi/capi_helper.h"
 #include "capi/ossl_engine_capi.h"
 #include "capi/pko_id_scanner_capi.h"
-#include "class_fixture.h"
+#include "support/csp_card_fixture.h"
 #include "utils/error.h"
 
 namespace Kes::test {

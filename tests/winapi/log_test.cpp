@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "road_fixture.h"
-#include "system_store.h"
+#include "support/system_store.h"
 
 namespace Kes::test {
 namespace {

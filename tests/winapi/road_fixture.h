@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "csp_card.h"
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
-#include "signing.h"
+#include "support/csp_card.h"
+#include "support/signing.h"
 
 namespace Kes::test {
 

@@ -9,7 +9,7 @@
 
 #include "capi/ossl_engine_capi_store.h"
 #include "capi/pko_id_scanner_capi_store.h"
-#include "class_fixture.h"
+#include "support/csp_card_fixture.h"
 #include "utils/certstore_win.h"
 #include "utils/error.h"
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "road_fixture.h"
-#include "system_store.h"
+#include "support/system_store.h"
 
 namespace Kes::test {
 namespace {

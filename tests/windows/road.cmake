@@ -1,22 +1,15 @@
 # The pkcs11 road from end to end, driven through the DLL as a client does it.
-add_library(kes_test_card STATIC signature_check.cpp test_card.cpp)
-target_include_directories(kes_test_card PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-target_link_libraries(kes_test_card PUBLIC kes_test_support PRIVATE kes_flags)
-target_compile_definitions(kes_test_card PRIVATE MARVO_CARD_FILES="${MARVO_TEST_DRIVE}${MARVO_CARD_FILES}")
-add_dependencies(kes_test_card kes_card_files)
-
 add_executable(windows_road_client road_client.cpp)
 target_link_libraries(windows_road_client PRIVATE marvo kes_test_card kes_flags)
 
 add_executable(windows_road_test
-    child.cpp
-    doubles_test.cpp
+    ../doubles/dll/dll_doubles_test.cpp
     road_fixture.cpp
     road_folder_test.cpp
     road_pin_test.cpp
     road_sweep_test.cpp
     road_test.cpp)
-set_source_files_properties(doubles_test.cpp PROPERTIES COMPILE_DEFINITIONS OPENSSL_SUPPRESS_DEPRECATED)
+set_source_files_properties(../doubles/dll/dll_doubles_test.cpp PROPERTIES COMPILE_DEFINITIONS OPENSSL_SUPPRESS_DEPRECATED)
 target_compile_definitions(windows_road_test PRIVATE
     MARVO_DOUBLES_DIR="${MARVO_TEST_DRIVE}${MARVO_DOUBLES_DIR}"
     MARVO_PROGRAMS_DIR="${MARVO_TEST_DRIVE}${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")

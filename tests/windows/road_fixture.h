@@ -7,8 +7,8 @@
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
-#include "signature_check.h"
-#include "test_card.h"
+#include "support/signature_check.h"
+#include "support/test_card.h"
 
 namespace Kes::test {
 

@@ -1,8 +1,8 @@
 // All files in one folder that is the program's and the current one, and every setting at its default.
 #include <regex>
 
-#include "child.h"
 #include "road_fixture.h"
+#include "support/child.h"
 
 namespace Kes::test {
 namespace {

@@ -1,0 +1,198 @@
+#include "scripted_capi.h"
+
+#include <algorithm>
+#include <cstring>
+#include <openssl/x509.h>
+
+#include "utils/error_queue_mark.h"
+#include "utils/ossl_ptr.h"
+
+namespace Kes::test {
+namespace {
+
+/// The last error behind calls that do not fail. Whoever reads it reads too late, or needlessly.
+constexpr DWORD meaningless = 0x0bad0bad;
+
+constexpr ULONG_PTR handle_base = 0x7a000000;
+
+CallScript& script() { return CallScript::instance(); }
+
+/// A handle that came from here, or a null pointer and a remark.
+template <typename Map, typename Handle>
+auto find_in(Map& map, Handle handle, const std::string& caller) {
+    const auto found = map.find(handle);
+    if (found == map.end()) script().violation(caller + ": no such handle");
+    return found;
+}
+
+Bytes name_der(const X509_NAME* name) {
+    unsigned char* data = nullptr;
+    const int length = ::i2d_X509_NAME(name, &data);
+    Bytes der(data, data + length);
+    ::OPENSSL_free(data);
+    return der;
+}
+
+} // namespace
+
+FakeCapi::FakeCapi() = default;
+FakeCapi::~FakeCapi() = default;
+
+FakeCapi& FakeCapi::instance() {
+    static FakeCapi fake;
+    return fake;
+}
+
+void FakeCapi::reset() {
+    providers.clear();
+    stores.clear();
+    odd_answers.clear();
+    errors.clear();
+    junk_handle.reset();
+    odd_name.reset();
+    live_providers_.clear();
+    live_keys_.clear();
+    live_stores_.clear();
+    live_certs_.clear();
+    last_error_ = meaningless;
+}
+
+std::size_t FakeCapi::live_handles() const {
+    return live_providers_.size() + live_keys_.size() + live_stores_.size() + live_certs_.size();
+}
+
+bool FakeCapi::enter(const std::string& function, const std::string& arguments, const std::string& what) {
+    last_error_ = meaningless;
+    if (const Failure* failure = script().step(function, arguments))
+        return fail(static_cast<DWORD>(failure->rc));
+    if (const auto planned = errors.find(function + " " + what); planned != errors.end())
+        return fail(planned->second);
+    return true;
+}
+
+void FakeCapi::note(const std::string& call) {
+    last_error_ = meaningless;
+    script().note(call);
+}
+
+bool FakeCapi::fail(DWORD error) {
+    last_error_ = error;
+    return false;
+}
+
+DWORD FakeCapi::last_error() {
+    if (last_error_ == meaningless) script().violation("GetLastError: the last call has set none");
+    return last_error_;
+}
+
+bool FakeCapi::give(const std::string& what, const Bytes& usual, void* buffer, DWORD* size) {
+    const auto odd = odd_answers.find(what);
+    const OddAnswer answer = odd == odd_answers.end() ? OddAnswer() : odd->second;
+    const Bytes& data = answer.data ? *answer.data : usual;
+    const auto length = static_cast<DWORD>(data.size());
+    if (buffer == nullptr) {
+        *size = answer.size.value_or(length);
+        return true;
+    }
+    if (*size < length) {
+        *size = length;
+        return fail(DWORD{ERROR_MORE_DATA});
+    }
+    if (length != 0) std::memcpy(buffer, data.data(), length);
+    *size = answer.said.value_or(length);
+    return true;
+}
+
+std::string FakeCapi::name_label(const CERT_NAME_BLOB* name) const {
+    for (const auto& [context, cert] : live_certs_) {
+        if (name == &cert->info.Subject) return cert->label + " subject";
+        if (name == &cert->info.Issuer) return cert->label + " issuer";
+    }
+    return "?";
+}
+
+FakeCapi::Provider* FakeCapi::find_provider(HCRYPTPROV handle, const char* caller) {
+    const auto found = find_in(live_providers_, handle, caller);
+    return found == live_providers_.end() ? nullptr : &found->second;
+}
+
+FakeCapi::Key* FakeCapi::find_key(HCRYPTKEY handle, const char* caller) {
+    const auto found = find_in(live_keys_, handle, caller);
+    return found == live_keys_.end() ? nullptr : &found->second;
+}
+
+FakeCapi::Store* FakeCapi::find_store(HCERTSTORE handle, const char* caller) {
+    const auto found = find_in(live_stores_, handle, caller);
+    return found == live_stores_.end() ? nullptr : found->second.get();
+}
+
+FakeCapi::Certificate* FakeCapi::find_certificate(const CERT_CONTEXT* context, const char* caller) {
+    const auto found = find_in(live_certs_, context, caller);
+    return found == live_certs_.end() ? nullptr : found->second.get();
+}
+
+HCRYPTPROV FakeCapi::add(Provider provider) {
+    const HCRYPTPROV handle = handle_base + ++handles_made_;
+    live_providers_.emplace(handle, std::move(provider));
+    return handle;
+}
+
+HCRYPTKEY FakeCapi::add(Key key) {
+    const HCRYPTKEY handle = handle_base + ++handles_made_;
+    live_keys_.emplace(handle, std::move(key));
+    return handle;
+}
+
+HCERTSTORE FakeCapi::add(Store store) {
+    auto owned = std::make_unique<Store>(std::move(store));
+    HCERTSTORE handle = owned.get();
+    live_stores_.emplace(handle, std::move(owned));
+    return handle;
+}
+
+const CERT_CONTEXT* FakeCapi::add_certificate(HCERTSTORE store, std::size_t position) {
+    const FakeStore& source = *live_stores_.at(store)->script;
+    auto cert = std::make_unique<Certificate>();
+    cert->label = "cert:" + source.name + "/" + std::to_string(position);
+    cert->store = store;
+    cert->position = position;
+    cert->der = source.certs.at(position);
+    const ErrorQueueMark mark; // what Windows does leaves nothing on OpenSSL's queue
+    const unsigned char* next = cert->der.data();
+    const X509Ptr x509(::d2i_X509(nullptr, &next, static_cast<long>(cert->der.size())));
+    if (x509) { // what is none stands for one that OpenSSL cannot read and Windows can
+        cert->issuer = name_der(::X509_get_issuer_name(x509.get()));
+        cert->subject = name_der(::X509_get_subject_name(x509.get()));
+    }
+    cert->info = {{static_cast<DWORD>(cert->issuer.size()), cert->issuer.data()},
+                  {static_cast<DWORD>(cert->subject.size()), cert->subject.data()}};
+    cert->context = {X509_ASN_ENCODING, cert->der.data(), static_cast<DWORD>(cert->der.size()), &cert->info,
+                     store};
+    const CERT_CONTEXT* context = &cert->context;
+    live_certs_.emplace(context, std::move(cert));
+    return context;
+}
+
+void FakeCapi::end_provider(HCRYPTPROV handle) {
+    if (std::any_of(live_keys_.begin(), live_keys_.end(),
+                    [&](const auto& key) { return key.second.provider == handle; }))
+        script().violation("CryptReleaseContext: before its key");
+    live_providers_.erase(handle);
+}
+
+void FakeCapi::end_key(HCRYPTKEY handle) { live_keys_.erase(handle); }
+
+void FakeCapi::end_store(HCERTSTORE handle) {
+    if (std::any_of(live_certs_.begin(), live_certs_.end(),
+                    [&](const auto& cert) { return cert.second->store == handle; }))
+        script().violation("CertCloseStore: before its certificates");
+    live_stores_.erase(handle);
+}
+
+void FakeCapi::end_certificate(const CERT_CONTEXT* context) {
+    if (--live_certs_.at(context)->references == 0) live_certs_.erase(context);
+}
+
+} // namespace Kes::test
+
+extern "C" DWORD GetLastError() { return Kes::test::FakeCapi::instance().last_error(); }

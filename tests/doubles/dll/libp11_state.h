@@ -1,0 +1,67 @@
+#ifndef KES_TESTS_DOUBLES_DLL_LIBP11_STATE_H_
+#define KES_TESTS_DOUBLES_DLL_LIBP11_STATE_H_
+
+#include <deque>
+#include <libp11.h>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "card_module.h"
+
+/// What the double of libp11 has handed out and not taken back. Whatever it is given is looked up here, so
+/// that a wrong or dead handle is told and never used.
+namespace Kes::test {
+
+struct Libp11Context {
+    PKCS11_CTX ctx{};
+    std::string name;
+    std::string manufacturer = "Module maker";
+    std::string description = "Module";
+    CardModule module;
+};
+
+/// The slots of one enumeration, and everything that was listed of their token since: as in libp11 they end
+/// together. There is one reader, with a card in it or none.
+struct Libp11Slots {
+    Libp11Slots() = default;
+    ~Libp11Slots();
+    Libp11Slots(const Libp11Slots&) = delete;
+    Libp11Slots& operator=(const Libp11Slots&) = delete;
+
+    char* keep(const char* text) { return texts.emplace_back(text).data(); }
+
+    std::string name;
+    Libp11Context* owner = nullptr;
+    PKCS11_SLOT slot{};
+    PKCS11_TOKEN token{};
+    std::deque<std::string> texts;
+    std::deque<std::vector<unsigned char>> ids;
+    std::deque<std::vector<PKCS11_CERT>> certs;
+    std::deque<std::vector<PKCS11_KEY>> keys;
+};
+
+class Libp11State {
+public:
+    static Libp11State& instance();
+
+    Libp11Context& add_context();
+    Libp11Slots& add_slots(Libp11Context& owner);
+    void remove(Libp11Context& context);
+    void remove(Libp11Slots& slots);
+
+    /// Null, and a violation noted, for what is not alive. Slots whose context has no module are of no use.
+    Libp11Context* find(const PKCS11_CTX* ctx, const char* caller);
+    Libp11Slots* find(const PKCS11_SLOT* slot, const char* caller);
+    Libp11Slots* find(const PKCS11_TOKEN* token, const char* caller);
+
+private:
+    std::list<Libp11Context> contexts_;
+    std::list<Libp11Slots> slots_;
+    int contexts_made_ = 0;
+    int slots_made_ = 0;
+};
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_DOUBLES_DLL_LIBP11_STATE_H_

@@ -1,0 +1,375 @@
+#include "scripted_engine.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <openssl/engine.h>
+#include <openssl/err.h>
+#include <openssl/ui.h>
+#include <utility>
+
+#include "real_function.h"
+
+/// OpenSSL leaves this type open to whoever defines the functions.
+struct engine_st {
+    std::string name;
+    std::string id = "dynamic";
+    bool is_loaded = false;
+    bool is_in_list = false;
+    bool is_list_asked = false;
+    int references = 1;
+    int extra_references = 0; // those of ENGINE_up_ref()
+    int functional_references = 0;
+    int circle = 0; // functional references that the engine's own cache holds
+    bool has_right_pin = false;
+    ENGINE_GEN_INT_FUNC_PTR finish = nullptr;
+};
+
+namespace Kes::test {
+namespace {
+
+/// The engine's own: forgets its cache.
+int clean_up(ENGINE* engine) {
+    if (engine->circle == 0) return 1;
+    CallScript::instance().note("clean_up(" + engine->name + ")");
+    engine->functional_references -= std::exchange(engine->circle, 0);
+    return 1;
+}
+
+} // namespace
+
+FakeEngine::FakeEngine() = default;
+
+FakeEngine::~FakeEngine() = default;
+
+FakeEngine& FakeEngine::instance() {
+    static FakeEngine fake;
+    return fake;
+}
+
+void FakeEngine::reset() {
+    private_key = nullptr;
+    public_key = nullptr;
+    certificate = nullptr;
+    gives_certificate_on_failure = false;
+    needs_right_pin = false;
+    holds_on = false;
+    refuses_loaded_library = false;
+    refuses_key_engine = false;
+    has_finish_function = true;
+    std::move(engines_.begin(), engines_.end(), std::back_inserter(forgotten_));
+    engines_.clear();
+    objects_.clear();
+    engines_made_ = keys_made_ = certs_made_ = keys_lent_ = 0;
+}
+
+std::size_t FakeEngine::live_engines() const {
+    const auto count = std::count_if(engines_.begin(), engines_.end(),
+                                     [](const auto& e) { return e->references > e->extra_references; });
+    return static_cast<std::size_t>(count);
+}
+
+std::size_t FakeEngine::initialised_engines() const {
+    const auto count = std::count_if(engines_.begin(), engines_.end(),
+                                     [](const auto& e) { return e->functional_references > 0; });
+    return static_cast<std::size_t>(count);
+}
+
+std::size_t FakeEngine::loaded_engines() const {
+    const auto count =
+        std::count_if(engines_.begin(), engines_.end(), [](const auto& e) { return e->is_loaded; });
+    return static_cast<std::size_t>(count);
+}
+
+void FakeEngine::drop_circles() {
+    for (const auto& engine : engines_)
+        engine->functional_references -= std::exchange(engine->circle, 0);
+}
+
+ENGINE* FakeEngine::add_engine() {
+    engines_.push_back(std::make_unique<ENGINE>());
+    engines_.back()->finish = clean_up;
+    engines_.back()->name = "engine" + std::to_string(++engines_made_);
+    return engines_.back().get();
+}
+
+bool FakeEngine::is_known(const ENGINE* engine) const {
+    return std::any_of(engines_.begin(), engines_.end(), [&](const auto& e) { return e.get() == engine; });
+}
+
+bool FakeEngine::is_alive(const ENGINE* engine) const {
+    return is_known(engine) && engine->references > engine->extra_references;
+}
+
+bool FakeEngine::is_forgotten(const ENGINE* engine) const {
+    return std::any_of(forgotten_.begin(), forgotten_.end(),
+                       [&](const auto& e) { return e.get() == engine; });
+}
+
+void FakeEngine::free_engine(ENGINE* engine) {
+    if (--engine->references != 0) return;
+    const auto owner = std::find_if(engines_.begin(), engines_.end(),
+                                    [&](const auto& owned) { return owned.get() == engine; });
+    freed_.push_back(std::move(*owner));
+    engines_.erase(owner);
+}
+
+void FakeEngine::lend(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_lent_); }
+
+EVP_PKEY* FakeEngine::hand_out(EVP_PKEY* key) {
+    EVP_PKEY* copy = ::EVP_PKEY_dup(key);
+    objects_[copy] = "key" + std::to_string(++keys_made_);
+    return copy;
+}
+
+X509* FakeEngine::hand_out(X509* cert) { return give_away(::X509_dup(cert)); }
+
+X509* FakeEngine::give_away(X509* cert) {
+    objects_[cert] = "cert" + std::to_string(++certs_made_);
+    return cert;
+}
+
+void FakeEngine::end_object(const char* function, const void* object) {
+    const auto known = objects_.find(object);
+    if (known == objects_.end()) return;
+    CallScript::instance().note(std::string(function) + "(" + known->second + ")");
+    objects_.erase(known);
+}
+
+namespace {
+
+FakeEngine& fake() { return FakeEngine::instance(); }
+
+CallScript& script() { return CallScript::instance(); }
+
+std::string name_of(const ENGINE* engine, const std::string& caller) {
+    if (fake().is_alive(engine)) return engine->name;
+    script().violation(caller + ": no such engine");
+    return "?";
+}
+
+/// As above, for what somebody may ask who keeps a reference of ENGINE_up_ref() alone.
+std::string name_of_kept(const ENGINE* engine, const std::string& caller) {
+    return fake().is_known(engine) ? engine->name : name_of(engine, caller);
+}
+
+std::string text_of(const char* text) { return text == nullptr ? "null" : text; }
+
+void require_use(const ENGINE* engine, const char* function) {
+    if (engine->functional_references == 0) script().violation(std::string(function) + ": not initialised");
+}
+
+EVP_PKEY* load_key(const char* function, ENGINE* engine, const char* name, const UI_METHOD* ui,
+                   const void* callback_data, EVP_PKEY* source) {
+    const std::string arguments = name_of(engine, function) + ", " + text_of(name);
+    const Failure* failure = script().step(function, arguments);
+    if (!fake().is_alive(engine)) return nullptr;
+    require_use(engine, function);
+    if (ui != ::UI_OpenSSL() || callback_data != nullptr)
+        script().violation(std::string(function) + ": wrong user interface");
+    if (failure != nullptr || source == nullptr) return nullptr;
+    return fake().hand_out(source);
+}
+
+int run_command(ENGINE* engine, const std::string& command, const char* value) {
+    if (command == "LIST_ADD") engine->is_list_asked = value != nullptr && std::strcmp(value, "1") == 0;
+    if (command == "LOAD" && fake().refuses_loaded_library && fake().loaded_engines() > 0) {
+        ERR_raise(ERR_LIB_ENGINE, ENGINE_R_INIT_FAILED);
+        return 0;
+    }
+    if (command == "LOAD") {
+        engine->is_loaded = true;
+        engine->is_in_list = engine->is_list_asked;
+        engine->id = "pkcs11";
+    }
+    if (command == "PIN") engine->has_right_pin = script().is_right_pin(value);
+    return 1;
+}
+
+void unregister(const char* function, const ENGINE* engine) {
+    script().note(std::string(function) + "(" + name_of(engine, function) + ")");
+}
+
+} // namespace
+} // namespace Kes::test
+
+using Kes::test::Failure;
+using Kes::test::fake;
+using Kes::test::name_of;
+using Kes::test::name_of_kept;
+using Kes::test::real_function;
+using Kes::test::script;
+using Kes::test::text_of;
+using Kes::test::unregister;
+
+extern "C" {
+
+ENGINE* ENGINE_by_id(const char* id) {
+    return script().step("ENGINE_by_id", id) != nullptr ? nullptr : fake().add_engine();
+}
+
+int ENGINE_free(ENGINE* e) {
+    script().note("ENGINE_free(" + name_of(e, "ENGINE_free") + ")");
+    if (!fake().is_alive(e)) return 0;
+    if (e->functional_references != e->circle) script().violation("ENGINE_free: still initialised");
+    fake().free_engine(e);
+    return 1;
+}
+
+int ENGINE_ctrl_cmd_string(ENGINE* e, const char* cmd_name, const char* arg, int cmd_optional) {
+    constexpr const char* function = "ENGINE_ctrl_cmd_string";
+    const std::string command = text_of(cmd_name);
+    const std::string value = command == "PIN" ? script().describe_pin(arg) : text_of(arg);
+    const std::string named = std::string(function) + "(" + command + ")";
+    if (cmd_optional != 0) script().violation(named + ": optional");
+    const Failure* failure = script().step(function, name_of(e, function) + ", " + command + ", " + value);
+    if (failure != nullptr) return failure->rc;
+    return fake().is_alive(e) ? Kes::test::run_command(e, command, arg) : 0;
+}
+
+int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(void), int cmd_optional) {
+    struct Record { // the engine's layout of the command's parameters
+        const char* cert_id;
+        X509* cert;
+    };
+    constexpr const char* function = "ENGINE_ctrl_cmd";
+    auto* record = static_cast<Record*>(p);
+    if (std::strcmp(cmd_name, "LOAD_CERT_CTRL") != 0 || i != 0 || f != nullptr || cmd_optional != 0 ||
+        record->cert != nullptr)
+        script().violation("ENGINE_ctrl_cmd: wrong arguments");
+    const Failure* failure =
+        script().step(function, name_of(e, function) + ", " + cmd_name + ", " + text_of(record->cert_id));
+    if (!fake().is_alive(e)) return 0;
+    Kes::test::require_use(e, function);
+    if (failure == nullptr || fake().gives_certificate_on_failure)
+        record->cert = fake().certificate == nullptr ? nullptr : fake().hand_out(fake().certificate);
+    return failure == nullptr ? 1 : failure->rc;
+}
+
+int ENGINE_init(ENGINE* e) {
+    if (fake().is_forgotten(e)) return 0;
+    const Failure* failure = script().step("ENGINE_init", name_of_kept(e, "ENGINE_init"));
+    if (failure != nullptr) return failure->rc;
+    if (!fake().is_known(e)) return 0;
+    if (!e->is_loaded) script().violation("ENGINE_init: nothing loaded");
+    ++e->functional_references;
+    return 1;
+}
+
+int ENGINE_finish(ENGINE* e) {
+    const Failure* failure = script().step("ENGINE_finish", name_of_kept(e, "ENGINE_finish"));
+    if (!fake().is_known(e)) return 0;
+    if (e->functional_references == 0)
+        script().violation("ENGINE_finish: not initialised");
+    else if (--e->functional_references == 0) // dropped even when the engine's own finish function fails
+        e->finish(e);
+    return failure == nullptr ? 1 : failure->rc;
+}
+
+int ENGINE_remove(ENGINE* e) {
+    const Failure* failure = script().step("ENGINE_remove", name_of(e, "ENGINE_remove"));
+    if (failure != nullptr) return failure->rc;
+    if (!fake().is_alive(e)) return 0;
+    if (!e->is_in_list) script().violation("ENGINE_remove: not in the list");
+    e->is_in_list = false;
+    return 1;
+}
+
+int ENGINE_set_default(ENGINE* e, unsigned int flags) {
+    const std::string arguments = name_of(e, "ENGINE_set_default") + ", " + std::to_string(flags);
+    if (const Failure* failure = script().step("ENGINE_set_default", arguments)) return failure->rc;
+    if (fake().is_alive(e)) Kes::test::require_use(e, "ENGINE_set_default");
+    return 1;
+}
+
+const char* ENGINE_get_id(const ENGINE* e) {
+    script().note("ENGINE_get_id(" + name_of(e, "ENGINE_get_id") + ")");
+    return fake().is_alive(e) ? e->id.c_str() : "?";
+}
+
+EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
+    EVP_PKEY* source = fake().private_key;
+    if (fake().needs_right_pin && fake().is_alive(e) && !e->has_right_pin) {
+        Kes::test::put_on_error_queue("PIN incorrect");
+        source = nullptr;
+    }
+    EVP_PKEY* key =
+        Kes::test::load_key("ENGINE_load_private_key", e, key_id, ui_method, callback_data, source);
+    if (key != nullptr && fake().holds_on && e->circle == 0) e->functional_references += ++e->circle;
+    return key;
+}
+
+EVP_PKEY* ENGINE_load_public_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
+    return Kes::test::load_key("ENGINE_load_public_key", e, key_id, ui_method, callback_data,
+                               fake().public_key);
+}
+
+void ENGINE_unregister_RSA(ENGINE* e) { unregister("ENGINE_unregister_RSA", e); }
+void ENGINE_unregister_DSA(ENGINE* e) { unregister("ENGINE_unregister_DSA", e); }
+void ENGINE_unregister_EC(ENGINE* e) { unregister("ENGINE_unregister_EC", e); }
+void ENGINE_unregister_DH(ENGINE* e) { unregister("ENGINE_unregister_DH", e); }
+void ENGINE_unregister_RAND(ENGINE* e) { unregister("ENGINE_unregister_RAND", e); }
+void ENGINE_unregister_ciphers(ENGINE* e) { unregister("ENGINE_unregister_ciphers", e); }
+void ENGINE_unregister_digests(ENGINE* e) { unregister("ENGINE_unregister_digests", e); }
+void ENGINE_unregister_pkey_meths(ENGINE* e) { unregister("ENGINE_unregister_pkey_meths", e); }
+void ENGINE_unregister_pkey_asn1_meths(ENGINE* e) { unregister("ENGINE_unregister_pkey_asn1_meths", e); }
+
+int ENGINE_up_ref(ENGINE* e) {
+    if (!fake().is_known(e)) {
+        script().violation("ENGINE_up_ref: no such engine");
+        return 0;
+    }
+    ++e->references;
+    ++e->extra_references;
+    return 1;
+}
+
+/// The reference that was taken before becomes one of the engine's users.
+int ENGINE_add(ENGINE* e) {
+    script().note("ENGINE_add(" + e->name + ")");
+    e->is_in_list = true;
+    --e->extra_references;
+    return 1;
+}
+
+ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE* e) {
+    return fake().has_finish_function ? e->finish : nullptr;
+}
+
+int ENGINE_set_finish_function(ENGINE* e, ENGINE_GEN_INT_FUNC_PTR finish_f) {
+    e->finish = finish_f;
+    return 1;
+}
+
+int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
+    if (e == nullptr) return 1;
+    name_of(e, "EVP_PKEY_set1_engine");
+    if (fake().refuses_key_engine) {
+        Kes::test::put_on_error_queue("no such method");
+        return 0;
+    }
+    fake().lend(pkey);
+    return 1;
+}
+
+void X509_free(X509* a) {
+    static const auto real = real_function<void (*)(X509*)>("X509_free");
+    fake().end_object("X509_free", a);
+    real(a);
+}
+
+void EVP_PKEY_free(EVP_PKEY* pkey) {
+    static const auto real = real_function<void (*)(EVP_PKEY*)>("EVP_PKEY_free");
+    fake().end_object("EVP_PKEY_free", pkey);
+    real(pkey);
+}
+
+/// Printing a name fails only out of memory; here it can be made to.
+int X509_NAME_print_ex(BIO* out, const X509_NAME* nm, int indent, unsigned long flags) {
+    using Print = int (*)(BIO*, const X509_NAME*, int, unsigned long);
+    static const auto real = real_function<Print>("X509_NAME_print_ex");
+    if (const Failure* failure = script().step("X509_NAME_print_ex", "")) return failure->rc;
+    return real(out, nm, indent, flags);
+}
+
+} // extern "C"

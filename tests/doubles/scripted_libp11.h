@@ -1,0 +1,87 @@
+#ifndef KES_TESTS_DOUBLES_SCRIPTED_LIBP11_H_
+#define KES_TESTS_DOUBLES_SCRIPTED_LIBP11_H_
+
+#include <cstddef>
+#include <libp11.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "call_script.h"
+
+/// A libp11 that does what it is told: this library's source defines the PKCS11_* functions that ours call,
+/// in place of the real ones. Calls, failures and wrong uses go to the CallScript.
+namespace Kes::test {
+
+using FakeText = std::optional<std::string>; ///< without a value: a null pointer
+
+/// A certificate or a key on a token.
+struct FakeObject {
+    FakeText label;
+    std::vector<unsigned char> id; ///< empty: a null pointer and length 0
+    X509* x509 = nullptr;          ///< certificates; lent, each enumeration hands out a copy
+};
+
+struct FakeToken {
+    FakeText label = "Token 1";
+    FakeText manufacturer = "Maker";
+    FakeText model = "Model 7";
+    FakeText serialnr = "0042";
+    bool is_initialized = true;
+    unsigned char loginRequired = 1;
+    unsigned char secureLogin = 0;
+    std::vector<FakeObject> certs;
+    std::vector<FakeObject> private_keys; ///< shown only after the login that the token requires
+    std::vector<FakeObject> public_keys;
+};
+
+struct FakeSlot {
+    FakeText manufacturer = "Slot maker";
+    FakeText description = "Slot 1";
+    std::optional<FakeToken> token;
+};
+
+class FakeLibp11 {
+public:
+    static FakeLibp11& instance();
+
+    /// Back to no slots and nobody logged in; frees what was never released.
+    void reset();
+
+    FakeText manufacturer = "Module maker";
+    FakeText description = "Module";
+    std::vector<FakeSlot> slots;
+    bool is_logged_in = false;
+
+    std::size_t live_contexts() const;
+    std::size_t live_slot_arrays() const;
+
+    struct Context;
+    struct SlotArray;
+
+    // The functions below are what the PKCS11_* functions ask.
+    Context* find(const PKCS11_CTX* ctx, const std::string& caller);
+    SlotArray* find_array(const PKCS11_SLOT* slots_in, const std::string& caller);
+    std::string name_of(const PKCS11_SLOT* slot, const std::string& caller);
+    std::string name_of(const PKCS11_TOKEN* token, const std::string& caller);
+    FakeToken* script_of(const PKCS11_TOKEN* token);
+    SlotArray* array_of(const PKCS11_TOKEN* token);
+    Context* add_context();
+    SlotArray* add_slot_array(Context* owner);
+    void free_context(Context* context);
+    void free_slot_array(SlotArray* array);
+
+private:
+    FakeLibp11();
+    ~FakeLibp11();
+
+    std::vector<std::unique_ptr<Context>> contexts_;
+    std::vector<std::unique_ptr<SlotArray>> arrays_;
+    int contexts_made_ = 0;
+    int arrays_made_ = 0;
+};
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_DOUBLES_SCRIPTED_LIBP11_H_

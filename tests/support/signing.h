@@ -1,0 +1,33 @@
+#ifndef KES_TESTS_SUPPORT_SIGNING_H_
+#define KES_TESTS_SUPPORT_SIGNING_H_
+
+#include <openssl/types.h>
+#include <string>
+#include <vector>
+
+namespace Kes::test {
+
+/// The DER encodings: of the certificate, and of a SubjectPublicKeyInfo.
+std::vector<unsigned char> der_of(X509* certificate);
+std::vector<unsigned char> public_key_der(EVP_PKEY* key);
+
+constexpr int pkcs1 = 1; ///< RSA_PKCS1_PADDING, PKCS#1 v1.5
+constexpr int pss = 6;   ///< RSA_PKCS1_PSS_PADDING
+
+/// What OpenSSL has to say when the key signs with SHA-256 and that padding; "" when it signs and the
+/// signature is right, as the certificate's public key judges it in a library context that no engine reaches.
+std::string signing_problem(EVP_PKEY* key, X509* certificate, int padding);
+
+/// The same for RSA PKCS#1 v1.5 with each SHA-2.
+std::string signing_problem(EVP_PKEY* key, X509* certificate);
+
+/// Without what differs from run to run and from version to version of OpenSSL in lines of its error queue:
+/// their library and reason remain.
+std::string masked(const std::string& text);
+
+/// A Windows error as texts show it, with what the system has to say of it now.
+std::string windows_error(unsigned long code);
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_SUPPORT_SIGNING_H_
