@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_UNIT_UNIT_CERTS_H_
-#define KES_TESTS_UNIT_UNIT_CERTS_H_
+#ifndef KES_TESTS_UNIT_UTILS_UNIT_CERTS_H_
+#define KES_TESTS_UNIT_UTILS_UNIT_CERTS_H_
 
 #include <regex>
 #include <stdexcept>
@@ -26,4 +26,4 @@ inline std::string mask_queue(const std::string& text) {
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_UNIT_UNIT_CERTS_H_
+#endif // KES_TESTS_UNIT_UTILS_UNIT_CERTS_H_

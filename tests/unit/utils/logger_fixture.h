@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_UNIT_LOGGER_FIXTURE_H_
-#define KES_TESTS_UNIT_LOGGER_FIXTURE_H_
+#ifndef KES_TESTS_UNIT_UTILS_LOGGER_FIXTURE_H_
+#define KES_TESTS_UNIT_UTILS_LOGGER_FIXTURE_H_
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -41,4 +41,4 @@ private:
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_UNIT_LOGGER_FIXTURE_H_
+#endif // KES_TESTS_UNIT_UTILS_LOGGER_FIXTURE_H_

@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_UNIT_NUMBERED_LINES_H_
-#define KES_TESTS_UNIT_NUMBERED_LINES_H_
+#ifndef KES_TESTS_UNIT_UTILS_NUMBERED_LINES_H_
+#define KES_TESTS_UNIT_UTILS_NUMBERED_LINES_H_
 
 #include <string>
 
@@ -17,4 +17,4 @@ void expect_all_lines(const std::string& text);
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_UNIT_NUMBERED_LINES_H_
+#endif // KES_TESTS_UNIT_UTILS_NUMBERED_LINES_H_

@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_UNIT_HOOKS_H_
-#define KES_TESTS_UNIT_HOOKS_H_
+#ifndef KES_TESTS_UNIT_UTILS_HOOKS_H_
+#define KES_TESTS_UNIT_UTILS_HOOKS_H_
 
 #include <cstddef>
 #include <ctime>
@@ -95,4 +95,4 @@ struct OsslCalls {
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_UNIT_HOOKS_H_
+#endif // KES_TESTS_UNIT_UTILS_HOOKS_H_

@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_UNIT_HOOKS_SYSTEM_H_
-#define KES_TESTS_UNIT_HOOKS_SYSTEM_H_
+#ifndef KES_TESTS_UNIT_UTILS_HOOKS_SYSTEM_H_
+#define KES_TESTS_UNIT_UTILS_HOOKS_SYSTEM_H_
 
 #include <cstddef>
 #include <string>
@@ -18,4 +18,4 @@ void note_clock_read() noexcept;
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_UNIT_HOOKS_SYSTEM_H_
+#endif // KES_TESTS_UNIT_UTILS_HOOKS_SYSTEM_H_

@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_UNIT_HOOKS_MESSAGES_WIN_H_
-#define KES_TESTS_UNIT_HOOKS_MESSAGES_WIN_H_
+#ifndef KES_TESTS_UNIT_UTILS_HOOKS_MESSAGES_WIN_H_
+#define KES_TESTS_UNIT_UTILS_HOOKS_MESSAGES_WIN_H_
 
 #include <vector>
 
@@ -30,4 +30,4 @@ struct MessageCalls {
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_UNIT_HOOKS_MESSAGES_WIN_H_
+#endif // KES_TESTS_UNIT_UTILS_HOOKS_MESSAGES_WIN_H_
