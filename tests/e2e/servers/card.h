@@ -1,0 +1,60 @@
+#ifndef KES_TESTS_E2E_SERVERS_CARD_H_
+#define KES_TESTS_E2E_SERVERS_CARD_H_
+
+#include <string>
+#include <vector>
+
+#include <openssl/ossl_typ.h>
+
+#include "marvo/ossl_scard_if.h"
+#include "server.h"
+#include "support/support.h"
+
+namespace Kes::test {
+
+/// Runs tools/soft-token.
+/// @return its output without the last line end
+std::string soft_token(std::vector<std::string> args);
+
+/// A soft token with one key and its certificate, the throw-away CA that signed it, and a server's
+/// certificate.
+class Card {
+public:
+    /// @param options  further options for the key's certificate, as soft-token takes them
+    Card(const std::string& key_type, const std::string& subject,
+         const std::vector<std::string>& options = {});
+
+    std::string file(const std::string& name) const { return dir_.file(name); }
+    std::string ca_file() const { return file("ca.crt"); }
+    ServerSetup server_setup() const { return ServerSetup(dir_.path()); }
+    const char* pin() const { return "271828"; }
+
+private:
+    TempDir dir_;
+    EnvVar conf_;
+};
+
+/// Key and certificate, loaded from the card by the library, as a client does it.
+/// Ends with the object: TLS objects that use them must end before.
+class LoadedKey {
+public:
+    /// @throws std::runtime_error with the library's error text
+    explicit LoadedKey(const Card& card);
+    ~LoadedKey();
+    LoadedKey(const LoadedKey&) = delete;
+    LoadedKey& operator=(const LoadedKey&) = delete;
+
+    EVP_PKEY* key() const { return key_; }
+    X509* cert() const { return cert_; }
+
+private:
+    void load(const Card& card);
+
+    OsslScardIf* library_;
+    EVP_PKEY* key_ = nullptr;
+    X509* cert_ = nullptr;
+};
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_E2E_SERVERS_CARD_H_

@@ -1,0 +1,24 @@
+# The example programs for Windows, under Wine: by the doubles of the pkcs11 road with their card, and by CryptoAPI with
+# the test card of its provider.
+add_executable(kes_windows_login_tests
+    windows_capi.cpp
+    windows_capi_login_test.cpp
+    windows_capi_settings_test.cpp
+    windows_login_test.cpp
+    windows_program.cpp
+    ${PROJECT_SOURCE_DIR}/tests/support/test_card.cpp)
+add_dependencies(kes_windows_login_tests loopback_only)
+target_compile_definitions(kes_windows_login_tests PRIVATE
+    MARVO_WINE="${PROJECT_SOURCE_DIR}/tools/wine"
+    MARVO_PREPARE_CARD="${PROJECT_SOURCE_DIR}/tests/data/prepare-card"
+    MARVO_PROGRAMS="${MARVO_WINDOWS_BUILD}/bin"
+    MARVO_DOUBLES="${MARVO_WINDOWS_BUILD}/tests/doubles/dll"
+    MARVO_CARD_FILES="${MARVO_WINDOWS_BUILD}/tests/data/cards")
+target_link_libraries(kes_windows_login_tests PRIVATE kes_servers kes_flags OpenSSL::Crypto GTest::gtest_main)
+gtest_discover_tests(kes_windows_login_tests TEST_FILTER -*WindowsCapi*:*MyStore* TEST_LIST windows_login_tests
+    TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES TIMEOUT 120)
+# The Windows build registers the card, in a test of its own. There is one store of the name "MY".
+gtest_discover_tests(kes_windows_login_tests TEST_FILTER *WindowsCapi* TEST_LIST windows_capi_tests
+    TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES FIXTURES_REQUIRED test_card TIMEOUT 120)
+gtest_discover_tests(kes_windows_login_tests TEST_FILTER *MyStore* TEST_LIST windows_store_tests
+    TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES FIXTURES_REQUIRED test_card TIMEOUT 120 RESOURCE_LOCK winapi_my_store)

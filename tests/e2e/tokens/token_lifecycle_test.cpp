@@ -1,0 +1,315 @@
+// Life after life in one process, and processes that end in the middle of one.
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include "direct_libp11_client.h"
+#include "token_client.h"
+
+namespace Kes::test {
+namespace {
+
+std::size_t open_files() {
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+/// What the process has allocated: 0 where an allocator that does not tell is in use.
+std::size_t allocated() { return ::mallinfo2().uordblks; }
+
+/// How many rounds a test makes: the usual number, unless the environment wants fewer because each is slow.
+int rounds(int usual) {
+    const char* at_most = std::getenv("MARVO_TEST_ROUNDS");
+    return at_most == nullptr ? usual : std::min(usual, std::atoi(at_most));
+}
+
+TEST(LifetimeTest, AThousandWithoutLoginLeaveNoFileAndNoMemoryBehind) {
+    const SoftToken token("one");
+    std::size_t files = 0;
+    std::size_t memory = 0;
+    for (int i = 0; i < 1000; ++i) {
+        if (i == 100) { // what is made once is there by now
+            files = open_files();
+            memory = allocated();
+        }
+        Client client;
+        ASSERT_TRUE(client.read()) << i << ": " << client.error();
+    }
+    EXPECT_EQ(open_files(), files);
+    constexpr std::size_t smallest_block =
+        32; // of this allocator; tables that settle may grow by a part of it
+    EXPECT_LT(allocated(), memory + 900 * smallest_block);
+}
+
+TEST(LifetimeTest, EachOfManyWithLoginAndLoadSigns) {
+    const SoftToken token("two");
+    for (int i = 0; i < rounds(20); ++i) {
+        Client client;
+        ASSERT_TRUE(client.discover()) << i << ": " << client.error();
+        ASSERT_TRUE(client.load(i % 2 == 0 ? "%01" : "%02")) << i << ": " << client.error();
+        ASSERT_EQ(signing_problem(client.key(), client.certificate()), "") << i;
+        ASSERT_EQ(client.certificate_der(), token.certificate(i % 2 == 0 ? "first" : "second")) << i;
+    }
+}
+
+TEST(LifetimeTest, EnginesFromDifferentPathsSignInAnyOrder) {
+    const SoftToken token("one");
+    const TempDir dir;
+    const std::string copy = dir.file("copy.so");
+    const std::string link = dir.file("link.so");
+    std::filesystem::copy_file(pkcs11_engine(), copy);
+    std::filesystem::create_symlink(pkcs11_engine(), link);
+    for (const std::string& path : {pkcs11_engine(), copy, pkcs11_engine(), link, copy, link}) {
+        const EnvVar engine("ossl_scard_cfg_pkcs11_openssl_engine_dll", path);
+        Client client;
+        ASSERT_TRUE(client.discover()) << path << ": " << client.error();
+        ASSERT_TRUE(client.load()) << path << ": " << client.error();
+        ASSERT_EQ(signing_problem(client.key(), client.certificate()), "") << path;
+    }
+}
+
+TEST(LifetimeTest, AWrongPinIsRefusedInEachLifetimeAfterARightOne) {
+    const SoftToken token("one");
+    for (int i = 0; i < 3; ++i) {
+        {
+            Client client;
+            ASSERT_TRUE(client.discover()) << i << ": " << client.error();
+            ASSERT_TRUE(client.load()) << i << ": " << client.error();
+        }
+        Client client;
+        EXPECT_FALSE(client.discover("654321")) << i;
+    }
+}
+
+TEST(LifetimeTest, AnotherTokenMayServeTheNextOne) {
+    for (const char* name : {"first", "second"}) {
+        const SoftToken token("two");
+        Client client;
+        ASSERT_TRUE(client.discover()) << client.error();
+        const std::string id = name == std::string("first") ? "%01" : "%02";
+        ASSERT_TRUE(client.load(id)) << client.error();
+        EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+        EXPECT_EQ(client.certificate_der(), token.certificate(name));
+    }
+}
+
+TEST(LifetimeTest, WhileAKeyOfAnEarlierOneIsHeldALoadFailsAndTellsWhy) {
+    const SoftToken token("one");
+    EVP_PKEY* held = nullptr;
+    {
+        Client client;
+        ASSERT_TRUE(client.discover()) << client.error();
+        ASSERT_TRUE(client.load()) << client.error();
+        held = client.key();
+        ASSERT_EQ(::EVP_PKEY_up_ref(held), 1);
+    }
+    {
+        Client client;
+        ASSERT_TRUE(client.discover()) << client.error();
+        EXPECT_FALSE(client.load());
+        EXPECT_EQ(client.masked_error(), "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                                         "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n"
+                                         "error:engine routines:init failed:");
+        EXPECT_TRUE(
+            client.has_logged("<warn> the engine cannot be loaded again: the client still uses a private key "
+                              "of an earlier load"));
+    }
+    ::EVP_PKEY_free(held);
+    Client client;
+    ASSERT_TRUE(client.discover()) << client.error();
+    ASSERT_TRUE(client.load()) << client.error();
+    EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+}
+
+TEST(LifetimeTest, AClientThatLoadsTheLibraryItselfMayCloseItAfterEachOne) {
+    const SoftToken token("one");
+    const std::string command = MARVO_DLOPEN_CLIENT " " MARVO_LIBRARY " " + softhsm_module() + " " +
+                                pkcs11_engine() + " 3 >" + token.file("out") + " 2>&1 </dev/null";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(read_file(token.file("out")),
+              "loaded a key\nloaded a key\nloaded a key\nno engine: /nowhere\ndone\n");
+}
+
+TEST(RoundTest, AnotherKeyIsLoadedAfterANewRead) {
+    const SoftToken token("two");
+    Client client;
+    ASSERT_TRUE(client.discover()) << client.error();
+    ASSERT_TRUE(client.load("%01")) << client.error();
+    ASSERT_EQ(client.certificate_der(), token.certificate("first"));
+    for (int i = 0; i < 5; ++i)
+        for (const auto& [id, name] : {std::pair("%02", "second"), std::pair("%01", "first")}) {
+            ASSERT_EQ(client->read_scard(), 0) << client.error();
+            ASSERT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+            ASSERT_TRUE(client.load(id)) << client.error();
+            EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+            EXPECT_EQ(client.certificate_der(), token.certificate(name));
+        }
+}
+
+TEST(RoundTest, ALoadedKeySignsWhileTheCardIsReadAgain) {
+    const SoftToken token("two");
+    Client client;
+    ASSERT_TRUE(client.discover()) << client.error();
+    ASSERT_TRUE(client.load("%01")) << client.error();
+    ASSERT_EQ(client->read_scard(), 0) << client.error();
+    EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+    ASSERT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+    EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+}
+
+TEST(RoundTest, AfterAnUnloadOnlyANewRoundLoads) {
+    const SoftToken token("one");
+    Client client;
+    ASSERT_TRUE(client.discover()) << client.error();
+    ASSERT_TRUE(client.load()) << client.error();
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(client->ossl_unload(), 0);
+        EXPECT_EQ(client.key(), nullptr);
+        EXPECT_EQ(client.certificate(), nullptr);
+        ASSERT_EQ(client->ossl_load(), 0);
+        EXPECT_EQ(client.key(), nullptr);
+        ASSERT_EQ(client->read_scard(), 0) << client.error();
+        ASSERT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+        ASSERT_TRUE(client.load()) << i << ": " << client.error();
+        EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+    }
+}
+
+TEST(RoundTest, ASecondLoadKeepsKeyAndCertificate) {
+    const SoftToken token("one");
+    Client client;
+    ASSERT_TRUE(client.discover()) << client.error();
+    ASSERT_TRUE(client.load()) << client.error();
+    EVP_PKEY* key = client.key();
+    X509* certificate = client.certificate();
+    ASSERT_EQ(client->ossl_load(), 0);
+    EXPECT_EQ(client.key(), key);
+    EXPECT_EQ(client.certificate(), certificate);
+}
+
+class ManyRoundsTest : public testing::Test {
+protected:
+    static constexpr long slack = 1024; // for each round: less than the slots of one reader
+
+    /// What each of many rounds leaves allocated, in bytes.
+    template <typename Round>
+    static long growth(Round round) {
+        for (int i = 0; i < rounds(10); ++i) // what is made once is there afterwards
+            round();
+        const auto before = static_cast<long>(allocated());
+        for (int i = 0; i < rounds(200); ++i)
+            round();
+        return (static_cast<long>(allocated()) - before) / rounds(200);
+    }
+
+    /// The same libp11 calls without the library: libp11 itself keeps a little of each round.
+    static long growth_by_hand() {
+        ByHand by_hand(WrappedModule::path());
+        const long bytes = growth([&] {
+            by_hand.read();
+            EXPECT_TRUE(by_hand.log_in(token_pin));
+            EXPECT_EQ(by_hand.scan(), 1U);
+        });
+        by_hand.end();
+        return bytes;
+    }
+
+    static void read_and_scan(Client& client) {
+        EXPECT_EQ(client->read_scard(), 0) << client.error();
+        EXPECT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+        EXPECT_EQ(client.num_keys, 1U);
+    }
+
+    static void set_up(Client& client) {
+        client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str());
+        ASSERT_TRUE(client.discover()) << client.error();
+    }
+
+    const SoftToken token{"one"};
+    const WrappedModule module;
+};
+
+TEST_F(ManyRoundsTest, OfReadingAndScanningLeaveNoFileNoSessionAndNoMemoryBehind) {
+    const long by_hand = growth_by_hand();
+    EXPECT_EQ(module->open_sessions, 0U);
+    Client client;
+    set_up(client);
+    const std::size_t files = open_files();
+    const std::uint64_t sessions = module->open_sessions;
+    EXPECT_GT(sessions, 0U);
+    EXPECT_LE(growth([&] { read_and_scan(client); }), by_hand + slack);
+    EXPECT_EQ(open_files(), files);
+    EXPECT_EQ(module->open_sessions, sessions);
+    client.end();
+    EXPECT_EQ(module->open_sessions, 0U);
+    EXPECT_EQ(module.calls(P11::initialize), 2U); // once by hand
+    EXPECT_EQ(module.calls(P11::finalize), 2U);
+}
+
+TEST_F(ManyRoundsTest, AfterALoadKeepSlotsUntilTheDestroyGivesThemBack) {
+    constexpr long kept = 16 * 1024; // at most, of each round
+    long memory = 0;
+    for (const bool is_first : {true, false}) { // what is made once is there after the first
+        if (!is_first) memory = static_cast<long>(allocated());
+        Client client;
+        set_up(client);
+        ASSERT_TRUE(client.load()) << client.error();
+        const std::size_t files = open_files();
+        EXPECT_LE(growth([&] { read_and_scan(client); }), kept);
+        EXPECT_EQ(open_files(), files);
+        EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+        client.end();
+        EXPECT_EQ(module->open_sessions, 0U);
+    }
+    EXPECT_LE(static_cast<long>(allocated()) - memory, kept); // all rounds together
+}
+
+/// Goes that many steps of the usual way.
+int go(Client& client, int steps) {
+    EVP_PKEY* key = nullptr;
+    X509* certificate = nullptr;
+    const std::function<int()> way[] = {[&] { return client->version_check(4); },
+                                        [&] { return client->init(client.cfg); },
+                                        [&] { return client->read_scard(); },
+                                        [&] { return client->set_pin(token_pin); },
+                                        [&] { return client->discover_keys(&client.num_keys); },
+                                        [&] { return client->set_key(std::size_t{0}); },
+                                        [&] { return client->notify_config_done(); },
+                                        [&] { return client->ossl_load(); },
+                                        [&] { return client->ossl_get_private_key(&key); },
+                                        [&] { return client->ossl_get_certificate(&certificate); },
+                                        [&] { return signing_problem(key, certificate).empty() ? 0 : 1; },
+                                        [&] { return client->ossl_unload(); }};
+    for (int i = 0; i < steps; ++i)
+        if (way[i]() != 0) return i + 1;
+    return 0;
+}
+
+class ExitTest : public testing::TestWithParam<int> {};
+
+TEST_P(ExitTest, AProcessThatEndsAfterThisStepEndsWell) {
+    const SoftToken token("one");
+    EXPECT_EQ(status_of_child([] {
+                  static auto* const client = new Client; // it has no end: exit() comes first
+                  return go(*client, GetParam());
+              }),
+              0);
+}
+
+TEST_P(ExitTest, ADestroyAfterThisStepAndTheEndOfTheProcessGoWell) {
+    const SoftToken token("one");
+    EXPECT_EQ(status_of_child([] {
+                  Client client;
+                  const int failed_step = go(client, GetParam());
+                  client.end();
+                  return failed_step;
+              }),
+              0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, ExitTest, testing::Range(0, 13));
+
+} // namespace
+} // namespace Kes::test

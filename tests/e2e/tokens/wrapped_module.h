@@ -1,0 +1,44 @@
+#ifndef KES_TESTS_E2E_TOKENS_WRAPPED_MODULE_H_
+#define KES_TESTS_E2E_TOKENS_WRAPPED_MODULE_H_
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+
+/// What the wrapping PKCS#11 module and a test share: the test reads how often each function was called and
+/// turns on what SoftHSM does not do by itself. The block lies in a file that both map; the module finds it
+/// by the environment.
+namespace Kes::test {
+
+constexpr const char* wrapped_block_variable = "MARVO_TEST_MODULE_BLOCK"; // path of the file
+constexpr const char* wrapped_module_variable = "MARVO_TEST_MODULE";      // path of the module behind
+
+/// Positions in PKCS#11's function list, of the functions that tests name.
+enum class P11 : std::size_t {
+    initialize = 0,
+    finalize = 1,
+    get_slot_list = 4,
+    get_slot_info = 5,
+    get_token_info = 6,
+    open_session = 12,
+    close_session = 13,
+    close_all_sessions = 14,
+    login = 18,
+    get_attribute_value = 24,
+    find_objects_init = 26,
+    count = 68
+};
+
+struct WrappedBlock {
+    std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(P11::count)> calls;
+    std::atomic<std::uint64_t> open_sessions;   ///< of all slots together, for the test to read
+    std::atomic<std::uint32_t> reverse_slots;   ///< the slot list comes the other way round
+    std::atomic<std::uint32_t> no_token;        ///< the readers are empty
+    std::atomic<std::uint32_t> removed;         ///< the card was pulled out: whatever needs it fails
+    std::atomic<std::uint64_t> set_token_flags; ///< added to each token's flags
+    std::atomic<std::uint64_t> clear_token_flags;
+};
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_E2E_TOKENS_WRAPPED_MODULE_H_

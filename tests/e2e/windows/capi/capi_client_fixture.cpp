@@ -1,0 +1,59 @@
+#include "capi_client_fixture.h"
+
+namespace Kes::test {
+
+RoadTest::RoadTest() : folder_before_(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder_.path());
+}
+
+RoadTest::~RoadTest() { std::filesystem::current_path(folder_before_); }
+
+void RoadTest::TearDown() {
+    scard().destroy();
+    EXPECT_EQ(card.unreleased(), Lines());
+}
+
+OsslScardCfg* RoadTest::make_config() const {
+    OsslScardCfg* cfg = scard().get_config_default();
+    if (crypto_if != OsslScardCfg::capi) cfg->set_crypto_if(crypto_if);
+    cfg->set_logfile_severity(log_severity);
+    return cfg;
+}
+
+::testing::AssertionResult RoadTest::discover() {
+    if (scard().init(make_config()) == 0 && scard().read_scard() == 0 &&
+        scard().discover_keys(&num_keys) == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << error();
+}
+
+::testing::AssertionResult RoadTest::load() {
+    if (scard().notify_config_done() == 0 && scard().ossl_load() == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << error();
+}
+
+::testing::AssertionResult RoadTest::load(unsigned int key_type, const std::string& key_id) {
+    if (scard().set_key(key_type, key_id.c_str()) == 0) return load();
+    return ::testing::AssertionFailure() << error();
+}
+
+EVP_PKEY* RoadTest::key() const {
+    EVP_PKEY* key = nullptr;
+    scard().ossl_get_private_key(&key);
+    return key;
+}
+
+X509* RoadTest::certificate() const {
+    X509* certificate = nullptr;
+    scard().ossl_get_certificate(&certificate);
+    return certificate;
+}
+
+Lines RoadTest::log() const {
+    Lines lines = split_lines(read_text("ossl_scard.log"));
+    for (std::string& line : lines)
+        line = without_header(line);
+    return lines;
+}
+
+} // namespace Kes::test

@@ -1,0 +1,190 @@
+// The log of a typical run on each road, whole but for the build's date in its first lines.
+#include <algorithm>
+
+#include "capi_client_fixture.h"
+#include "support/system_store.h"
+
+namespace Kes::test {
+namespace {
+
+const Lines beginning{
+    "<info> OpenSSL smart card manager started.",
+    "<info> called: Kes::OsslScardIfImp::get_config_default()",
+    "<info> called: Kes::OsslScardIfImp::init()",
+};
+
+Lines settings(const std::string& crypto_if, const std::string& key_type, const std::string& key_name,
+               const Lines& state) {
+    Lines lines{
+        "<info> OpenSSL smart card manager settings:",
+        "configuration settings:",
+        "  crypto_if=" + crypto_if,
+        "  capi_openssl_engine_dll=.\\capi.dll",
+        "  capi_csp_name=Microsoft Base Smart Card Crypto Provider",
+        "  capi_key_type=" + key_type,
+        "  pkcs11_openssl_engine_dll=.\\pkcs11.dll",
+        "  pkcs11_module_dll=itp11.dll",
+        "  capi_store_openssl_engine_dll=.\\capi.dll",
+        "  capi_store_cert_store_name=MY",
+        "  priv_key_name=" + key_name,
+        "  cert_name=" + key_name,
+        "  kuse_filter_type=all",
+        "  kuse_filter=none",
+        "  xkuse_filter_type=all",
+        "  xkuse_nid_filter=",
+        "  logfile=ossl_scard.log",
+        "  logfile_severity=info|warn|error|fatal",
+        "  logfile_append=false",
+        "additional settings:",
+    };
+    lines.insert(lines.end(), state.begin(), state.end());
+    return lines;
+}
+
+Lines initialized(const std::string& crypto_if) {
+    return settings(crypto_if, "SIGNATURE", "",
+                    {"  cfg_state=initialized", "  is_pin_required=false", "  pin specified=false",
+                     "  need_ossl_reload=false", "<info> init done."});
+}
+
+Lines configured(const std::string& crypto_if, const std::string& key_type, const std::string& key_name) {
+    return settings(crypto_if, key_type, key_name,
+                    {"  cfg_state=configured", "  is_pin_required=false", "  pin specified=false",
+                     "  need_ossl_reload=true", "<info> configuration done."});
+}
+
+const Lines usage{
+    "<info> key usage:",
+    "  _kuse_mask=\"digital_signature\" (0x80)",
+    "  _xkuse_mask=\"ssl_client\" (0x2)",
+    "  _xkuse_nid_list=\"1.3.6.1.5.5.7.3.2\"",
+    "<info> key usage check returned: 1",
+    "<info> extended key usage check returned: 1",
+};
+
+const Lines certificate_and_end{
+    "<info> certificate info:",
+    "<info>   subject: C=AT, O=Test Makers, CN=Sigrid Signature",
+    "<info>   issuer:  CN=Test Card CA",
+    "<info> called: Kes::OsslScardIfImp::ossl_get_private_key()",
+    "<info> called: Kes::OsslScardIfImp::ossl_get_certificate()",
+    "<info> called: Kes::OsslScardIfImp::ossl_unload()",
+    "<info> freed certificate",
+    "<info> freed key",
+    "<info> called: Kes::OsslScardIfImp::destroy()",
+    "<info> unloading engine: id=capi",
+    "<info> OpenSSL smart card manager stopped.",
+};
+
+Lines joined(const std::vector<Lines>& parts) {
+    Lines all;
+    for (const Lines& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+class LogTest : public RoadTest {
+protected:
+    /// @return the log of a run that loads key 0, from the start of the manager on
+    Lines log_of_run() {
+        EXPECT_TRUE(discover());
+        EXPECT_EQ(num_keys, 1U);
+        EXPECT_EQ(scard().set_key(std::size_t{0}), 0) << error();
+        EXPECT_TRUE(load());
+        EXPECT_NE(key(), nullptr);
+        EXPECT_NE(certificate(), nullptr);
+        EXPECT_EQ(scard().ossl_unload(), 0) << error();
+        scard().destroy();
+        Lines lines = log();
+        const auto start = std::find(lines.begin(), lines.end(), beginning.front());
+        return {start, lines.end()};
+    }
+};
+
+Lines selected(const std::string& key_type, const std::string& name) {
+    return {
+        "<info> called: Kes::OsslScardIfImp::set_key(key_num)",
+        "<info> setting key type: " + key_type,
+        "<info> setting private key name: " + name,
+        "<info> setting certificate name: " + name,
+        "<info> called: Kes::OsslScardIfImp::notify_config_done()",
+    };
+}
+
+Lines listed(const std::string& display_name, const std::string& key_type, const std::string& name) {
+    const std::string end = ", key_type=" + key_type + ", name=" + name + ", cluster_name=" + name + "]";
+    return {
+        "<info> " + display_name + " [type=private_key" + end,
+        display_name + " [type=public_key" + end,
+        display_name + " [type=certificate" + end,
+    };
+}
+
+const std::string on_provider =
+    "<info> capi initialized (provider=Microsoft Base Smart Card Crypto Provider, "
+    "key_container= (default), flags=0xf0000000)";
+const std::string on_container = "<info> capi initialized (provider=Microsoft Base Smart Card Crypto "
+                                 "Provider, key_container=sign, flags=0x0)";
+
+class CardLogTest : public LogTest {};
+
+TEST_F(CardLogTest, ARunOnTheCardIsWrittenLineByLine) {
+    card.add("sign");
+    EXPECT_EQ(
+        log_of_run(),
+        joined({
+            beginning,
+            initialized("capi"),
+            {"<info> called: Kes::OsslScardIfImp::read_scard()", on_provider, "<info> capi destroyed",
+             "<info> called: Kes::OsslScardIfImp::discover_keys()", "<info> scanning CAPI key containers",
+             on_provider, "<info> capi keyspec_mask=3", on_container,
+             "<info> no user key with key_type=KEYEXCHANGE",
+             "<info> fetched user key with key_type=SIGNATURE"},
+            usage,
+            {"<info> capi destroyed", "<info> capi destroyed"},
+            listed("sign (SIGNATURE)", "2", "sign"),
+            selected("2", "sign"),
+            configured("capi", "SIGNATURE", "sign"),
+            {"<info> called: Kes::OsslScardIfImp::ossl_load()",
+             "<info> loaded engine: id=capi, csp='Microsoft Base Smart Card Crypto Provider'",
+             "<info> read private key: sign", on_container, "<info> fetched user key with key_type=SIGNATURE",
+             "<info> read certificate: sign", "<info> capi destroyed"},
+            certificate_and_end,
+        }));
+}
+
+/// Shares the one store "MY" with other tests.
+class MyStoreLogTest : public LogTest {
+protected:
+    ~MyStoreLogTest() override { store.remove(); }
+
+    SystemStore store{"MY"};
+};
+
+TEST_F(MyStoreLogTest, ARunOnTheStoreIsWrittenLineByLine) {
+    const KeyPlace place = on_card("sign", signature);
+    card.add("sign");
+    store.add(prepared_certificate("sign", signature), &place);
+    crypto_if = OsslScardCfg::capi_store;
+    const std::string name = "AT, Test Makers, Sigrid Signature";
+    EXPECT_EQ(log_of_run(),
+              joined({
+                  beginning,
+                  initialized("capi_store"),
+                  {"<info> called: Kes::OsslScardIfImp::read_scard()",
+                   "<info> called: Kes::OsslScardIfImp::discover_keys()",
+                   "<info> scanning CAPI store key containers",
+                   "<info> subject='C=AT, O=Test Makers, CN=Sigrid Signature'; issuer='CN=Test Card CA'"},
+                  usage,
+                  {"<info> found 1 certs in store MY"},
+                  listed(name, "0", name),
+                  selected("0", name),
+                  configured("capi_store", "unknown [val=0]", name),
+                  {"<info> called: Kes::OsslScardIfImp::ossl_load()", "<info> loaded engine: id=capi",
+                   "<info> read private key: " + name, "<info> read certificate: " + name},
+                  certificate_and_end,
+              }));
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,236 @@
+// The capi_store road from end to end, with the default settings: the store "MY" of the current user.
+#include <gmock/gmock.h>
+#include <utility>
+
+#include "capi_client_fixture.h"
+#include "support/system_store.h"
+
+namespace Kes::test {
+namespace {
+
+constexpr const char* software_container = "marvo-test-key";
+
+/// Shares the one store "MY": these tests must not run at the same time.
+class MyStoreRoadTest : public RoadTest {
+protected:
+    MyStoreRoadTest() { crypto_if = OsslScardCfg::capi_store; }
+
+    ~MyStoreRoadTest() override {
+        store.remove();
+        delete_software_key(software_container);
+    }
+
+    void add_with_software_key(const std::string& prepared, unsigned int key_spec) {
+        import_software_key(software_container, key_spec, prepared_key(prepared, key_spec));
+        const KeyPlace place = in_software(software_container, key_spec);
+        store.add(prepared_certificate(prepared, key_spec), &place);
+    }
+
+    void add_with_card_key(const std::string& prepared, unsigned int key_spec) {
+        card.add(prepared);
+        const KeyPlace place = on_card(prepared, key_spec);
+        store.add(prepared_certificate(prepared, key_spec), &place);
+    }
+
+    Lines key_names() const {
+        Lines names;
+        for (std::size_t i = 0; i < num_keys; ++i)
+            names.emplace_back(scard().get_key_name(i));
+        return names;
+    }
+
+    SystemStore store{"MY"};
+};
+
+struct Key {
+    const char* prepared;
+    unsigned int key_spec;
+    const char* name;
+};
+
+void PrintTo(const Key& key, std::ostream* out) { *out << key.prepared; }
+
+std::string name_of(const ::testing::TestParamInfo<Key>& key) { return key.param.prepared; }
+
+class EachKeyTest : public MyStoreRoadTest, public ::testing::WithParamInterface<Key> {
+protected:
+    void expect_key_of_store() {
+        const Key& key = GetParam();
+        ASSERT_TRUE(discover());
+        EXPECT_EQ(key_names(), Lines{key.name});
+        ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
+        ASSERT_TRUE(load());
+        EXPECT_EQ(der_of(certificate()), prepared_certificate(key.prepared, key.key_spec));
+        EXPECT_EQ(signing_problem(RoadTest::key(), certificate()), "");
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(My, EachKeyTest,
+                         ::testing::Values(Key{"sign", signature, "AT, Test Makers, Sigrid Signature"},
+                                           Key{"exchange", key_exchange, "AT, Test Makers, Egon Exchange"}),
+                         name_of);
+
+TEST_P(EachKeyTest, InSoftwareSigns) {
+    add_with_software_key(GetParam().prepared, GetParam().key_spec);
+    expect_key_of_store();
+    EXPECT_EQ(card.calls(), Lines()); // this road needs no card
+}
+
+TEST_P(EachKeyTest, OnTheCardSigns) {
+    add_with_card_key(GetParam().prepared, GetParam().key_spec);
+    expect_key_of_store();
+    EXPECT_THAT(card.calls(), ::testing::Contains(std::string("sign@") + GetParam().prepared));
+}
+
+TEST_F(MyStoreRoadTest, AKeyIsSelectedByTypeZeroAndItsSubject) {
+    add_with_card_key("sign", signature);
+    add_with_card_key("exchange", key_exchange);
+    ASSERT_TRUE(discover());
+    EXPECT_THAT(key_names(), ::testing::UnorderedElementsAre("AT, Test Makers, Sigrid Signature",
+                                                             "AT, Test Makers, Egon Exchange"));
+    ASSERT_TRUE(load(0, "AT, Test Makers, Egon Exchange"));
+    EXPECT_EQ(der_of(certificate()), prepared_certificate("exchange", key_exchange));
+    EXPECT_EQ(signing_problem(key(), certificate()), "");
+}
+
+TEST_F(MyStoreRoadTest, ANameWithQuotesCommasAndLettersOutsideAsciiIsFoundAgain) {
+    add_with_card_key("odd", signature);
+    ASSERT_TRUE(discover());
+    ASSERT_EQ(num_keys, 1U);
+    EXPECT_THAT(scard().get_key_name(0), ::testing::StartsWith("\"Makers, Sons + Co\", \"J"));
+    ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
+    ASSERT_TRUE(load());
+    EXPECT_EQ(der_of(certificate()), prepared_certificate("odd", signature));
+    EXPECT_EQ(signing_problem(key(), certificate()), "");
+}
+
+TEST_F(MyStoreRoadTest, PssFailsBecauseTheEngineDoesNotHaveIt) {
+    add_with_software_key("sign", signature);
+    ASSERT_TRUE(discover());
+    ASSERT_TRUE(load(0, "AT, Test Makers, Sigrid Signature"));
+    EXPECT_EQ(signing_problem(key(), certificate(), pss), "error:lib:function not supported\n");
+}
+
+TEST_F(MyStoreRoadTest, AStoreWithoutCertificatesHasNoKeys) {
+    ASSERT_TRUE(discover());
+    EXPECT_EQ(num_keys, 0U);
+    EXPECT_THAT(log(), ::testing::Contains("<warn> no certificate found in store MY"));
+}
+
+TEST_F(MyStoreRoadTest, AStoreThatDoesNotExistIsReported) {
+    store.remove();
+    EXPECT_FALSE(discover());
+    EXPECT_EQ(
+        error(),
+        "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=MY failed: " +
+            windows_error(2));
+}
+
+TEST_F(MyStoreRoadTest, ACertificateWithoutKeyIsOfferedAndCannotBeLoaded) {
+    store.add(prepared_certificate("plain"));
+    ASSERT_TRUE(discover());
+    EXPECT_EQ(key_names(), Lines{"Paul Plain"});
+    EXPECT_FALSE(load(0, "Paul Plain"));
+    EXPECT_EQ(masked(error()),
+              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
+              "error:engine routines:failed loading private key:");
+    EXPECT_EQ(key(), nullptr);
+    EXPECT_EQ(certificate(), nullptr);
+}
+
+TEST_F(MyStoreRoadTest, AKeyWhoseCardIsMissingCannotBeLoadedUntilTheCardIsThere) {
+    add_with_card_key("sign", signature);
+    card.pull_out();
+    ASSERT_TRUE(discover()); // certificates are in the store, card or no card
+    EXPECT_FALSE(load(0, "AT, Test Makers, Sigrid Signature"));
+    EXPECT_EQ(masked(error()),
+              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
+              "error:lib:cryptacquirecontext error:Error code= 0x8010000C\n"
+              "error:engine routines:failed loading private key:");
+    card.insert();
+    ASSERT_EQ(scard().ossl_load(), 0) << error();
+    EXPECT_EQ(signing_problem(key(), certificate()), "");
+}
+
+TEST_F(MyStoreRoadTest, EachFailureOfTheCardAtALoadIsReportedAndTheNextLoadWorks) {
+    add_with_card_key("sign", signature);
+    ASSERT_TRUE(discover());
+    ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
+    ASSERT_EQ(scard().notify_config_done(), 0) << error();
+    const std::pair<const char*, const char*> failures[] = {
+        {"acquire@sign", "cryptacquirecontext error"},
+        {"user_key_2@sign", "getuserkey error"},
+        {"export_size@sign", "pubkey export length error"},
+        {"export@sign", "pubkey export error"},
+    };
+    for (const auto& [call, reason] : failures) {
+        card.fail(call, 0x80100069); // SCARD_W_REMOVED_CARD
+        EXPECT_EQ(scard().ossl_load(), 1) << call;
+        EXPECT_EQ(
+            masked(error()),
+            std::string(
+                "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
+                "error:lib:") +
+                reason + ":Error code= 0x80100069\nerror:engine routines:failed loading private key:");
+        EXPECT_EQ(card.unreleased(), Lines()) << call;
+        card.heal();
+    }
+    ASSERT_EQ(scard().ossl_load(), 0) << error();
+    EXPECT_EQ(signing_problem(key(), certificate()), "");
+}
+
+TEST_F(MyStoreRoadTest, ACertificateThatNoSubjectNamesIsNotFound) {
+    add_with_card_key("sign", signature);
+    ASSERT_TRUE(discover());
+    ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
+    scard().get_config_used()->set_cert_name("nobody");
+    EXPECT_FALSE(load());
+    EXPECT_EQ(masked(error()), "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): "
+                               "error finding certificate with "
+                               "subject name='nobody': rc=0");
+    EXPECT_EQ(key(), nullptr);
+}
+
+TEST_F(MyStoreRoadTest, OnlyCertificatesThatFitTheFilterAreOffered) {
+    store.add({prepared_certificate("encipher", key_exchange), prepared_certificate("plain")});
+    OsslScardCfg* cfg = make_config();
+    cfg->set_kuse_filter_type(1);
+    cfg->set_kuse_filter(0x80); // digital signature
+    ASSERT_EQ(scard().init(cfg), 0) << error();
+    ASSERT_EQ(scard().read_scard(), 0) << error();
+    ASSERT_EQ(scard().discover_keys(&num_keys), 0) << error();
+    EXPECT_EQ(key_names(), Lines{"Paul Plain"});
+    EXPECT_THAT(log(), ::testing::Contains("<info> found 2 certs in store MY"));
+}
+
+TEST_F(MyStoreRoadTest, AfterDestroyAndAfterAnUnloadEverythingWorksAgain) {
+    add_with_card_key("sign", signature);
+    for (int round = 1; round <= 3; ++round) {
+        SCOPED_TRACE(round);
+        ASSERT_TRUE(discover());
+        ASSERT_TRUE(load(0, "AT, Test Makers, Sigrid Signature"));
+        ASSERT_EQ(scard().ossl_unload(), 0) << error();
+        EXPECT_EQ(key(), nullptr);
+        ASSERT_EQ(scard().read_scard(), 0) << error();
+        ASSERT_EQ(scard().discover_keys(&num_keys), 0) << error();
+        ASSERT_TRUE(load(0, "AT, Test Makers, Sigrid Signature"));
+        EXPECT_EQ(signing_problem(key(), certificate()), "");
+        scard().destroy();
+        EXPECT_EQ(card.unreleased(), Lines());
+    }
+}
+
+TEST_F(MyStoreRoadTest, FromTheCapiRoadAClientCanChangeToTheStore) {
+    add_with_card_key("sign", signature);
+    crypto_if = OsslScardCfg::capi;
+    ASSERT_TRUE(discover());
+    ASSERT_TRUE(load(signature, "sign"));
+    scard().destroy();
+    crypto_if = OsslScardCfg::capi_store;
+    ASSERT_TRUE(discover());
+    ASSERT_TRUE(load(0, "AT, Test Makers, Sigrid Signature"));
+    EXPECT_EQ(signing_problem(key(), certificate()), "");
+}
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,77 @@
+#include "pkcs11_client_fixture.h"
+
+#include <openssl/x509.h>
+
+#include <regex>
+
+namespace Kes::test {
+namespace {
+
+const std::filesystem::path doubles = MARVO_DOUBLES_DIR;
+
+} // namespace
+
+RoadTest::RoadTest() : folder_before_(std::filesystem::current_path()) {
+    std::filesystem::current_path(doubles);
+    card.add("01", "ckp", "rsa", "Login");
+}
+
+RoadTest::~RoadTest() { std::filesystem::current_path(folder_before_); }
+
+void RoadTest::TearDown() {
+    scard().destroy();
+    EXPECT_EQ(card.violations(), Lines());
+    EXPECT_EQ(card.unbalanced(), forgotten);
+}
+
+OsslScardCfg* RoadTest::make_config() const {
+    OsslScardCfg* cfg = scard().get_config_default();
+    cfg->set_crypto_if(OsslScardCfg::pkcs11);
+    cfg->set_logfile(dir.file("log").c_str());
+    cfg->set_logfile_severity(63);
+    return cfg;
+}
+
+::testing::AssertionResult RoadTest::read() {
+    if (scard().init(make_config()) == 0 && scard().read_scard() == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << error();
+}
+
+::testing::AssertionResult RoadTest::discover(const char* pin) {
+    if (scard().set_pin(pin) == 0 && scard().discover_keys(&num_keys) == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << error();
+}
+
+::testing::AssertionResult RoadTest::load(const std::string& key_id) {
+    if (scard().set_key(0, key_id.c_str()) == 0 && scard().notify_config_done() == 0 &&
+        scard().ossl_load() == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << error();
+}
+
+EVP_PKEY* RoadTest::key() const {
+    EVP_PKEY* key = nullptr;
+    scard().ossl_get_private_key(&key);
+    return key;
+}
+
+X509* RoadTest::certificate() const {
+    X509* certificate = nullptr;
+    scard().ossl_get_certificate(&certificate);
+    return certificate;
+}
+
+std::string RoadTest::subject() const {
+    char text[256] = "no certificate";
+    if (X509* loaded = certificate()) ::X509_NAME_oneline(::X509_get_subject_name(loaded), text, sizeof text);
+    return text;
+}
+
+std::string RoadTest::masked(const std::string& text) {
+    static const std::regex error_line(
+        "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
+    return std::regex_replace(text, error_line, "error:$1:$2:");
+}
+
+} // namespace Kes::test
