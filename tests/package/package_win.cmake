@@ -79,10 +79,10 @@ add_dependencies(needing_dll absent_import)
 add_dependencies(kes_wrong_files needing_dll)
 
 # Programs that the tests start, each in a folder that it is copied to.
-add_executable(dll_client client.cpp)
+add_executable(dll_client dll_client.cpp)
 target_include_directories(dll_client PRIVATE ${PROJECT_SOURCE_DIR}/utils/include)
 target_link_libraries(dll_client PRIVATE marvo_headers kes_flags)
-add_executable(libp11_direct_calls direct_calls.cpp)
+add_executable(libp11_direct_calls libp11_direct_calls.cpp)
 target_link_libraries(libp11_direct_calls PRIVATE libp11 kes_manager kes_flags)
 
 add_executable(dll_test

@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_DLL_WRONG_FILE_FIXTURE_H_
-#define KES_TESTS_DLL_WRONG_FILE_FIXTURE_H_
+#ifndef KES_TESTS_PACKAGE_WRONG_FILE_FIXTURE_H_
+#define KES_TESTS_PACKAGE_WRONG_FILE_FIXTURE_H_
 
 #include "dll_folder.h"
 #include "support/test_card.h"
@@ -54,4 +54,4 @@ protected:
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_DLL_WRONG_FILE_FIXTURE_H_
+#endif // KES_TESTS_PACKAGE_WRONG_FILE_FIXTURE_H_

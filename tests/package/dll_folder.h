@@ -1,5 +1,5 @@
-#ifndef KES_TESTS_DLL_DLL_FOLDER_H_
-#define KES_TESTS_DLL_DLL_FOLDER_H_
+#ifndef KES_TESTS_PACKAGE_DLL_FOLDER_H_
+#define KES_TESTS_PACKAGE_DLL_FOLDER_H_
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -63,4 +63,4 @@ private:
 
 } // namespace Kes::test
 
-#endif // KES_TESTS_DLL_DLL_FOLDER_H_
+#endif // KES_TESTS_PACKAGE_DLL_FOLDER_H_
