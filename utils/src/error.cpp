@@ -7,9 +7,9 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 
-#include "utils/helper.h"
 #include "utils/ossl_ptr.h"
 #include "utils/platform.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
 namespace {
@@ -48,7 +48,7 @@ std::string drain_openssl_errors() {
     const long length = BIO_get_mem_data(memory.get(), &data);
     if (data == nullptr || length <= 0) return "";
     std::string text(data, static_cast<std::size_t>(length));
-    Helper::trim_trailing_newlines(text);
+    TextHelper::trim_trailing_newlines(text);
     return text;
 }
 

@@ -6,8 +6,8 @@
 #include <locale>
 
 #include "utils/error.h"
-#include "utils/helper.h"
 #include "utils/platform.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
 namespace {
@@ -104,7 +104,7 @@ std::ostream& Logger::log(Severity severity, const char* function) {
     if (!is_enabled(severity) || current_ == &null_) return null_;
     // Not by stream insertion: seven padded numbers cost several times as much that way.
     std::array<char, 128> text{};
-    int length = std::snprintf(text.data(), text.size(), "%s <%s>", Helper::timestamp_text().data(),
+    int length = std::snprintf(text.data(), text.size(), "%s <%s>", TextHelper::timestamp_text().data(),
                                severity_name(severity));
     current_->write(text.data(), length);
     if (function != nullptr) *current_ << ' ' << function << "()";
@@ -131,7 +131,8 @@ void Logger::register_sink(const std::string& file_name, bool append) {
     if (!sink->is_open())
         throw Error(ErrorCodeType::open_failed, "error opening logfile '" + file_name + "'",
                     "logger:90 Kes::Logger::register_sink()");
-    if (append) *sink << "[[[ ------ restart logger at " << Helper::timestamp() << " ------]]]" << std::endl;
+    if (append)
+        *sink << "[[[ ------ restart logger at " << TextHelper::timestamp() << " ------]]]" << std::endl;
     current_ = sink.get();
     sink_ = std::move(sink); // closes the file before
     *current_ << buffer_.str() << std::flush;

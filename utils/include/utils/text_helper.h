@@ -1,0 +1,40 @@
+#ifndef KES_UTILS_TEXT_HELPER_H_
+#define KES_UTILS_TEXT_HELPER_H_
+
+#include <array>
+#include <cstddef>
+#include <string>
+
+namespace Kes {
+
+/// Functions that build and edit text. They throw nothing but std::bad_alloc and log nothing.
+///
+/// This class is separate from Helper because errors and the logger need these functions, while
+/// Helper::write_file() needs errors and the logger. Other code reaches both through Helper.
+class TextHelper {
+public:
+    TextHelper() = delete;
+
+    /// The local time in the format of log lines: "2024-03-05 09:07:02.045".
+    static std::string timestamp();
+
+    /// Like timestamp(), but zero-terminated and without an allocation.
+    static std::array<char, 96> timestamp_text();
+
+    /// Two lower-case hexadecimal digits per byte, with the separator between bytes: "0a:ff".
+    /// @param bytes  may be null when length is 0
+    static std::string bytes_to_hex(const unsigned char* bytes, std::size_t length,
+                                    const std::string& separator);
+
+    /// Removes line feeds and carriage returns from the end of the text.
+    static void trim_trailing_newlines(std::string& text);
+
+    /// Copies as much of the text as fits into the buffer and terminates it with a NUL. Writes nothing if
+    /// size is 0.
+    /// @return buffer
+    static char* copy_to_buffer(const std::string& text, char* buffer, std::size_t size) noexcept;
+};
+
+} // namespace Kes
+
+#endif // KES_UTILS_TEXT_HELPER_H_

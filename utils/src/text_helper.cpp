@@ -1,0 +1,49 @@
+#include "utils/text_helper.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "utils/platform.h"
+
+namespace Kes {
+
+std::string TextHelper::timestamp() { return timestamp_text().data(); }
+
+std::array<char, 96> TextHelper::timestamp_text() {
+    const platform::LocalTime now = platform::local_time();
+    // Room for seven integers of any value; GCC warns about a smaller buffer.
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d", now.year, now.month,
+                  now.day, now.hour, now.minute, now.second, now.millisecond);
+    return text;
+}
+
+std::string TextHelper::bytes_to_hex(const unsigned char* bytes, std::size_t length,
+                                     const std::string& separator) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(length * (2 + separator.size()));
+    for (std::size_t i = 0; i < length; ++i) {
+        if (i != 0) text += separator;
+        text += digits[bytes[i] >> 4U];
+        text += digits[bytes[i] & 0x0fU];
+    }
+    return text;
+}
+
+void TextHelper::trim_trailing_newlines(std::string& text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.pop_back();
+}
+
+// Not strncpy(): it fills the rest of the buffer with NULs, and does not terminate a text that it cuts.
+char* TextHelper::copy_to_buffer(const std::string& text, char* buffer, std::size_t size) noexcept {
+    if (size == 0) return buffer;
+    const std::size_t count = std::min(text.size(), size - 1);
+    std::memcpy(buffer, text.data(), count);
+    buffer[count] = '\0';
+    return buffer;
+}
+
+} // namespace Kes
