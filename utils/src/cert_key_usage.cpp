@@ -5,21 +5,16 @@
 #include <memory>
 #include <openssl/objects.h>
 #include <openssl/x509v3.h>
-#include <span>
 
 #include "utils/cert_ossl.h"
 #include "utils/error.h"
 #include "utils/error_queue_mark.h"
 #include "utils/logger.h"
 #include "utils/ossl_ptr.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
 namespace {
-
-struct BitName {
-    std::uint32_t bit;
-    const char* name;
-};
 
 constexpr std::array key_usage_names{
     BitName{KU_ENCIPHER_ONLY, "encipher_only"},         BitName{KU_CRL_SIGN, "crl_sign"},
@@ -37,17 +32,6 @@ constexpr std::array ext_key_usage_names{BitName{XKU_SSL_SERVER, "ssl_server"},
                                          BitName{XKU_TIMESTAMP, "timestamp"},
                                          BitName{XKU_DVCS, "dvcs"},
                                          BitName{XKU_ANYEKU, "anyeku"}};
-
-std::string mask_name(std::uint32_t mask, std::span<const BitName> names) {
-    if (mask == 0) return "none";
-    std::string text;
-    for (const auto& [bit, name] : names) {
-        if ((mask & bit) == 0) continue;
-        if (!text.empty()) text += '|';
-        text += name;
-    }
-    return text;
-}
 
 /// OpenSSL says "no such extension" by all bits, which would pass every filter.
 std::uint32_t zero_if_absent(std::uint32_t mask) { return mask == 0xffffffffU ? 0 : mask; }
@@ -103,9 +87,11 @@ std::ostream& operator<<(std::ostream& out, const CertKeyUsage& key_usage) {
     return out << "\"\n";
 }
 
-std::string key_usage_mask_name(std::uint32_t mask) { return mask_name(mask, key_usage_names); }
+std::string key_usage_mask_name(std::uint32_t mask) { return TextHelper::mask_names(mask, key_usage_names); }
 
-std::string ext_key_usage_mask_name(std::uint32_t mask) { return mask_name(mask, ext_key_usage_names); }
+std::string ext_key_usage_mask_name(std::uint32_t mask) {
+    return TextHelper::mask_names(mask, ext_key_usage_names);
+}
 
 std::string filter_type_name(FilterType type) {
     switch (type) {

@@ -12,19 +12,16 @@
 namespace Kes {
 namespace {
 
-struct SeverityName {
-    Severity severity;
-    const char* name;
-};
+constexpr std::uint32_t bit(Severity severity) { return static_cast<std::uint32_t>(severity); }
 
 constexpr std::array severity_names{
-    SeverityName{Severity::trace, "trace"}, SeverityName{Severity::debug, "debug"},
-    SeverityName{Severity::info, "info"},   SeverityName{Severity::warn, "warn"},
-    SeverityName{Severity::error, "error"}, SeverityName{Severity::fatal, "fatal"}};
+    BitName{bit(Severity::trace), "trace"}, BitName{bit(Severity::debug), "debug"},
+    BitName{bit(Severity::info), "info"},   BitName{bit(Severity::warn), "warn"},
+    BitName{bit(Severity::error), "error"}, BitName{bit(Severity::fatal), "fatal"}};
 
 const char* severity_name(Severity severity) {
     for (const auto& entry : severity_names)
-        if (entry.severity == severity) return entry.name;
+        if (entry.bit == bit(severity)) return entry.name;
     return "";
 }
 
@@ -84,15 +81,7 @@ private:
 };
 
 std::string severity_mask_name(std::uint32_t mask) {
-    if (mask == 0) return "none";
-    if (mask == 0xffff) return "all";
-    std::string text;
-    for (const auto& [severity, name] : severity_names) {
-        if ((mask & static_cast<std::uint32_t>(severity)) == 0) continue;
-        if (!text.empty()) text += '|';
-        text += name;
-    }
-    return text;
+    return mask == 0xffff ? "all" : TextHelper::mask_names(mask, severity_names);
 }
 
 // Log texts are the same whatever global locale the client has set: no grouped digits, no other point.

@@ -32,6 +32,17 @@ std::string TextHelper::bytes_to_hex(const unsigned char* bytes, std::size_t len
     return text;
 }
 
+std::string TextHelper::mask_names(std::uint32_t mask, std::span<const BitName> names) {
+    if (mask == 0) return "none";
+    std::string text;
+    for (const auto& [bit, name] : names) {
+        if ((mask & bit) == 0) continue;
+        if (!text.empty()) text += '|';
+        text += name;
+    }
+    return text;
+}
+
 void TextHelper::trim_trailing_newlines(std::string& text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
         text.pop_back();

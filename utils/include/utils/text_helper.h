@@ -3,9 +3,17 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 
 namespace Kes {
+
+/// The name of one bit of a mask.
+struct BitName {
+    std::uint32_t bit;
+    const char* name;
+};
 
 /// Functions that build and edit text. They throw nothing but std::bad_alloc and log nothing.
 ///
@@ -25,6 +33,10 @@ public:
     /// @param bytes  may be null when length is 0
     static std::string bytes_to_hex(const unsigned char* bytes, std::size_t length,
                                     const std::string& separator);
+
+    /// The names of the bits that are set, in the order of the list and joined by "|"; "none" for 0. Bits
+    /// that are not in the list are left out.
+    static std::string mask_names(std::uint32_t mask, std::span<const BitName> names);
 
     /// Removes line feeds and carriage returns from the end of the text.
     static void trim_trailing_newlines(std::string& text);
