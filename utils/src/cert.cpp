@@ -1,10 +1,9 @@
 #include "utils/cert.h"
 
-#include <array>
-#include <cinttypes>
 #include <cstdint>
-#include <cstdio>
 #include <sstream>
+
+#include "utils/text_helper.h"
 
 namespace Kes {
 
@@ -20,10 +19,9 @@ std::string Cert::to_string() const {
 std::ostream& Cert::print(std::ostream& out) const { return out << to_string() << std::endl; }
 
 std::ostream& operator<<(std::ostream& out, PointerText text) {
-    std::array<char, 24> digits{};
-    std::snprintf(digits.data(), digits.size(), "0x%016" PRIXPTR,
-                  reinterpret_cast<std::uintptr_t>(text.pointer));
-    return out << digits.data();
+    // Must not allocate: destructors log pointers.
+    const auto address = reinterpret_cast<std::uintptr_t>(text.pointer);
+    return out << "0x" << TextHelper::to_hex(address, 16, HexCase::upper).data();
 }
 
 } // namespace Kes

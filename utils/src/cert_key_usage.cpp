@@ -74,10 +74,10 @@ CertKeyUsage::CertKeyUsage(const Cert& cert) : CertKeyUsage(cert.get_der_data())
 
 std::ostream& operator<<(std::ostream& out, const CertKeyUsage& key_usage) {
     out << "key usage:\n";
-    out << "  _kuse_mask=\"" << key_usage_mask_name(key_usage.kuse_mask()) << "\" (0x" << std::hex
-        << key_usage.kuse_mask() << std::dec << ")\n";
-    out << "  _xkuse_mask=\"" << ext_key_usage_mask_name(key_usage.xkuse_mask()) << "\" (0x" << std::hex
-        << key_usage.xkuse_mask() << std::dec << ")\n";
+    out << "  _kuse_mask=\"" << key_usage_mask_name(key_usage.kuse_mask()) << "\" (0x"
+        << TextHelper::to_hex(key_usage.kuse_mask()).data() << ")\n";
+    out << "  _xkuse_mask=\"" << ext_key_usage_mask_name(key_usage.xkuse_mask()) << "\" (0x"
+        << TextHelper::to_hex(key_usage.xkuse_mask()).data() << ")\n";
     out << "  _xkuse_nid_list=\"";
     const char* separator = "";
     for (const std::string& name : key_usage.xkuse_nid_list()) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <memory>
 #include <openssl/bio.h>
 #include <openssl/err.h>
@@ -66,9 +65,7 @@ WinErrorCode::WinErrorCode(unsigned long code, const SystemMessageLookup& lookup
     : ErrorCodeTempl(code, windows_error_text(code, lookup)) {}
 
 std::string WinErrorCode::to_string() const {
-    std::array<char, 32> hex{};
-    std::snprintf(hex.data(), hex.size(), "%lx", value);
-    return "val=" + std::to_string(value) + " [0x" + hex.data() + "] (" + text + ")";
+    return "val=" + std::to_string(value) + " [0x" + TextHelper::to_hex(value).data() + "] (" + text + ")";
 }
 
 OsslErrorCode::OsslErrorCode(int code) : ErrorCodeTempl(code, drain_openssl_errors()) {}

@@ -1,6 +1,7 @@
 #include "utils/text_helper.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstring>
 
@@ -19,15 +20,25 @@ std::array<char, 96> TextHelper::timestamp_text() {
     return text;
 }
 
+std::array<char, 17> TextHelper::to_hex(std::uint64_t number, std::size_t min_digits,
+                                        HexCase hex_case) noexcept {
+    const char* digits = hex_case == HexCase::lower ? "0123456789abcdef" : "0123456789ABCDEF";
+    const std::size_t needed_digits = (static_cast<std::size_t>(std::bit_width(number)) + 3) / 4;
+    std::array<char, 17> text{};
+    for (std::size_t i = std::max(min_digits, needed_digits); i > 0; --i) {
+        text[i - 1] = digits[number & 0x0fU];
+        number >>= 4U;
+    }
+    return text;
+}
+
 std::string TextHelper::bytes_to_hex(const unsigned char* bytes, std::size_t length,
                                      const std::string& separator) {
-    static constexpr char digits[] = "0123456789abcdef";
     std::string text;
     text.reserve(length * (2 + separator.size()));
     for (std::size_t i = 0; i < length; ++i) {
         if (i != 0) text += separator;
-        text += digits[bytes[i] >> 4U];
-        text += digits[bytes[i] & 0x0fU];
+        text += to_hex(bytes[i], 2).data();
     }
     return text;
 }

@@ -1,12 +1,11 @@
 #include "capi/capi_helper.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "base/capi_key_type.h"
 #include "utils/error.h"
+#include "utils/helper.h"
 #include "utils/logger.h"
 
 namespace Kes {
@@ -15,11 +14,7 @@ namespace {
 constexpr DWORD encoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr std::uint32_t both_key_specs = capi_key_type_key_exchange | capi_key_type_signature;
 
-std::string hex_text(std::uint32_t number) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%x", static_cast<unsigned int>(number));
-    return text.data();
-}
+std::string hex_text(std::uint32_t number) { return std::string("0x") + Helper::to_hex(number).data(); }
 
 /// Release functions do not throw: what went wrong there is told by the log.
 void log_failed_release(const char* message) {

@@ -39,6 +39,24 @@ TEST(HelperHexTest, NoBytesGiveNoText) {
     EXPECT_EQ(Helper::bytes_to_hex(nullptr, 0, ":"), "");
 }
 
+TEST(HelperHexTest, NumberHasNoLeadingZeros) {
+    EXPECT_STREQ(Helper::to_hex(0).data(), "0");
+    EXPECT_STREQ(Helper::to_hex(0x10).data(), "10");
+    EXPECT_STREQ(Helper::to_hex(0x80090016U).data(), "80090016");
+}
+
+TEST(HelperHexTest, NumberIsPaddedToTheLeastCountOfDigits) {
+    EXPECT_STREQ(Helper::to_hex(0, 0).data(), "");
+    EXPECT_STREQ(Helper::to_hex(0xa, 2).data(), "0a");
+    EXPECT_STREQ(Helper::to_hex(0xabc, 2).data(), "abc");
+    EXPECT_STREQ(Helper::to_hex(0xabc, 16, HexCase::upper).data(), "0000000000000ABC");
+}
+
+TEST(HelperHexTest, LargestNumberFits) {
+    EXPECT_STREQ(Helper::to_hex(UINT64_MAX).data(), "ffffffffffffffff");
+    EXPECT_STREQ(Helper::to_hex(UINT64_MAX, 16, HexCase::upper).data(), "FFFFFFFFFFFFFFFF");
+}
+
 TEST(HelperHexTest, EveryByteHasItsDigits) {
     for (unsigned value = 0; value < 256; ++value) {
         const std::string text = hex({static_cast<unsigned char>(value)}, ":");

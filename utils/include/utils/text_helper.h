@@ -15,6 +15,8 @@ struct BitName {
     const char* name;
 };
 
+enum class HexCase { lower, upper };
+
 /// Functions that build and edit text. They throw nothing but std::bad_alloc and log nothing.
 ///
 /// This class is separate from Helper because errors and the logger need these functions, while
@@ -28,6 +30,11 @@ public:
 
     /// Like timestamp(), but zero-terminated and without an allocation.
     static std::array<char, 96> timestamp_text();
+
+    /// The number in hexadecimal digits without "0x", zero-terminated and without an allocation.
+    /// @param min_digits  0 to 16; the number is filled up with zeros on the left
+    static std::array<char, 17> to_hex(std::uint64_t number, std::size_t min_digits = 1,
+                                       HexCase hex_case = HexCase::lower) noexcept;
 
     /// Two lower-case hexadecimal digits per byte, with the separator between bytes: "0a:ff".
     /// @param bytes  may be null when length is 0
