@@ -81,8 +81,7 @@ public:
     /// Selects the first key of that type and identifier. Allowed after discover_keys().
     /// @param key_type  the key specification (1, 2) for capi, 0 for the other back-ends
     /// @param key_id    the container name (capi), the subject name (capi_store), or the object id with "%"
-    /// before
-    ///                  each of its bytes in lower-case hexadecimal, such as "%01%ab" (pkcs11)
+    ///                  before each of its bytes in lower-case hexadecimal, such as "%01%ab" (pkcs11)
     virtual int set_key(unsigned int key_type, const char* key_id) = 0;
 
     /// Selects key key_num of the last discover_keys().
@@ -104,8 +103,7 @@ public:
 
     /// The loaded private key, for SSL_CTX_use_PrivateKey() and the like.
     /// @param pkey  receives the key or, when none is loaded, null; no reference is added. Valid until
-    /// ossl_unload(),
-    ///              the next ossl_load() that loads, or destroy()
+    ///              ossl_unload(), the next ossl_load() that loads, or destroy()
     virtual int ossl_get_private_key(evp_pkey_st** pkey) = 0;
 
     /// The certificate that belongs to the private key; as ossl_get_private_key().

@@ -11,8 +11,8 @@
 ///
 /// An error is a location, a message and a code, joined to one text when it is made:
 ///
-///     throw Error(ErrorCodeType::open_failed, "error opening file: 'out.bin'", "helper:329
-///     Kes::Helper::write_file()");
+///     throw Error(ErrorCodeType::open_failed, "error opening file: 'out.bin'",
+///                 "helper:329 Kes::Helper::write_file()");
 ///     // "helper:329 Kes::Helper::write_file(): error opening file: 'out.bin': val=12 (open_failed)"
 ///
 /// Locations are part of what users quote and search for. They are written out at each throw site and stay as
