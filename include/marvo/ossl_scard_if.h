@@ -74,17 +74,26 @@ public:
     /// key
     virtual const char* get_key_name(size_t key_num) = 0;
 
-#if defined(_MSC_VER) // these compilers list neighbouring overloads last one first
+    /// set_key() has two overloads. Both select a key for the next ossl_load(): they store its key type, its
+    /// name and the name of its certificate in the configuration in use. States: configuring, after
+    /// discover_keys(). If the key does not exist, nothing changes. If its certificate is not found, the key
+    /// type and the key name are already stored.
+    ///
+    /// - set_key(size_t key_num) selects a key by its number.
+    ///   - key_num: a number below num_keys of the last discover_keys()
+    ///
+    /// - set_key(unsigned int key_type, const char* key_id) selects the first key of that type and
+    ///   identifier. The identifier stays the same from run to run.
+    ///   - key_type: 1 (AT_KEYEXCHANGE) or 2 (AT_SIGNATURE) for capi; 0 for pkcs11 and capi_store
+    ///   - key_id: must not be null. For capi, the name of the key container. For capi_store, the
+    ///     certificate's simple subject name, as get_key_name() returns it. For pkcs11, the object id
+    ///     (CKA_ID), in the percent-encoding of PKCS#11 URIs: "%" and two lower-case hexadecimal digits for
+    ///     every byte, such as "%01%ab"
+#if defined(_MSC_VER) // these compilers put adjacent overloads into the table in reverse order
     virtual int set_key(size_t key_num) = 0;
     virtual int set_key(unsigned int key_type, const char* key_id) = 0;
 #else
-    /// Selects the first key of that type and identifier. Allowed after discover_keys().
-    /// @param key_type  the key specification (1, 2) for capi, 0 for the other back-ends
-    /// @param key_id    the container name (capi), the subject name (capi_store), or the object id with "%"
-    ///                  before each of its bytes in lower-case hexadecimal, such as "%01%ab" (pkcs11)
     virtual int set_key(unsigned int key_type, const char* key_id) = 0;
-
-    /// Selects key key_num of the last discover_keys().
     virtual int set_key(size_t key_num) = 0;
 #endif
 
