@@ -10,68 +10,102 @@ namespace Kes {
 
 class OsslScardCfg; // marvo/ossl_scard_cfg.h
 
-/// Smart-card client authentication: finds a private key on a card and hands it to the client's own TLS stack
-/// as OpenSSL objects. The key itself never leaves the card.
+/// TLS client authentication with a smart card. Finds a private key on the card and gives it, with its
+/// certificate, to the client's own TLS stack as OpenSSL objects. The key never leaves the card.
 ///
-/// There is one object in a process; get_ossl_scard_if() returns it and destroy() ends it. The usual order:
+/// A process has one object: get_ossl_scard_if() returns it, and destroy() destroys it. The usual order of
+/// calls:
 ///
 ///     version_check, get_config_default (and its setters), init, read_scard,
 ///     is_pin_required (and set_pin), discover_keys, get_key_name / set_key, notify_config_done,
 ///     ossl_load, ossl_get_private_key, ossl_get_certificate, ... , ossl_unload, destroy
 ///
-/// An operation that the current state does not allow fails and changes nothing. The states are
-/// uninitialized, initialized (after init), configuring (after read_scard) and configured (after
-/// notify_config_done); read_scard leads back from configured to configuring.
+/// States: uninitialized, initialized (after init), configuring (after read_scard) and configured (after
+/// notify_config_done). read_scard also leads from configured back to configuring. "States:" at an operation
+/// lists where it is allowed; without such a line, it is allowed in every state. An operation that fails does
+/// not change the state. If it fails because of the state, it changes nothing else, except as noted at init()
+/// and discover_keys().
 ///
-/// Operations that return int: 0 is success, 1 a failure whose text get_last_error_msg() tells, 255 an
-/// exception of unknown kind. They never throw. An out-argument that is null makes the operation fail.
+/// Errors: an operation that returns int returns 0 on success and 1 on failure; 255 means that it failed with
+/// an exception of unknown type. get_last_error_msg() returns the message. No exception escapes from these
+/// operations, apart from the case noted at init(). Out-arguments must not be null; a null pointer makes the
+/// operation fail. A failed operation does not write to its out-argument.
 ///
-/// Everything handed out (configurations, key, certificate, texts) stays the library's: do not free it. Use
-/// the object from one thread at a time; the library starts no threads and takes no lock for its callers.
+/// Other operations may let std::bad_alloc escape when memory has run out, where this is noted. Only clients
+/// in C++ can catch it.
 ///
-/// The order of the virtual operations is the contract between clients and library: it never changes.
-/// Compilers lay out overloads and virtual destructors differently; the two #if below make all of them agree.
+/// Ownership: the library owns all objects and text that it returns; do not free them. It copies what clients
+/// pass in. Text is zero-terminated.
+///
+/// Threads: use the object and its configurations from one thread at a time. The library starts no threads
+/// and locks nothing on behalf of its callers.
+///
+/// The order of the virtual operations is the binary contract between clients and library and never changes.
+/// Compilers arrange overloads and virtual destructors differently; the two #if below make the results equal.
 class OsslScardIf {
 public:
-    /// Tells whether this library serves a client that was built for the given interface version.
-    /// @param if_version  4; every other version is refused, older and newer alike
+    /// Checks that the library supports the interface version of the client.
+    /// @param if_version  the version that the client was built for: 4. The operation fails for every other
+    ///                    value.
     virtual int version_check(unsigned int if_version) = 0;
 
-    /// Makes a configuration with the default settings for the client to fill in.
-    /// @return owned by the library; valid until the next get_config_default() or destroy()
+    /// Creates a configuration with the default settings, which the client changes and passes to init(). May
+    /// let std::bad_alloc escape.
+    /// @return never null; valid until the next get_config_default() or destroy()
     virtual OsslScardCfg* get_config_default() = 0;
 
-    /// The configuration in use: the defaults before init(), the library's own copy afterwards.
-    /// @return owned by the library; valid until a successful or failed init() replaces it, or destroy()
+    /// Returns the configuration in use: default settings before init(), and the library's copy of the
+    /// client's settings afterwards. Its setters change the settings in use. May let std::bad_alloc escape.
+    /// @return never null; valid until the next init(), even if it fails, or destroy()
     virtual OsslScardCfg* get_config_used() = 0;
 
-    /// Takes a copy of the configuration, applies the environment, loads the PKCS#11 module (pkcs11) and
-    /// opens the log file. Allowed once, in state uninitialized; after a failure it may be called again. The
-    /// log file is opened even when the rest failed, so that the reason stands in it. So it is by a call that
-    /// is refused because of the state: unless appending is on, that empties the file.
+    /// Copies the configuration, applies the environment, loads the PKCS#11 module (pkcs11 only) and opens
+    /// the log file. States: uninitialized.
+    ///
+    /// The operation opens the log file even if it has failed, so that the log contains the reason. This also
+    /// happens if the state does not allow the call. Opening empties the file unless append mode is on.
+    ///
+    /// If only the log file cannot be opened, the operation returns 1, but the state is initialized and the
+    /// library works without a log. After any other failure, init() may be called again.
+    ///
+    /// An operation of a client's own configuration class may throw. The exception may escape if it is not a
+    /// std::exception (clients in C++ only).
+    /// @param cfg  must not be null; may be changed or destroyed after the call
     virtual int init(OsslScardCfg* cfg) = 0;
 
-    /// Finds the card, or proves that its provider is there. Allowed after init(), any number of times.
-    /// Forgets the keys found before: call discover_keys() again before a key number is used.
+    /// Finds the card (pkcs11), or checks that the CryptoAPI provider can be opened (capi). With capi_store,
+    /// only the state changes. States: initialized, configuring, configured.
+    ///
+    /// Discards the keys of an earlier discover_keys(), even if it fails: their numbers and names become
+    /// invalid.
     virtual int read_scard() = 0;
 
-    /// Whether the card read last wants a PIN from set_pin(). False for a reader with its own PIN pad.
+    /// Whether the card that read_scard() found needs a PIN from set_pin(). False before read_scard() and
+    /// after it has failed, for a reader with its own PIN pad, and for capi and capi_store, where Windows
+    /// asks for the PIN. May let std::bad_alloc escape.
     virtual bool is_pin_required() = 0;
 
-    /// Stores the PIN until it is replaced, the card turns out to need none, or destroy(). Every stored copy
-    /// is overwritten before it is dropped; the PIN is never logged. Allowed after read_scard(). The card
-    /// itself judges the PIN in discover_keys() and in ossl_load(): each wrong one counts against its tries.
-    /// @param pin  zero-terminated; must not be null
+    /// Stores a copy of the PIN for discover_keys() and ossl_load(). States: configuring.
+    ///
+    /// The copy is kept until another PIN replaces it, read_scard() finds that no PIN is needed, or
+    /// destroy(). The library overwrites it before it releases the memory, and never logs it. set_pin() does
+    /// not check the PIN; the card does, in discover_keys() and ossl_load(), and counts each wrong PIN as a
+    /// failed try.
+    /// @param pin  must not be null
     virtual int set_pin(const char* pin) = 0;
 
-    /// Logs in and finds the private keys whose certificates pass the configured filter; numbers them from 0.
-    /// Allowed after read_scard(). Makes every earlier key number and get_key_name() text invalid.
-    /// @param num_keys  the number of keys; written only on success
+    /// Logs in if the card needs a PIN, finds the private keys whose certificates pass the configured filter,
+    /// and numbers them from 0. States: configuring.
+    ///
+    /// Earlier key numbers and get_key_name() texts become invalid, even if the operation fails, for example
+    /// because of the state. The order of the keys may differ from run to run.
+    /// @param num_keys  receives the number of keys, possibly 0; unchanged on failure
     virtual int discover_keys(size_t* num_keys) = 0;
 
-    /// A text for people that tells key key_num from the others.
-    /// @return valid until the next read_scard(), discover_keys() or destroy(); null when there is no such
-    /// key
+    /// Returns a name for display. Two keys can have the same name.
+    /// @param key_num  a number below num_keys of the last discover_keys()
+    /// @return valid until the next read_scard(), discover_keys() or destroy(); null on failure, such as an
+    ///         invalid number
     virtual const char* get_key_name(size_t key_num) = 0;
 
     /// set_key() has two overloads. Both select a key for the next ossl_load(): they store its key type, its
@@ -97,57 +131,68 @@ public:
     virtual int set_key(size_t key_num) = 0;
 #endif
 
-    /// Ends the selection: applies the environment once more and asks for a (re)load. Allowed after init()
-    /// and after read_scard().
+    /// Completes the configuration: applies the environment again, which may override set_key(), and makes
+    /// the next ossl_load() load. States: initialized, configuring.
     virtual int notify_config_done() = 0;
 
-    /// Loads the engine, the selected private key and its certificate. Allowed after notify_config_done().
-    /// Does nothing when that was not called since the last successful load. After a failure it may be called
-    /// again.
+    /// Loads the configured private key and certificate. The first call also loads the OpenSSL engine of the
+    /// back-end, which remains until destroy(). States: configured.
+    ///
+    /// Does nothing and returns 0 if it has already succeeded since the last notify_config_done(), even if
+    /// ossl_unload() was called in between. Otherwise it frees the objects of an earlier load first. After a
+    /// failure, no key is loaded, and the operation may be called again.
     virtual int ossl_load() = 0;
 
-    /// Frees key and certificate. A new load needs read_scard() or destroy() first. Allowed after
-    /// notify_config_done(). Drop every TLS object that uses them before.
+    /// Frees the key and the certificate; without them, it does nothing. States: configured. Free every TLS
+    /// object that uses the key first. To load again, start at read_scard().
     virtual int ossl_unload() = 0;
 
-    /// The loaded private key, for SSL_CTX_use_PrivateKey() and the like.
-    /// @param pkey  receives the key or, when none is loaded, null; no reference is added. Valid until
-    ///              ossl_unload(), the next ossl_load() that loads, or destroy()
+    /// Returns the loaded private key, for example for SSL_CTX_use_PrivateKey(). Succeeds even if no key is
+    /// loaded.
+    /// @param pkey  receives the key, or null if none is loaded; unchanged on failure. The library adds no
+    ///              reference: the key is valid until ossl_unload(), the next ossl_load() that loads, or
+    ///              destroy().
     virtual int ossl_get_private_key(evp_pkey_st** pkey) = 0;
 
-    /// The certificate that belongs to the private key; as ossl_get_private_key().
+    /// Returns the loaded certificate. Succeeds even if none is loaded.
+    /// @param cert  receives the certificate, or null if none is loaded. Otherwise like pkey above.
     virtual int ossl_get_certificate(x509_st** cert) = 0;
 
 protected:
 #if defined(_MSC_VER)
     virtual ~OsslScardIf() {}
 #else
-    /// The destructor's entry. Call destroy() instead.
+    /// The table entry of the destructor. Clients call destroy() instead.
     virtual void* destructor_entry(unsigned int flags) = 0;
     ~OsslScardIf() = default;
 #endif
 
 public:
-    /// The version of the library, such as "4.3.0". Valid until destroy().
+    /// Returns the version of the library, such as "4.3.0". May let std::bad_alloc escape.
+    /// @return never null; valid until destroy()
     virtual const char* get_version() = 0;
 
-    /// Ends the object and everything it handed out. get_ossl_scard_if() then makes a new one.
+    /// Destroys the object and everything that it returned, except clones of configurations. Free every TLS
+    /// object that uses the key first. The next get_ossl_scard_if() creates a new object.
     virtual void destroy() = 0;
 
-    /// The text of the last failure; empty after a success. Valid until the next operation of this object but
-    /// this one.
+    /// Returns the message of the last operation: empty if it succeeded. A message may have several lines,
+    /// each but the last ended by "\n".
+    /// @return never null; valid until the next operation of this object other than get_last_error_msg()
     virtual const char* get_last_error_msg() = 0;
 
-    /// Asks the user on the console for one of the keys that discover_keys() found. Reads one key at a time,
-    /// without echo. Only chooses: hand the number to set_key().
-    /// @param key_num  receives the number; written only on success
+    /// Shows a menu of the keys that discover_keys() found on standard output and reads the user's choice
+    /// from standard input, one key at a time and without echo. Waits until the user chooses or aborts.
+    /// Selects no key: pass the number to set_key().
+    /// @param key_num  receives the number; unchanged on failure, including a user abort
     virtual int select_key_from_console(size_t* key_num) = 0;
 };
 
 } // namespace Kes
 
-/// The only function the library exports. Creates the object on the first call and after destroy().
-/// @return the process-wide object, owned by the library: end it with destroy(), never with delete
+/// The only function that the library exports. Returns the object of the process. The first call, and the
+/// first call after destroy(), creates it and may let std::bad_alloc escape.
+/// @return never null; owned by the library. Destroy it with destroy(), never with delete.
 extern "C" Kes::OsslScardIf* get_ossl_scard_if();
 
 #endif // KES_MARVO_OSSL_SCARD_IF_H_
