@@ -7,41 +7,46 @@
 
 namespace Kes {
 
-/// A certificate, whatever library holds it.
+/// An X.509 certificate, independent of the library that stores it: OpenSSL (OsslCert) or Windows (WinCert).
+///
+/// The library uses only a part of these operations. The class is complete, so that a certificate can also be
+/// logged or saved for diagnostics.
 class Cert {
 public:
     virtual ~Cert() = default;
     Cert(const Cert&) = delete;
     Cert& operator=(const Cert&) = delete;
 
-    /// The DER encoding. @throws OsslError when it cannot be made
+    /// Returns the DER encoding.
+    /// @throws OsslError if OpenSSL cannot encode the certificate
     virtual std::vector<unsigned char> get_der_data() const = 0;
 
-    /// Writes the DER encoding to a file, replacing it. @throws Error open_failed, and as get_der_data()
+    /// Writes the DER encoding to a file and replaces its old content.
+    /// @throws Error open_failed if the file cannot be opened for writing, and the errors of get_der_data()
     virtual void write_der_file(const std::string& file_name) const = 0;
 
-    /// The distinguished names in full.
+    /// The full distinguished names. Their format depends on the library that stores the certificate.
     virtual std::string get_subject_name() const = 0;
     virtual std::string get_issuer_name() const = 0;
 
-    /// The names in the short form of the library that holds the certificate.
+    /// The distinguished names in the short format of that library, if it has one.
     virtual std::string get_subject_name_simple() const = 0;
     virtual std::string get_issuer_name_simple() const = 0;
 
-    /// "subject='...'; issuer='...'", the names in full and unescaped.
+    /// Returns "subject='...'; issuer='...'" with the full names, unescaped.
     virtual std::string to_string() const;
 
-    /// Writes to_string() and a newline, then flushes.
+    /// Writes to_string() and a newline, then flushes the stream.
     virtual std::ostream& print(std::ostream& out) const;
 
 protected:
     Cert() = default;
 };
 
-/// As print().
+/// Same as print().
 inline std::ostream& operator<<(std::ostream& out, const Cert& cert) { return cert.print(out); }
 
-/// A pointer as log lines show it: "0x" and 16 upper-case hexadecimal digits.
+/// Streams a pointer in the format of log lines: "0x" and 16 upper-case hexadecimal digits.
 struct PointerText {
     const void* pointer;
 };

@@ -11,26 +11,31 @@
 
 namespace Kes {
 
-/// What a certificate says its key may be used for. RFC 5280, 4.2.1.3 and 4.2.1.12.
+/// The uses that a certificate allows for its key, from the extensions key usage and extended key usage.
+/// RFC 5280, sections 4.2.1.3 and 4.2.1.12, defines them. An extension that OpenSSL cannot decode counts as
+/// absent.
 class CertKeyUsage {
 public:
-    /// As a certificate without either extension.
+    /// The key usage of a certificate that has neither extension.
     CertKeyUsage() = default;
 
     /// @throws Error bad_argument for a null pointer
     explicit CertKeyUsage(X509* x509);
 
-    /// @throws OsslError when the bytes are no certificate
+    /// @throws OsslError if the bytes are not a certificate
     explicit CertKeyUsage(const std::vector<unsigned char>& der);
+
+    /// @throws OsslError if OpenSSL cannot encode or decode the certificate
     explicit CertKeyUsage(const Cert& cert);
 
-    /// OpenSSL's KU_* bits; 0 without the extension.
+    /// The key usage as OpenSSL's KU_* bits; 0 without the extension.
     std::uint32_t kuse_mask() const noexcept { return _kuse_mask; }
 
-    /// OpenSSL's XKU_* bits, for display only; 0 without the extension.
+    /// The extended key usage as OpenSSL's XKU_* bits; 0 without the extension. For display only: OpenSSL has
+    /// no bits for usages that it does not know.
     std::uint32_t xkuse_mask() const noexcept { return _xkuse_mask; }
 
-    /// The extended key usages as dotted object identifiers, in the certificate's order.
+    /// The extended key usages as dotted object identifiers, in the order of the certificate.
     const std::vector<std::string>& xkuse_nid_list() const noexcept { return _xkuse_nid_list; }
 
 private:
@@ -39,31 +44,34 @@ private:
     std::vector<std::string> _xkuse_nid_list;
 };
 
-/// Writes four lines, each ended by a newline.
+/// Writes the heading "key usage:" and three lines with the values. Each line ends with a newline.
 std::ostream& operator<<(std::ostream& out, const CertKeyUsage& key_usage);
 
-/// The names of the bits joined by "|", "none" for 0; bits without a name are left out.
+/// The names of the bits, joined by "|"; "none" for 0. Bits without a name are left out.
 std::string key_usage_mask_name(std::uint32_t mask);
 std::string ext_key_usage_mask_name(std::uint32_t mask);
 
-/// How a filter judges a usage.
+/// How a filter checks one of the two extensions.
 enum class FilterType : std::uint32_t {
-    all = 0,       ///< not at all
-    exact = 1,     ///< the certificate has the extension and meets the requirement
-    exact_none = 2 ///< as exact, and a certificate without the extension passes too
+    all = 0,       ///< every certificate passes
+    exact = 1,     ///< a certificate passes if it has the extension and meets the requirement
+    exact_none = 2 ///< like exact, and a certificate without the extension passes too
 };
 
-/// "all", "exact", "exact_none"; "" for any other value.
+/// The name of a filter type: "all", "exact" or "exact_none"; "" for any other value.
 std::string filter_type_name(FilterType type);
 
-/// What is required of a certificate for its key to be offered. Values other than the named filter types are
-/// judged like exact.
+/// Decides by the key usage of a certificate whether the client is offered its key. Filter types without a
+/// name have the effect of exact.
 class CertKeyUsageFilter {
 public:
+    /// @param kuse_filter       the required KU_* bits; 0 rejects every certificate that has a key usage
+    /// @param xkuse_nid_filter  the required extended key usage as a dotted object identifier
     CertKeyUsageFilter(FilterType kuse_filter_type, std::uint32_t kuse_filter, FilterType xkuse_filter_type,
                        std::string xkuse_nid_filter);
 
-    /// Whether the usage meets the requirement. Logs the result of each half that was judged.
+    /// Whether both extensions pass. Logs the result of each check; the second check is skipped if the first
+    /// one fails.
     bool check(const CertKeyUsage& key_usage) const;
 
 private:

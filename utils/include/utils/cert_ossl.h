@@ -9,14 +9,16 @@
 
 namespace Kes {
 
-/// A certificate held by OpenSSL. Its simple names are its full names.
+/// A certificate that OpenSSL stores. OpenSSL has no short name format, so the simple names equal the full
+/// ones. OsslHelper::cert_name_to_str() defines the format.
 class OsslCert final : public Cert {
 public:
-    /// Decodes one certificate. @throws OsslError "error converting certificate from DER to X509 format"
+    /// Decodes a certificate.
+    /// @throws OsslError "error converting certificate from DER to X509 format"
     explicit OsslCert(const std::vector<unsigned char>& der);
     ~OsslCert() override;
 
-    /// Lent; valid as long as this object.
+    /// The OpenSSL object, owned by this object and valid as long as it exists. Never null.
     X509* x509() const noexcept { return x509_.get(); }
 
     std::vector<unsigned char> get_der_data() const override;

@@ -11,17 +11,17 @@
 
 namespace Kes {
 
-/// A certificate held by Windows. Its full names are in X.500 form ("CN=a, O=b"), its simple names are the
-/// values alone ("a, b").
+/// A certificate that Windows stores. The full names have the X.500 format ("CN=a, O=b"); the simple names
+/// contain only the values ("a, b"). Windows converts the names to its ANSI code page.
 class WinCert final : public Cert {
 public:
-    /// @param ctx_in  must not be null
-    /// @param owns    whether the context is freed with this object
+    /// @param ctx_in  must not be null; must stay valid as long as this object if owns is false
+    /// @param owns    whether the destructor frees the context
     /// @throws Error bad_argument for a null pointer
     WinCert(const CERT_CONTEXT* ctx_in, bool owns);
     ~WinCert() override;
 
-    /// Lent; valid as long as this object.
+    /// The Windows object, valid as long as this object exists. Never null.
     const CERT_CONTEXT* context() const noexcept { return ctx; }
 
     std::vector<unsigned char> get_der_data() const override;
@@ -32,10 +32,12 @@ public:
     std::string get_issuer_name_simple() const override;
 
 private:
+    /// @param string_type  CERT_X500_NAME_STR or CERT_SIMPLE_NAME_STR
     std::string name_text(CERT_NAME_BLOB& name, DWORD string_type) const;
 
     const CERT_CONTEXT* ctx;
-    std::unique_ptr<const CERT_CONTEXT, FreeWith<&::CertFreeCertificateContext>> owned_; // ctx, or null
+    // The same pointer as ctx, or null if this object does not own the context.
+    std::unique_ptr<const CERT_CONTEXT, FreeWith<&::CertFreeCertificateContext>> owned_;
 };
 
 } // namespace Kes

@@ -10,21 +10,25 @@
 
 namespace Kes {
 
-/// A named store of certificates, open as long as the object lives. The implementation knows the system:
-/// it is made from the name, and has find_by_subject(), first() and next() as this class has.
+/// A named certificate store, which stays open as long as the object exists.
 ///
-/// Certificates that are handed out are the caller's. A search that finds nothing gives null.
+/// Imp contains the code for the operating system. It is constructed from the name, and has operations
+/// find_by_subject(), first() and next() with the signatures of this class.
+///
+/// The caller owns the certificates that the operations return. They return null if no certificate is found.
 template <typename CertType, typename Imp>
 class CertStore {
 public:
-    /// Opens a store that exists. @throws ErrorBase, as the implementation's error
+    /// Opens an existing store; does not create one.
+    /// @throws ErrorBase with the text of the implementation's error
     static std::unique_ptr<CertStore> open(const std::string& name) {
         try {
             std::unique_ptr<CertStore> store(new CertStore(name));
             store->set_imp(std::make_unique<Imp>(name));
             return store;
         } catch (const ErrorBase& error) {
-            throw ErrorBase(error); // the text is all that callers may tell stores apart by
+            // Keeps only the text, so that callers cannot depend on the implementation's error type.
+            throw ErrorBase(error);
         }
     }
 
@@ -35,7 +39,8 @@ public:
     CertStore(const CertStore&) = delete;
     CertStore& operator=(const CertStore&) = delete;
 
-    /// @throws Error bad_argument for null
+    /// Sets the implementation. Only open() calls it; every other operation needs it.
+    /// @throws Error bad_argument for a null pointer
     void set_imp(std::unique_ptr<Imp> imp_in) {
         if (!imp_in)
             throw Error(ErrorCodeType::bad_argument, "imp is a null pointer",
@@ -44,14 +49,15 @@ public:
         imp = std::move(imp_in);
     }
 
-    /// The first certificate whose subject contains the text, without regard to case.
+    /// Returns the first certificate whose subject contains the text. The comparison ignores case.
     std::unique_ptr<CertType> find_by_subject(const char* subject) const {
         return imp->find_by_subject(subject);
     }
 
+    /// Starts an enumeration of the certificates.
     std::unique_ptr<CertType> first() const { return imp->first(); }
 
-    /// The certificate behind previous, which may be deleted then.
+    /// Returns the certificate that follows previous, which the caller may delete afterwards.
     std::unique_ptr<CertType> next(const CertType& previous) const { return imp->next(previous); }
 
 private:

@@ -11,10 +11,11 @@
 
 namespace Kes {
 
-/// A system certificate store of the current user.
+/// A system certificate store of the current Windows user, such as "MY". The base for WinCertStore; CertStore
+/// describes the operations.
 class WinCertStoreImp {
 public:
-    /// @throws WinError when there is no store of that name
+    /// @throws WinError if the user has no store of that name
     explicit WinCertStoreImp(std::string name_in);
     ~WinCertStoreImp();
     WinCertStoreImp(const WinCertStoreImp&) = delete;
@@ -27,7 +28,7 @@ public:
 private:
     struct StoreTraits {
         using Raw = HCERTSTORE;
-        static void close(Raw store) noexcept;
+        static void close(Raw store) noexcept; // also closes a store whose certificates are still in use
     };
 
     const std::string name;
