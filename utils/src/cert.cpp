@@ -8,7 +8,7 @@
 namespace Kes {
 
 std::string Cert::to_string() const {
-    // The issuer is asked first, the text shows the subject first.
+    // Read the issuer first: if both names are unreadable, the error is the issuer's.
     const std::string issuer = get_issuer_name();
     const std::string subject = get_subject_name();
     std::ostringstream text;

@@ -16,6 +16,7 @@
 namespace Kes {
 namespace {
 
+// The order is the order in the log: by the bit's value, from encipher_only (1) to decipher_only (0x8000).
 constexpr std::array key_usage_names{
     BitName{KU_ENCIPHER_ONLY, "encipher_only"},         BitName{KU_CRL_SIGN, "crl_sign"},
     BitName{KU_KEY_CERT_SIGN, "key_cert_sign"},         BitName{KU_KEY_AGREEMENT, "key_agreement"},
@@ -33,15 +34,16 @@ constexpr std::array ext_key_usage_names{BitName{XKU_SSL_SERVER, "ssl_server"},
                                          BitName{XKU_DVCS, "dvcs"},
                                          BitName{XKU_ANYEKU, "anyeku"}};
 
-/// OpenSSL says "no such extension" by all bits, which would pass every filter.
+/// OpenSSL returns all bits if the certificate lacks the extension. Such a mask would pass every filter.
 std::uint32_t zero_if_absent(std::uint32_t mask) { return mask == 0xffffffffU ? 0 : mask; }
 
 void free_objects(EXTENDED_KEY_USAGE* objects) { sk_ASN1_OBJECT_pop_free(objects, ::ASN1_OBJECT_free); }
 
 using ExtKeyUsagePtr = std::unique_ptr<EXTENDED_KEY_USAGE, FreeWith<&free_objects>>;
 
+/// Returns no names if the certificate lacks the extension or if OpenSSL cannot decode it.
 std::vector<std::string> read_ext_key_usages(X509* x509) {
-    constexpr int always_dotted = 1;
+    constexpr int always_dotted = 1; // even if OpenSSL knows a name for the identifier
     std::vector<std::string> names;
     int critical = 0;
     const ExtKeyUsagePtr objects(
@@ -62,7 +64,8 @@ CertKeyUsage::CertKeyUsage(X509* x509) {
     if (x509 == nullptr)
         throw Error(ErrorCodeType::bad_argument, "x509 is a null pointer",
                     "cert_key_usage:49 Kes::CertKeyUsage::CertKeyUsage()");
-    const ErrorQueueMark mark; // a broken extension is no error here, nor in the text of a later one
+    // A broken extension is not an error. OpenSSL's reports about it must not appear in a later error's text.
+    const ErrorQueueMark mark;
     _kuse_mask = zero_if_absent(::X509_get_key_usage(x509));
     _xkuse_mask = zero_if_absent(::X509_get_extended_key_usage(x509));
     _xkuse_nid_list = read_ext_key_usages(x509);
@@ -124,12 +127,13 @@ bool CertKeyUsageFilter::check(const CertKeyUsage& key_usage) const {
 bool CertKeyUsageFilter::check_key_usage(const CertKeyUsage& key_usage) const {
     if (kuse_filter_type == FilterType::all) return true;
     if (key_usage.kuse_mask() == 0) return kuse_filter_type == FilterType::exact_none;
-    // A filter of 0 asks for nothing that a certificate could have, so it rejects; it does not let all pass.
+    // A filter of 0 is taken for a mistake. It must not let every certificate pass.
     return kuse_filter != 0 && (key_usage.kuse_mask() & kuse_filter) == kuse_filter;
 }
 
 bool CertKeyUsageFilter::check_ext_key_usage(const CertKeyUsage& key_usage) const {
     if (xkuse_filter_type == FilterType::all) return true;
+    // Not the mask: it has no bits for usages that OpenSSL does not know.
     const auto& names = key_usage.xkuse_nid_list();
     if (names.empty()) return xkuse_filter_type == FilterType::exact_none;
     return std::find(names.begin(), names.end(), xkuse_nid_filter) != names.end();

@@ -10,11 +10,13 @@
 namespace Kes {
 namespace {
 
-constexpr std::size_t encode_buffer_size = 1024UL * 1024UL; // far above any certificate that a card holds
+// In bytes. Far larger than any certificate on a card.
+constexpr std::size_t encode_buffer_size = 1024UL * 1024UL;
 
 X509* decode(const std::vector<unsigned char>& der) {
-    static constexpr unsigned char nothing = 0;
-    const unsigned char* next = der.empty() ? &nothing : der.data();
+    // d2i_X509() expects a valid pointer, and data() of an empty vector may return null.
+    static constexpr unsigned char empty_input = 0;
+    const unsigned char* next = der.empty() ? &empty_input : der.data();
     return ::d2i_X509(nullptr, &next, static_cast<long>(der.size()));
 }
 
@@ -28,14 +30,14 @@ OsslCert::OsslCert(const std::vector<unsigned char>& der) : x509_(decode(der)) {
 }
 
 OsslCert::~OsslCert() {
-    const void* freed = x509_.get();
+    const void* freed = x509_.get(); // for the log only
     x509_.reset();
     log_trace("destroyed OsslCert [x509=", PointerText{freed}, "]");
 }
 
 std::vector<unsigned char> OsslCert::get_der_data() const {
-    // One fixed buffer serves every certificate that fits it. i2d_X509() does not know its end, so a longer
-    // encoding, which only a hostile token would hold, gets a buffer of its own size.
+    // i2d_X509() does not know the size of the buffer. An encoding that is longer than the usual buffer,
+    // which only a malicious token would contain, gets a buffer of its own size.
     const int needed = ::i2d_X509(x509_.get(), nullptr);
     std::vector<unsigned char> der(
         std::max(encode_buffer_size, static_cast<std::size_t>(std::max(needed, 0))));

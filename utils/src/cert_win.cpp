@@ -7,7 +7,7 @@
 namespace Kes {
 
 WinCert::WinCert(const CERT_CONTEXT* ctx_in, bool owns) : ctx(ctx_in), owned_(owns ? ctx_in : nullptr) {
-    // Not null_pointer: that is what a function gave us, this is what we were given.
+    // Not ErrorCodeType::null_pointer: that code means that a called function returned null.
     if (ctx == nullptr)
         throw Error(ErrorCodeType::bad_argument, "cert_ctx is a null pointer",
                     "cert_win:41 Kes::WinCert::WinCert()");
@@ -15,7 +15,7 @@ WinCert::WinCert(const CERT_CONTEXT* ctx_in, bool owns) : ctx(ctx_in), owned_(ow
 }
 
 WinCert::~WinCert() {
-    owned_.reset();
+    owned_.reset(); // before the log line, which reports what has happened
     log_trace("destroyed WinCert [ctx=", PointerText{ctx}, "]");
 }
 
@@ -43,9 +43,10 @@ std::string WinCert::get_issuer_name_simple() const {
 
 std::string WinCert::name_text(CERT_NAME_BLOB& name, DWORD string_type) const {
     const DWORD size = ::CertNameToStrA(ctx->dwCertEncodingType, &name, string_type, nullptr, 0);
-    if (size <= 1) return ""; // the terminating NUL alone
+    if (size <= 1) return ""; // only the terminating NUL
     std::string text(size, '\0');
     ::CertNameToStrA(ctx->dwCertEncodingType, &name, string_type, text.data(), size);
+    // The size includes the terminating NUL.
     return text.substr(0, text.find('\0'));
 }
 

@@ -8,8 +8,8 @@
 namespace Kes {
 namespace {
 
-/// What the store's functions give: a context of our own, or null.
-std::unique_ptr<WinCert> own(const CERT_CONTEXT* context) {
+/// The functions of the store return a context that the caller must free, or null.
+std::unique_ptr<WinCert> take_ownership(const CERT_CONTEXT* context) {
     return context == nullptr ? nullptr : std::make_unique<WinCert>(context, true);
 }
 
@@ -28,7 +28,7 @@ WinCertStoreImp::WinCertStoreImp(std::string name_in)
 }
 
 WinCertStoreImp::~WinCertStoreImp() {
-    store.reset();
+    store.reset(); // before the log line, which reports what has happened
     log_trace("destroyed WinCertStoreImp [", name, "]");
 }
 
@@ -39,18 +39,18 @@ void WinCertStoreImp::StoreTraits::close(Raw store) noexcept {
 }
 
 std::unique_ptr<WinCert> WinCertStoreImp::find_by_subject(const char* subject) const {
-    return own(::CertFindCertificateInStore(store.get(), X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_STR_A,
-                                            subject, nullptr));
+    return take_ownership(::CertFindCertificateInStore(store.get(), X509_ASN_ENCODING, 0,
+                                                       CERT_FIND_SUBJECT_STR_A, subject, nullptr));
 }
 
 std::unique_ptr<WinCert> WinCertStoreImp::first() const {
-    return own(::CertEnumCertificatesInStore(store.get(), nullptr));
+    return take_ownership(::CertEnumCertificatesInStore(store.get(), nullptr));
 }
 
 std::unique_ptr<WinCert> WinCertStoreImp::next(const WinCert& previous) const {
-    // The enumeration frees the context that it is given.
+    // The function frees the context that it receives, but previous still needs its own.
     const CERT_CONTEXT* duplicate = ::CertDuplicateCertificateContext(previous.context());
-    return own(::CertEnumCertificatesInStore(store.get(), duplicate));
+    return take_ownership(::CertEnumCertificatesInStore(store.get(), duplicate));
 }
 
 } // namespace Kes
