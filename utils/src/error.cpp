@@ -13,10 +13,12 @@
 namespace Kes {
 namespace {
 
+// Windows language identifiers. English comes first, so that users in all countries can search for the texts.
 constexpr unsigned long language_english_us = 1033;
 constexpr unsigned long language_system_default = 0;
 
-std::string code_name(ErrorCodeType code) {
+std::string error_code_name(ErrorCodeType code) {
+    // Indexed by the value of ErrorCodeType.
     static constexpr std::array names{
         "no_error",          "unspecified",   "null_pointer", "bad_argument", "unsupported",
         "internal_error",    "invalid_state", "timeout",      "not_found",    "not_registered",
@@ -30,15 +32,17 @@ std::string windows_error_text(unsigned long code, const SystemMessageLookup& lo
     auto text = lookup(code, language_english_us);
     if (!text) text = lookup(code, language_system_default);
     if (!text) return "unknown winerror";
-    // Not only at the end: a text of several lines becomes one line of a log.
+    // Remove line ends everywhere, not only at the end, so that the text is one line of the log.
     std::erase(*text, '\r');
     std::erase(*text, '\n');
     return *text;
 }
 
+/// Returns the lines of the thread's OpenSSL error queue and empties the queue.
 std::string drain_openssl_errors() {
     const BioPtr memory(::BIO_new(::BIO_s_mem()));
     if (!memory) {
+        // Out of memory. Empty the queue even so, or its lines would appear in the text of the next error.
         ::ERR_clear_error();
         return "";
     }
@@ -53,7 +57,7 @@ std::string drain_openssl_errors() {
 
 } // namespace
 
-ErrorCode::ErrorCode(ErrorCodeType code) : ErrorCodeTempl(code, code_name(code)) {}
+ErrorCode::ErrorCode(ErrorCodeType code) : ErrorCodeTempl(code, error_code_name(code)) {}
 
 std::string ErrorCode::to_string() const {
     return "val=" + std::to_string(static_cast<std::uint32_t>(value)) + " (" + text + ")";

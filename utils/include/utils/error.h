@@ -7,19 +7,20 @@
 #include <optional>
 #include <string>
 
-/// The errors of the library: every failure is thrown as one of these, by value.
+/// The exceptions of the library. Every failure is thrown as one of these classes, by value.
 ///
-/// An error is a location, a message and a code, joined to one text when it is made:
+/// An error consists of a location, a message and a code. The constructor joins them to one text:
 ///
 ///     throw Error(ErrorCodeType::open_failed, "error opening file: 'out.bin'",
 ///                 "helper:329 Kes::Helper::write_file()");
 ///     // "helper:329 Kes::Helper::write_file(): error opening file: 'out.bin': val=12 (open_failed)"
 ///
-/// Locations are part of what users quote and search for. They are written out at each throw site and stay as
-/// they are when the code around them moves.
+/// Users quote locations and search for them. Each throw site contains its location as a literal, which does
+/// not change when the code around it moves.
 namespace Kes {
 
-/// The causes that are the library's own. Values and names are part of the error texts.
+/// The causes of the library's own errors. Error texts contain the numbers and names, so neither changes.
+/// That includes causes that no error has now.
 enum class ErrorCodeType : std::uint32_t {
     no_error = 0,
     unspecified = 1,
@@ -42,15 +43,15 @@ enum class ErrorCodeType : std::uint32_t {
     lib_err = 18
 };
 
-/// The part that all code objects share: the number and what it means.
+/// The base of the code classes: a number and its meaning.
 template <typename T>
 class ErrorCodeTempl {
 public:
-    /// The code as it stands at the end of an error text.
+    /// The code in the format that ends an error text.
     virtual std::string to_string() const = 0;
 
     T value;
-    std::string text;
+    std::string text; ///< the meaning of the value
 
 protected:
     ErrorCodeTempl(T code, std::string meaning) : value(code), text(std::move(meaning)) {}
@@ -58,59 +59,62 @@ protected:
     ErrorCodeTempl(ErrorCodeTempl&&) noexcept = default;
     ErrorCodeTempl& operator=(const ErrorCodeTempl&) = default;
     ErrorCodeTempl& operator=(ErrorCodeTempl&&) noexcept = default;
-    ~ErrorCodeTempl() = default; // held by value only
+    ~ErrorCodeTempl() = default; // not virtual: nothing deletes a code through this class
 };
 
-/// A cause of the library's own. Text form: "val=12 (open_failed)"; values without a name are "unknown".
+/// The code of an error that the library itself detects. Format: "val=12 (open_failed)". A value without a
+/// name is "unknown".
 class ErrorCode final : public ErrorCodeTempl<ErrorCodeType> {
 public:
-    ErrorCode(ErrorCodeType code); // not explicit: throw sites name the cause alone
+    ErrorCode(ErrorCodeType code); // not explicit, so that throw sites can pass the cause itself
     std::string to_string() const override;
 };
 
-/// Where the text of a Windows error number comes from: (number, language), see platform::system_message().
+/// A function that returns the text of a Windows error number, with the arguments and result of
+/// platform::system_message().
 using SystemMessageLookup = std::function<std::optional<std::string>(unsigned long, unsigned long)>;
 
-/// A Windows error number. Text form: "val=2 [0x2] (The system cannot find the file specified.)".
-/// Make it right after the failing call, before anything else can change the last error.
+/// A Windows error number. Format: "val=2 [0x2] (The system cannot find the file specified.)".
+/// Call GetLastError() directly after the failed call, before another call can change the number.
 class WinErrorCode final : public ErrorCodeTempl<unsigned long> {
 public:
     explicit WinErrorCode(unsigned long code);
 
-    /// As above, with another source of texts than the system.
+    /// Takes the text from the lookup function. Tests use this constructor with texts of their own.
     WinErrorCode(unsigned long code, const SystemMessageLookup& lookup);
 
     std::string to_string() const override;
 };
 
-/// The return value of an OpenSSL or libp11 function, with everything that stands on this thread's OpenSSL
-/// error queue, which is empty afterwards. Make it before any clean-up: that could add to the queue. Text
-/// form: "rc=0", then "\n" and the queue's lines if there are any.
+/// The return value of an OpenSSL or libp11 function, and the content of the thread's OpenSSL error queue.
+/// The constructor empties the queue. Construct the code before any clean-up, which could add to the queue.
+/// Format: "rc=0", followed by "\n" and the lines of the queue if it is not empty.
 class OsslErrorCode final : public ErrorCodeTempl<int> {
 public:
     explicit OsslErrorCode(int code);
     std::string to_string() const override;
 };
 
-/// The root of all errors.
+/// The base class of all errors.
 class ErrorBase : public std::exception {
 public:
-    /// Joins the parts that are not empty with ": ". A null location counts as "".
+    /// Joins the parts with ": " and leaves out empty ones. A null location counts as "".
     ErrorBase(const char* location, const std::string& message, const std::string& code_text);
 
-    /// The whole text. Never null, valid as long as the error.
+    /// The complete text. Never null; valid as long as the error exists.
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:
     std::string text_;
 };
 
-/// An error that is nothing but a message.
+/// An error with a message, but without a location and a code.
 class ErrorString final : public ErrorBase {
 public:
     explicit ErrorString(const std::string& message) : ErrorBase("", "", message) {}
 };
 
+/// The base of the errors with a code of class C.
 template <typename C>
 class ErrorTempl : public ErrorBase {
 public:
@@ -123,16 +127,19 @@ private:
     C code_;
 };
 
+/// A failure that the library itself detects.
 class Error final : public ErrorTempl<ErrorCode> {
 public:
     using ErrorTempl::ErrorTempl;
 };
 
+/// A failed call of a Windows function.
 class WinError final : public ErrorTempl<WinErrorCode> {
 public:
     using ErrorTempl::ErrorTempl;
 };
 
+/// A failed call of an OpenSSL or libp11 function.
 class OsslError final : public ErrorTempl<OsslErrorCode> {
 public:
     using ErrorTempl::ErrorTempl;

@@ -5,8 +5,8 @@
 
 namespace Kes {
 
-/// Takes off this thread's OpenSSL error queue what comes onto it during the object's life: for calls whose
-/// complaints are of no interest, and must not show up in the text of a later error.
+/// Removes the entries that are added to the thread's OpenSSL error queue while the object exists. For calls
+/// whose failure is not an error and must not appear in the text of a later error.
 class ErrorQueueMark {
 public:
     ErrorQueueMark() noexcept { ::ERR_set_mark(); }

@@ -6,17 +6,19 @@
 
 namespace Kes {
 
+/// Functions for OpenSSL objects.
 class OsslHelper {
 public:
     OsslHelper() = delete;
 
-    /// Which name of a certificate is meant.
+    /// The names of a certificate, for cert_name_to_str().
     static constexpr int subject = 1;
     static constexpr int issuer = 2;
 
-    /// A certificate's name in OpenSSL's compatible one-line form, indented by two blanks.
-    /// @param which  subject; every other value is the issuer
-    /// @throws Error bad_argument for a null certificate, OsslError when OpenSSL cannot print the name
+    /// Formats a name of a certificate as one line, indented by two spaces. OpenSSL's XN_FLAG_COMPAT defines
+    /// the format.
+    /// @param which  subject or issuer; other values count as issuer
+    /// @throws Error bad_argument for a null certificate, OsslError if OpenSSL cannot print the name
     static std::string cert_name_to_str(X509* cert, int which);
 };
 

@@ -8,7 +8,8 @@
 
 namespace Kes {
 
-/// Ends an object by the function that its library gives for it. Costs nothing: the pointer stays a pointer.
+/// A deleter for std::unique_ptr that calls the free function of a C library. A unique_ptr with this deleter
+/// is no larger than a plain pointer.
 template <auto FreeFn>
 struct FreeWith {
     template <typename T>
