@@ -25,11 +25,12 @@ const char* severity_name(Severity severity) {
     return "";
 }
 
-/// Collects a line and hands it to the file in one write when it is flushed.
+/// Collects a line and writes it to the file in one piece when it is flushed. A plain std::filebuf would
+/// write a long line in several pieces, and other processes could write between them.
 class LineBuffer final : public std::streambuf {
 public:
     LineBuffer(const std::string& file_name, std::ios::openmode mode) {
-        file_.pubsetbuf(nullptr, 0); // the line is the buffer
+        file_.pubsetbuf(nullptr, 0); // unbuffered: line_ is the buffer
         file_.open(file_name, mode);
     }
     LineBuffer(const LineBuffer&) = delete;
@@ -56,7 +57,7 @@ private:
     bool write_line() {
         const auto length = static_cast<std::streamsize>(line_.size());
         const bool is_written = length == 0 || file_.sputn(line_.data(), length) == length;
-        line_.clear(); // keeps its memory for the next line
+        line_.clear(); // keeps the memory for the next line
         return is_written;
     }
 
@@ -66,6 +67,7 @@ private:
 
 } // namespace
 
+/// The output to a file.
 class FileSink final : public std::ostream {
 public:
     FileSink(const std::string& file_name, std::ios::openmode mode)
@@ -84,37 +86,39 @@ std::string severity_mask_name(std::uint32_t mask) {
     return mask == 0xffff ? "all" : TextHelper::mask_names(mask, severity_names);
 }
 
-// Log texts are the same whatever global locale the client has set: no grouped digits, no other point.
-Logger::Logger() { buffer_.imbue(std::locale::classic()); }
+// The format of the log must not depend on the client's global locale, which may group digits or use a
+// decimal comma.
+Logger::Logger() { memory_output_.imbue(std::locale::classic()); }
 
 Logger::~Logger() = default;
 
 std::ostream& Logger::log(Severity severity, const char* function) {
-    if (!is_enabled(severity) || current_ == &null_) return null_;
-    // Not by stream insertion: seven padded numbers cost several times as much that way.
+    if (!is_enabled(severity) || output_ == &null_output_) return null_output_;
+    // snprintf() formats the seven padded numbers several times faster than the stream operators.
     std::array<char, 128> text{};
     int length = std::snprintf(text.data(), text.size(), "%s <%s>", TextHelper::timestamp_text().data(),
                                severity_name(severity));
-    current_->write(text.data(), length);
-    if (function != nullptr) *current_ << ' ' << function << "()";
+    output_->write(text.data(), length);
+    if (function != nullptr) *output_ << ' ' << function << "()";
     length = std::snprintf(text.data(), text.size(), " tid=%lu: ", platform::thread_id());
-    return current_->write(text.data(), length);
+    return output_->write(text.data(), length);
 }
 
 void Logger::buffer_output() {
     const std::lock_guard lock(mutex_);
-    buffer_.str("");
-    buffer_.clear();
-    current_ = &buffer_;
+    memory_output_.str("");
+    memory_output_.clear();
+    output_ = &memory_output_;
 }
 
 void Logger::discard_output() {
     const std::lock_guard lock(mutex_);
-    current_ = &null_;
+    output_ = &null_output_;
 }
 
 void Logger::register_sink(const std::string& file_name, bool append) {
     const std::lock_guard lock(mutex_);
+    // Open the new file before anything changes: a failure must leave the current output as it is.
     auto sink =
         std::make_unique<FileSink>(file_name, std::ios::out | (append ? std::ios::app : std::ios::trunc));
     if (!sink->is_open())
@@ -122,11 +126,11 @@ void Logger::register_sink(const std::string& file_name, bool append) {
                     "logger:90 Kes::Logger::register_sink()");
     if (append)
         *sink << "[[[ ------ restart logger at " << TextHelper::timestamp() << " ------]]]" << std::endl;
-    current_ = sink.get();
-    sink_ = std::move(sink); // closes the file before
-    *current_ << buffer_.str() << std::flush;
-    buffer_.str("");
-    buffer_.clear();
+    output_ = sink.get();
+    sink_ = std::move(sink); // closes the previous file
+    *output_ << memory_output_.str() << std::flush;
+    memory_output_.str("");
+    memory_output_.clear();
 }
 
 } // namespace Kes

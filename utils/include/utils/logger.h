@@ -14,13 +14,15 @@
 
 namespace Kes {
 
-/// How important a log line is. Single bits: a mask is a sum of them.
+/// The severity of a log line. Each value is one bit, so that a mask can contain several. The library logs
+/// nothing as fatal, but clients may set the bit.
 enum class Severity : std::uint32_t { trace = 1, debug = 2, info = 4, warn = 8, error = 16, fatal = 32 };
 
-/// A mask's text: "info|warn", "none" for 0, "all" for 0xffff. Bits without a severity have no text.
+/// The names of the severities in a mask: "info|warn"; "none" for 0, "all" for 0xffff. Bits without a
+/// severity are left out.
 std::string severity_mask_name(std::uint32_t mask);
 
-/// Takes every character and keeps none; never fails.
+/// A stream that discards everything and never fails.
 class NullOstream final : public std::ostream {
 public:
     NullOstream() : std::ostream(nullptr) { rdbuf(&buffer_); }
@@ -36,15 +38,15 @@ private:
 
 class FileSink;
 
-/// The process-wide log. Lines go nowhere, into memory, or into a file, the "sink".
+/// The log of the process. Its output is nowhere, memory, or a file (the "sink").
 ///
-/// Starts by writing nowhere, with every severity let through. Lines kept in memory reach the file that is
-/// registered next, so that the time before the file's name is known stands in it too.
+/// At first, the output is nowhere and all severities are enabled. The next file that is registered starts
+/// with the lines in memory. Thus it also contains the lines from before its name was known.
 ///
-/// log_info() and its likes, below, are how everybody logs. A file line is handed to the C runtime in one
-/// write when it ends, so lines of several processes that append to one file stay whole. On Windows they
-/// nearly always do: there the runtime looks for the file's end and then writes, and two that do so at once
-/// write to one place. A failed write is not noticed.
+/// Other code calls log_info() and the similar functions below. A complete line is passed to the C runtime in
+/// one write, so that several processes can append to one file without mixing up their lines. On Windows, the
+/// runtime seeks to the end and then writes: two processes that do so at the same moment can lose a line. A
+/// failed write is not reported.
 class Logger final : public Singleton<Logger> {
 public:
     bool is_enabled(Severity severity) const noexcept {
@@ -52,28 +54,32 @@ public:
         return (mask_.load(std::memory_order_relaxed) & bit) == bit;
     }
 
-    /// Begins a line: writes "2024-03-05 09:07:02.045 <info> tid=4711: " to where lines go now. The caller
-    /// writes the message and ends the line with std::endl. A suppressed line costs the test of the mask and
-    /// nothing else.
-    /// @param function  if not null, " " + function + "()" stands after the severity
-    /// @return valid until the next change of output; writes nowhere if the severity is off
+    /// Starts a line: writes "2024-03-05 09:07:02.045 <info> tid=4711: " to the current output. The caller
+    /// writes the message and ends the line with std::endl. If the severity is disabled, only the mask is
+    /// tested.
+    /// @param function  if not null, " " + function + "()" follows the severity. The library itself names the
+    ///                  operation in the message instead.
+    /// @return the current output, valid until it changes; a stream that discards everything if the severity
+    ///         is disabled
     std::ostream& log(Severity severity, const char* function = nullptr);
 
+    /// Enables the severities whose bits are set, and disables the others.
     void set_severity_mask(std::uint32_t mask) noexcept { mask_.store(mask, std::memory_order_relaxed); }
 
-    /// From now on lines go into memory, which starts empty.
+    /// Sends the following lines to memory, and discards the lines that memory contains.
     void buffer_output();
 
-    /// From now on lines go nowhere. Lines kept in memory before stay there.
+    /// Discards the following lines. Lines in memory remain there.
     void discard_output();
 
-    /// From now on lines go into the file, the lines kept in memory first. A file registered before is
-    /// closed.
-    /// @param append  add to an existing file, below a line that tells of the restart, instead of emptying it
-    /// @throws Error open_failed "error opening logfile '...'"; everything stays as it was then
+    /// Sends the following lines to the file, after the lines in memory. Closes the file that was registered
+    /// before.
+    /// @param append  whether to append to an existing file, after a line about the restart, or to empty it
+    /// @throws Error open_failed "error opening logfile '...'"; the output does not change then
     void register_sink(const std::string& file_name, bool append);
 
-    /// Held while a whole line is written or the output changes. Recursive: writing a part of a line may log.
+    /// Lock it while writing a line; the operations above lock it while they change the output. Recursive,
+    /// because the streaming operator of a part may write to the log itself.
     std::recursive_mutex& mutex() noexcept { return mutex_; }
 
 private:
@@ -81,16 +87,16 @@ private:
     Logger();
     ~Logger();
 
-    NullOstream null_;
-    std::ostream* current_ = &null_;
+    NullOstream null_output_;
+    std::ostringstream memory_output_;
     std::unique_ptr<FileSink> sink_;
-    std::ostringstream buffer_;
+    std::ostream* output_ = &null_output_; // one of the three
     std::atomic<std::uint32_t> mask_{0xffff};
     std::recursive_mutex mutex_;
 };
 
-/// Logs one line made of the parts. Pass objects, not texts made from them: nothing is rendered when the
-/// severity is off.
+/// Logs one line that consists of the parts. Pass the objects, not text made from them: if the severity is
+/// disabled, nothing is converted to text.
 template <typename... Parts>
 void log_line(Severity severity, const Parts&... parts) {
     Logger& logger = Logger::instance();
@@ -99,7 +105,7 @@ void log_line(Severity severity, const Parts&... parts) {
     (logger.log(severity) << ... << parts) << std::endl;
 }
 
-/// As log_line(), for parts that already end with a line end.
+/// Like log_line(), but without a line end, for parts that end with one.
 template <typename... Parts>
 void log_lines(Severity severity, const Parts&... parts) {
     Logger& logger = Logger::instance();
