@@ -13,8 +13,8 @@ LocalTime local_time() {
     return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
 }
 
-// The C runtime's environment, not the system's: what a program changes in the system's alone after its start
-// is not seen. Debian's import library of the runtime lacks _dupenv_s(), which would give a copy of the same.
+// Reads the environment of the C runtime. It does not contain changes that the program makes with
+// SetEnvironmentVariable() after its start. Not _dupenv_s(): Debian's import library of the runtime lacks it.
 std::string env_value(const char* name) {
     const char* value = std::getenv(name);
     return value == nullptr ? std::string() : std::string(value);
@@ -24,7 +24,7 @@ unsigned long thread_id() noexcept { return ::GetCurrentThreadId(); }
 
 std::optional<std::string> system_message(unsigned long error, unsigned long language) {
     char* text = nullptr;
-    // With this first flag the function takes the address of a pointer where its type says text.
+    // With FORMAT_MESSAGE_ALLOCATE_BUFFER, the argument for the text is the address of a pointer.
     const DWORD length =
         ::FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error,
                          language, reinterpret_cast<char*>(&text), 0, nullptr);
@@ -34,13 +34,13 @@ std::optional<std::string> system_message(unsigned long error, unsigned long lan
     return message;
 }
 
-// _getch() switches echo and line input off for the time of its own call: there is nothing to put back.
+// _getch() disables echo and line input only during the call, so there is no mode to restore.
 struct Keyboard::State {};
 
 Keyboard::Keyboard() = default;
 Keyboard::~Keyboard() = default;
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): elsewhere it needs the state
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): the POSIX version uses the state
 int Keyboard::read_key() {
     const int key = ::_getch();
     return key == EOF ? end_of_input : key & 0xff;

@@ -13,9 +13,10 @@
 
 namespace Kes {
 
-/// What a menu must know of the type of its objects. Specialise it beside the type:
-/// - static std::string to_text(const T&): the object as the log shows it
-/// - static constexpr const char* location: where select() reports that it was broken off
+/// What a menu needs to know about the type of its objects. Each type has a specialisation, declared next to
+/// the type, with these members:
+/// - static std::string to_text(const T&): the text of an object in the log
+/// - static constexpr const char* location: the location in the errors that select() throws
 template <typename T>
 struct ConsSelectMenuTraits;
 
@@ -26,27 +27,27 @@ struct ConsSelectMenuTraits<std::uint64_t> {
         "cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select()";
 };
 
-/// A console menu from which one key press picks an item, without echo and without Enter.
-/// By convention the last item has the key '.' and the text "exit"; the caller takes it as a user abort.
+/// A console menu. The user selects an item with one key press, without echo and without Enter. By
+/// convention, the last item has the key '.' and the text "exit", and the caller treats it as a user abort.
 template <typename T>
 class ConsSelectMenu {
 public:
     struct Item {
-        char key;
-        T object;
-        std::string text;
+        char key;         ///< the key that selects the item; upper and lower case differ
+        T object;         ///< what the item stands for
+        std::string text; ///< what the user sees
     };
 
-    /// @param items  shown in this order; of items with one key the first is picked
+    /// @param items  in the order of display; if several items have the same key, it selects the first one
     ConsSelectMenu(std::string title, std::vector<Item> items)
         : title_(std::move(title)), items_(std::move(items)) {}
 
-    /// Shows the menu on standard output and waits for the key of an item; other keys are ignored, upper and
-    /// lower case differ.
-    /// @return a copy of the picked item
-    /// @throws Error user_abort on CTRL-C, and when the input ends before an item is picked
+    /// Shows the menu on standard output and waits for the key of an item. Ignores other keys.
+    /// @return a copy of the selected item
+    /// @throws Error user_abort on CTRL-C, or if the input ends before an item is selected
     Item select() const {
-        platform::Keyboard keyboard; // before the prompt: what is typed from then on is not echoed
+        // Switch off the echo before the prompt appears, so that no key pressed after it is echoed.
+        platform::Keyboard keyboard;
         show();
         const Item& item = wait_for_item(keyboard);
         std::cout << item.key << std::endl;
@@ -68,10 +69,10 @@ private:
     const Item& wait_for_item(platform::Keyboard& keyboard) const {
         for (;;) {
             const int key = keyboard.read_key();
-            if (key == 0) continue; // the first half of a function key
+            if (key == 0) continue; // a function key, or the first of its two codes on Windows
             if (key == ctrl_c)
                 throw Error(ErrorCodeType::user_abort, "user abort <CTRL-C>", Traits::location);
-            // Without this a program whose input is closed would ask forever.
+            // Without this check, the loop would not end after the input is closed.
             if (key == platform::Keyboard::end_of_input)
                 throw Error(ErrorCodeType::user_abort, "user abort <end of input>", Traits::location);
             for (const Item& item : items_)

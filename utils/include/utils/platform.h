@@ -5,32 +5,35 @@
 #include <optional>
 #include <string>
 
-/// All that the utilities ask of the operating system. One source file per system answers: platform_posix.cpp
-/// or platform_win.cpp.
+/// The functions of utils that depend on the operating system. platform_posix.cpp and platform_win.cpp
+/// implement them.
 namespace Kes::platform {
 
-/// A moment in local time, each field as people write it (month and day from 1).
+/// A point in local time. The year is complete, such as 2024; month and day start at 1.
 struct LocalTime {
     int year, month, day, hour, minute, second, millisecond;
 };
 
+/// The current time.
 LocalTime local_time();
 
-/// The value of an environment variable; "" when it is unset or cannot be read.
+/// The value of an environment variable; "" if it is not set.
 std::string env_value(const char* name);
 
-/// The number by which the system's own tools name the calling thread.
+/// The number of the calling thread that the system's own tools show.
 unsigned long thread_id() noexcept;
 
-/// The Windows text for a Windows error number in the given language (0: the system's choice), as the system
-/// gives it, line ends included. Empty optional when there is none; always so on other systems.
+/// The text of Windows for a Windows error number, including line ends.
+/// @param language  a Windows language identifier; 0 is the system's default language
+/// @return nullopt if Windows has no text for the number in that language; always nullopt on other systems
 std::optional<std::string> system_message(unsigned long error, unsigned long language);
 
-/// The console keyboard while single keys are being read: no echo, no Enter needed, CTRL-C is a key like any
-/// other. The console works as before when the object ends.
+/// Reads single keys from the console, without echo and without Enter. CTRL-C is an ordinary key and raises
+/// no signal. The destructor restores the previous mode of the console. On Linux, the bytes of standard input
+/// are the keys if it is not a terminal.
 class Keyboard {
 public:
-    /// What read_key() returns when no more keys can come: the input is closed.
+    /// The result of read_key() at the end of the input.
     static constexpr int end_of_input = -1;
 
     Keyboard();
@@ -39,7 +42,8 @@ public:
     Keyboard& operator=(const Keyboard&) = delete;
 
     /// Waits for a key.
-    /// @return its character code, 0 to 255 (0 starts or stands for a function key), or end_of_input
+    /// @return its character code from 0 to 255, or end_of_input. A function key gives one 0 on Linux, and 0
+    ///         or 224 followed by a second code on Windows.
     int read_key();
 
 private:
