@@ -6,29 +6,29 @@
 
 namespace Kes {
 
-/// Overwrites the characters in a way that the optimiser must keep.
+/// Overwrites the characters with 'x'. The compiler cannot optimise this away.
 void overwrite(char* characters, std::size_t count) noexcept;
 
-/// A PIN. Cannot be copied, streamed or turned into a string by accident, and never leaves a copy behind: the
-/// characters are overwritten with 'x' before their memory is given back. They live on the heap only, so that
-/// moving the object moves no character.
+/// A PIN. The class cannot be copied or streamed, so that no copy is made by accident. It overwrites the
+/// characters with 'x' before it frees their memory. It stores them only on the heap, so that moving the
+/// object leaves no characters behind. A std::string may store short text inside the object.
 class Pin {
 public:
     Pin() = default;
 
-    /// @param characters  zero-terminated; null is an empty PIN
+    /// @param characters  zero-terminated and copied; null means an empty PIN
     explicit Pin(const char* characters);
 
     Pin(Pin&& other) noexcept;
     Pin& operator=(Pin&& other) noexcept;
     ~Pin();
 
-    /// Overwrites and forgets the PIN.
+    /// Overwrites the PIN and makes it empty.
     void clear() noexcept;
 
     bool is_empty() const noexcept { return size_ == 0; }
 
-    /// Zero-terminated, never null; valid until the PIN changes. Only for the call that needs it.
+    /// The characters, zero-terminated. Never null; valid until the PIN changes. Do not store or copy them.
     const char* c_str() const noexcept { return characters_ ? characters_.get() : ""; }
 
 private:

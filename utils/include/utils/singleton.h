@@ -3,27 +3,31 @@
 
 namespace Kes {
 
-/// A process-wide object that is made on first use and ended on request, not at process exit: a client that
-/// leaves without cleaning up must not run our destructors after the libraries they need are gone.
+/// A process-wide object that is created on first use and destroyed on request. It is not destroyed at
+/// process exit, because the libraries that its destructor needs may be unloaded by then.
 ///
-/// T derives from Singleton<T> and befriends it. Creation is not synchronised: the library is used from one
-/// thread at a time.
+/// T derives from Singleton<T> and declares it a friend. Creation is not synchronised: the library is used
+/// from one thread at a time.
 template <typename T>
 class Singleton {
 public:
     Singleton(const Singleton&) = delete;
     Singleton& operator=(const Singleton&) = delete;
 
-    /// The object, created when there is none. If its construction throws, nothing is stored.
+    /// Returns the object, and creates it first if it does not exist. If its constructor throws, the next
+    /// call tries again.
     static T& instance() {
         if (instance_ == nullptr) instance_ = new T;
         return *instance_;
     }
 
+    /// Whether the object exists. For tests, which check that destroy() leaves no object behind; instance()
+    /// would create one.
     static bool exists() noexcept { return instance_ != nullptr; }
 
-    /// Ends the object, if there is one; the next instance() makes a new one. The pointer is forgotten only
-    /// after the destructor is through, so that a destructor which asks for instance() meets itself.
+    /// Destroys the object if it exists; the next instance() creates a new one. The pointer is reset only
+    /// after the destructor, so that a destructor that calls instance() gets its own object and not a new
+    /// one.
     static void destroy_instance() noexcept {
         delete instance_;
         instance_ = nullptr;

@@ -5,9 +5,9 @@
 
 namespace Kes {
 
-/// Owns a handle that is a plain value, or whose release can fail. The traits name it:
-/// - using Raw: the handle's type; a value-initialised one is no handle
-/// - static void close(Raw handle) noexcept: releases it, and logs when that fails
+/// Owns a handle, like std::unique_ptr, but also if the handle is not a pointer. Traits has these members:
+/// - using Raw: the type of the handle; its value-initialised value means "no handle"
+/// - static void close(Raw handle) noexcept: releases the handle and logs a failure
 template <typename Traits>
 class UniqueHandle {
 public:
@@ -25,16 +25,17 @@ public:
     Raw get() const noexcept { return handle_; }
     explicit operator bool() const noexcept { return handle_ != Raw{}; }
 
-    /// Gives the handle away unreleased.
+    /// Transfers the handle to the caller without releasing it.
     Raw release() noexcept { return std::exchange(handle_, Raw{}); }
 
-    /// Releases the handle and takes over the other.
+    /// Releases the handle and takes ownership of another one.
     void reset(Raw handle = Raw{}) noexcept {
         const Raw before = std::exchange(handle_, handle);
         if (before != Raw{}) Traits::close(before);
     }
 
-    /// For a function that gives a handle by an argument: releases what is held, and lends the place for it.
+    /// Releases the handle and returns the address of the member, for functions that return a handle through
+    /// an argument.
     Raw* put() noexcept {
         reset();
         return &handle_;

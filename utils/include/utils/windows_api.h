@@ -1,9 +1,9 @@
 #ifndef KES_UTILS_WINDOWS_API_H_
 #define KES_UTILS_WINDOWS_API_H_
 
-/// The one place that takes in the headers of Windows, for the sources named *_win.cpp and the CryptoAPI
-/// sources. Windows and OpenSSL give some names to different things; OpenSSL's meaning is the one that we
-/// use.
+/// Includes the headers of Windows, for the sources named *_win.cpp and the CryptoAPI sources. No other file
+/// of the library includes them directly: wincrypt.h defines macros with names of OpenSSL types, and this
+/// header removes them.
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
@@ -12,7 +12,7 @@
 #endif
 #include <windows.h>
 
-#include <wincrypt.h> // after the other, which it needs
+#include <wincrypt.h> // after windows.h, which it depends on
 
 #undef OCSP_REQUEST
 #undef OCSP_RESPONSE
