@@ -2,8 +2,8 @@
 
 namespace Kes {
 
-void explain_engine_failure(const char*) {}
-void explain_module_failure(const char*) {}
+void append_engine_load_error(const char*) {}
+void append_module_load_error(const char*) {}
 
 ScopedNoLoaderDialogs::ScopedNoLoaderDialogs() = default;
 ScopedNoLoaderDialogs::~ScopedNoLoaderDialogs() = default;

@@ -147,7 +147,7 @@ void OsslEngine::load(const EngineCommand& command, const char* engine_path) {
         engine = std::move(loaded);
         return;
     }
-    explain_engine_failure(engine_path);
+    append_engine_load_error(engine_path);
     throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed", command.location);
 }
 

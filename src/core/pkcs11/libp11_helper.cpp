@@ -40,7 +40,7 @@ Libp11Init::Libp11Init(const char* module_path) {
     ::ERR_set_mark();
     const int rc = ::PKCS11_CTX_load(ctx.get(), module_path);
     if (rc != 0) {
-        explain_module_failure(module_path);
+        append_module_load_error(module_path);
         const OsslErrorCode code(rc); // before ctx is freed: that could add to the error queue
         throw OsslError(code,
                         std::string("PKCS11_CTX_load() failed to load PKCS#11 library '") + module_path + "'",

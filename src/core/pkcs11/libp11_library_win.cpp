@@ -53,10 +53,10 @@ std::wstring own_folder() {
     constexpr const char* location = "libp11_library:78 Kes::require_libp11()";
     if (file.empty())
         throw WinError(code,
-                       std::string(file_name) + " not found: looked for it in '" + narrow(folder) +
+                       std::string(file_name) + " not found: looked for it in '" + to_ansi_code_page(folder) +
                            "', the program's folder, the system's folders, the current folder and PATH",
                        location);
-    throw WinError(code, "error loading '" + file + "'" + loader_hint(code.value, true), location);
+    throw WinError(code, "error loading '" + file + "'" + loader_error_cause(code.value, true), location);
 }
 
 /// Beside us first: a client may have loaded us from a folder that is not its own.
@@ -68,12 +68,12 @@ HMODULE load() {
         HMODULE library = ::LoadLibraryExW(beside_us.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
         if (library != nullptr) return library;
         const WinErrorCode code(::GetLastError()); // before anything else that could change it
-        throw_not_loaded(code, narrow(beside_us), folder);
+        throw_not_loaded(code, to_ansi_code_page(beside_us), folder);
     }
     HMODULE library = ::LoadLibraryA(file_name);
     if (library != nullptr) return library;
     const WinErrorCode code(::GetLastError());
-    throw_not_loaded(code, find_library(file_name), folder);
+    throw_not_loaded(code, find_library_path(file_name), folder);
 }
 
 /// What stands at an offset from our beginning.

@@ -66,7 +66,7 @@ EnginePtr Pkcs11OsslEngine::reuse_engine(const char* engine_path) {
     return std::move(reference);
 }
 
-void Pkcs11OsslEngine::explain_failure() { explain_module_failure(module_path.c_str()); }
+void Pkcs11OsslEngine::explain_failure() { append_module_load_error(module_path.c_str()); }
 
 EvpPkeyPtr Pkcs11OsslEngine::lend_key(EvpPkeyPtr engine_key) { return loaded.lend(std::move(engine_key)); }
 

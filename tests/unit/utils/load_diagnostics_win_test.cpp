@@ -40,8 +40,12 @@ protected:
         explain(path.c_str());
         return OsslErrorCode(0).text;
     }
-    static std::string engine(const std::string& path) { return explained_by(explain_engine_failure, path); }
-    static std::string module(const std::string& path) { return explained_by(explain_module_failure, path); }
+    static std::string engine(const std::string& path) {
+        return explained_by(append_engine_load_error, path);
+    }
+    static std::string module(const std::string& path) {
+        return explained_by(append_module_load_error, path);
+    }
 
     static std::string not_loaded(const std::string& name, DWORD error, const std::string& hint = "") {
         return queue_line("error loading '" + name + "'" + hint + ": " + windows_code_text(error));
@@ -163,18 +167,19 @@ TEST_F(LoadDiagnosticsTest, AModuleNameIsTakenAsItIs) {
 TEST_F(LoadDiagnosticsTest, WhatOpensslSaidStandsBeforeIt) {
     const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
     ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
-    explain_module_failure("missing");
+    append_module_load_error("missing");
     ::ERR_get_error();
     EXPECT_EQ(OsslErrorCode(0).text, expected);
 }
 
 TEST_F(LoadDiagnosticsTest, TheSystemsNumberIsExplainedWhereItIsNotClear) {
-    EXPECT_EQ(loader_hint(ERROR_MOD_NOT_FOUND, true), ": a DLL that it needs is missing");
-    EXPECT_EQ(loader_hint(ERROR_MOD_NOT_FOUND, false), "");
+    EXPECT_EQ(loader_error_cause(ERROR_MOD_NOT_FOUND, true), ": a DLL that it needs is missing");
+    EXPECT_EQ(loader_error_cause(ERROR_MOD_NOT_FOUND, false), "");
     for (const bool is_there : {false, true}) {
-        EXPECT_EQ(loader_hint(ERROR_PROC_NOT_FOUND, is_there), ": a DLL that it needs lacks a function");
-        EXPECT_EQ(loader_hint(ERROR_BAD_EXE_FORMAT, is_there), no_dll);
-        EXPECT_EQ(loader_hint(ERROR_ACCESS_DENIED, is_there), "");
+        EXPECT_EQ(loader_error_cause(ERROR_PROC_NOT_FOUND, is_there),
+                  ": a DLL that it needs lacks a function");
+        EXPECT_EQ(loader_error_cause(ERROR_BAD_EXE_FORMAT, is_there), no_dll);
+        EXPECT_EQ(loader_error_cause(ERROR_ACCESS_DENIED, is_there), "");
     }
 }
 
@@ -211,8 +216,8 @@ TEST_F(LoaderDialogsTest, AThreadThatHadNoDialogsBeforeHasNoneAfterwards) {
 
 TEST_F(LoaderDialogsTest, AnExplanationLeavesTheThreadsErrorModeAsItWas) {
     ASSERT_TRUE(::SetThreadErrorMode(with_dialogs, nullptr));
-    explain_engine_failure("missing");
-    explain_module_failure("fine.dll");
+    append_engine_load_error("missing");
+    append_module_load_error("fine.dll");
     EXPECT_EQ(::GetThreadErrorMode(), with_dialogs);
 }
 

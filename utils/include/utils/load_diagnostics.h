@@ -7,8 +7,8 @@ namespace Kes {
 /// for which an engine or a PKCS#11 module could not be loaded. Only Windows needs them: OpenSSL and libp11
 /// keep back there what elsewhere they tell. Call after the failure.
 /// @param path  as it was given to OpenSSL's "SO_PATH", or to libp11
-void explain_engine_failure(const char* path);
-void explain_module_failure(const char* path);
+void append_engine_load_error(const char* path);
+void append_module_load_error(const char* path);
 
 /// While the object lives, a library that cannot be loaded is an error and no dialog for this thread. Windows
 /// would show one, where perhaps nobody can answer it.
@@ -20,7 +20,7 @@ public:
     ScopedNoLoaderDialogs& operator=(const ScopedNoLoaderDialogs&) = delete;
 
 private:
-    [[maybe_unused]] unsigned long before_ = 0;
+    [[maybe_unused]] unsigned long saved_mode_ = 0;
 };
 
 } // namespace Kes

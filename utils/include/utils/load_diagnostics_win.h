@@ -12,15 +12,15 @@ std::string library_path(HMODULE library);
 
 /// The file that the system's search takes for the name, or the name of one that is there; "" when there is
 /// none.
-std::string find_library(const std::string& name);
+std::string find_library_path(const std::string& name);
 
 /// What the system's number for a library that could not be loaded does not tell by itself, with ": " before;
 /// "" when there is nothing to add.
-/// @param is_there  whether there is a file of that name
-std::string loader_hint(unsigned long error, bool is_there);
+/// @param file_exists  whether there is a file of that name
+std::string loader_error_cause(unsigned long error, bool file_exists);
 
 /// In the characters of the system's code page.
-std::string narrow(const std::wstring& text);
+std::string to_ansi_code_page(const std::wstring& text);
 
 } // namespace Kes
 
