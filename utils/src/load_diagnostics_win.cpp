@@ -9,7 +9,8 @@
 namespace Kes {
 namespace {
 
-/// What is wrong with the library; "" when it can be loaded and has the function.
+/// Describes why the library cannot be loaded, or that it lacks the function; "" if neither is the case.
+/// OpenSSL and libp11 do not keep the loader's error, so the function loads the library once more.
 std::string describe_load_error(const std::string& name, const char* function) {
     const ScopedNoLoaderDialogs no_dialogs;
     HMODULE library = ::LoadLibraryA(name.c_str());
@@ -28,6 +29,7 @@ std::string describe_load_error(const std::string& name, const char* function) {
     return description;
 }
 
+/// Appends the description, if there is one, to the thread's OpenSSL error queue.
 void append_load_error(const std::string& name, const char* function) {
     const std::string description = describe_load_error(name, function);
     if (description.empty()) return;
@@ -38,6 +40,7 @@ void append_load_error(const std::string& name, const char* function) {
 } // namespace
 
 std::string to_ansi_code_page(const std::wstring& text) {
+    // No code page needs more than four bytes for a UTF-16 unit.
     std::string converted(text.size() * 4, '\0');
     const int length =
         ::WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), converted.data(),
@@ -47,7 +50,7 @@ std::string to_ansi_code_page(const std::wstring& text) {
 }
 
 std::string library_path(HMODULE library) {
-    std::wstring path(32768, L'\0'); // the longest that there is
+    std::wstring path(32768, L'\0'); // the longest path that Windows supports
     path.resize(::GetModuleFileNameW(library, path.data(), static_cast<DWORD>(path.size())));
     return to_ansi_code_page(path);
 }
@@ -67,12 +70,13 @@ std::string loader_error_cause(unsigned long error, bool file_exists) {
 }
 
 void append_engine_load_error(const char* path) {
-    // OpenSSL makes "pkcs11.dll" to "pkcs11.dll.dll", but takes what looks like a path as it is.
+    // OpenSSL appends ".dll" to a bare name, even to "pkcs11.dll", but does not change a path.
     const std::string name = path;
     const bool is_path = name.find_first_of("/\\:") != std::string::npos;
     append_load_error(is_path ? name : name + ".dll", "bind_engine");
 }
 
+// libp11 passes the name of the module to the system's loader unchanged.
 void append_module_load_error(const char* path) { append_load_error(path, "C_GetFunctionList"); }
 
 ScopedNoLoaderDialogs::ScopedNoLoaderDialogs() : saved_mode_(::GetThreadErrorMode()) {

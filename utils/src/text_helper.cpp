@@ -24,7 +24,7 @@ std::array<char, 17> TextHelper::to_hex(std::uint64_t number, std::size_t min_di
                                         HexCase hex_case) noexcept {
     const char* digits = hex_case == HexCase::lower ? "0123456789abcdef" : "0123456789ABCDEF";
     const std::size_t needed_digits = (static_cast<std::size_t>(std::bit_width(number)) + 3) / 4;
-    std::array<char, 17> text{};
+    std::array<char, 17> text{}; // 16 digits and the terminating NUL
     for (std::size_t i = std::max(min_digits, needed_digits); i > 0; --i) {
         text[i - 1] = digits[number & 0x0fU];
         number >>= 4U;
@@ -35,6 +35,7 @@ std::array<char, 17> TextHelper::to_hex(std::uint64_t number, std::size_t min_di
 std::string TextHelper::bytes_to_hex(const unsigned char* bytes, std::size_t length,
                                      const std::string& separator) {
     std::string text;
+    // One allocation; the estimate includes one separator more than needed.
     text.reserve(length * (2 + separator.size()));
     for (std::size_t i = 0; i < length; ++i) {
         if (i != 0) text += separator;

@@ -14,7 +14,8 @@ class Helper : public TextHelper {
 public:
     Helper() = delete;
 
-    /// Writes the bytes to the file and replaces its old content. Does not report a failed write.
+    /// Writes the bytes to the file and replaces its old content. For diagnostics: does not report a failed
+    /// write, and only Cert::write_der_file() uses it.
     /// @throws Error open_failed "error opening file: '...'" if the file cannot be opened for writing
     static void write_file(const std::string& file_name, const std::vector<unsigned char>& bytes);
 

@@ -3,24 +3,26 @@
 
 namespace Kes {
 
-/// Add to OpenSSL's error queue which file the system's loader did not take, and why, when that is the reason
-/// for which an engine or a PKCS#11 module could not be loaded. Only Windows needs them: OpenSSL and libp11
-/// keep back there what elsewhere they tell. Call after the failure.
-/// @param path  as it was given to OpenSSL's "SO_PATH", or to libp11
+/// Call these functions after OpenSSL or libp11 has failed to load an engine or a PKCS#11 module. If the
+/// system's loader was the reason, they append an entry with the file and the loader's error to the thread's
+/// OpenSSL error queue. They do nothing on other systems than Windows: there OpenSSL and libp11 report the
+/// reason themselves.
+/// @param path  the path or name that was passed to OpenSSL's "SO_PATH" command, or to libp11
 void append_engine_load_error(const char* path);
 void append_module_load_error(const char* path);
 
-/// While the object lives, a library that cannot be loaded is an error and no dialog for this thread. Windows
-/// would show one, where perhaps nobody can answer it.
+/// Prevents Windows from showing a dialog when the thread cannot load a library, as long as the object
+/// exists. In a service, nobody could close the dialog. Loading then fails with an error code. Does nothing
+/// on other systems.
 class ScopedNoLoaderDialogs {
 public:
     ScopedNoLoaderDialogs();
-    ~ScopedNoLoaderDialogs(); // NOLINT(performance-trivially-destructible): elsewhere it has nothing to do
+    ~ScopedNoLoaderDialogs(); // NOLINT(performance-trivially-destructible): not trivial on Windows
     ScopedNoLoaderDialogs(const ScopedNoLoaderDialogs&) = delete;
     ScopedNoLoaderDialogs& operator=(const ScopedNoLoaderDialogs&) = delete;
 
 private:
-    [[maybe_unused]] unsigned long saved_mode_ = 0;
+    [[maybe_unused]] unsigned long saved_mode_ = 0; // the thread's error mode, which the destructor restores
 };
 
 } // namespace Kes

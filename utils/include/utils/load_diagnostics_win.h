@@ -7,19 +7,18 @@
 
 namespace Kes {
 
-/// The file that a loaded library came from.
+/// The full path of a loaded library.
 std::string library_path(HMODULE library);
 
-/// The file that the system's search takes for the name, or the name of one that is there; "" when there is
-/// none.
+/// Finds a library in the system's search path and returns its full path; "" if no such file exists.
+/// @param name  a file name or a path, with or without ".dll"
 std::string find_library_path(const std::string& name);
 
-/// What the system's number for a library that could not be loaded does not tell by itself, with ": " before;
-/// "" when there is nothing to add.
-/// @param file_exists  whether there is a file of that name
+/// The cause of a loader error whose text in Windows is unclear, with ": " in front; "" for all other errors.
+/// @param file_exists  whether the library itself exists
 std::string loader_error_cause(unsigned long error, bool file_exists);
 
-/// In the characters of the system's code page.
+/// Converts the text to the ANSI code page of Windows, which messages use.
 std::string to_ansi_code_page(const std::wstring& text);
 
 } // namespace Kes
