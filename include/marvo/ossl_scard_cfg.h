@@ -150,8 +150,8 @@ public:
     /// Describes a back-end in one line for display, with its provider or module in this object. The text of
     /// an unknown value is empty.
     ///
-    /// The text is cut to size - 1 characters, and to what could be made if memory runs out. It is always
-    /// zero-terminated.
+    /// The text is cut to size - 1 characters. If memory runs out, it is cut to the part that was complete by
+    /// then, possibly none. It is always zero-terminated.
     /// @param buffer  the caller's, with room for size characters; must not be null
     /// @param size    in characters, the terminating zero included; if 0, nothing is written
     /// @return buffer
