@@ -5,9 +5,10 @@
 
 namespace Kes {
 
-/// Owns a handle, like std::unique_ptr, but also if the handle is not a pointer. Traits has these members:
+/// Owns a handle, which need not be a pointer, and closes it in the destructor. Cannot be copied or moved.
+/// Traits has these members:
 /// - using Raw: the type of the handle; its value-initialised value means "no handle"
-/// - static void close(Raw handle) noexcept: releases the handle and logs a failure
+/// - static void close(Raw handle) noexcept: closes the handle and logs a failure
 template <typename Traits>
 class UniqueHandle {
 public:
@@ -16,25 +17,22 @@ public:
     UniqueHandle() = default;
     explicit UniqueHandle(Raw handle) noexcept : handle_(handle) {}
     ~UniqueHandle() { reset(); }
-    UniqueHandle(UniqueHandle&& other) noexcept : handle_(other.release()) {}
-    UniqueHandle& operator=(UniqueHandle&& other) noexcept {
-        if (this != &other) reset(other.release());
-        return *this;
-    }
+    UniqueHandle(const UniqueHandle&) = delete;
+    UniqueHandle& operator=(const UniqueHandle&) = delete;
 
     Raw get() const noexcept { return handle_; }
     explicit operator bool() const noexcept { return handle_ != Raw{}; }
 
-    /// Transfers the handle to the caller without releasing it.
+    /// Transfers the handle to the caller without closing it.
     Raw release() noexcept { return std::exchange(handle_, Raw{}); }
 
-    /// Releases the handle and takes ownership of another one.
+    /// Closes the handle and takes ownership of another one.
     void reset(Raw handle = Raw{}) noexcept {
         const Raw before = std::exchange(handle_, handle);
         if (before != Raw{}) Traits::close(before);
     }
 
-    /// Releases the handle and returns the address of the member, for functions that return a handle through
+    /// Closes the handle and returns the address of the member, for functions that return a handle through
     /// an argument.
     Raw* put() noexcept {
         reset();
