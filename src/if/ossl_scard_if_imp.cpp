@@ -147,15 +147,15 @@ int OsslScardIfImp::discover_keys(size_t* num_keys) {
         const PkoId* key = manager().find_first(PkoType::private_key);
         for (; key != nullptr; key = manager().find_next(PkoType::private_key, key))
             keys.push_back(key);
+        keys_generation = manager().generation();
         *num_keys = keys.size();
     });
 }
 
-// All of them were lent by one scan and end together, so one tells of all.
-bool OsslScardIfImp::are_keys_alive() const { return !keys.empty() && manager().contains(keys.front()); }
+bool OsslScardIfImp::are_keys_valid() const { return keys_generation == manager().generation(); }
 
 const PkoId* OsslScardIfImp::require_key(std::size_t key_num, const char* location) const {
-    if (key_num >= keys.size() || !are_keys_alive())
+    if (key_num >= keys.size() || !are_keys_valid())
         throw Error(ErrorCodeType::bad_argument, "invalid key_num (" + std::to_string(key_num) + ")",
                     location);
     return keys[key_num];
@@ -243,7 +243,7 @@ std::size_t OsslScardIfImp::ask_for_key() const {
     constexpr std::uint64_t no_key = 255;
     std::vector<ConsSelectMenu<std::uint64_t>::Item> items;
     unsigned char next = '0';
-    const std::size_t count = are_keys_alive() ? keys.size() : 0;
+    const std::size_t count = are_keys_valid() ? keys.size() : 0;
     for (std::size_t i = 0; i < count; ++i) {
         items.push_back({static_cast<char>(next), i, keys[i]->display_name});
         ++next; // beyond 'z' it simply goes on: there is no limit on the number of keys

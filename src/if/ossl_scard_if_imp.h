@@ -50,13 +50,12 @@ private:
     void begin_unguarded(const char* operation);
 
     void fail(int failure_status, const char* message) noexcept;
-    bool are_keys_alive() const;
+    bool are_keys_valid() const;
     const PkoId* require_key(std::size_t key_num, const char* location) const;
     std::size_t ask_for_key() const;
 
-    /// The private keys found last, lent by the manager's list. They end when the list is emptied, which this
-    /// object is not told: ask are_keys_alive() before using one.
-    std::vector<const PkoId*> keys;
+    std::vector<const PkoId*> keys;    ///< found last; lent by the manager's list
+    std::uint64_t keys_generation = 0; ///< of the list that lent the keys
     std::int32_t status = 0;
     std::string last_error_msg;
     const std::uint32_t if_version = 4;

@@ -81,7 +81,7 @@ public:
 
     bool is_clonable = true;
     bool has_logfile = true;
-    bool has_texts = true; ///< otherwise each text getter and dump_settings() return null
+    bool has_texts = true;             ///< otherwise each text getter and dump_settings() return null
     mutable std::size_t num_reads = 0; ///< of settings
     std::function<void()> on_clone = [] {};
     std::function<void()> on_get_logfile = [] {};

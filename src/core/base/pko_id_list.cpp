@@ -87,6 +87,7 @@ void PkoIdList::clear() noexcept {
     first_of_cluster_.clear();
     positions_.clear();
     ids.clear();
+    ++generation_;
 }
 
 const PkoId* PkoIdList::add(std::unique_ptr<PkoId> record) {

@@ -102,8 +102,8 @@ public:
     /// The record of that type in the cluster of other.
     const PkoId* find_matching(PkoType type, const PkoId* other) const;
 
-    /// Whether the record is in the list. Safe to ask with a pointer to a record that has ended.
-    bool contains(const PkoId* record) const { return positions_.contains(record); }
+    /// Grows whenever records are deleted: a record that was lent in an earlier generation is not valid.
+    std::uint64_t generation() const noexcept { return generation_; }
 
     bool is_empty() const noexcept { return ids.empty(); }
 
@@ -127,6 +127,7 @@ private:
     std::unordered_map<Cluster, const PkoId*, ClusterHash>
         first_of_cluster_; // a token of 1000 keys stays quick
     std::unordered_map<const PkoId*, std::size_t> positions_;
+    std::uint64_t generation_ = 0;
 };
 
 /// Writes every record's text form.
