@@ -4,14 +4,11 @@
 #include "marvo/ossl_scard_cfg.h"
 #include "utils/cons_select_menu.h"
 #include "utils/error.h"
+#include "utils/exception_guard.h"
 #include "utils/logger.h"
 
 namespace Kes {
 namespace {
-
-constexpr int status_success = 0;
-constexpr int status_failure = 1;
-constexpr int status_unhandled = 255;
 
 constexpr std::uint32_t severities_before_init = 60; // info, warn, error and fatal
 
@@ -51,18 +48,18 @@ void* OsslScardIfImp::destructor_entry(unsigned int) {
 }
 
 template <typename Body>
-int OsslScardIfImp::guarded(const char* operation, Body body) {
-    try {
-        trace(operation);
-        status = status_success;
-        body();
-        last_error_msg.clear();
-    } catch (const std::exception& error) {
-        fail(status_failure, error.what());
-    } catch (...) {
-        fail(status_unhandled, "unhandled exception");
-    }
-    return status;
+int OsslScardIfImp::run(const char* operation, Body body) {
+    return guarded(
+        [&] {
+            trace(operation);
+            status = status_success;
+            body();
+            last_error_msg.clear();
+        },
+        [&](int failure_status, const char* message) {
+            keep_failure(failure_status, message);
+            log_error(message);
+        });
 }
 
 void OsslScardIfImp::begin_unguarded(const char* operation) {
@@ -71,18 +68,14 @@ void OsslScardIfImp::begin_unguarded(const char* operation) {
     last_error_msg.clear();
 }
 
-void OsslScardIfImp::fail(int failure_status, const char* message) noexcept {
+void OsslScardIfImp::keep_failure(int failure_status, const char* message) noexcept {
     status = failure_status;
-    try {
-        last_error_msg = message;
-        log_error(message);
-    } catch (...) {
-        // Out of memory: the status tells of the failure, its text could not be kept.
-    }
+    guarded([&] { last_error_msg = message; },
+            [](int, const char*) {}); // out of memory: the status reports it
 }
 
 int OsslScardIfImp::version_check(unsigned int if_version_in) {
-    guarded("version_check()", [&] {
+    run("version_check()", [&] {
         if (if_version_in == if_version) return;
         throw ErrorString("interface version incompatibility detected: specified=" +
                           std::to_string(if_version_in) + ", expected=" + std::to_string(if_version));
@@ -103,7 +96,7 @@ OsslScardCfg* OsslScardIfImp::get_config_used() {
 }
 
 int OsslScardIfImp::init(OsslScardCfg* cfg) {
-    guarded("init()", [&] { manager().init(cfg); });
+    run("init()", [&] { manager().init(cfg); });
     // Whatever the outcome: the log file is to hold the reason of a failure, too. A repeated init() therefore
     // opens the file anew, and empties it unless appending is on.
     Logger& logger = Logger::instance();
@@ -115,14 +108,13 @@ int OsslScardIfImp::init(OsslScardCfg* cfg) {
         logger.set_severity_mask(settings.get_logfile_severity());
         logger.register_sink(logfile, settings.get_logfile_append());
     } catch (const std::exception& error) {
-        last_error_msg = error.what(); // not logged: the log is what failed
-        status = status_failure;
+        keep_failure(status_failure, error.what()); // not logged: the log is what failed
     }
     return status;
 }
 
 int OsslScardIfImp::read_scard() {
-    return guarded("read_scard()", [] { manager().read_scard(); });
+    return run("read_scard()", [] { manager().read_scard(); });
 }
 
 bool OsslScardIfImp::is_pin_required() {
@@ -131,7 +123,7 @@ bool OsslScardIfImp::is_pin_required() {
 }
 
 int OsslScardIfImp::set_pin(const char* pin) {
-    return guarded("set_pin()", [&] {
+    return run("set_pin()", [&] {
         require_argument(pin, "pin is a null pointer",
                          "ossl_scard_if_imp:183 Kes::OsslScardIfImp::set_pin()");
         manager().set_pin(pin);
@@ -139,7 +131,7 @@ int OsslScardIfImp::set_pin(const char* pin) {
 }
 
 int OsslScardIfImp::discover_keys(size_t* num_keys) {
-    return guarded("discover_keys()", [&] {
+    return run("discover_keys()", [&] {
         require_argument(num_keys, "num_keys is a null pointer",
                          "ossl_scard_if_imp:197 Kes::OsslScardIfImp::discover_keys()");
         keys.clear();
@@ -163,7 +155,7 @@ const PkoId* OsslScardIfImp::require_key(std::size_t key_num, const char* locati
 
 const char* OsslScardIfImp::get_key_name(size_t key_num) {
     const char* name = nullptr;
-    guarded("get_key_name()", [&] {
+    run("get_key_name()", [&] {
         name = require_key(key_num, "ossl_scard_if_imp:221 Kes::OsslScardIfImp::get_key_name()")
                    ->display_name.c_str();
     });
@@ -171,13 +163,13 @@ const char* OsslScardIfImp::get_key_name(size_t key_num) {
 }
 
 int OsslScardIfImp::set_key(size_t key_num) {
-    return guarded("set_key(key_num)", [&] {
+    return run("set_key(key_num)", [&] {
         select_key(require_key(key_num, "ossl_scard_if_imp:241 Kes::OsslScardIfImp::set_key()"));
     });
 }
 
 int OsslScardIfImp::set_key(unsigned int key_type, const char* key_id) {
-    return guarded("set_key(key_type, key_id)", [&] {
+    return run("set_key(key_type, key_id)", [&] {
         require_argument(key_id, "key_id is a null pointer",
                          "ossl_scard_if_imp:258 Kes::OsslScardIfImp::set_key()");
         const PkoId* key = manager().find(PkoType::private_key, key_type, key_id);
@@ -189,19 +181,19 @@ int OsslScardIfImp::set_key(unsigned int key_type, const char* key_id) {
 }
 
 int OsslScardIfImp::notify_config_done() {
-    return guarded("notify_config_done()", [] { manager().notify_config_done(); });
+    return run("notify_config_done()", [] { manager().notify_config_done(); });
 }
 
 int OsslScardIfImp::ossl_load() {
-    return guarded("ossl_load()", [] { manager().ossl_load(); });
+    return run("ossl_load()", [] { manager().ossl_load(); });
 }
 
 int OsslScardIfImp::ossl_unload() {
-    return guarded("ossl_unload()", [] { manager().ossl_unload(); });
+    return run("ossl_unload()", [] { manager().ossl_unload(); });
 }
 
 int OsslScardIfImp::ossl_get_private_key(evp_pkey_st** pkey) {
-    return guarded("ossl_get_private_key()", [&] {
+    return run("ossl_get_private_key()", [&] {
         require_argument(pkey, "pkey is a null pointer",
                          "ossl_scard_if_imp:312 Kes::OsslScardIfImp::ossl_get_private_key()");
         *pkey = manager().get_private_key();
@@ -209,7 +201,7 @@ int OsslScardIfImp::ossl_get_private_key(evp_pkey_st** pkey) {
 }
 
 int OsslScardIfImp::ossl_get_certificate(x509_st** cert) {
-    return guarded("ossl_get_certificate()", [&] {
+    return run("ossl_get_certificate()", [&] {
         require_argument(cert, "cert is a null pointer",
                          "ossl_scard_if_imp:326 Kes::OsslScardIfImp::ossl_get_certificate()");
         *cert = manager().get_certificate();
@@ -232,7 +224,7 @@ const char* OsslScardIfImp::get_last_error_msg() {
 }
 
 int OsslScardIfImp::select_key_from_console(size_t* key_num) {
-    return guarded("select_key_from_console()", [&] {
+    return run("select_key_from_console()", [&] {
         require_argument(key_num, "key_num is a null pointer",
                          "ossl_scard_if_imp:362 Kes::OsslScardIfImp::select_key_from_console()");
         *key_num = ask_for_key();

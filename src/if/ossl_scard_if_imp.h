@@ -42,14 +42,14 @@ private:
     ~OsslScardIfImp();
     void* destructor_entry(unsigned int flags) override;
 
-    /// Runs the body of a status-returning operation: traces it, and stores and logs what the body throws.
+    /// Runs a status-returning operation: traces it, and stores and logs what the body throws.
     template <typename Body>
-    int guarded(const char* operation, Body body);
+    int run(const char* operation, Body body);
 
     /// For the operations without a status: traces, and takes the last status and text back to success.
     void begin_unguarded(const char* operation);
 
-    void fail(int failure_status, const char* message) noexcept;
+    void keep_failure(int failure_status, const char* message) noexcept;
     bool are_keys_valid() const;
     const PkoId* require_key(std::size_t key_num, const char* location) const;
     std::size_t ask_for_key() const;

@@ -6,6 +6,7 @@
 #include "base/capi_key_type.h"
 #include "utils/cert_key_usage.h"
 #include "utils/error.h"
+#include "utils/exception_guard.h"
 #include "utils/helper.h"
 #include "utils/logger.h"
 
@@ -131,32 +132,15 @@ OsslScardCfg::CryptoIf OsslScardCfgImp::ask_for_crypto_if() const {
     return item.object;
 }
 
-namespace {
-
-/// Logs what made an operation fail, out of which nothing may escape.
-int fail(int status, const char* message) noexcept {
-    try {
-        log_error(message);
-    } catch (...) {
-        // Out of memory: the status alone tells.
-    }
-    return status;
-}
-
-} // namespace
-
 int OsslScardCfgImp::select_crypto_if_from_console(CryptoIf* selected) {
-    try {
-        if (selected == nullptr)
-            throw Error(ErrorCodeType::bad_argument, "selected is a null pointer",
-                        "ossl_scard_cfg_imp:352 Kes::OsslScardCfgImp::select_crypto_if_from_console()");
-        *selected = ask_for_crypto_if();
-        return 0;
-    } catch (const std::exception& error) {
-        return fail(1, error.what());
-    } catch (...) {
-        return fail(255, "unhandled exception");
-    }
+    return guarded(
+        [&] {
+            if (selected == nullptr)
+                throw Error(ErrorCodeType::bad_argument, "selected is a null pointer",
+                            "ossl_scard_cfg_imp:352 Kes::OsslScardCfgImp::select_crypto_if_from_console()");
+            *selected = ask_for_crypto_if();
+        },
+        [](int, const char* message) { log_error(message); });
 }
 
 } // namespace Kes
