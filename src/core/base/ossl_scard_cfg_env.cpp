@@ -120,6 +120,7 @@ constexpr std::array<EnvSetting, 17> env_settings{{
 } // namespace
 
 void load_settings_from_env(OsslScardCfg& cfg, const char* prefix) {
+    const ThrowingSetters throwing_setters;
     for (const EnvSetting& setting : env_settings) {
         const std::string text = Helper::get_env(std::string(prefix) + setting.key);
         if (text.empty()) continue;

@@ -1,7 +1,6 @@
 #include "base/ossl_scard_cfg_imp.h"
 
 #include <array>
-#include <sstream>
 
 #include "base/capi_key_type.h"
 #include "utils/cert_key_usage.h"
@@ -14,6 +13,12 @@ namespace Kes {
 namespace {
 
 std::string text_of(const char* value) { return value == nullptr ? "" : value; }
+
+/// Appends the parts one after the other: what fitted stays when memory runs out.
+template <typename... Parts>
+void append(std::string& text, const Parts&... parts) {
+    (text.append(parts), ...);
+}
 
 } // namespace
 
@@ -39,79 +44,102 @@ void* OsslScardCfgImp::destructor_entry(unsigned int flags) {
     return this;
 }
 
-OsslScardCfg* OsslScardCfgImp::clone() const { return new OsslScardCfgImp(*this); }
+OsslScardCfg* OsslScardCfgImp::clone() const {
+    OsslScardCfg* copy = nullptr;
+    guarded([&] { copy = new OsslScardCfgImp(*this); },
+            [](int, const char* message) { log_error("configuration cannot be cloned: ", message); });
+    return copy;
+}
+
+void OsslScardCfgImp::store(std::string& setting, const char* value, const char* name) {
+    const auto assign = [&] { setting = text_of(value); }; // keeps the old value when it throws
+    if (ThrowingSetters::is_active()) return assign();
+    guarded(assign, [&](int, const char* message) {
+        log_error("setting ", name, " keeps its old value: ", message);
+    });
+}
 
 void OsslScardCfgImp::set_capi_openssl_engine_dll(const char* value) {
-    capi_openssl_engine_dll = text_of(value);
+    store(capi_openssl_engine_dll, value, "capi_openssl_engine_dll");
 }
 
-void OsslScardCfgImp::set_capi_csp_name(const char* value) { capi_csp_name = text_of(value); }
+void OsslScardCfgImp::set_capi_csp_name(const char* value) { store(capi_csp_name, value, "capi_csp_name"); }
 
 void OsslScardCfgImp::set_pkcs11_openssl_engine_dll(const char* value) {
-    pkcs11_openssl_engine_dll = text_of(value);
+    store(pkcs11_openssl_engine_dll, value, "pkcs11_openssl_engine_dll");
 }
 
-void OsslScardCfgImp::set_pkcs11_module_dll(const char* value) { pkcs11_module_dll = text_of(value); }
+void OsslScardCfgImp::set_pkcs11_module_dll(const char* value) {
+    store(pkcs11_module_dll, value, "pkcs11_module_dll");
+}
 
 void OsslScardCfgImp::set_capi_store_openssl_engine_dll(const char* value) {
-    capi_store_openssl_engine_dll = text_of(value);
+    store(capi_store_openssl_engine_dll, value, "capi_store_openssl_engine_dll");
 }
 
 void OsslScardCfgImp::set_capi_store_cert_store_name(const char* value) {
-    capi_store_cert_store_name = text_of(value);
+    store(capi_store_cert_store_name, value, "capi_store_cert_store_name");
 }
 
-void OsslScardCfgImp::set_priv_key_name(const char* value) { priv_key_name = text_of(value); }
+void OsslScardCfgImp::set_priv_key_name(const char* value) { store(priv_key_name, value, "priv_key_name"); }
 
-void OsslScardCfgImp::set_cert_name(const char* value) { cert_name = text_of(value); }
+void OsslScardCfgImp::set_cert_name(const char* value) { store(cert_name, value, "cert_name"); }
 
-void OsslScardCfgImp::set_xkuse_nid_filter(const char* value) { xkuse_nid_filter = text_of(value); }
+void OsslScardCfgImp::set_xkuse_nid_filter(const char* value) {
+    store(xkuse_nid_filter, value, "xkuse_nid_filter");
+}
 
-void OsslScardCfgImp::set_logfile(const char* value) { logfile = text_of(value); }
+void OsslScardCfgImp::set_logfile(const char* value) { store(logfile, value, "logfile"); }
 
 char* OsslScardCfgImp::get_crypto_if_description(CryptoIf value, char* buffer, size_t size) const {
-    return Helper::copy_to_buffer(description(value), buffer, size);
+    std::string text;
+    guarded([&] { append_description(value, text); },
+            [](int, const char* message) { log_error("description is cut: ", message); });
+    return Helper::copy_to_buffer(text, buffer, size);
 }
 
 char* OsslScardCfgImp::dump_settings(char* buffer, size_t size) const {
-    return Helper::copy_to_buffer(settings_text(), buffer, size);
+    std::string text;
+    guarded([&] { append_settings(text); },
+            [](int, const char* message) { log_error("settings dump is cut: ", message); });
+    return Helper::copy_to_buffer(text, buffer, size);
 }
 
 void OsslScardCfgImp::load_from_env(const char* prefix) { load_settings_from_env(*this, prefix); }
 
-std::string OsslScardCfgImp::description(CryptoIf value) const {
+void OsslScardCfgImp::append_description(CryptoIf value, std::string& text) const {
     switch (value) {
     case capi:
-        return "capi (MS CryptoAPI with csp '" + capi_csp_name + "')";
+        append(text, "capi (MS CryptoAPI with csp '", capi_csp_name, "')");
+        break;
     case pkcs11:
-        return "pkcs11 (PKCS#11 with module '" + pkcs11_module_dll + "')";
+        append(text, "pkcs11 (PKCS#11 with module '", pkcs11_module_dll, "')");
+        break;
     case capi_store:
-        return "capi_store (MS CryptoAPI using Windows Cert Store)";
+        append(text, "capi_store (MS CryptoAPI using Windows Cert Store)");
+        break;
     }
-    return "";
 }
 
-std::string OsslScardCfgImp::settings_text() const {
-    std::ostringstream text;
-    text << "configuration settings:\n"
-         << "  crypto_if=" << crypto_if_name(crypto_if) << '\n'
-         << "  capi_openssl_engine_dll=" << capi_openssl_engine_dll << '\n'
-         << "  capi_csp_name=" << capi_csp_name << '\n'
-         << "  capi_key_type=" << capi_key_type_name(capi_key_type) << '\n'
-         << "  pkcs11_openssl_engine_dll=" << pkcs11_openssl_engine_dll << '\n'
-         << "  pkcs11_module_dll=" << pkcs11_module_dll << '\n'
-         << "  capi_store_openssl_engine_dll=" << capi_store_openssl_engine_dll << '\n'
-         << "  capi_store_cert_store_name=" << capi_store_cert_store_name << '\n'
-         << "  priv_key_name=" << priv_key_name << '\n'
-         << "  cert_name=" << cert_name << '\n'
-         << "  kuse_filter_type=" << filter_type_name(static_cast<FilterType>(kuse_filter_type)) << '\n'
-         << "  kuse_filter=" << key_usage_mask_name(kuse_filter) << '\n'
-         << "  xkuse_filter_type=" << filter_type_name(static_cast<FilterType>(xkuse_filter_type)) << '\n'
-         << "  xkuse_nid_filter=" << xkuse_nid_filter << '\n'
-         << "  logfile=" << logfile << '\n'
-         << "  logfile_severity=" << severity_mask_name(logfile_severity) << '\n'
-         << "  logfile_append=" << (logfile_append ? "true" : "false") << '\n';
-    return text.str();
+void OsslScardCfgImp::append_settings(std::string& text) const {
+    append(text, "configuration settings:\n");
+    append(text, "  crypto_if=", crypto_if_name(crypto_if), "\n");
+    append(text, "  capi_openssl_engine_dll=", capi_openssl_engine_dll, "\n");
+    append(text, "  capi_csp_name=", capi_csp_name, "\n");
+    append(text, "  capi_key_type=", capi_key_type_name(capi_key_type), "\n");
+    append(text, "  pkcs11_openssl_engine_dll=", pkcs11_openssl_engine_dll, "\n");
+    append(text, "  pkcs11_module_dll=", pkcs11_module_dll, "\n");
+    append(text, "  capi_store_openssl_engine_dll=", capi_store_openssl_engine_dll, "\n");
+    append(text, "  capi_store_cert_store_name=", capi_store_cert_store_name, "\n");
+    append(text, "  priv_key_name=", priv_key_name, "\n");
+    append(text, "  cert_name=", cert_name, "\n");
+    append(text, "  kuse_filter_type=", filter_type_name(static_cast<FilterType>(kuse_filter_type)), "\n");
+    append(text, "  kuse_filter=", key_usage_mask_name(kuse_filter), "\n");
+    append(text, "  xkuse_filter_type=", filter_type_name(static_cast<FilterType>(xkuse_filter_type)), "\n");
+    append(text, "  xkuse_nid_filter=", xkuse_nid_filter, "\n");
+    append(text, "  logfile=", logfile, "\n");
+    append(text, "  logfile_severity=", severity_mask_name(logfile_severity), "\n");
+    append(text, "  logfile_append=", logfile_append ? "true" : "false", "\n");
 }
 
 OsslScardCfg::CryptoIf OsslScardCfgImp::ask_for_crypto_if() const {

@@ -21,6 +21,22 @@ struct ConsSelectMenuTraits<OsslScardCfg::CryptoIf> {
         "cons_select_menu:143 Kes::ConsSelectMenu<enum Kes::OsslScardCfg::CryptoIf>::select()";
 };
 
+/// While an object of this class exists, the text setters of OsslScardCfgImp throw when they cannot store a
+/// value. The library's own calls need this: they must fail then. A client's calls must not throw.
+class ThrowingSetters {
+public:
+    ThrowingSetters() noexcept : before(is_active_) { is_active_ = true; }
+    ~ThrowingSetters() { is_active_ = before; }
+    ThrowingSetters(const ThrowingSetters&) = delete;
+    ThrowingSetters& operator=(const ThrowingSetters&) = delete;
+
+    static bool is_active() noexcept { return is_active_; }
+
+private:
+    static inline bool is_active_ = false; // clients use the library from one thread at a time
+    const bool before;
+};
+
 /// The seventeen settings as a plain record. What they mean stands at OsslScardCfg.
 class OsslScardCfgImp final : public OsslScardCfg {
 public:
@@ -82,8 +98,9 @@ public:
     static void operator delete(void* object) { ::operator delete(object); }
 
 private:
-    std::string description(CryptoIf value) const;
-    std::string settings_text() const;
+    void store(std::string& setting, const char* value, const char* name);
+    void append_description(CryptoIf value, std::string& text) const;
+    void append_settings(std::string& text) const;
     CryptoIf ask_for_crypto_if() const;
 
     CryptoIf crypto_if;

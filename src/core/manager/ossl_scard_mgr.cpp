@@ -131,6 +131,7 @@ void OsslScardMgr::set_priv_key_name(const PkoId* pko_id) {
     require_state({CfgState::configuring});
     require_record(pko_id, "ossl_scard_mgr:248 Kes::OsslScardMgr::set_priv_key_name()");
     require_private_key(*pko_id, "ossl_scard_mgr:250 Kes::OsslScardMgr::set_priv_key_name()");
+    const ThrowingSetters throwing_setters;
     cfg->set_priv_key_name(pko_id->name.c_str());
     log_info("setting private key name: ", settings().get_priv_key_name());
 }
@@ -143,6 +144,7 @@ void OsslScardMgr::set_cert_name_from_priv_key(const PkoId* pko_id) {
     if (cert == nullptr)
         throw Error(ErrorCodeType::not_found, "no certificate for private key found",
                     "ossl_scard_mgr:307 Kes::OsslScardMgr::set_cert_name_from_priv_key()");
+    const ThrowingSetters throwing_setters;
     cfg->set_cert_name(cert->name.c_str());
     log_info("setting certificate name: ", settings().get_cert_name());
 }
