@@ -123,7 +123,8 @@ Pkcs11Libp11PkoIdScanner::make_record(const PKCS11_TOKEN* token, PkoType type, c
                                       std::unique_ptr<const CertKeyUsage> key_usage) const {
     const std::string token_label = text_of(token->label);
     // The label goes in as libp11 reports it. With ";" or "%" in it the engine does not find the object.
-    const std::string id = "%" + Helper::bytes_to_hex(object.id, object.id_len, "%");
+    std::string id = "%"; // appended to: GCC 12 warns wrongly (-Wrestrict) of a literal + std::string
+    id += Helper::bytes_to_hex(object.id, object.id_len, "%");
     const std::string uri = "pkcs11:token=" + token_label + ";id=" + id + ";type=" + type_word(type);
     auto record = list->create_pko_id(type, no_key_type, uri, id, token_label + ": " + text_of(object.label),
                                       std::move(key_usage));
