@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
         run(card, argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "tls_client: " << error.what() << std::endl;
-        ERR_print_errors_cb([](const char* s, size_t, void*) { return std::cerr << s ? 1 : 0; }, nullptr);
+        ERR_print_errors_cb([](const char* s, size_t, void*) { return (std::cerr << s) ? 1 : 0; }, nullptr);
         status = 1;
     }
     card.destroy();

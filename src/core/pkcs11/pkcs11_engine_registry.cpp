@@ -12,6 +12,9 @@ namespace Kes {
 
 /// A client may free its last key in any thread, hence the atomics.
 struct LoadedEngineRecord {
+    LoadedEngineRecord(ENGINE* engine_in, std::string library_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
+        : engine(engine_in), library(std::move(library_in)), own_finish(own_finish_in) {}
+
     ENGINE* engine;
     std::string library;                // as library_name() returns it
     ENGINE_GEN_INT_FUNC_PTR own_finish; // the engine's finish function; may be null
