@@ -18,4 +18,5 @@ add_custom_command(OUTPUT ${microsoft_import}
     DEPENDS ${export_list}
     COMMENT "Making the import library for Microsoft's linker"
     VERBATIM)
-add_custom_target(marvo_microsoft_import ALL DEPENDS ${microsoft_import})
+add_custom_target(marvo_microsoft_import DEPENDS ${microsoft_import})
+add_dependencies(marvo marvo_microsoft_import)
