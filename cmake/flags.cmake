@@ -10,7 +10,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 add_library(kes_flags INTERFACE)
 target_compile_options(kes_flags INTERFACE
-    -Wall -Wextra -Wconversion -Wshadow -Werror
+    -Wall -Wextra -Wconversion -Wshadow
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
     -fstack-protector-strong
     # What is shipped, its debug information included, does not tell where it was built.
