@@ -5,7 +5,7 @@ find_path(MARVO_LIBP11_INCLUDE_DIR libp11.h PATHS /usr/include NO_CMAKE_FIND_ROO
 if(NOT MARVO_LIBP11_INCLUDE_DIR)
     message(FATAL_ERROR "There is no libp11.h: install libp11-dev, or set MARVO_LIBP11_INCLUDE_DIR to its folder.")
 endif()
-set(libp11_dir ${CMAKE_BINARY_DIR}/libp11)
+set(libp11_dir ${PROJECT_BINARY_DIR}/libp11)
 foreach(header libp11.h p11_err.h)
     configure_file(${MARVO_LIBP11_INCLUDE_DIR}/${header} ${libp11_dir}/include/${header} COPYONLY)
 endforeach()
