@@ -37,6 +37,21 @@ add_test(NAME presets.HaveTheNamesThatAreUsed
     COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DCTEST_COMMAND=${CMAKE_CTEST_COMMAND}
         -P ${CMAKE_CURRENT_SOURCE_DIR}/presets.cmake)
 
+# Dependencies of the sources point one way.
+add_test(NAME sources.IncludesPointDownwards
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-includes ${PROJECT_SOURCE_DIR})
+add_test(NAME sources.CheckOfIncludesFindsEachMistake
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-includes-test ${CMAKE_CURRENT_SOURCE_DIR}/check-includes
+        ${CMAKE_CURRENT_BINARY_DIR}/check-includes-test)
+
+# add_build_test(<name> <project> [<argument of build_project.cmake>...])
+function(add_build_test name project)
+    add_test(NAME build.${name}
+        COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${project} -DBUILD_DIR=${CMAKE_CURRENT_BINARY_DIR}/${name} ${ARGN}
+            -P ${CMAKE_CURRENT_SOURCE_DIR}/build_project.cmake)
+    set_tests_properties(build.${name} PROPERTIES TIMEOUT 900)
+endfunction()
+
 # add_configure_test(<name> <version> <expected sentence> [<definition>...])
 function(add_configure_test name version expected)
     add_test(NAME configure.${name}
@@ -71,4 +86,19 @@ if(NOT MARVO_SANITIZE)
     add_configure_test(WithoutHeadersOfLibp11ItNamesThem 3.5.0
         "There is no libp11.h: install libp11-dev, or set MARVO_LIBP11_INCLUDE_DIR to its folder."
         ${for_windows} -DSETTINGS=-DCMAKE_IGNORE_PATH=/usr/include)
+
+    # Builds as users make them, without a preset: the library and the examples. Tests need the presets.
+    set(without_tests "-DMARVO_BUILD_TESTS=OFF|-DMARVO_BUILD_BENCH=OFF")
+    find_program(MARVO_CLANG NAMES clang clang-14 clang-15 clang-16 clang-17 clang-18 clang-19 REQUIRED)
+    add_build_test(Release ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Release")
+    add_build_test(Debug ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Debug")
+    add_build_test(Clang ${PROJECT_SOURCE_DIR}
+        "-DSETTINGS=${without_tests}|-DCMAKE_C_COMPILER=${MARVO_CLANG}|-DCMAKE_CXX_COMPILER=${MARVO_CLANGXX}")
+    # A project that adds this one needs none of the packages that only tests and examples use.
+    foreach(package GTest CURL benchmark)
+        string(APPEND without_packages "|-DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON")
+    endforeach()
+    add_build_test(AsASubdirectory ${CMAKE_CURRENT_SOURCE_DIR}/consumer
+        "-DSETTINGS=-DMARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR}${without_packages}"
+        -DPROGRAM=consumer -DEXPECTED=${PROJECT_VERSION})
 endif()

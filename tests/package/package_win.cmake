@@ -105,3 +105,9 @@ target_compile_definitions(dll_test PRIVATE
 target_link_libraries(dll_test PRIVATE kes_test_card version GTest::gmock_main kes_flags)
 add_dependencies(dll_test marvo dll_client libp11_direct_calls kes_wrong_files kes_doubles)
 gtest_discover_tests(dll_test PROPERTIES TIMEOUT 120)
+
+# Building the library alone also creates the import library for Microsoft's linker.
+add_test(NAME build.LibraryComesWithBothImportLibraries
+    COMMAND ${CMAKE_MAKE_PROGRAM} -C ${PROJECT_BINARY_DIR} -t commands marvo)
+set_tests_properties(build.LibraryComesWithBothImportLibraries PROPERTIES
+    PASS_REGULAR_EXPRESSION "dlltool.* -l [^ ]*/libmarvo-${PROJECT_VERSION_MAJOR}[.]lib" TIMEOUT 60)

@@ -1,4 +1,5 @@
-# Fails unless every kind of preset has the names that the documents and the continuous integration use.
+# Fails unless every kind of preset has the names that the documents and the continuous integration use, and unless warnings
+# are errors in each of them.
 foreach(kind IN ITEMS configure build test workflow)
     if(kind STREQUAL "workflow")
         set(command ${CMAKE_COMMAND} --workflow --list-presets)
@@ -19,4 +20,17 @@ foreach(kind IN ITEMS configure build test workflow)
             message(FATAL_ERROR "There is no ${kind} preset ${preset}:\n${output}")
         endif()
     endforeach()
+endforeach()
+
+file(READ ${SOURCE_DIR}/CMakePresets.json presets)
+string(JSON count LENGTH "${presets}" configurePresets)
+math(EXPR last "${count} - 1")
+foreach(i RANGE ${last})
+    string(JSON name GET "${presets}" configurePresets ${i} name)
+    string(JSON inherits ERROR_VARIABLE none GET "${presets}" configurePresets ${i} inherits)
+    string(JSON is_error ERROR_VARIABLE none
+        GET "${presets}" configurePresets ${i} cacheVariables CMAKE_COMPILE_WARNING_AS_ERROR)
+    if(NOT is_error STREQUAL "ON" AND NOT (inherits STREQUAL "base" AND is_error MATCHES "NOTFOUND$"))
+        message(FATAL_ERROR "Warnings are not errors in the configure preset ${name}.")
+    endif()
 endforeach()
