@@ -38,16 +38,16 @@ int clean_up(ENGINE* engine) {
 
 } // namespace
 
-FakeEngine::FakeEngine() = default;
+ScriptedEngine::ScriptedEngine() = default;
 
-FakeEngine::~FakeEngine() = default;
+ScriptedEngine::~ScriptedEngine() = default;
 
-FakeEngine& FakeEngine::instance() {
-    static FakeEngine fake;
-    return fake;
+ScriptedEngine& ScriptedEngine::instance() {
+    static ScriptedEngine engine;
+    return engine;
 }
 
-void FakeEngine::reset() {
+void ScriptedEngine::reset() {
     private_key = nullptr;
     public_key = nullptr;
     certificate = nullptr;
@@ -63,50 +63,50 @@ void FakeEngine::reset() {
     engines_made_ = keys_made_ = certs_made_ = keys_lent_ = 0;
 }
 
-std::size_t FakeEngine::live_engines() const {
+std::size_t ScriptedEngine::live_engines() const {
     const auto count = std::count_if(engines_.begin(), engines_.end(),
                                      [](const auto& e) { return e->references > e->extra_references; });
     return static_cast<std::size_t>(count);
 }
 
-std::size_t FakeEngine::initialised_engines() const {
+std::size_t ScriptedEngine::initialised_engines() const {
     const auto count = std::count_if(engines_.begin(), engines_.end(),
                                      [](const auto& e) { return e->functional_references > 0; });
     return static_cast<std::size_t>(count);
 }
 
-std::size_t FakeEngine::loaded_engines() const {
+std::size_t ScriptedEngine::loaded_engines() const {
     const auto count =
         std::count_if(engines_.begin(), engines_.end(), [](const auto& e) { return e->is_loaded; });
     return static_cast<std::size_t>(count);
 }
 
-void FakeEngine::drop_circles() {
+void ScriptedEngine::drop_circles() {
     for (const auto& engine : engines_)
         engine->functional_references -= std::exchange(engine->circle, 0);
 }
 
-ENGINE* FakeEngine::add_engine() {
+ENGINE* ScriptedEngine::add_engine() {
     engines_.push_back(std::make_unique<ENGINE>());
     engines_.back()->finish = clean_up;
     engines_.back()->name = "engine" + std::to_string(++engines_made_);
     return engines_.back().get();
 }
 
-bool FakeEngine::is_known(const ENGINE* engine) const {
+bool ScriptedEngine::is_known(const ENGINE* engine) const {
     return std::any_of(engines_.begin(), engines_.end(), [&](const auto& e) { return e.get() == engine; });
 }
 
-bool FakeEngine::is_alive(const ENGINE* engine) const {
+bool ScriptedEngine::is_alive(const ENGINE* engine) const {
     return is_known(engine) && engine->references > engine->extra_references;
 }
 
-bool FakeEngine::is_forgotten(const ENGINE* engine) const {
+bool ScriptedEngine::is_forgotten(const ENGINE* engine) const {
     return std::any_of(forgotten_.begin(), forgotten_.end(),
                        [&](const auto& e) { return e.get() == engine; });
 }
 
-void FakeEngine::free_engine(ENGINE* engine) {
+void ScriptedEngine::free_engine(ENGINE* engine) {
     if (--engine->references != 0) return;
     const auto owner = std::find_if(engines_.begin(), engines_.end(),
                                     [&](const auto& owned) { return owned.get() == engine; });
@@ -114,22 +114,22 @@ void FakeEngine::free_engine(ENGINE* engine) {
     engines_.erase(owner);
 }
 
-void FakeEngine::lend(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_lent_); }
+void ScriptedEngine::lend(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_lent_); }
 
-EVP_PKEY* FakeEngine::hand_out(EVP_PKEY* key) {
+EVP_PKEY* ScriptedEngine::hand_out(EVP_PKEY* key) {
     EVP_PKEY* copy = ::EVP_PKEY_dup(key);
     objects_[copy] = "key" + std::to_string(++keys_made_);
     return copy;
 }
 
-X509* FakeEngine::hand_out(X509* cert) { return give_away(::X509_dup(cert)); }
+X509* ScriptedEngine::hand_out(X509* cert) { return give_away(::X509_dup(cert)); }
 
-X509* FakeEngine::give_away(X509* cert) {
+X509* ScriptedEngine::give_away(X509* cert) {
     objects_[cert] = "cert" + std::to_string(++certs_made_);
     return cert;
 }
 
-void FakeEngine::end_object(const char* function, const void* object) {
+void ScriptedEngine::end_object(const char* function, const void* object) {
     const auto known = objects_.find(object);
     if (known == objects_.end()) return;
     CallScript::instance().note(std::string(function) + "(" + known->second + ")");
@@ -138,19 +138,19 @@ void FakeEngine::end_object(const char* function, const void* object) {
 
 namespace {
 
-FakeEngine& fake() { return FakeEngine::instance(); }
+ScriptedEngine& the_double() { return ScriptedEngine::instance(); }
 
 CallScript& script() { return CallScript::instance(); }
 
 std::string name_of(const ENGINE* engine, const std::string& caller) {
-    if (fake().is_alive(engine)) return engine->name;
+    if (the_double().is_alive(engine)) return engine->name;
     script().violation(caller + ": no such engine");
     return "?";
 }
 
 /// As above, for what somebody may ask who keeps a reference of ENGINE_up_ref() alone.
 std::string name_of_kept(const ENGINE* engine, const std::string& caller) {
-    return fake().is_known(engine) ? engine->name : name_of(engine, caller);
+    return the_double().is_known(engine) ? engine->name : name_of(engine, caller);
 }
 
 std::string text_of(const char* text) { return text == nullptr ? "null" : text; }
@@ -163,17 +163,17 @@ EVP_PKEY* load_key(const char* function, ENGINE* engine, const char* name, const
                    const void* callback_data, EVP_PKEY* source) {
     const std::string arguments = name_of(engine, function) + ", " + text_of(name);
     const Failure* failure = script().step(function, arguments);
-    if (!fake().is_alive(engine)) return nullptr;
+    if (!the_double().is_alive(engine)) return nullptr;
     require_use(engine, function);
     if (ui != ::UI_OpenSSL() || callback_data != nullptr)
         script().violation(std::string(function) + ": wrong user interface");
     if (failure != nullptr || source == nullptr) return nullptr;
-    return fake().hand_out(source);
+    return the_double().hand_out(source);
 }
 
 int run_command(ENGINE* engine, const std::string& command, const char* value) {
     if (command == "LIST_ADD") engine->is_list_asked = value != nullptr && std::strcmp(value, "1") == 0;
-    if (command == "LOAD" && fake().refuses_loaded_library && fake().loaded_engines() > 0) {
+    if (command == "LOAD" && the_double().refuses_loaded_library && the_double().loaded_engines() > 0) {
         ERR_raise(ERR_LIB_ENGINE, ENGINE_R_INIT_FAILED);
         return 0;
     }
@@ -194,25 +194,25 @@ void unregister(const char* function, const ENGINE* engine) {
 } // namespace Kes::test
 
 using Kes::test::Failure;
-using Kes::test::fake;
 using Kes::test::name_of;
 using Kes::test::name_of_kept;
 using Kes::test::real_function;
 using Kes::test::script;
 using Kes::test::text_of;
+using Kes::test::the_double;
 using Kes::test::unregister;
 
 extern "C" {
 
 ENGINE* ENGINE_by_id(const char* id) {
-    return script().step("ENGINE_by_id", id) != nullptr ? nullptr : fake().add_engine();
+    return script().step("ENGINE_by_id", id) != nullptr ? nullptr : the_double().add_engine();
 }
 
 int ENGINE_free(ENGINE* e) {
     script().note("ENGINE_free(" + name_of(e, "ENGINE_free") + ")");
-    if (!fake().is_alive(e)) return 0;
+    if (!the_double().is_alive(e)) return 0;
     if (e->functional_references != e->circle) script().violation("ENGINE_free: still initialised");
-    fake().free_engine(e);
+    the_double().free_engine(e);
     return 1;
 }
 
@@ -224,7 +224,7 @@ int ENGINE_ctrl_cmd_string(ENGINE* e, const char* cmd_name, const char* arg, int
     if (cmd_optional != 0) script().violation(named + ": optional");
     const Failure* failure = script().step(function, name_of(e, function) + ", " + command + ", " + value);
     if (failure != nullptr) return failure->rc;
-    return fake().is_alive(e) ? Kes::test::run_command(e, command, arg) : 0;
+    return the_double().is_alive(e) ? Kes::test::run_command(e, command, arg) : 0;
 }
 
 int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(void), int cmd_optional) {
@@ -239,18 +239,19 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
         script().violation("ENGINE_ctrl_cmd: wrong arguments");
     const Failure* failure =
         script().step(function, name_of(e, function) + ", " + cmd_name + ", " + text_of(record->cert_id));
-    if (!fake().is_alive(e)) return 0;
+    if (!the_double().is_alive(e)) return 0;
     Kes::test::require_use(e, function);
-    if (failure == nullptr || fake().gives_certificate_on_failure)
-        record->cert = fake().certificate == nullptr ? nullptr : fake().hand_out(fake().certificate);
+    if (failure == nullptr || the_double().gives_certificate_on_failure)
+        record->cert =
+            the_double().certificate == nullptr ? nullptr : the_double().hand_out(the_double().certificate);
     return failure == nullptr ? 1 : failure->rc;
 }
 
 int ENGINE_init(ENGINE* e) {
-    if (fake().is_forgotten(e)) return 0;
+    if (the_double().is_forgotten(e)) return 0;
     const Failure* failure = script().step("ENGINE_init", name_of_kept(e, "ENGINE_init"));
     if (failure != nullptr) return failure->rc;
-    if (!fake().is_known(e)) return 0;
+    if (!the_double().is_known(e)) return 0;
     if (!e->is_loaded) script().violation("ENGINE_init: nothing loaded");
     ++e->functional_references;
     return 1;
@@ -258,7 +259,7 @@ int ENGINE_init(ENGINE* e) {
 
 int ENGINE_finish(ENGINE* e) {
     const Failure* failure = script().step("ENGINE_finish", name_of_kept(e, "ENGINE_finish"));
-    if (!fake().is_known(e)) return 0;
+    if (!the_double().is_known(e)) return 0;
     if (e->functional_references == 0)
         script().violation("ENGINE_finish: not initialised");
     else if (--e->functional_references == 0) // dropped even when the engine's own finish function fails
@@ -269,7 +270,7 @@ int ENGINE_finish(ENGINE* e) {
 int ENGINE_remove(ENGINE* e) {
     const Failure* failure = script().step("ENGINE_remove", name_of(e, "ENGINE_remove"));
     if (failure != nullptr) return failure->rc;
-    if (!fake().is_alive(e)) return 0;
+    if (!the_double().is_alive(e)) return 0;
     if (!e->is_in_list) script().violation("ENGINE_remove: not in the list");
     e->is_in_list = false;
     return 1;
@@ -278,30 +279,30 @@ int ENGINE_remove(ENGINE* e) {
 int ENGINE_set_default(ENGINE* e, unsigned int flags) {
     const std::string arguments = name_of(e, "ENGINE_set_default") + ", " + std::to_string(flags);
     if (const Failure* failure = script().step("ENGINE_set_default", arguments)) return failure->rc;
-    if (fake().is_alive(e)) Kes::test::require_use(e, "ENGINE_set_default");
+    if (the_double().is_alive(e)) Kes::test::require_use(e, "ENGINE_set_default");
     return 1;
 }
 
 const char* ENGINE_get_id(const ENGINE* e) {
     script().note("ENGINE_get_id(" + name_of(e, "ENGINE_get_id") + ")");
-    return fake().is_alive(e) ? e->id.c_str() : "?";
+    return the_double().is_alive(e) ? e->id.c_str() : "?";
 }
 
 EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
-    EVP_PKEY* source = fake().private_key;
-    if (fake().needs_right_pin && fake().is_alive(e) && !e->has_right_pin) {
+    EVP_PKEY* source = the_double().private_key;
+    if (the_double().needs_right_pin && the_double().is_alive(e) && !e->has_right_pin) {
         Kes::test::put_on_error_queue("PIN incorrect");
         source = nullptr;
     }
     EVP_PKEY* key =
         Kes::test::load_key("ENGINE_load_private_key", e, key_id, ui_method, callback_data, source);
-    if (key != nullptr && fake().holds_on && e->circle == 0) e->functional_references += ++e->circle;
+    if (key != nullptr && the_double().holds_on && e->circle == 0) e->functional_references += ++e->circle;
     return key;
 }
 
 EVP_PKEY* ENGINE_load_public_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
     return Kes::test::load_key("ENGINE_load_public_key", e, key_id, ui_method, callback_data,
-                               fake().public_key);
+                               the_double().public_key);
 }
 
 void ENGINE_unregister_RSA(ENGINE* e) { unregister("ENGINE_unregister_RSA", e); }
@@ -315,7 +316,7 @@ void ENGINE_unregister_pkey_meths(ENGINE* e) { unregister("ENGINE_unregister_pke
 void ENGINE_unregister_pkey_asn1_meths(ENGINE* e) { unregister("ENGINE_unregister_pkey_asn1_meths", e); }
 
 int ENGINE_up_ref(ENGINE* e) {
-    if (!fake().is_known(e)) {
+    if (!the_double().is_known(e)) {
         script().violation("ENGINE_up_ref: no such engine");
         return 0;
     }
@@ -333,7 +334,7 @@ int ENGINE_add(ENGINE* e) {
 }
 
 ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE* e) {
-    return fake().has_finish_function ? e->finish : nullptr;
+    return the_double().has_finish_function ? e->finish : nullptr;
 }
 
 int ENGINE_set_finish_function(ENGINE* e, ENGINE_GEN_INT_FUNC_PTR finish_f) {
@@ -344,23 +345,23 @@ int ENGINE_set_finish_function(ENGINE* e, ENGINE_GEN_INT_FUNC_PTR finish_f) {
 int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
     if (e == nullptr) return 1;
     name_of(e, "EVP_PKEY_set1_engine");
-    if (fake().refuses_key_engine) {
+    if (the_double().refuses_key_engine) {
         Kes::test::put_on_error_queue("no such method");
         return 0;
     }
-    fake().lend(pkey);
+    the_double().lend(pkey);
     return 1;
 }
 
 void X509_free(X509* a) {
     static const auto real = real_function<void (*)(X509*)>("X509_free");
-    fake().end_object("X509_free", a);
+    the_double().end_object("X509_free", a);
     real(a);
 }
 
 void EVP_PKEY_free(EVP_PKEY* pkey) {
     static const auto real = real_function<void (*)(EVP_PKEY*)>("EVP_PKEY_free");
-    fake().end_object("EVP_PKEY_free", pkey);
+    the_double().end_object("EVP_PKEY_free", pkey);
     real(pkey);
 }
 

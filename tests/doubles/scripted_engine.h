@@ -19,9 +19,9 @@
 /// takes is no reason to call an engine alive: whoever takes it may keep it for good.
 namespace Kes::test {
 
-class FakeEngine {
+class ScriptedEngine {
 public:
-    static FakeEngine& instance();
+    static ScriptedEngine& instance();
 
     /// Back to an engine that finds nothing.
     void reset();
@@ -59,8 +59,8 @@ public:
     void end_object(const char* function, const void* object);
 
 private:
-    FakeEngine();
-    ~FakeEngine();
+    ScriptedEngine();
+    ~ScriptedEngine();
 
     std::vector<std::unique_ptr<ENGINE>> engines_;
     std::vector<std::unique_ptr<ENGINE>> freed_; // kept so that no later one gets the address of an earlier

@@ -6,20 +6,20 @@
 
 namespace Kes::test {
 
-struct FakeLibp11::Context {
+struct ScriptedLibp11::Context {
     PKCS11_CTX ctx{};
     std::string name;
     bool is_loaded = false;
 };
 
 /// What one enumeration of slots handed out, and everything that was listed of its tokens since.
-struct FakeLibp11::SlotArray {
+struct ScriptedLibp11::SlotArray {
     ~SlotArray() {
         for (X509* x509 : copies)
             ::X509_free(x509);
     }
 
-    char* keep(const FakeText& text) {
+    char* keep(const ScriptedText& text) {
         if (!text) return nullptr;
         texts.push_back(*text);
         return texts.back().data();
@@ -43,16 +43,16 @@ struct FakeLibp11::SlotArray {
     std::vector<X509*> copies;
 };
 
-FakeLibp11::FakeLibp11() = default;
+ScriptedLibp11::ScriptedLibp11() = default;
 
-FakeLibp11::~FakeLibp11() = default;
+ScriptedLibp11::~ScriptedLibp11() = default;
 
-FakeLibp11& FakeLibp11::instance() {
-    static FakeLibp11 fake;
-    return fake;
+ScriptedLibp11& ScriptedLibp11::instance() {
+    static ScriptedLibp11 libp11;
+    return libp11;
 }
 
-void FakeLibp11::reset() {
+void ScriptedLibp11::reset() {
     manufacturer = "Module maker";
     description = "Module";
     slots.clear();
@@ -63,25 +63,26 @@ void FakeLibp11::reset() {
     arrays_made_ = 0;
 }
 
-std::size_t FakeLibp11::live_contexts() const { return contexts_.size(); }
+std::size_t ScriptedLibp11::live_contexts() const { return contexts_.size(); }
 
-std::size_t FakeLibp11::live_slot_arrays() const { return arrays_.size(); }
+std::size_t ScriptedLibp11::live_slot_arrays() const { return arrays_.size(); }
 
-FakeLibp11::Context* FakeLibp11::find(const PKCS11_CTX* ctx, const std::string& caller) {
+ScriptedLibp11::Context* ScriptedLibp11::find(const PKCS11_CTX* ctx, const std::string& caller) {
     for (const auto& context : contexts_)
         if (&context->ctx == ctx) return context.get();
     CallScript::instance().violation(caller + ": no such context");
     return nullptr;
 }
 
-FakeLibp11::SlotArray* FakeLibp11::find_array(const PKCS11_SLOT* slots_in, const std::string& caller) {
+ScriptedLibp11::SlotArray* ScriptedLibp11::find_array(const PKCS11_SLOT* slots_in,
+                                                      const std::string& caller) {
     for (const auto& array : arrays_)
         if (array->slots.data() == slots_in) return array.get();
     CallScript::instance().violation(caller + ": no such slot array");
     return nullptr;
 }
 
-std::string FakeLibp11::name_of(const PKCS11_SLOT* slot, const std::string& caller) {
+std::string ScriptedLibp11::name_of(const PKCS11_SLOT* slot, const std::string& caller) {
     for (const auto& array : arrays_)
         for (std::size_t i = 0; i < array->slots.size(); ++i)
             if (&array->slots[i] == slot) return "slot" + array->name.substr(5) + "." + std::to_string(i + 1);
@@ -89,34 +90,34 @@ std::string FakeLibp11::name_of(const PKCS11_SLOT* slot, const std::string& call
     return "?";
 }
 
-std::string FakeLibp11::name_of(const PKCS11_TOKEN* token, const std::string& caller) {
+std::string ScriptedLibp11::name_of(const PKCS11_TOKEN* token, const std::string& caller) {
     if (SlotArray* array = array_of(token))
         return "token" + array->name.substr(5) + "." + std::to_string(token - array->tokens.data() + 1);
     CallScript::instance().violation(caller + ": no such token");
     return "?";
 }
 
-FakeLibp11::SlotArray* FakeLibp11::array_of(const PKCS11_TOKEN* token) {
+ScriptedLibp11::SlotArray* ScriptedLibp11::array_of(const PKCS11_TOKEN* token) {
     for (const auto& array : arrays_)
         for (const PKCS11_TOKEN& candidate : array->tokens)
             if (&candidate == token) return array.get();
     return nullptr;
 }
 
-FakeToken* FakeLibp11::script_of(const PKCS11_TOKEN* token) {
+ScriptedToken* ScriptedLibp11::script_of(const PKCS11_TOKEN* token) {
     SlotArray* array = array_of(token);
     if (array == nullptr) return nullptr;
     const auto index = static_cast<std::size_t>(token - array->tokens.data());
     return index < slots.size() && slots[index].token ? &*slots[index].token : nullptr;
 }
 
-FakeLibp11::Context* FakeLibp11::add_context() {
+ScriptedLibp11::Context* ScriptedLibp11::add_context() {
     contexts_.push_back(std::make_unique<Context>());
     contexts_.back()->name = "ctx" + std::to_string(++contexts_made_);
     return contexts_.back().get();
 }
 
-FakeLibp11::SlotArray* FakeLibp11::add_slot_array(Context* owner) {
+ScriptedLibp11::SlotArray* ScriptedLibp11::add_slot_array(Context* owner) {
     arrays_.push_back(std::make_unique<SlotArray>());
     SlotArray& array = *arrays_.back();
     array.name = "slots" + std::to_string(++arrays_made_);
@@ -127,7 +128,7 @@ FakeLibp11::SlotArray* FakeLibp11::add_slot_array(Context* owner) {
         array.slots[i].manufacturer = array.keep(slots[i].manufacturer);
         array.slots[i].description = array.keep(slots[i].description);
         if (!slots[i].token) continue;
-        const FakeToken& script = *slots[i].token;
+        const ScriptedToken& script = *slots[i].token;
         PKCS11_TOKEN& token = array.tokens[i];
         token.label = array.keep(script.label);
         token.manufacturer = array.keep(script.manufacturer);
@@ -142,17 +143,17 @@ FakeLibp11::SlotArray* FakeLibp11::add_slot_array(Context* owner) {
     return &array;
 }
 
-void FakeLibp11::free_context(Context* context) {
+void ScriptedLibp11::free_context(Context* context) {
     std::erase_if(contexts_, [&](const auto& owned) { return owned.get() == context; });
 }
 
-void FakeLibp11::free_slot_array(SlotArray* array) {
+void ScriptedLibp11::free_slot_array(SlotArray* array) {
     std::erase_if(arrays_, [&](const auto& owned) { return owned.get() == array; });
 }
 
 namespace {
 
-FakeLibp11& fake() { return FakeLibp11::instance(); }
+ScriptedLibp11& the_double() { return ScriptedLibp11::instance(); }
 
 CallScript& script() { return CallScript::instance(); }
 
@@ -160,8 +161,9 @@ const char* role(int so) { return so == 0 ? "user" : "so"; }
 
 /// Lists the objects as libp11 structures of type Object, which live as long as the slots.
 template <typename Object, typename Finish>
-void list_objects(FakeLibp11::SlotArray& array, std::deque<std::vector<Object>>& lists,
-                  const std::vector<FakeObject>& objects, Object** out, unsigned int* count, Finish finish) {
+void list_objects(ScriptedLibp11::SlotArray& array, std::deque<std::vector<Object>>& lists,
+                  const std::vector<ScriptedObject>& objects, Object** out, unsigned int* count,
+                  Finish finish) {
     std::vector<Object>& list = lists.emplace_back(objects.size());
     for (std::size_t i = 0; i < objects.size(); ++i) {
         list[i].label = array.keep(objects[i].label);
@@ -174,16 +176,17 @@ void list_objects(FakeLibp11::SlotArray& array, std::deque<std::vector<Object>>&
 }
 
 int list_keys(const char* function, PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* count,
-              std::vector<FakeObject> FakeToken::*kind) {
-    if (const Failure* failure = script().step(function, fake().name_of(token, function))) return failure->rc;
-    const FakeToken* scripted = fake().script_of(token);
+              std::vector<ScriptedObject> ScriptedToken::*kind) {
+    if (const Failure* failure = script().step(function, the_double().name_of(token, function)))
+        return failure->rc;
+    const ScriptedToken* scripted = the_double().script_of(token);
     if (scripted == nullptr) return -1;
-    const bool is_private = kind == &FakeToken::private_keys;
-    const bool is_hidden =
-        is_private && scripted->loginRequired != 0 && scripted->secureLogin == 0 && !fake().is_logged_in;
-    FakeLibp11::SlotArray& array = *fake().array_of(token);
-    list_objects(array, array.keys, is_hidden ? std::vector<FakeObject>() : scripted->*kind, keys, count,
-                 [&](PKCS11_KEY& key, const FakeObject&) { key.isPrivate = is_private ? 1 : 0; });
+    const bool is_private = kind == &ScriptedToken::private_keys;
+    const bool is_hidden = is_private && scripted->loginRequired != 0 && scripted->secureLogin == 0 &&
+                           !the_double().is_logged_in;
+    ScriptedLibp11::SlotArray& array = *the_double().array_of(token);
+    list_objects(array, array.keys, is_hidden ? std::vector<ScriptedObject>() : scripted->*kind, keys, count,
+                 [&](PKCS11_KEY& key, const ScriptedObject&) { key.isPrivate = is_private ? 1 : 0; });
     return 0;
 }
 
@@ -191,76 +194,76 @@ int list_keys(const char* function, PKCS11_TOKEN* token, PKCS11_KEY** keys, unsi
 } // namespace Kes::test
 
 using Kes::test::Failure;
-using Kes::test::fake;
-using Kes::test::FakeLibp11;
-using Kes::test::FakeObject;
-using Kes::test::FakeToken;
 using Kes::test::list_keys;
 using Kes::test::list_objects;
 using Kes::test::role;
 using Kes::test::script;
+using Kes::test::ScriptedLibp11;
+using Kes::test::ScriptedObject;
+using Kes::test::ScriptedToken;
+using Kes::test::the_double;
 
 extern "C" {
 
 void ERR_load_PKCS11_strings(void) { script().note("ERR_load_PKCS11_strings()"); }
 
 PKCS11_CTX* PKCS11_CTX_new(void) {
-    return script().step("PKCS11_CTX_new", "") != nullptr ? nullptr : &fake().add_context()->ctx;
+    return script().step("PKCS11_CTX_new", "") != nullptr ? nullptr : &the_double().add_context()->ctx;
 }
 
 int PKCS11_CTX_load(PKCS11_CTX* ctx, const char* ident) {
-    FakeLibp11::Context* context = fake().find(ctx, "PKCS11_CTX_load");
+    ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_CTX_load");
     if (context == nullptr) return -1;
     const std::string arguments = context->name + ", " + (ident == nullptr ? "null" : ident);
     if (const Failure* failure = script().step("PKCS11_CTX_load", arguments)) return failure->rc;
     context->is_loaded = true;
     // Texts of the module live as long as the double does.
-    ctx->manufacturer = fake().manufacturer ? fake().manufacturer->data() : nullptr;
-    ctx->description = fake().description ? fake().description->data() : nullptr;
+    ctx->manufacturer = the_double().manufacturer ? the_double().manufacturer->data() : nullptr;
+    ctx->description = the_double().description ? the_double().description->data() : nullptr;
     return 0;
 }
 
 void PKCS11_CTX_unload(PKCS11_CTX* ctx) {
-    FakeLibp11::Context* context = fake().find(ctx, "PKCS11_CTX_unload");
+    ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_CTX_unload");
     script().note("PKCS11_CTX_unload(" + (context == nullptr ? "?" : context->name) + ")");
     if (context == nullptr) return;
     if (!context->is_loaded) script().violation("PKCS11_CTX_unload: nothing loaded");
     context->is_loaded = false;
-    fake().is_logged_in = false;
+    the_double().is_logged_in = false;
 }
 
 void PKCS11_CTX_free(PKCS11_CTX* ctx) {
-    FakeLibp11::Context* context = fake().find(ctx, "PKCS11_CTX_free");
+    ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_CTX_free");
     script().note("PKCS11_CTX_free(" + (context == nullptr ? "?" : context->name) + ")");
     if (context == nullptr) return;
     if (context->is_loaded) script().violation("PKCS11_CTX_free: still loaded");
-    fake().free_context(context);
+    the_double().free_context(context);
 }
 
 int PKCS11_enumerate_slots(PKCS11_CTX* ctx, PKCS11_SLOT** slotsp, unsigned int* nslotsp) {
-    FakeLibp11::Context* context = fake().find(ctx, "PKCS11_enumerate_slots");
+    ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_enumerate_slots");
     if (context == nullptr) return -1;
     if (const Failure* failure = script().step("PKCS11_enumerate_slots", context->name)) return failure->rc;
-    FakeLibp11::SlotArray* array = fake().add_slot_array(context);
+    ScriptedLibp11::SlotArray* array = the_double().add_slot_array(context);
     *slotsp = array->slots.data();
     *nslotsp = static_cast<unsigned int>(array->slots.size());
     return 0;
 }
 
 void PKCS11_release_all_slots(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int nslots) {
-    const FakeLibp11::Context* context = fake().find(ctx, "PKCS11_release_all_slots");
-    FakeLibp11::SlotArray* array = fake().find_array(slots, "PKCS11_release_all_slots");
+    const ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_release_all_slots");
+    ScriptedLibp11::SlotArray* array = the_double().find_array(slots, "PKCS11_release_all_slots");
     script().note("PKCS11_release_all_slots(" + (context == nullptr ? "?" : context->name) + ", " +
                   (array == nullptr ? "?" : array->name) + ", " + std::to_string(nslots) + ")");
     if (array == nullptr) return;
     if (array->owner != context || array->slots.size() != nslots)
         script().violation("PKCS11_release_all_slots: wrong context or count");
-    fake().free_slot_array(array);
+    the_double().free_slot_array(array);
 }
 
 PKCS11_SLOT* PKCS11_find_token(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int nslots) {
-    const FakeLibp11::Context* context = fake().find(ctx, "PKCS11_find_token");
-    FakeLibp11::SlotArray* array = fake().find_array(slots, "PKCS11_find_token");
+    const ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_find_token");
+    ScriptedLibp11::SlotArray* array = the_double().find_array(slots, "PKCS11_find_token");
     if (context == nullptr || array == nullptr) return nullptr;
     const std::string arguments = context->name + ", " + array->name + ", " + std::to_string(nslots);
     if (script().step("PKCS11_find_token", arguments) != nullptr) return nullptr;
@@ -273,32 +276,33 @@ PKCS11_SLOT* PKCS11_find_token(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int
 }
 
 int PKCS11_is_logged_in(PKCS11_SLOT* slot, int so, int* res) {
-    const std::string arguments = fake().name_of(slot, "PKCS11_is_logged_in") + ", " + role(so);
+    const std::string arguments = the_double().name_of(slot, "PKCS11_is_logged_in") + ", " + role(so);
     if (const Failure* failure = script().step("PKCS11_is_logged_in", arguments)) return failure->rc;
-    *res = fake().is_logged_in ? 1 : 0;
+    *res = the_double().is_logged_in ? 1 : 0;
     return 0;
 }
 
 int PKCS11_login(PKCS11_SLOT* slot, int so, const char* pin) {
     const std::string arguments =
-        fake().name_of(slot, "PKCS11_login") + ", " + role(so) + ", " + script().describe_pin(pin);
+        the_double().name_of(slot, "PKCS11_login") + ", " + role(so) + ", " + script().describe_pin(pin);
     if (const Failure* failure = script().step("PKCS11_login", arguments)) return failure->rc;
     if (!script().is_right_pin(pin)) {
         Kes::test::put_on_error_queue("PIN incorrect");
         return -1;
     }
-    fake().is_logged_in = true;
+    the_double().is_logged_in = true;
     return 0;
 }
 
 int PKCS11_enumerate_certs(PKCS11_TOKEN* token, PKCS11_CERT** certs, unsigned int* count) {
     constexpr const char* function = "PKCS11_enumerate_certs";
-    if (const Failure* failure = script().step(function, fake().name_of(token, function))) return failure->rc;
-    const FakeToken* scripted = fake().script_of(token);
+    if (const Failure* failure = script().step(function, the_double().name_of(token, function)))
+        return failure->rc;
+    const ScriptedToken* scripted = the_double().script_of(token);
     if (scripted == nullptr) return -1;
-    FakeLibp11::SlotArray& array = *fake().array_of(token);
+    ScriptedLibp11::SlotArray& array = *the_double().array_of(token);
     list_objects(array, array.certs, scripted->certs, certs, count,
-                 [&](PKCS11_CERT& cert, const FakeObject& object) {
+                 [&](PKCS11_CERT& cert, const ScriptedObject& object) {
                      if (object.x509 == nullptr) return;
                      cert.x509 = ::X509_dup(object.x509);
                      array.copies.push_back(cert.x509);
@@ -307,11 +311,11 @@ int PKCS11_enumerate_certs(PKCS11_TOKEN* token, PKCS11_CERT** certs, unsigned in
 }
 
 int PKCS11_enumerate_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* count) {
-    return list_keys("PKCS11_enumerate_keys", token, keys, count, &FakeToken::private_keys);
+    return list_keys("PKCS11_enumerate_keys", token, keys, count, &ScriptedToken::private_keys);
 }
 
 int PKCS11_enumerate_public_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* count) {
-    return list_keys("PKCS11_enumerate_public_keys", token, keys, count, &FakeToken::public_keys);
+    return list_keys("PKCS11_enumerate_public_keys", token, keys, count, &ScriptedToken::public_keys);
 }
 
 } // extern "C"

@@ -14,44 +14,44 @@
 /// in place of the real ones. Calls, failures and wrong uses go to the CallScript.
 namespace Kes::test {
 
-using FakeText = std::optional<std::string>; ///< without a value: a null pointer
+using ScriptedText = std::optional<std::string>; ///< without a value: a null pointer
 
 /// A certificate or a key on a token.
-struct FakeObject {
-    FakeText label;
+struct ScriptedObject {
+    ScriptedText label;
     std::vector<unsigned char> id; ///< empty: a null pointer and length 0
     X509* x509 = nullptr;          ///< certificates; lent, each enumeration hands out a copy
 };
 
-struct FakeToken {
-    FakeText label = "Token 1";
-    FakeText manufacturer = "Maker";
-    FakeText model = "Model 7";
-    FakeText serialnr = "0042";
+struct ScriptedToken {
+    ScriptedText label = "Token 1";
+    ScriptedText manufacturer = "Maker";
+    ScriptedText model = "Model 7";
+    ScriptedText serialnr = "0042";
     bool is_initialized = true;
     unsigned char loginRequired = 1;
     unsigned char secureLogin = 0;
-    std::vector<FakeObject> certs;
-    std::vector<FakeObject> private_keys; ///< shown only after the login that the token requires
-    std::vector<FakeObject> public_keys;
+    std::vector<ScriptedObject> certs;
+    std::vector<ScriptedObject> private_keys; ///< shown only after the login that the token requires
+    std::vector<ScriptedObject> public_keys;
 };
 
-struct FakeSlot {
-    FakeText manufacturer = "Slot maker";
-    FakeText description = "Slot 1";
-    std::optional<FakeToken> token;
+struct ScriptedSlot {
+    ScriptedText manufacturer = "Slot maker";
+    ScriptedText description = "Slot 1";
+    std::optional<ScriptedToken> token;
 };
 
-class FakeLibp11 {
+class ScriptedLibp11 {
 public:
-    static FakeLibp11& instance();
+    static ScriptedLibp11& instance();
 
     /// Back to no slots and nobody logged in; frees what was never released.
     void reset();
 
-    FakeText manufacturer = "Module maker";
-    FakeText description = "Module";
-    std::vector<FakeSlot> slots;
+    ScriptedText manufacturer = "Module maker";
+    ScriptedText description = "Module";
+    std::vector<ScriptedSlot> slots;
     bool is_logged_in = false;
 
     std::size_t live_contexts() const;
@@ -65,7 +65,7 @@ public:
     SlotArray* find_array(const PKCS11_SLOT* slots_in, const std::string& caller);
     std::string name_of(const PKCS11_SLOT* slot, const std::string& caller);
     std::string name_of(const PKCS11_TOKEN* token, const std::string& caller);
-    FakeToken* script_of(const PKCS11_TOKEN* token);
+    ScriptedToken* script_of(const PKCS11_TOKEN* token);
     SlotArray* array_of(const PKCS11_TOKEN* token);
     Context* add_context();
     SlotArray* add_slot_array(Context* owner);
@@ -73,8 +73,8 @@ public:
     void free_slot_array(SlotArray* array);
 
 private:
-    FakeLibp11();
-    ~FakeLibp11();
+    ScriptedLibp11();
+    ~ScriptedLibp11();
 
     std::vector<std::unique_ptr<Context>> contexts_;
     std::vector<std::unique_ptr<SlotArray>> arrays_;

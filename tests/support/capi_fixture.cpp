@@ -63,19 +63,19 @@ Failure win_failure(DWORD code) { return {.rc = static_cast<int>(code)}; }
 
 void set_up_capi() {
     EVP_PKEY* rsa = CapiKeys::instance().rsa.get();
-    FakeCapi::instance().reset();
-    FakeProvider provider;
+    ScriptedCapi::instance().reset();
+    ScriptedProvider provider;
     provider.containers = {
         {"c1", {{AT_KEYEXCHANGE, {cert_der("exchange"), rsa}}, {AT_SIGNATURE, {cert_der("sign"), rsa}}}},
         {"c2", {{AT_SIGNATURE, {cert_der("sign"), rsa}}}}};
-    FakeCapi::instance().providers = {provider};
-    FakeCapi::instance().stores = {{"MY", {cert_der("sign"), cert_der("exchange"), cert_der("bare")}}};
+    ScriptedCapi::instance().providers = {provider};
+    ScriptedCapi::instance().stores = {{"MY", {cert_der("sign"), cert_der("exchange"), cert_der("bare")}}};
 }
 
 void end_capi() {
-    EXPECT_EQ(FakeCapi::instance().live_handles(), 0U);
+    EXPECT_EQ(ScriptedCapi::instance().live_handles(), 0U);
     EXPECT_EQ(CallScript::instance().violations(), Lines());
-    FakeCapi::instance().reset();
+    ScriptedCapi::instance().reset();
 }
 
 void CapiTest::restart_script() {

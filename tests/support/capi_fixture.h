@@ -52,10 +52,10 @@ protected:
     CapiTest() { set_up_capi(); }
     ~CapiTest() override { end_capi(); }
 
-    static FakeCapi& capi() { return FakeCapi::instance(); }
-    static FakeProvider& provider() { return capi().providers.at(0); }
-    static FakeContainer& container(std::size_t i) { return provider().containers.at(i); }
-    static FakeStore& store() { return capi().stores.at(0); }
+    static ScriptedCapi& capi() { return ScriptedCapi::instance(); }
+    static ScriptedProvider& provider() { return capi().providers.at(0); }
+    static ScriptedContainer& container(std::size_t i) { return provider().containers.at(i); }
+    static ScriptedStore& store() { return capi().stores.at(0); }
 
     /// Forgets record and plan, once nothing was used wrongly so far.
     static void restart_script();
@@ -67,7 +67,7 @@ protected:
     CapiScardTest() { set_up_capi(); }
     ~CapiScardTest() override { end_capi(); }
 
-    static FakeCapi& capi() { return FakeCapi::instance(); }
+    static ScriptedCapi& capi() { return ScriptedCapi::instance(); }
 
     /// A configuration of the client's for the doubles that writes no log.
     static OsslScardCfg& make_capi_config(OsslScardCfg::CryptoIf crypto_if);

@@ -26,8 +26,8 @@ EvpPkeyPtr read_key(const std::string& name) {
 }
 
 void reset_doubles() {
-    FakeLibp11::instance().reset();
-    FakeEngine::instance().reset();
+    ScriptedLibp11::instance().reset();
+    ScriptedEngine::instance().reset();
     CallScript::instance().reset();
 }
 
@@ -45,7 +45,7 @@ void CoreTest::set_up_doubles() {
     const TestData& test_data = data();
     reset_doubles();
     script().set_right_pin("1234");
-    FakeSlot slot;
+    ScriptedSlot slot;
     slot.token.emplace();
     slot.token->certs = {object(test_data.client.get())};
     slot.token->private_keys = {object()};

@@ -44,13 +44,13 @@ protected:
     static void set_up_doubles();
 
     static CallScript& script() { return CallScript::instance(); }
-    static FakeLibp11& libp11() { return FakeLibp11::instance(); }
-    static FakeEngine& engine() { return FakeEngine::instance(); }
-    static FakeToken& token() { return *libp11().slots.at(0).token; }
+    static ScriptedLibp11& libp11() { return ScriptedLibp11::instance(); }
+    static ScriptedEngine& engine() { return ScriptedEngine::instance(); }
+    static ScriptedToken& token() { return *libp11().slots.at(0).token; }
     static const TestData& data() { return TestData::instance(); }
 
     /// A token's object with the id 01 ab.
-    static FakeObject object(X509* x509 = nullptr) { return {"Auth key", {0x01, 0xab}, x509}; }
+    static ScriptedObject object(X509* x509 = nullptr) { return {"Auth key", {0x01, 0xab}, x509}; }
 
     /// Slot arrays that a test leaves on purpose; without a token they are left to the context.
     std::size_t forgotten_slot_arrays = 0;

@@ -35,15 +35,15 @@ Bytes name_der(const X509_NAME* name) {
 
 } // namespace
 
-FakeCapi::FakeCapi() = default;
-FakeCapi::~FakeCapi() = default;
+ScriptedCapi::ScriptedCapi() = default;
+ScriptedCapi::~ScriptedCapi() = default;
 
-FakeCapi& FakeCapi::instance() {
-    static FakeCapi fake;
-    return fake;
+ScriptedCapi& ScriptedCapi::instance() {
+    static ScriptedCapi capi;
+    return capi;
 }
 
-void FakeCapi::reset() {
+void ScriptedCapi::reset() {
     providers.clear();
     stores.clear();
     odd_answers.clear();
@@ -57,11 +57,11 @@ void FakeCapi::reset() {
     last_error_ = meaningless;
 }
 
-std::size_t FakeCapi::live_handles() const {
+std::size_t ScriptedCapi::live_handles() const {
     return live_providers_.size() + live_keys_.size() + live_stores_.size() + live_certs_.size();
 }
 
-bool FakeCapi::enter(const std::string& function, const std::string& arguments, const std::string& what) {
+bool ScriptedCapi::enter(const std::string& function, const std::string& arguments, const std::string& what) {
     last_error_ = meaningless;
     if (const Failure* failure = script().step(function, arguments))
         return fail(static_cast<DWORD>(failure->rc));
@@ -70,22 +70,22 @@ bool FakeCapi::enter(const std::string& function, const std::string& arguments, 
     return true;
 }
 
-void FakeCapi::note(const std::string& call) {
+void ScriptedCapi::note(const std::string& call) {
     last_error_ = meaningless;
     script().note(call);
 }
 
-bool FakeCapi::fail(DWORD error) {
+bool ScriptedCapi::fail(DWORD error) {
     last_error_ = error;
     return false;
 }
 
-DWORD FakeCapi::last_error() {
+DWORD ScriptedCapi::last_error() {
     if (last_error_ == meaningless) script().violation("GetLastError: the last call has set none");
     return last_error_;
 }
 
-bool FakeCapi::give(const std::string& what, const Bytes& usual, void* buffer, DWORD* size) {
+bool ScriptedCapi::give(const std::string& what, const Bytes& usual, void* buffer, DWORD* size) {
     const auto odd = odd_answers.find(what);
     const OddAnswer answer = odd == odd_answers.end() ? OddAnswer() : odd->second;
     const Bytes& data = answer.data ? *answer.data : usual;
@@ -103,7 +103,7 @@ bool FakeCapi::give(const std::string& what, const Bytes& usual, void* buffer, D
     return true;
 }
 
-std::string FakeCapi::name_label(const CERT_NAME_BLOB* name) const {
+std::string ScriptedCapi::name_label(const CERT_NAME_BLOB* name) const {
     for (const auto& [context, cert] : live_certs_) {
         if (name == &cert->info.Subject) return cert->label + " subject";
         if (name == &cert->info.Issuer) return cert->label + " issuer";
@@ -111,47 +111,47 @@ std::string FakeCapi::name_label(const CERT_NAME_BLOB* name) const {
     return "?";
 }
 
-FakeCapi::Provider* FakeCapi::find_provider(HCRYPTPROV handle, const char* caller) {
+ScriptedCapi::Provider* ScriptedCapi::find_provider(HCRYPTPROV handle, const char* caller) {
     const auto found = find_in(live_providers_, handle, caller);
     return found == live_providers_.end() ? nullptr : &found->second;
 }
 
-FakeCapi::Key* FakeCapi::find_key(HCRYPTKEY handle, const char* caller) {
+ScriptedCapi::Key* ScriptedCapi::find_key(HCRYPTKEY handle, const char* caller) {
     const auto found = find_in(live_keys_, handle, caller);
     return found == live_keys_.end() ? nullptr : &found->second;
 }
 
-FakeCapi::Store* FakeCapi::find_store(HCERTSTORE handle, const char* caller) {
+ScriptedCapi::Store* ScriptedCapi::find_store(HCERTSTORE handle, const char* caller) {
     const auto found = find_in(live_stores_, handle, caller);
     return found == live_stores_.end() ? nullptr : found->second.get();
 }
 
-FakeCapi::Certificate* FakeCapi::find_certificate(const CERT_CONTEXT* context, const char* caller) {
+ScriptedCapi::Certificate* ScriptedCapi::find_certificate(const CERT_CONTEXT* context, const char* caller) {
     const auto found = find_in(live_certs_, context, caller);
     return found == live_certs_.end() ? nullptr : found->second.get();
 }
 
-HCRYPTPROV FakeCapi::add(Provider provider) {
+HCRYPTPROV ScriptedCapi::add(Provider provider) {
     const HCRYPTPROV handle = handle_base + ++handles_made_;
     live_providers_.emplace(handle, std::move(provider));
     return handle;
 }
 
-HCRYPTKEY FakeCapi::add(Key key) {
+HCRYPTKEY ScriptedCapi::add(Key key) {
     const HCRYPTKEY handle = handle_base + ++handles_made_;
     live_keys_.emplace(handle, std::move(key));
     return handle;
 }
 
-HCERTSTORE FakeCapi::add(Store store) {
+HCERTSTORE ScriptedCapi::add(Store store) {
     auto owned = std::make_unique<Store>(std::move(store));
     HCERTSTORE handle = owned.get();
     live_stores_.emplace(handle, std::move(owned));
     return handle;
 }
 
-const CERT_CONTEXT* FakeCapi::add_certificate(HCERTSTORE store, std::size_t position) {
-    const FakeStore& source = *live_stores_.at(store)->script;
+const CERT_CONTEXT* ScriptedCapi::add_certificate(HCERTSTORE store, std::size_t position) {
+    const ScriptedStore& source = *live_stores_.at(store)->script;
     auto cert = std::make_unique<Certificate>();
     cert->label = "cert:" + source.name + "/" + std::to_string(position);
     cert->store = store;
@@ -173,26 +173,26 @@ const CERT_CONTEXT* FakeCapi::add_certificate(HCERTSTORE store, std::size_t posi
     return context;
 }
 
-void FakeCapi::end_provider(HCRYPTPROV handle) {
+void ScriptedCapi::end_provider(HCRYPTPROV handle) {
     if (std::any_of(live_keys_.begin(), live_keys_.end(),
                     [&](const auto& key) { return key.second.provider == handle; }))
         script().violation("CryptReleaseContext: before its key");
     live_providers_.erase(handle);
 }
 
-void FakeCapi::end_key(HCRYPTKEY handle) { live_keys_.erase(handle); }
+void ScriptedCapi::end_key(HCRYPTKEY handle) { live_keys_.erase(handle); }
 
-void FakeCapi::end_store(HCERTSTORE handle) {
+void ScriptedCapi::end_store(HCERTSTORE handle) {
     if (std::any_of(live_certs_.begin(), live_certs_.end(),
                     [&](const auto& cert) { return cert.second->store == handle; }))
         script().violation("CertCloseStore: before its certificates");
     live_stores_.erase(handle);
 }
 
-void FakeCapi::end_certificate(const CERT_CONTEXT* context) {
+void ScriptedCapi::end_certificate(const CERT_CONTEXT* context) {
     if (--live_certs_.at(context)->references == 0) live_certs_.erase(context);
 }
 
 } // namespace Kes::test
 
-extern "C" DWORD GetLastError() { return Kes::test::FakeCapi::instance().last_error(); }
+extern "C" DWORD GetLastError() { return Kes::test::ScriptedCapi::instance().last_error(); }

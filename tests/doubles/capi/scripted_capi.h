@@ -23,21 +23,21 @@ namespace Kes::test {
 
 using Bytes = std::vector<unsigned char>;
 
-struct FakeUserKey {
+struct ScriptedUserKey {
     std::optional<Bytes> certificate = {}; ///< without: there is none on the card
     EVP_PKEY* public_key = nullptr;        ///< lent
 };
 
-struct FakeContainer {
+struct ScriptedContainer {
     std::string name;
-    std::map<DWORD, FakeUserKey> keys; ///< by key specification
+    std::map<DWORD, ScriptedUserKey> keys; ///< by key specification
 };
 
-struct FakeProvider {
+struct ScriptedProvider {
     std::string name = "Test CSP";
     DWORD key_specs = AT_KEYEXCHANGE | AT_SIGNATURE;
     std::string default_container = "default";
-    std::vector<FakeContainer> containers;
+    std::vector<ScriptedContainer> containers;
     bool ends_names = true;         ///< by a NUL, as most do
     bool tells_end_by_read = false; ///< that no container is left, only when asked for more than the size
 };
@@ -49,21 +49,21 @@ struct OddAnswer {
     std::optional<DWORD> said = {}; ///< as the number of bytes that were written
 };
 
-struct FakeStore {
+struct ScriptedStore {
     std::string name;
     std::vector<Bytes> certs;
     std::vector<std::size_t> deleted = {}; ///< positions that are not in the store any more
 };
 
-class FakeCapi {
+class ScriptedCapi {
 public:
-    static FakeCapi& instance();
+    static ScriptedCapi& instance();
 
     /// Back to no provider and no store; handles that were not released are forgotten.
     void reset();
 
-    std::vector<FakeProvider> providers; ///< the first is the system's default
-    std::vector<FakeStore> stores;
+    std::vector<ScriptedProvider> providers; ///< the first is the system's default
+    std::vector<ScriptedStore> stores;
     std::map<std::string, OddAnswer> odd_answers; ///< by function, and parameter: "CryptGetProvParam 39"
     std::map<std::string, DWORD> errors;          ///< the same, and "CryptAcquireContextA c1" by container
     std::optional<ULONG_PTR> junk_handle;         ///< what failing calls leave where a handle would be
@@ -106,8 +106,8 @@ public:
     void end_certificate(const CERT_CONTEXT* context);
 
 private:
-    FakeCapi();
-    ~FakeCapi();
+    ScriptedCapi();
+    ~ScriptedCapi();
 
     std::map<HCRYPTPROV, Provider> live_providers_;
     std::map<HCRYPTKEY, Key> live_keys_;
@@ -117,25 +117,25 @@ private:
     DWORD last_error_ = 0;
 };
 
-struct FakeCapi::Provider {
+struct ScriptedCapi::Provider {
     std::string label; ///< in the record
-    FakeProvider* script;
-    FakeContainer* container; ///< null: the provider alone
+    ScriptedProvider* script;
+    ScriptedContainer* container; ///< null: the provider alone
     std::size_t next_name = 0;
 };
 
-struct FakeCapi::Key {
+struct ScriptedCapi::Key {
     std::string label;
     HCRYPTPROV provider;
-    FakeUserKey* script;
+    ScriptedUserKey* script;
 };
 
-struct FakeCapi::Store {
+struct ScriptedCapi::Store {
     std::string label;
-    FakeStore* script;
+    ScriptedStore* script;
 };
 
-struct FakeCapi::Certificate {
+struct ScriptedCapi::Certificate {
     std::string label;
     HCERTSTORE store;
     std::size_t position;

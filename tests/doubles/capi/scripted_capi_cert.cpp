@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t before_first = static_cast<std::size_t>(-1);
 
-FakeCapi& fake() { return FakeCapi::instance(); }
+ScriptedCapi& the_double() { return ScriptedCapi::instance(); }
 
 void require(bool is_right, const char* remark) {
     if (!is_right) CallScript::instance().violation(remark);
@@ -22,36 +22,36 @@ std::string folded(std::string text) {
     return text;
 }
 
-bool is_deleted(const FakeStore& store, std::size_t position) {
+bool is_deleted(const ScriptedStore& store, std::size_t position) {
     return std::find(store.deleted.begin(), store.deleted.end(), position) != store.deleted.end();
 }
 
 /// The next certificate of the store for which the condition holds; null behind the last.
 template <typename Condition>
-const CERT_CONTEXT* next_certificate(HCERTSTORE handle, const FakeStore& store, std::size_t previous,
+const CERT_CONTEXT* next_certificate(HCERTSTORE handle, const ScriptedStore& store, std::size_t previous,
                                      const Condition& condition) {
     for (std::size_t position = previous + 1; position < store.certs.size(); ++position) {
         if (is_deleted(store, position)) continue;
-        const CERT_CONTEXT* context = fake().add_certificate(handle, position);
-        if (condition(*fake().find_certificate(context, "next_certificate"))) return context;
-        fake().end_certificate(context);
+        const CERT_CONTEXT* context = the_double().add_certificate(handle, position);
+        if (condition(*the_double().find_certificate(context, "next_certificate"))) return context;
+        the_double().end_certificate(context);
     }
-    fake().fail(CRYPT_E_NOT_FOUND);
+    the_double().fail(CRYPT_E_NOT_FOUND);
     return nullptr;
 }
 
 /// Ends one reference, as a function does to which a context is handed over.
 std::size_t consume(const CERT_CONTEXT* context, const char* caller) {
-    const auto* cert = fake().find_certificate(context, caller);
+    const auto* cert = the_double().find_certificate(context, caller);
     if (cert == nullptr) return before_first;
     const std::size_t position = cert->position;
-    fake().end_certificate(context);
+    the_double().end_certificate(context);
     return position;
 }
 
 std::string label_of(const CERT_CONTEXT* context, const char* caller) {
     if (context == nullptr) return "null";
-    const auto* cert = fake().find_certificate(context, caller);
+    const auto* cert = the_double().find_certificate(context, caller);
     return cert == nullptr ? "?" : cert->label;
 }
 
@@ -59,9 +59,9 @@ std::string label_of(const CERT_CONTEXT* context, const char* caller) {
 } // namespace Kes::test
 
 using Kes::test::Bytes;
-using Kes::test::fake;
-using Kes::test::FakeCapi;
 using Kes::test::require;
+using Kes::test::ScriptedCapi;
+using Kes::test::the_double;
 
 extern "C" {
 
@@ -71,31 +71,31 @@ HCERTSTORE CertOpenStore(LPCSTR lpszStoreProvider, DWORD dwEncodingType, HCRYPTP
     require(lpszStoreProvider == CERT_STORE_PROV_SYSTEM_A && dwEncodingType == 0 && hCryptProv == 0 &&
                 dwFlags == 0x14000,
             "CertOpenStore: wrong arguments");
-    if (!fake().enter("CertOpenStore", name, name)) return nullptr;
-    auto& stores = fake().stores;
+    if (!the_double().enter("CertOpenStore", name, name)) return nullptr;
+    auto& stores = the_double().stores;
     const auto store =
         std::find_if(stores.begin(), stores.end(), [&](const auto& item) { return item.name == name; });
     if (store == stores.end()) {
-        fake().fail(DWORD{ERROR_FILE_NOT_FOUND});
+        the_double().fail(DWORD{ERROR_FILE_NOT_FOUND});
         return nullptr;
     }
-    return fake().add(FakeCapi::Store{"store:" + name, &*store});
+    return the_double().add(ScriptedCapi::Store{"store:" + name, &*store});
 }
 
 BOOL CertCloseStore(HCERTSTORE hCertStore, DWORD dwFlags) {
     require(dwFlags == 0, "CertCloseStore: flags");
-    const auto* store = fake().find_store(hCertStore, "CertCloseStore");
-    const bool is_good = fake().enter("CertCloseStore", store == nullptr ? "?" : store->label);
+    const auto* store = the_double().find_store(hCertStore, "CertCloseStore");
+    const bool is_good = the_double().enter("CertCloseStore", store == nullptr ? "?" : store->label);
     if (store == nullptr) return FALSE;
-    fake().end_store(hCertStore);
+    the_double().end_store(hCertStore);
     return is_good ? TRUE : FALSE;
 }
 
 const CERT_CONTEXT* CertEnumCertificatesInStore(HCERTSTORE hCertStore, const CERT_CONTEXT* pPrevCertContext) {
     constexpr const char* function = "CertEnumCertificatesInStore";
-    const auto* store = fake().find_store(hCertStore, function);
-    const bool is_good = fake().enter(function, (store == nullptr ? "?" : store->label) + ", " +
-                                                    Kes::test::label_of(pPrevCertContext, function));
+    const auto* store = the_double().find_store(hCertStore, function);
+    const bool is_good = the_double().enter(function, (store == nullptr ? "?" : store->label) + ", " +
+                                                          Kes::test::label_of(pPrevCertContext, function));
     const std::size_t previous = pPrevCertContext == nullptr ? Kes::test::before_first
                                                              : Kes::test::consume(pPrevCertContext, function);
     if (!is_good || store == nullptr) return nullptr;
@@ -107,15 +107,16 @@ const CERT_CONTEXT* CertFindCertificateInStore(HCERTSTORE hCertStore, DWORD dwCe
                                                DWORD dwFindFlags, DWORD dwFindType, const void* pvFindPara,
                                                const CERT_CONTEXT* pPrevCertContext) {
     constexpr const char* function = "CertFindCertificateInStore";
-    const auto* store = fake().find_store(hCertStore, function);
+    const auto* store = the_double().find_store(hCertStore, function);
     const std::string wanted = static_cast<const char*>(pvFindPara);
     require(dwCertEncodingType == X509_ASN_ENCODING && dwFindFlags == 0 && dwFindType == 0x70007 &&
                 pPrevCertContext == nullptr,
             "CertFindCertificateInStore: wrong arguments");
-    if (!fake().enter(function, (store == nullptr ? "?" : store->label) + ", " + wanted)) return nullptr;
+    if (!the_double().enter(function, (store == nullptr ? "?" : store->label) + ", " + wanted))
+        return nullptr;
     if (store == nullptr) return nullptr;
     return Kes::test::next_certificate(
-        hCertStore, *store->script, Kes::test::before_first, [&](const FakeCapi::Certificate& cert) {
+        hCertStore, *store->script, Kes::test::before_first, [&](const ScriptedCapi::Certificate& cert) {
             const std::string subject = Kes::test::windows_name_text(cert.subject, CERT_SIMPLE_NAME_STR);
             return Kes::test::folded(subject).find(Kes::test::folded(wanted)) != std::string::npos;
         });
@@ -123,15 +124,15 @@ const CERT_CONTEXT* CertFindCertificateInStore(HCERTSTORE hCertStore, DWORD dwCe
 
 const CERT_CONTEXT* CertDuplicateCertificateContext(const CERT_CONTEXT* pCertContext) {
     constexpr const char* function = "CertDuplicateCertificateContext";
-    fake().note(std::string(function) + "(" + Kes::test::label_of(pCertContext, function) + ")");
-    auto* cert = fake().find_certificate(pCertContext, function);
+    the_double().note(std::string(function) + "(" + Kes::test::label_of(pCertContext, function) + ")");
+    auto* cert = the_double().find_certificate(pCertContext, function);
     if (cert != nullptr) ++cert->references;
     return pCertContext; // a duplicate is the same context, counted once more
 }
 
 BOOL CertFreeCertificateContext(const CERT_CONTEXT* pCertContext) {
     constexpr const char* function = "CertFreeCertificateContext";
-    fake().note(std::string(function) + "(" + Kes::test::label_of(pCertContext, function) + ")");
+    the_double().note(std::string(function) + "(" + Kes::test::label_of(pCertContext, function) + ")");
     Kes::test::consume(pCertContext, function);
     return TRUE;
 }
@@ -139,21 +140,21 @@ BOOL CertFreeCertificateContext(const CERT_CONTEXT* pCertContext) {
 DWORD CertNameToStrA(DWORD dwCertEncodingType, CERT_NAME_BLOB* pName, DWORD dwStrType, LPSTR psz, DWORD csz) {
     require(dwCertEncodingType == X509_ASN_ENCODING && (psz == nullptr) == (csz == 0),
             "CertNameToStrA: wrong arguments");
-    const bool is_good =
-        fake().enter("CertNameToStrA", fake().name_label(pName) + ", " + std::to_string(dwStrType) +
-                                           (psz == nullptr ? ", size" : ", read"));
+    const bool is_good = the_double().enter("CertNameToStrA", the_double().name_label(pName) + ", " +
+                                                                  std::to_string(dwStrType) +
+                                                                  (psz == nullptr ? ", size" : ", read"));
     if (!is_good) return 0;
     std::string text =
         Kes::test::windows_name_text(Bytes(pName->pbData, pName->pbData + pName->cbData), dwStrType);
     text += '\0';
-    const auto odd = fake().odd_answers.find("CertNameToStrA");
+    const auto odd = the_double().odd_answers.find("CertNameToStrA");
     if (psz == nullptr)
-        return odd == fake().odd_answers.end() ? static_cast<DWORD>(text.size())
-                                               : odd->second.size.value_or(0);
-    if (fake().odd_name) text = *fake().odd_name; // with or without an end of its own
+        return odd == the_double().odd_answers.end() ? static_cast<DWORD>(text.size())
+                                                     : odd->second.size.value_or(0);
+    if (the_double().odd_name) text = *the_double().odd_name; // with or without an end of its own
     const std::size_t length = std::min<std::size_t>(text.size(), csz);
     std::memcpy(psz, text.data(), length);
-    if (!fake().odd_name && length != 0) psz[length - 1] = '\0'; // cut where it does not fit
+    if (!the_double().odd_name && length != 0) psz[length - 1] = '\0'; // cut where it does not fit
     return static_cast<DWORD>(length);
 }
 

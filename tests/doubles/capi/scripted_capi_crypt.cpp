@@ -9,7 +9,7 @@
 namespace Kes::test {
 namespace {
 
-FakeCapi& fake() { return FakeCapi::instance(); }
+ScriptedCapi& the_double() { return ScriptedCapi::instance(); }
 
 CallScript& script() { return CallScript::instance(); }
 
@@ -48,37 +48,38 @@ Bytes bytes_of(DWORD number) {
     return bytes;
 }
 
-bool give_next_name(FakeCapi::Provider& provider, BYTE* data, DWORD* length, DWORD flags) {
+bool give_next_name(ScriptedCapi::Provider& provider, BYTE* data, DWORD* length, DWORD flags) {
     constexpr DWORD longest_path = 260;
     if (flags != CRYPT_FIRST && flags != CRYPT_NEXT) script().violation("PP_ENUMCONTAINERS: wrong flags");
     if (flags == CRYPT_FIRST) provider.next_name = 0;
     const auto& containers = provider.script->containers;
     const bool is_end = provider.next_name == containers.size();
     if (is_end && (data != nullptr || !provider.script->tells_end_by_read))
-        return fake().fail(DWORD{ERROR_NO_MORE_ITEMS});
+        return the_double().fail(DWORD{ERROR_NO_MORE_ITEMS});
     if (data == nullptr) {
-        const auto odd = fake().odd_answers.find("CryptGetProvParam 2");
-        *length = odd == fake().odd_answers.end() ? longest_path + 1 : odd->second.size.value_or(0);
+        const auto odd = the_double().odd_answers.find("CryptGetProvParam 2");
+        *length = odd == the_double().odd_answers.end() ? longest_path + 1 : odd->second.size.value_or(0);
         return true;
     }
     const Bytes name = bytes_of(containers[provider.next_name].name, provider.script->ends_names);
-    if (!fake().give("CryptGetProvParam 2", name, data, length)) return false;
+    if (!the_double().give("CryptGetProvParam 2", name, data, length)) return false;
     ++provider.next_name;
     return true;
 }
 
-bool give_prov_param(FakeCapi::Provider& provider, DWORD param, BYTE* data, DWORD* length, DWORD flags) {
+bool give_prov_param(ScriptedCapi::Provider& provider, DWORD param, BYTE* data, DWORD* length, DWORD flags) {
     const std::string what = "CryptGetProvParam " + std::to_string(param);
-    const FakeProvider& source = *provider.script;
+    const ScriptedProvider& source = *provider.script;
     if (param == PP_ENUMCONTAINERS) return give_next_name(provider, data, length, flags);
     require(flags == 0, "CryptGetProvParam: flags");
-    if (param == PP_NAME) return fake().give(what, bytes_of(source.name, source.ends_names), data, length);
-    if (param == PP_KEYSPEC) return fake().give(what, bytes_of(source.key_specs), data, length);
+    if (param == PP_NAME)
+        return the_double().give(what, bytes_of(source.name, source.ends_names), data, length);
+    if (param == PP_KEYSPEC) return the_double().give(what, bytes_of(source.key_specs), data, length);
     if (param == PP_CONTAINER) {
         const std::string& name = provider.container ? provider.container->name : source.default_container;
-        return fake().give(what, bytes_of(name, source.ends_names), data, length);
+        return the_double().give(what, bytes_of(name, source.ends_names), data, length);
     }
-    return fake().fail(NTE_BAD_TYPE);
+    return the_double().fail(NTE_BAD_TYPE);
 }
 
 /// The structure, and behind it what it points to.
@@ -146,12 +147,12 @@ Bytes encode(const CERT_PUBLIC_KEY_INFO& info) {
     return der;
 }
 
-bool export_key(FakeCapi::Provider& provider, DWORD key_spec, CERT_PUBLIC_KEY_INFO* info, DWORD* size) {
+bool export_key(ScriptedCapi::Provider& provider, DWORD key_spec, CERT_PUBLIC_KEY_INFO* info, DWORD* size) {
     if (provider.container == nullptr || !provider.container->keys.contains(key_spec))
-        return fake().fail(NTE_NO_KEY);
+        return the_double().fail(NTE_NO_KEY);
     const PackedKey packed(provider.container->keys.at(key_spec).public_key);
     // Zeros are given first, of the right number; what they stand for follows once they are known to fit.
-    if (!fake().give("CryptExportPublicKeyInfoEx", Bytes(packed.size()), info, size)) return false;
+    if (!the_double().give("CryptExportPublicKeyInfoEx", Bytes(packed.size()), info, size)) return false;
     if (info != nullptr) packed.write(info);
     return true;
 }
@@ -160,106 +161,107 @@ bool export_key(FakeCapi::Provider& provider, DWORD key_spec, CERT_PUBLIC_KEY_IN
 } // namespace Kes::test
 
 using Kes::test::CallScript;
-using Kes::test::fake;
-using Kes::test::FakeCapi;
 using Kes::test::require;
+using Kes::test::ScriptedCapi;
 using Kes::test::text_of;
+using Kes::test::the_double;
 
 extern "C" {
 
 BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvider, DWORD dwProvType,
                           DWORD dwFlags) {
     const std::string what = szContainer == nullptr ? "" : szContainer;
-    *phProv = fake().junk_handle.value_or(*phProv);
-    if (!fake().enter("CryptAcquireContextA",
-                      text_of(szContainer) + ", " + text_of(szProvider) + ", " + std::to_string(dwProvType) +
-                          ", " + Kes::test::hex(dwFlags),
-                      what))
+    *phProv = the_double().junk_handle.value_or(*phProv);
+    if (!the_double().enter("CryptAcquireContextA",
+                            text_of(szContainer) + ", " + text_of(szProvider) + ", " +
+                                std::to_string(dwProvType) + ", " + Kes::test::hex(dwFlags),
+                            what))
         return FALSE;
-    auto& providers = fake().providers;
+    auto& providers = the_double().providers;
     const auto provider =
         szProvider == nullptr ? providers.begin() : Kes::test::find_named(providers, szProvider);
-    if (provider == providers.end()) return fake().fail(NTE_KEYSET_NOT_DEF);
-    FakeCapi::Provider opened{"prov", &*provider, nullptr};
+    if (provider == providers.end()) return the_double().fail(NTE_KEYSET_NOT_DEF);
+    ScriptedCapi::Provider opened{"prov", &*provider, nullptr};
     if (szContainer != nullptr) {
         const auto container = Kes::test::find_named(provider->containers, szContainer);
-        if (container == provider->containers.end()) return fake().fail(NTE_BAD_KEYSET);
+        if (container == provider->containers.end()) return the_double().fail(NTE_BAD_KEYSET);
         opened.label += ":" + container->name;
         opened.container = &*container;
     }
-    *phProv = fake().add(std::move(opened));
+    *phProv = the_double().add(std::move(opened));
     return TRUE;
 }
 
 BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags) {
     require(dwFlags == 0, "CryptReleaseContext: flags");
-    const auto* provider = fake().find_provider(hProv, "CryptReleaseContext");
+    const auto* provider = the_double().find_provider(hProv, "CryptReleaseContext");
     const std::string label = provider == nullptr ? "?" : provider->label;
-    const bool is_good = fake().enter("CryptReleaseContext", label);
+    const bool is_good = the_double().enter("CryptReleaseContext", label);
     if (provider == nullptr) return FALSE;
-    fake().end_provider(hProv); // a context that is not released well is of no use either
+    the_double().end_provider(hProv); // a context that is not released well is of no use either
     return is_good ? TRUE : FALSE;
 }
 
 BOOL CryptGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen, DWORD dwFlags) {
-    auto* provider = fake().find_provider(hProv, "CryptGetProvParam");
+    auto* provider = the_double().find_provider(hProv, "CryptGetProvParam");
     const std::string label = provider == nullptr ? "?" : provider->label;
-    if (!fake().enter("CryptGetProvParam", Kes::test::param_call(label, dwParam, dwFlags, pbData),
-                      std::to_string(dwParam)))
+    if (!the_double().enter("CryptGetProvParam", Kes::test::param_call(label, dwParam, dwFlags, pbData),
+                            std::to_string(dwParam)))
         return FALSE;
-    if (provider == nullptr) return fake().fail(DWORD{ERROR_INVALID_HANDLE});
+    if (provider == nullptr) return the_double().fail(DWORD{ERROR_INVALID_HANDLE});
     return Kes::test::give_prov_param(*provider, dwParam, pbData, pdwDataLen, dwFlags) ? TRUE : FALSE;
 }
 
 BOOL CryptGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUserKey) {
-    auto* provider = fake().find_provider(hProv, "CryptGetUserKey");
+    auto* provider = the_double().find_provider(hProv, "CryptGetUserKey");
     const std::string label = provider == nullptr ? "?" : provider->label;
     require(*phUserKey == 0, "CryptGetUserKey: in the place of a key that was not destroyed");
-    *phUserKey = fake().junk_handle.value_or(*phUserKey);
-    if (!fake().enter("CryptGetUserKey", label + ", " + std::to_string(dwKeySpec))) return FALSE;
-    if (provider == nullptr) return fake().fail(DWORD{ERROR_INVALID_HANDLE});
+    *phUserKey = the_double().junk_handle.value_or(*phUserKey);
+    if (!the_double().enter("CryptGetUserKey", label + ", " + std::to_string(dwKeySpec))) return FALSE;
+    if (provider == nullptr) return the_double().fail(DWORD{ERROR_INVALID_HANDLE});
     if (provider->container == nullptr || !provider->container->keys.contains(dwKeySpec))
-        return fake().fail(NTE_NO_KEY);
-    *phUserKey =
-        fake().add(FakeCapi::Key{"key:" + provider->container->name + "/" + std::to_string(dwKeySpec), hProv,
-                                 &provider->container->keys.at(dwKeySpec)});
+        return the_double().fail(NTE_NO_KEY);
+    *phUserKey = the_double().add(
+        ScriptedCapi::Key{"key:" + provider->container->name + "/" + std::to_string(dwKeySpec), hProv,
+                          &provider->container->keys.at(dwKeySpec)});
     return TRUE;
 }
 
 BOOL CryptGetKeyParam(HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen, DWORD dwFlags) {
-    auto* key = fake().find_key(hKey, "CryptGetKeyParam");
+    auto* key = the_double().find_key(hKey, "CryptGetKeyParam");
     const std::string label = key == nullptr ? "?" : key->label;
     require(dwFlags == 0, "CryptGetKeyParam: flags");
-    if (!fake().enter("CryptGetKeyParam", Kes::test::param_call(label, dwParam, dwFlags, pbData),
-                      std::to_string(dwParam)))
+    if (!the_double().enter("CryptGetKeyParam", Kes::test::param_call(label, dwParam, dwFlags, pbData),
+                            std::to_string(dwParam)))
         return FALSE;
-    if (key == nullptr) return fake().fail(DWORD{ERROR_INVALID_HANDLE});
-    if (dwParam != KP_CERTIFICATE) return fake().fail(NTE_BAD_TYPE);
-    if (!key->script->certificate) return fake().fail(SCARD_E_NO_SUCH_CERTIFICATE);
-    return fake().give("CryptGetKeyParam 26", *key->script->certificate, pbData, pdwDataLen) ? TRUE : FALSE;
+    if (key == nullptr) return the_double().fail(DWORD{ERROR_INVALID_HANDLE});
+    if (dwParam != KP_CERTIFICATE) return the_double().fail(NTE_BAD_TYPE);
+    if (!key->script->certificate) return the_double().fail(SCARD_E_NO_SUCH_CERTIFICATE);
+    return the_double().give("CryptGetKeyParam 26", *key->script->certificate, pbData, pdwDataLen) ? TRUE
+                                                                                                   : FALSE;
 }
 
 BOOL CryptDestroyKey(HCRYPTKEY hKey) {
-    const auto* key = fake().find_key(hKey, "CryptDestroyKey");
+    const auto* key = the_double().find_key(hKey, "CryptDestroyKey");
     const std::string label = key == nullptr ? "?" : key->label;
-    const bool is_good = fake().enter("CryptDestroyKey", label);
+    const bool is_good = the_double().enter("CryptDestroyKey", label);
     if (key == nullptr) return FALSE;
-    fake().end_key(hKey);
+    the_double().end_key(hKey);
     return is_good ? TRUE : FALSE;
 }
 
 BOOL CryptExportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD dwCertEncodingType,
                                 LPSTR pszPublicKeyObjId, DWORD dwFlags, void* pvAuxInfo,
                                 CERT_PUBLIC_KEY_INFO* pInfo, DWORD* pcbInfo) {
-    auto* provider = fake().find_provider(hCryptProv, "CryptExportPublicKeyInfoEx");
+    auto* provider = the_double().find_provider(hCryptProv, "CryptExportPublicKeyInfoEx");
     const std::string label = provider == nullptr ? "?" : provider->label;
     require(dwCertEncodingType == 0x10001 && pszPublicKeyObjId == nullptr && dwFlags == 0 &&
                 pvAuxInfo == nullptr,
             "CryptExportPublicKeyInfoEx: wrong arguments");
-    if (!fake().enter("CryptExportPublicKeyInfoEx",
-                      label + ", " + std::to_string(dwKeySpec) + (pInfo == nullptr ? ", size" : ", read")))
+    if (!the_double().enter("CryptExportPublicKeyInfoEx", label + ", " + std::to_string(dwKeySpec) +
+                                                              (pInfo == nullptr ? ", size" : ", read")))
         return FALSE;
-    if (provider == nullptr) return fake().fail(DWORD{ERROR_INVALID_HANDLE});
+    if (provider == nullptr) return the_double().fail(DWORD{ERROR_INVALID_HANDLE});
     return Kes::test::export_key(*provider, dwKeySpec, pInfo, pcbInfo) ? TRUE : FALSE;
 }
 
@@ -268,9 +270,10 @@ BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const 
     require(dwCertEncodingType == 0x10001 && lpszStructType == X509_PUBLIC_KEY_INFO && dwFlags == 0 &&
                 pEncodePara == nullptr,
             "CryptEncodeObjectEx: wrong arguments");
-    if (!fake().enter("CryptEncodeObjectEx", pvEncoded == nullptr ? "size" : "read")) return FALSE;
+    if (!the_double().enter("CryptEncodeObjectEx", pvEncoded == nullptr ? "size" : "read")) return FALSE;
     const auto* info = static_cast<const CERT_PUBLIC_KEY_INFO*>(pvStructInfo);
-    return fake().give("CryptEncodeObjectEx", Kes::test::encode(*info), pvEncoded, pcbEncoded) ? TRUE : FALSE;
+    return the_double().give("CryptEncodeObjectEx", Kes::test::encode(*info), pvEncoded, pcbEncoded) ? TRUE
+                                                                                                     : FALSE;
 }
 
 } // extern "C"

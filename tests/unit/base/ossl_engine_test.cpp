@@ -27,9 +27,9 @@ public:
 class CertEngine final : public PlainEngine {
 public:
     X509Ptr read_certificate(const char*) override {
-        FakeEngine& fake = FakeEngine::instance();
-        return X509Ptr(has_key ? fake.hand_out(TestData::instance().client.get())
-                               : fake.give_away(::X509_new()));
+        ScriptedEngine& scripted = ScriptedEngine::instance();
+        return X509Ptr(has_key ? scripted.hand_out(TestData::instance().client.get())
+                               : scripted.give_away(::X509_new()));
     }
 
     bool has_key = true;

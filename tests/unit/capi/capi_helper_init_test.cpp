@@ -254,7 +254,7 @@ TEST_F(CapiInitTest, TryingForAKeyThatCannotBeFetchedWarnsOfTheReason) {
 }
 
 TEST_F(CapiInitTest, WhatAFailingProviderLeavesAsAHandleIsNotClosed) {
-    FakeCapi::instance().junk_handle = 0xdead;
+    ScriptedCapi::instance().junk_handle = 0xdead;
     EXPECT_NE(error_text([] { const CapiInit capi(csp, "gone", 0); }), "no exception");
     EXPECT_EQ(script().calls(), Lines{"CryptAcquireContextA(gone, Test CSP, 1, 0x0)"});
     script().take_calls();

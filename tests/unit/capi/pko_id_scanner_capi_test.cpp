@@ -192,7 +192,7 @@ TEST_F(CapiPkoIdScannerTest, ContainerNamesAreTakenAsTheyAre) {
 }
 
 TEST_F(CapiPkoIdScannerTest, ThousandContainersAreScannedAndAllIsReleased) {
-    const FakeContainer pattern = container(1);
+    const ScriptedContainer pattern = container(1);
     provider().containers.assign(1000, pattern);
     Lines expected;
     for (int i = 0; i < 1000; ++i) {

@@ -83,8 +83,8 @@ TEST_F(Libp11InitTest, ReadsTheTokenAndReleasesTheSlotsBeforeTheModule) {
 }
 
 TEST_F(Libp11InitTest, TheSlotThatLibp11ChoosesIsTheOneInUse) {
-    FakeSlot empty;
-    FakeSlot blank;
+    ScriptedSlot empty;
+    ScriptedSlot blank;
     blank.token.emplace();
     blank.token->is_initialized = false;
     libp11().slots.insert(libp11().slots.begin(), {empty, blank});
@@ -119,7 +119,7 @@ TEST_F(Libp11InitTest, FailedSlotEnumerationLeavesNothingToReleaseAndNoLogin) {
 }
 
 TEST_F(Libp11InitTest, WithoutATokenTheSlotArrayIsForgotten) {
-    libp11().slots = {FakeSlot()};
+    libp11().slots = {ScriptedSlot()};
     forgotten_slot_arrays = 1;
     {
         Libp11Init context("module.so");

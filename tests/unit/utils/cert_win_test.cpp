@@ -24,7 +24,7 @@ protected:
         return capi().add_certificate(handle, 0);
     }
 
-    const HCERTSTORE handle = capi().add(FakeCapi::Store{"store:MY", &store()});
+    const HCERTSTORE handle = capi().add(ScriptedCapi::Store{"store:MY", &store()});
     LogCapture log;
 };
 
