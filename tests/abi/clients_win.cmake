@@ -10,7 +10,7 @@ function(add_client_tests name program)
     add_card_test(${name}.LoadsAKey ${program} sequence)
 endfunction()
 
-# add_card_test(<name> <program's file> <argument>): what typed is "x1" for. Only the folder of the doubles makes the
+# add_card_test(<name> <program's file> <argument>): what typed is "x1" for. Only the folder of the test doubles makes the
 # default names of engine, libp11 and module lead to something.
 function(add_card_test name program argument)
     add_test(NAME ${name}
@@ -24,7 +24,7 @@ endfunction()
 
 add_executable(abi_sequence sequence_test.c)
 target_link_libraries(abi_sequence PRIVATE marvo kes_abi_kit kes_flags)
-add_dependencies(abi_sequence kes_doubles)
+add_dependencies(abi_sequence kes_dll_doubles)
 add_card_test(abi_sequence $<TARGET_FILE:abi_sequence> BothOverloadsLoadTheFirstKey)
 
 foreach(optimisation IN ITEMS O0 O3)

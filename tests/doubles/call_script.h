@@ -11,17 +11,17 @@
 
 namespace Kes::test {
 
-/// How a call to a double is to fail.
+/// How a call to a test double is to fail.
 struct Failure {
     int rc = 7;                  ///< what a function answers that returns a number; the others answer null
     std::string queue_text = {}; ///< put on OpenSSL's error queue unless empty
     bool throws_int = false;     ///< leave by an exception of no known class instead
 };
 
-/// The one record of what all doubles of the process were asked, in order, and the plan of what is to fail.
+/// The one record of all calls to test doubles in the process, in order, and the plan of what is to fail.
 ///
-/// A call stands in the record as "function(argument, ...)", handles by the names that the doubles gave them
-/// ("ctx1", "slot1.2", "engine1"), PINs by what they are worth. No copy of a PIN is kept.
+/// A call is recorded as "function(argument, ...)", with the names that the test doubles gave to handles
+/// ("ctx1", "slot1.2", "engine1"), and with a verdict in place of a PIN. No copy of a PIN is kept.
 class CallScript {
 public:
     static CallScript& instance();
@@ -36,7 +36,7 @@ public:
     /// throws. @return the failure, null when the call is to succeed
     const Failure* step(const std::string& function, const std::string& arguments);
 
-    /// Notes a wrong use of a double, such as a dead handle.
+    /// Notes a wrong use of a test double, such as a dead handle.
     void violation(const std::string& text) { violations_.push_back(text); }
 
     /// Plans the n-th call (from 1) that can fail, whatever its function, to fail.

@@ -1,4 +1,4 @@
-// Stands in for libp11: a token that needs no login and has as many keys as the environment variable
+// A test double of libp11: a token that needs no login and has as many keys as the environment variable
 // MARVO_TEST_KEYS says, each with a certificate, labelled "key 0", "key 1", ...
 #include <cstdlib>
 #include <string>

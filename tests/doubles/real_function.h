@@ -1,7 +1,7 @@
 #ifndef KES_TESTS_DOUBLES_REAL_FUNCTION_H_
 #define KES_TESTS_DOUBLES_REAL_FUNCTION_H_
 
-/// Libcrypto's own functions, for those that a double defines under the same name.
+/// Libcrypto's own functions, for those that a test double defines under the same name.
 namespace Kes::test {
 
 using AnyFunction = void (*)();

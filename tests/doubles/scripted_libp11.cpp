@@ -217,7 +217,7 @@ int PKCS11_CTX_load(PKCS11_CTX* ctx, const char* ident) {
     const std::string arguments = context->name + ", " + (ident == nullptr ? "null" : ident);
     if (const Failure* failure = script().step("PKCS11_CTX_load", arguments)) return failure->rc;
     context->is_loaded = true;
-    // Texts of the module live as long as the double does.
+    // Texts of the module live as long as the test double does.
     ctx->manufacturer = the_double().manufacturer ? the_double().manufacturer->data() : nullptr;
     ctx->description = the_double().description ? the_double().description->data() : nullptr;
     return 0;

@@ -47,7 +47,7 @@ protected:
 
     static const std::filesystem::path bin;     ///< the build's programs and DLLs
     static const std::filesystem::path wrong;   ///< files for the wrong places
-    static const std::filesystem::path doubles; ///< doubles of libp11, its engine and a module
+    static const std::filesystem::path doubles; ///< test doubles of libp11, its engine and a module
 
     TempDir dir;
     const std::filesystem::path folder = make_folder("dll");

@@ -1,4 +1,5 @@
-// Where libp11.dll is looked for. The stand-in tells which file it is, and the log has it.
+// Where libp11.dll is looked for. The test double gives the path of its file as the
+// maker's name, which the library logs.
 #include "dll_folder.h"
 
 namespace Kes::test {

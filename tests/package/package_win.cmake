@@ -51,12 +51,12 @@ add_custom_command(OUTPUT ${wrong_dir}/absent.a
 add_custom_target(absent_import DEPENDS ${wrong_dir}/absent.a)
 add_custom_target(kes_wrong_files DEPENDS ${wrong_dir}/32bit.dll)
 
-# Stand-ins of libp11.dll that can be loaded, or nearly.
+# Test doubles of libp11.dll that can be loaded and do nothing else; two of them lack something.
 file(READ ${PROJECT_SOURCE_DIR}/cmake/libp11.def exports)
 string(REGEX REPLACE " *PKCS11_is_logged_in\n" "" exports "${exports}")
 file(CONFIGURE OUTPUT ${wrong_dir}/lacking.def CONTENT "${exports}")
-# add_stand_in(<name> <exports>): as <name>/libp11.dll
-function(add_stand_in name exports)
+# add_loadable_libp11(<name> <exports>): as <name>/libp11.dll
+function(add_loadable_libp11 name exports)
     add_library(libp11_${name} MODULE ../doubles/dll/loadable_libp11.c ${exports})
     set_target_properties(libp11_${name} PROPERTIES PREFIX "" OUTPUT_NAME libp11
         LIBRARY_OUTPUT_DIRECTORY ${wrong_dir}/${name})
@@ -65,9 +65,9 @@ function(add_stand_in name exports)
     target_link_options(libp11_${name} PRIVATE -static)
     add_dependencies(kes_wrong_files libp11_${name})
 endfunction()
-add_stand_in(whole ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
-add_stand_in(lacking ${wrong_dir}/lacking.def)
-add_stand_in(needing ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
+add_loadable_libp11(whole ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
+add_loadable_libp11(lacking ${wrong_dir}/lacking.def)
+add_loadable_libp11(needing ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
 target_compile_definitions(libp11_needing PRIVATE NEEDS_ABSENT_DLL)
 target_link_libraries(libp11_needing PRIVATE ${wrong_dir}/absent.a)
 add_dependencies(libp11_needing absent_import)
@@ -103,7 +103,7 @@ target_compile_definitions(dll_test PRIVATE
     MARVO_VERSION_NUMBERS=${PROJECT_VERSION_MAJOR},${PROJECT_VERSION_MINOR},${PROJECT_VERSION_PATCH}
     MARVO_WRONG_DIR="${MARVO_TEST_DRIVE}${wrong_dir}")
 target_link_libraries(dll_test PRIVATE kes_test_card version GTest::gmock_main kes_flags)
-add_dependencies(dll_test marvo dll_client libp11_direct_calls kes_wrong_files kes_doubles)
+add_dependencies(dll_test marvo dll_client libp11_direct_calls kes_wrong_files kes_dll_doubles)
 gtest_discover_tests(dll_test PROPERTIES TIMEOUT 120)
 
 # Building the library alone also creates the import library for Microsoft's linker.

@@ -69,7 +69,7 @@ protected:
 
     static ScriptedCapi& capi() { return ScriptedCapi::instance(); }
 
-    /// A configuration of the client's for the doubles that writes no log.
+    /// A configuration of the client's for the test doubles that writes no log.
     static OsslScardCfg& make_capi_config(OsslScardCfg::CryptoIf crypto_if);
 };
 

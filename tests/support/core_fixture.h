@@ -31,16 +31,16 @@ struct TestData {
     EvpPkeyPtr key;   ///< the key of all of them
 };
 
-/// libp11 and the engine as doubles, with one token that wants the PIN "1234" and holds one certificate, its
-/// private key and its public key. At the end no double may have been used wrongly, and all that was acquired
-/// must have been released.
+/// libp11 and the engine as test doubles, with one token that wants the PIN "1234" and holds one certificate,
+/// its private key and its public key. At the end no test double may have been used wrongly, and all that was
+/// acquired must have been released.
 class CoreTest : public ::testing::Test {
 protected:
     CoreTest();
     ~CoreTest() override;
     void TearDown() override;
 
-    /// The doubles as they are at the beginning of each test. None of them may be in use.
+    /// The test doubles as they are at the beginning of each test. None of them may be in use.
     static void set_up_doubles();
 
     static CallScript& script() { return CallScript::instance(); }
@@ -63,7 +63,7 @@ protected:
 
     static OsslScardIf& scard();
 
-    /// A configuration of the client's for the doubles that writes no log.
+    /// A configuration of the client's for the test doubles that writes no log.
     static OsslScardCfg& make_config();
 
     /// From a fresh object into a state, through the operations that a client would use.

@@ -6,7 +6,7 @@
 
 #include "support.h"
 
-/// The card that the doubles of the pkcs11 road serve, as a test prepares it.
+/// The card that the test doubles of the pkcs11 road serve, as a test prepares it.
 namespace Kes::test {
 
 using Lines = std::vector<std::string>;
@@ -35,7 +35,7 @@ public:
     void fail_function(const std::string& function, unsigned long code) const;
     void heal() const;
 
-    /// Everything that the doubles recorded, and the parts of it: without the marks, "step: " for instance.
+    /// Everything that the test doubles recorded, and parts of it without their marks, such as "step: ".
     Lines record() const;
     Lines steps() const { return marked("step: "); }
     Lines violations() const { return marked("violation: "); }

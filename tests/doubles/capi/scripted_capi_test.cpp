@@ -5,7 +5,7 @@
 namespace Kes::test {
 namespace {
 
-/// That the doubles notice what the other tests rely on them for.
+/// That the test doubles notice what the other tests rely on them for.
 class FakeCapiTest : public CapiTest {
 protected:
     FakeCapiTest() {

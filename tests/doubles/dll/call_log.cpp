@@ -27,7 +27,7 @@ void record(const std::string& line) {
     if (!file.empty()) std::ofstream(file, std::ios::app | std::ios::binary) << line << '\n';
 }
 
-/// How many steps the record holds. All doubles write to it, so none of them can count for itself.
+/// How many steps the record holds. All test doubles write to it, so none of them can count for itself.
 unsigned long recorded_steps() {
     std::ifstream file(card_file("calls"), std::ios::binary);
     unsigned long count = 0;

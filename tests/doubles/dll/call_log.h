@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-/// What the three doubles of the pkcs11 road share: the card's folder, the record of what they were asked in
-/// the file "calls", and the plan of what is to fail in the file "fail".
+/// What the three test doubles of the pkcs11 road share: the card's folder, the record of what they were
+/// asked in the file "calls", and the plan of what is to fail in the file "fail".
 ///
 /// The variable MARVO_TEST_CARD names the folder. Both files are opened anew at each call, so that a test may
 /// read and change them at any time; without the variable nothing is recorded and nothing fails.

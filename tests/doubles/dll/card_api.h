@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <openssl/types.h>
 
-/// What the doubles of libp11 and of its engine ask of the card's module, in place of PKCS#11: the module is
-/// one in name only, by the entry C_GetFunctionList. Functions answer with CKR_* numbers. What they hand out
-/// stays the module's and is valid until finalize().
+/// What the test doubles of libp11 and of its engine ask of the card's module, in place of PKCS#11: the
+/// module is one in name only, by the entry C_GetFunctionList. Functions answer with CKR_* numbers. What they
+/// hand out stays the module's and is valid until finalize().
 namespace Kes::test {
 
 struct CardToken {

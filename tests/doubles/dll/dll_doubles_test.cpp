@@ -1,4 +1,4 @@
-// The doubles themselves: each wrong use is told, because the tests of the road rely on that.
+// The test doubles themselves: each wrong use is told, because the tests of the road rely on that.
 #include <gtest/gtest.h>
 #include <libp11.h>
 #include <openssl/engine.h>

@@ -1,5 +1,5 @@
-// The double of libp11.dll: the functions of libp11 0.4.12 that our library calls, with its signatures, its
-// ways of failing and its entries on the error queue.
+// The test double of libp11.dll: the functions of libp11 0.4.12 that our library calls, with its signatures,
+// its ways of failing and its entries on the error queue.
 #include "call_log.h"
 #include "error_texts.h"
 #include "libp11_state.h"

@@ -9,8 +9,8 @@
 
 #include "card_module.h"
 
-/// What the double of libp11 has handed out and not taken back. Whatever it is given is looked up here, so
-/// that a wrong or dead handle is told and never used.
+/// What the test double of libp11 has handed out and not taken back. Whatever it is given is looked up here,
+/// so that a wrong or dead handle is told and never used.
 namespace Kes::test {
 
 struct Libp11Context {

@@ -1,5 +1,5 @@
-// The double of libp11's engine: it answers the commands that our library sends, finds keys and certificates
-// by their URIs, and keeps itself alive once a key was loaded, as version 0.4.12 does.
+// The test double of libp11's engine: it answers the commands that our library sends, finds keys and
+// certificates by their URIs, and keeps itself alive once a key was loaded, as version 0.4.12 does.
 #include <map>
 #include <optional>
 
@@ -40,7 +40,7 @@ struct State {
         keys; // each holds the engine, which so never ends by itself
 };
 
-// Never ended by the end of the process, when the others may be gone. So it is with all that the doubles
+// Never ended by the end of the process, when the others may be gone. So it is with all that the test doubles
 // keep.
 std::optional<State>& state = *new std::optional<State>;
 

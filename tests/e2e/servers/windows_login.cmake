@@ -1,4 +1,4 @@
-# The example programs for Windows, under Wine: by the doubles of the pkcs11 road with their card, and by CryptoAPI with
+# The example programs for Windows, under Wine: by the test doubles of the pkcs11 road with their card, and by CryptoAPI with
 # the test card of its provider.
 add_executable(kes_windows_login_tests
     windows_capi.cpp

@@ -49,8 +49,8 @@ const std::vector<Scenario> scenarios = {
 
 const std::string keys_on_card = "key 0: Card 1: Login\nkey 1: Card 1: Curve\n";
 
-/// The Windows programs find the doubles in their current folder. At the end everything must have been
-/// released, and no double used wrongly.
+/// The Windows programs find the test doubles in their current folder. At the end everything must have been
+/// released, and no test double used wrongly.
 class WindowsLoginTest : public testing::TestWithParam<Scenario> {
 protected:
     WindowsLoginTest() {

@@ -112,7 +112,7 @@ c2 (SIGNATURE) [type=public_key, key_type=2, name=c2, cluster_name=c2]
 c2 (SIGNATURE) [type=certificate, key_type=2, name=c2, cluster_name=c2]
 )";
 
-// The double of the engine calls itself "pkcs11" once it is loaded, whatever it was loaded from.
+// The test double of the engine calls itself "pkcs11" once it is loaded, whatever it was loaded from.
 const std::string capi_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
 <info> setting key type: 1

@@ -41,7 +41,7 @@ const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, store_name, MY)",
 TEST_F(CapiStoreOsslEngineTest, LoadsInOrderAndLogsTheId) {
     const auto loaded = load();
     EXPECT_EQ(script().calls(), load_calls + choice_calls);
-    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"}); // so the double calls itself
+    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"}); // so the test double calls itself
 }
 
 TEST_F(CapiStoreOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {

@@ -37,7 +37,7 @@ const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, csp_name, Test CSP)",
                          "ENGINE_ctrl_cmd_string(engine1, key_type, 2)", "ENGINE_set_default(engine1, 65535)",
                          "ENGINE_get_id(engine1)"};
 
-// The double of the engine calls itself so once it is loaded, whatever it was loaded from.
+// The test double of the engine calls itself so once it is loaded, whatever it was loaded from.
 const std::string loaded_line = "<info> loaded engine: id=pkcs11, csp='Test CSP'";
 
 TEST_F(CapiOsslEngineTest, LoadsInOrderAndLogsTheIdAndTheProvider) {

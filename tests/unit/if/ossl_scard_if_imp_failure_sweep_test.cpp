@@ -151,7 +151,7 @@ protected:
         {"ossl_unload", [] { return scard().ossl_unload(); }},
     };
 
-    /// Fails step n in a run on a fresh object and fresh doubles. @return the failing operation's number
+    /// Fails step n in a run on a fresh object and fresh test doubles. @return the failing operation's number
     std::size_t run_with_failure(std::size_t n) {
         set_up_doubles();
         script().fail_step(n, {});

@@ -170,7 +170,7 @@ TEST_F(Libp11InitTest, ReleasedSlotsTakeTheTokenAlongAndMayBeReadAnew) {
 
 TEST_F(Libp11InitTest, ErrorsThatAModuleLeavesBehindWhenItLoadsWellAreForgotten) {
     script().fail_function("PKCS11_CTX_load", {.rc = 0, .queue_text = "harmless"});
-    // The planned "failure" answers 0, so the double has not loaded anything; only the queue matters here.
+    // The planned "failure" answers 0, so the test double has loaded nothing; only the queue matters here.
     EXPECT_NE(error_text([] {
                   Libp11Init context("module.so");
                   EXPECT_EQ(OsslErrorCode(0).text, "");

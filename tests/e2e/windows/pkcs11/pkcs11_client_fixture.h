@@ -15,9 +15,9 @@ namespace Kes::test {
 constexpr const char* private_uri = "pkcs11:token=Card 1;id=%01;type=private";
 constexpr const char* cert_uri = "pkcs11:token=Card 1;id=%01;type=cert";
 
-/// A client of the DLL, in the folder of the doubles, with a card that holds an RSA key with the id 01. The
-/// names of module and engine are the defaults. At the end everything must have been released, and no double
-/// used wrongly.
+/// A client of the DLL, in the folder of the test doubles, with a card that holds an RSA key with the id 01.
+/// The names of module and engine are the defaults. At the end everything must have been released, and no
+/// test double used wrongly.
 class RoadTest : public ::testing::Test {
 protected:
     RoadTest();

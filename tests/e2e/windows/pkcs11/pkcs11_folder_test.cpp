@@ -20,7 +20,7 @@ protected:
             std::filesystem::copy_file(programs / name, dir.file(name));
         for (const char* name : {"libp11.dll", "itp11.dll", "pkcs11.dll"})
             std::filesystem::copy_file(doubles / name, dir.file(name));
-        std::filesystem::current_path(programs); // where none of the doubles is
+        std::filesystem::current_path(programs); // where none of the test doubles is
     }
 
     long long run_client(int operations) const {

@@ -80,7 +80,7 @@ TEST_F(LoadWithoutDiscoveryTest, FailsWithAWrongPin) {
               "error:PKCS#11 module:PIN incorrect:engine.load_privkey\n"
               "error:engine routines:failed loading private key:");
     EXPECT_EQ(logins(card.steps()), 1U);
-    EXPECT_EQ(scard().ossl_load(), 1); // the double would tell if the engine were left to ask somebody
+    EXPECT_EQ(scard().ossl_load(), 1); // the test double would tell if the engine were left to ask somebody
     EXPECT_EQ(logins(card.steps()), 2U);
 }
 

@@ -1,4 +1,4 @@
-// The pkcs11 road, with doubles in place of the card's module, libp11 and its engine.
+// The pkcs11 road, with test doubles in place of the card's module, libp11 and its engine.
 #include "pkcs11_client_fixture.h"
 
 namespace Kes::test {
