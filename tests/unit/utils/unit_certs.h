@@ -10,7 +10,7 @@
 
 namespace Kes::test {
 
-/// A certificate that tests/data/make_unit_certs.sh made.
+/// A certificate that tests/data/make-certificates made.
 inline std::vector<unsigned char> unit_cert(const std::string& name) {
     const std::string bytes = read_file(KES_TEST_CERTS "/" + name + ".der");
     if (bytes.empty()) throw std::runtime_error("no test certificate " + name);
