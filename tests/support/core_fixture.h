@@ -21,7 +21,7 @@ namespace Kes::test {
 
 using Lines = std::vector<std::string>;
 
-/// The certificates and the key beside the tests, read once.
+/// The certificates and the key that the build made for the scripted test doubles, read once.
 struct TestData {
     static const TestData& instance();
 
