@@ -1,5 +1,6 @@
 #include "csp_card.h"
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -30,6 +31,16 @@ Bytes prepared_certificate(const std::string& container, unsigned int key_spec) 
 
 Bytes prepared_key(const std::string& container, unsigned int key_spec) {
     return read_bytes(prepared / "containers" / container / file_name(key_spec, ".blob"));
+}
+
+Bytes numbered_certificate(int number) {
+    static const Bytes original = prepared_certificate("number");
+    const std::string before = "Number 0000";
+    std::string after = std::to_string(number);
+    after = "Number " + std::string(4 - after.size(), '0') + after;
+    Bytes der = original;
+    std::copy(after.begin(), after.end(), std::search(der.begin(), der.end(), before.begin(), before.end()));
+    return der;
 }
 
 CspCard::CspCard() { std::filesystem::create_directory(dir_.file("card")); }

@@ -14,11 +14,16 @@ using Bytes = std::vector<unsigned char>;
 constexpr unsigned int key_exchange = 1; ///< AT_KEYEXCHANGE
 constexpr unsigned int signature = 2;    ///< AT_SIGNATURE
 
+constexpr unsigned long bad_type = 0x8009000a; ///< NTE_BAD_TYPE
+
 /// What the build prepared: the bytes of a certificate of "certs", or of a key or certificate of
 /// "containers".
 Bytes prepared_certificate(const std::string& name);
 Bytes prepared_certificate(const std::string& container, unsigned int key_spec);
 Bytes prepared_key(const std::string& container, unsigned int key_spec);
+
+/// The certificate "number" with another number in its subject "CN=Number 0000".
+Bytes numbered_certificate(int number);
 
 /// The test card of this process while the object lives; empty at first. csp_call.h tells of failures and
 /// calls.

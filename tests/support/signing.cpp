@@ -101,6 +101,12 @@ std::vector<unsigned char> public_key_der(EVP_PKEY* key) {
     return take(der, length);
 }
 
+std::vector<unsigned char> public_key_of(const std::vector<unsigned char>& certificate) {
+    const unsigned char* next = certificate.data();
+    const X509Ptr x509(::d2i_X509(nullptr, &next, static_cast<long>(certificate.size())));
+    return public_key_der(::X509_get0_pubkey(x509.get()));
+}
+
 std::string signing_problem(EVP_PKEY* key, X509* certificate, int padding) {
     return problem(key, certificate, "SHA256", padding);
 }

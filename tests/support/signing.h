@@ -11,6 +11,9 @@ namespace Kes::test {
 std::vector<unsigned char> der_of(X509* certificate);
 std::vector<unsigned char> public_key_der(EVP_PKEY* key);
 
+/// The SubjectPublicKeyInfo of a certificate.
+std::vector<unsigned char> public_key_of(const std::vector<unsigned char>& certificate);
+
 constexpr int pkcs1 = 1; ///< RSA_PKCS1_PADDING, PKCS#1 v1.5
 constexpr int pss = 6;   ///< RSA_PKCS1_PSS_PADDING
 

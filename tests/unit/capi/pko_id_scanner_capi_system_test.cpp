@@ -1,0 +1,39 @@
+// A scan of the test card by way of the system's own functions.
+#include "capi/pko_id_scanner_capi.h"
+
+#include <memory>
+#include <sstream>
+
+#include "support/csp_card_fixture.h"
+
+namespace Kes::test {
+namespace {
+
+class CapiPkoIdScannerTest : public CardTest {};
+
+TEST_F(CapiPkoIdScannerTest, RecordsThreeObjectsForEachKeyInAscendingOrder) {
+    card.add("sign");
+    PkoIdList list(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr), Pin());
+    std::ostringstream text;
+    text << list;
+    std::string expected;
+    for (const char* name : {"both (KEYEXCHANGE) [%, key_type=1, name=both, cluster_name=both]\n",
+                             "both (SIGNATURE) [%, key_type=2, name=both, cluster_name=both]\n",
+                             "sign (SIGNATURE) [%, key_type=2, name=sign, cluster_name=sign]\n"})
+        for (const char* type : {"type=private_key", "type=public_key", "type=certificate"})
+            expected += std::string(name).replace(std::string(name).find('%'), 1, type);
+    EXPECT_EQ(text.str(), expected);
+}
+
+TEST_F(CapiPkoIdScannerTest, AProviderWithoutCertificatesEndsTheScan) {
+    card.fail("certificate_size", bad_type);
+    PkoIdList list;
+    list.register_scanner(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr));
+    EXPECT_EQ(error_text([&] { list.scan(Pin()); }), "capi_helper:423 Kes::CapiKeyParamReader::read_len(): "
+                                                     "CryptGetKeyParam() with param=26, flags=0 is not "
+                                                     "supported: val=4 (unsupported)");
+    EXPECT_TRUE(list.is_empty());
+}
+
+} // namespace
+} // namespace Kes::test
