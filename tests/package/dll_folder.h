@@ -10,8 +10,6 @@
 
 namespace Kes::test {
 
-using Lines = std::vector<std::string>;
-
 /// The text of a Windows error as errors of ours end with it, from the system itself.
 std::string system_cause(unsigned long code);
 

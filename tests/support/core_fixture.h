@@ -19,8 +19,6 @@
 
 namespace Kes::test {
 
-using Lines = std::vector<std::string>;
-
 /// The certificates and the key that the build made for the scripted test doubles, read once.
 struct TestData {
     static const TestData& instance();

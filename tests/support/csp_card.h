@@ -8,9 +8,6 @@
 
 namespace Kes::test {
 
-using Lines = std::vector<std::string>;
-using Bytes = std::vector<unsigned char>;
-
 constexpr unsigned int key_exchange = 1; ///< AT_KEYEXCHANGE
 constexpr unsigned int signature = 2;    ///< AT_SIGNATURE
 

@@ -4,6 +4,7 @@
 #include <openssl/rsa.h>
 #include <vector>
 
+#include "types.h"
 #include "utils/ossl_ptr.h"
 
 namespace Kes::test {
@@ -25,7 +26,6 @@ std::vector<Method> methods_of(EVP_PKEY* key) {
 
 using MdPtr = std::unique_ptr<EVP_MD_CTX, FreeWith<&::EVP_MD_CTX_free>>;
 using LibraryContextPtr = std::unique_ptr<OSSL_LIB_CTX, FreeWith<&::OSSL_LIB_CTX_free>>;
-using Bytes = std::vector<unsigned char>;
 
 const Bytes message{'w', 'h', 'a', 't', ' ', 'i', 's', ' ', 's', 'i', 'g', 'n', 'e', 'd'};
 

@@ -19,7 +19,6 @@ namespace {
 
 using MdPtr = std::unique_ptr<EVP_MD_CTX, FreeWith<&::EVP_MD_CTX_free>>;
 using LibraryContextPtr = std::unique_ptr<OSSL_LIB_CTX, FreeWith<&::OSSL_LIB_CTX_free>>;
-using Bytes = std::vector<unsigned char>;
 
 const Bytes message{'w', 'h', 'a', 't', ' ', 'i', 's', ' ', 's', 'i', 'g', 'n', 'e', 'd'};
 
@@ -89,19 +88,19 @@ std::string problem(EVP_PKEY* key, X509* certificate, const char* digest, int pa
 
 } // namespace
 
-std::vector<unsigned char> der_of(X509* certificate) {
+Bytes der_of(X509* certificate) {
     unsigned char* der = nullptr;
     const int length = ::i2d_X509(certificate, &der);
     return take(der, length);
 }
 
-std::vector<unsigned char> public_key_der(EVP_PKEY* key) {
+Bytes public_key_der(EVP_PKEY* key) {
     unsigned char* der = nullptr;
     const int length = ::i2d_PUBKEY(key, &der);
     return take(der, length);
 }
 
-std::vector<unsigned char> public_key_of(const std::vector<unsigned char>& certificate) {
+Bytes public_key_of(const Bytes& certificate) {
     const unsigned char* next = certificate.data();
     const X509Ptr x509(::d2i_X509(nullptr, &next, static_cast<long>(certificate.size())));
     return public_key_der(::X509_get0_pubkey(x509.get()));

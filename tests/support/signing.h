@@ -3,16 +3,17 @@
 
 #include <openssl/types.h>
 #include <string>
-#include <vector>
+
+#include "types.h"
 
 namespace Kes::test {
 
 /// The DER encodings: of the certificate, and of a SubjectPublicKeyInfo.
-std::vector<unsigned char> der_of(X509* certificate);
-std::vector<unsigned char> public_key_der(EVP_PKEY* key);
+Bytes der_of(X509* certificate);
+Bytes public_key_der(EVP_PKEY* key);
 
 /// The SubjectPublicKeyInfo of a certificate.
-std::vector<unsigned char> public_key_of(const std::vector<unsigned char>& certificate);
+Bytes public_key_of(const Bytes& certificate);
 
 constexpr int pkcs1 = 1; ///< RSA_PKCS1_PADDING, PKCS#1 v1.5
 constexpr int pss = 6;   ///< RSA_PKCS1_PSS_PADDING

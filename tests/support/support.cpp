@@ -39,8 +39,8 @@ std::string read_file(const std::string& name) { return read(name, std::ios::in 
 
 std::string read_text(const std::string& name) { return read(name, std::ios::in); }
 
-std::vector<std::string> split_lines(const std::string& text) {
-    std::vector<std::string> lines;
+Lines split_lines(const std::string& text) {
+    Lines lines;
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);)
         lines.push_back(line);
@@ -61,7 +61,7 @@ LogCapture::~LogCapture() { Logger::destroy_instance(); }
 
 std::string LogCapture::text() const { return read_text(dir_.file("log")); }
 
-std::vector<std::string> LogCapture::lines() const {
+Lines LogCapture::lines() const {
     auto lines = split_lines(text());
     for (std::string& line : lines)
         line = without_header(line);

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "types.h"
+
 /// What tests of all parts share.
 namespace Kes::test {
 
@@ -46,7 +48,7 @@ std::string read_file(const std::string& name);
 std::string read_text(const std::string& name);
 
 /// The text's lines without their ends.
-std::vector<std::string> split_lines(const std::string& text);
+Lines split_lines(const std::string& text);
 
 /// A log line without what differs from run to run: "2024-03-05 09:07:02.045 <info> tid=4711: text" becomes
 /// "<info> text". Other lines come back as they are.
@@ -61,7 +63,7 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     /// All lines so far, as without_header() gives them.
-    std::vector<std::string> lines() const;
+    Lines lines() const;
 
     /// The text so far, as read_text() gives it.
     std::string text() const;

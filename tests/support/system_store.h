@@ -4,11 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "types.h"
 #include "utils/windows_api.h"
 
 namespace Kes::test {
-
-using Bytes = std::vector<unsigned char>;
 
 constexpr const char* card_provider = "Microsoft Base Smart Card Crypto Provider";
 constexpr const char* software_provider = "Microsoft Enhanced RSA and AES Cryptographic Provider";

@@ -9,8 +9,6 @@
 /// The card that the test doubles of the pkcs11 road serve, as a test prepares it.
 namespace Kes::test {
 
-using Lines = std::vector<std::string>;
-
 constexpr const char* card_pin = "24681357";
 
 /// A card in a folder of its own, with the label "Card 1", the PIN above and nothing else on it. While it

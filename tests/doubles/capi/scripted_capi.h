@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "doubles/call_script.h"
+#include "support/types.h"
 #include "utils/windows_api.h"
 
 /// CryptoAPI that does what it is told: this library's sources define the functions that ours call, over
@@ -20,8 +21,6 @@
 /// in the record: "prov" for a provider alone, "prov:c1" for its container c1, "key:c1/2" for the key of
 /// key type 2 in there, "store:MY", and "cert:MY/0" for the certificate at a store's position 0.
 namespace Kes::test {
-
-using Bytes = std::vector<unsigned char>;
 
 struct ScriptedUserKey {
     std::optional<Bytes> certificate = {}; ///< without: there is none on the card

@@ -107,8 +107,6 @@ inline std::string on_screen(const std::string& text) {
 /// As it comes through a pipe: with the line ends of the client's system.
 inline std::string in_a_pipe(const std::string& text) { return wine.empty() ? text : on_screen(text); }
 
-using Lines = std::vector<std::string>;
-
 } // namespace Kes::test
 
 #endif // KES_TESTS_E2E_CONSOLE_CONSOLE_FIXTURE_H_

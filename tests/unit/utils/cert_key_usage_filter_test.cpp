@@ -9,10 +9,9 @@
 namespace Kes {
 namespace {
 
+using test::Lines;
 using test::LogCapture;
 using test::unit_cert;
-
-using Lines = std::vector<std::string>;
 
 constexpr auto client_auth = "1.3.6.1.5.5.7.3.2";
 constexpr std::uint32_t info_and_above = 60; // leaves out the traces of the certificates

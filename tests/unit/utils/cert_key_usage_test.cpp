@@ -14,10 +14,9 @@ namespace Kes {
 namespace {
 
 using test::error_text;
+using test::Lines;
 using test::OsslCalls;
 using test::unit_cert;
-
-using Lines = std::vector<std::string>;
 
 constexpr auto client_auth = "1.3.6.1.5.5.7.3.2";
 constexpr auto unknown_type = static_cast<FilterType>(7);

@@ -15,16 +15,15 @@
 namespace Kes {
 namespace {
 
+using test::Bytes;
 using test::error_text;
+using test::Lines;
 using test::LogCapture;
 using test::mask_queue;
 using test::OsslCalls;
 using test::read_file;
 using test::TempDir;
 using test::unit_cert;
-
-using Bytes = std::vector<unsigned char>;
-using Lines = std::vector<std::string>;
 
 constexpr auto not_decoded =
     "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: "

@@ -21,10 +21,10 @@ struct ConsSelectMenuTraits<Colour> {
 namespace {
 
 using test::error_text;
+using test::Lines;
 using test::LogCapture;
 using test::TypedKeys;
 
-using Lines = std::vector<std::string>;
 using ColourMenu = ConsSelectMenu<Colour>;
 using IndexMenu = ConsSelectMenu<std::uint64_t>;
 

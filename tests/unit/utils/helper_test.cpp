@@ -12,15 +12,14 @@
 namespace Kes {
 namespace {
 
+using test::Bytes;
 using test::EnvVar;
 using test::error_text;
 using test::FixedClock;
+using test::Lines;
 using test::LogCapture;
 using test::read_file;
 using test::TempDir;
-
-using Bytes = std::vector<unsigned char>;
-using Lines = std::vector<std::string>;
 
 std::string hex(const Bytes& bytes, const std::string& separator) {
     return Helper::bytes_to_hex(bytes.data(), bytes.size(), separator);

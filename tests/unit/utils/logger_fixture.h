@@ -12,8 +12,6 @@
 
 namespace Kes::test {
 
-using Lines = std::vector<std::string>;
-
 /// Each test meets a fresh logger and leaves none behind.
 class LoggerFixture : public testing::Test {
 protected:
