@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
-#include <regex>
 
 #include "support/child.h"
 #include "utils/windows_api.h"
@@ -25,12 +24,6 @@ std::string system_cause(unsigned long code) {
     std::array<char, 64> numbers{};
     std::snprintf(numbers.data(), numbers.size(), "val=%lu [0x%lx] (", code, code);
     return numbers.data() + sentence + ")";
-}
-
-std::string without_error_numbers(const std::string& text) {
-    static const std::regex error_line(
-        "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
-    return std::regex_replace(text, error_line, "error:$1:$2:");
 }
 
 DllFolder::DllFolder() {

@@ -6,16 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "support/error_lines.h"
 #include "support/support.h"
 
 namespace Kes::test {
 
 /// The text of a Windows error as errors of ours end with it, from the system itself.
 std::string system_cause(unsigned long code);
-
-/// The parts of OpenSSL's error lines that change neither from run to run nor from version to version:
-/// "error:library:reason:" and what stands behind.
-std::string without_error_numbers(const std::string& text);
 
 /// A folder that holds the DLL, libcrypto and a client, and nothing else. The client is started with another
 /// folder as its current one and with nothing but the system's folder in PATH.

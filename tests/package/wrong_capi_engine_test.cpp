@@ -25,7 +25,7 @@ protected:
         const std::string failure = std::string("ossl_load: 1 ") + GetParam().location +
                                     ": ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n" + openssl_lines +
                                     last_line;
-        const std::string text = without_error_numbers(
+        const std::string text = masked_errors(
             run({log_setting, std::string("backend=") + GetParam().backend, std::string("csp=") + provider,
                  setting + engine, "init", "notify_config_done", "ossl_load", "ossl_load",
                  setting + path("capi.dll"), "ossl_load", "destroy"}));

@@ -9,7 +9,7 @@ class WrongModuleTest : public WrongFileTest {
 protected:
     /// Twice with the wrong file, then with the right one.
     std::string run_with(const std::string& module) const {
-        return without_error_numbers(run(
+        return masked_errors(run(
             {"backend=pkcs11", "module=" + module, "init", "init", "module=itp11.dll", "init", "destroy"}));
     }
 
@@ -61,7 +61,7 @@ class WrongEngineTest : public WrongFileTest {
 protected:
     /// Up to the load with the wrong file, twice, and then one with the right file.
     std::string run_with(const std::string& engine) const {
-        return without_error_numbers(
+        return masked_errors(
             run({"backend=pkcs11", "engine=" + engine, "init", "read_scard", "pin=" + std::string(card_pin),
                  "discover_keys", "set_key", "notify_config_done", "ossl_load", "ossl_load",
                  "engine=" + path("pkcs11.dll"), "ossl_load", "destroy"}));
@@ -128,7 +128,7 @@ protected:
                         {"module=" + module, "notify_config_done", "ossl_load", "ossl_load", "restart"});
         commands.insert(commands.end(), to_set_key.begin(), to_set_key.end());
         commands.insert(commands.end(), {"notify_config_done", "ossl_load", "destroy"});
-        return without_error_numbers(run(commands));
+        return masked_errors(run(commands));
     }
 
     static std::string failures(const std::string& last_line) {
@@ -143,7 +143,7 @@ protected:
     std::string load_with(const std::string& setting) const {
         Lines commands = to_set_key;
         commands.insert(commands.end(), {setting, "notify_config_done", "ossl_load", "destroy"});
-        return without_error_numbers(run(commands));
+        return masked_errors(run(commands));
     }
 
     static std::string failure(const std::string& text) {

@@ -2,7 +2,6 @@
 
 #include <iostream>
 #include <openssl/pem.h>
-#include <regex>
 #include <stdexcept>
 
 #include "if/ossl_scard_if_imp.h"
@@ -131,11 +130,6 @@ Lines engine_unload_calls() {
 DesertedConsole::DesertedConsole() : console_(std::cout.rdbuf(output_.rdbuf())) { keyboard_.end(); }
 
 DesertedConsole::~DesertedConsole() { std::cout.rdbuf(console_); }
-
-std::string without_thread(const std::string& text) {
-    static const std::regex thread("(^|\n)[0-9A-F]+:error:");
-    return std::regex_replace(text, thread, "$1THREAD:error:");
-}
 
 std::string outcome(int status, const std::string& error) {
     return std::to_string(status) + (error.empty() ? "" : " " + error);

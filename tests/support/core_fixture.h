@@ -10,6 +10,7 @@
 #include "doubles/call_script.h"
 #include "doubles/scripted_engine.h"
 #include "doubles/scripted_libp11.h"
+#include "error_lines.h"
 #include "manager/ossl_scard_mgr.h"
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
@@ -99,9 +100,6 @@ private:
 /// What an error text ends with when a library was to be loaded that is not there: the words of the system,
 /// where OpenSSL and libp11 keep them back. core_fixture_posix.cpp or core_fixture_win.cpp.
 std::string words_on_missing(const std::string& file);
-
-/// An error text with "THREAD" for OpenSSL's name of the thread.
-std::string without_thread(const std::string& text);
 
 /// What EXPECT_EQ says of an operation: its status, and the error's text if there is one.
 std::string outcome(int status, const std::string& error);

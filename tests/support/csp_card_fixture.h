@@ -6,6 +6,7 @@
 #include <string>
 
 #include "csp_card.h"
+#include "error_lines.h"
 #include "signing.h"
 #include "support.h"
 #include "system_store.h"

@@ -10,10 +10,6 @@ namespace Kes::test {
 /// A Windows error number as error texts show it, with the text that the system has for it.
 std::string windows_code_text(DWORD error);
 
-/// The line that OpenSSL makes of a text that was put on its error queue as a loader's words. The queue must
-/// be empty, and is so afterwards.
-std::string queue_line(const std::string& text);
-
 } // namespace Kes::test
 
 #endif // KES_TESTS_SUPPORT_LIBRARY_WORDS_WIN_H_

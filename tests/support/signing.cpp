@@ -9,8 +9,8 @@
 #include <array>
 #include <cstdio>
 #include <memory>
-#include <regex>
 
+#include "error_lines.h"
 #include "utils/ossl_ptr.h"
 #include "utils/windows_api.h"
 
@@ -26,16 +26,6 @@ Bytes take(unsigned char* der, int length) {
     Bytes bytes(der, der + std::max(length, 0));
     ::OPENSSL_free(der);
     return bytes;
-}
-
-std::string queued_errors() {
-    std::string text;
-    std::array<char, 256> line{};
-    while (const unsigned long error = ::ERR_get_error()) {
-        ::ERR_error_string_n(error, line.data(), line.size());
-        text += std::string(line.data()) + "\n";
-    }
-    return masked(text);
 }
 
 Bytes sign(EVP_PKEY* key, const char* digest, int padding) {
@@ -116,14 +106,6 @@ std::string signing_problem(EVP_PKEY* key, X509* certificate) {
         if (!text.empty()) return std::string(digest) + ": " + text;
     }
     return "";
-}
-
-std::string masked(const std::string& text) {
-    static const std::regex line("(?:[0-9A-F]+:)?error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*)");
-    static const std::regex place(":[^:\n]*[/\\\\][^:\n]*:[0-9]+:"); // the file and line of OpenSSL's sources
-    static const std::regex library("lib\\([0-9]+\\)");
-    const std::string shorter = std::regex_replace(std::regex_replace(text, line, "error:$1:$2"), place, ":");
-    return std::regex_replace(shorter, library, "lib");
 }
 
 std::string windows_error(unsigned long code) {

@@ -25,10 +25,6 @@ std::string signing_problem(EVP_PKEY* key, X509* certificate, int padding);
 /// The same for RSA PKCS#1 v1.5 with each SHA-2.
 std::string signing_problem(EVP_PKEY* key, X509* certificate);
 
-/// Without what differs from run to run and from version to version of OpenSSL in lines of its error queue:
-/// their library and reason remain.
-std::string masked(const std::string& text);
-
 /// A Windows error as texts show it, with what the system has to say of it now.
 std::string windows_error(unsigned long code);
 

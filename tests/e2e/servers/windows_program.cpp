@@ -2,7 +2,6 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 
 #include "support/process.h"
 #include "support/support.h"
@@ -34,14 +33,6 @@ std::string without_carriage_returns(const std::string& text) {
         lines += line.substr(0, line.find('\r')) + "\n";
     }
     return lines;
-}
-
-std::string with_masked_errors(const std::string& output) {
-    static const std::regex error_line(
-        "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
-    static const std::regex engine(R"(error:lib\([0-9]+\):)"); // its number is given when it is loaded
-    return std::regex_replace(std::regex_replace(output, error_line, "error:$1:$2:"), engine,
-                              "error:lib(NUMBER):");
 }
 
 std::string before_answer(const std::string& output) { return output.substr(0, output.find("answer: ")); }

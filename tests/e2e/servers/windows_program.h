@@ -24,9 +24,6 @@ Outcome run_with_input(const std::vector<std::string>& command, const std::strin
 /// Each line of a Windows program ends with one.
 std::string without_carriage_returns(const std::string& text);
 
-/// Without the parts of OpenSSL's error lines that change from run to run and from version to version.
-std::string with_masked_errors(const std::string& output);
-
 /// What a client wrote before the server's answer, and the body of that.
 std::string before_answer(const std::string& output);
 std::string body_of(const std::string& output);

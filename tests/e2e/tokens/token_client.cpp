@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <memory>
 #include <openssl/rsa.h>
-#include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 #ifdef __SANITIZE_ADDRESS__
@@ -138,12 +137,6 @@ std::vector<std::string> Client::log_lines() const {
 bool Client::has_logged(const std::string& line) const {
     const auto lines = log_lines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-std::string Client::masked(const std::string& text) {
-    static const std::regex error_line(
-        "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
-    return std::regex_replace(text, error_line, "error:$1:$2:");
 }
 
 #ifdef __SANITIZE_ADDRESS__

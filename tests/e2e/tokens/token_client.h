@@ -10,6 +10,7 @@
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 #include "soft_token.h"
+#include "support/error_lines.h"
 
 namespace Kes::test {
 
@@ -42,10 +43,9 @@ public:
 
     void end();
 
-    /// The last error as it is, and with the parts of OpenSSL's error lines left out that change from run to
-    /// run.
+    /// The last error as it is, and with masked lines of OpenSSL.
     std::string error() const { return scard->get_last_error_msg(); }
-    std::string masked_error() const { return masked(error()); }
+    std::string masked_error() const { return masked_errors(error()); }
 
     EVP_PKEY* key() const;
     X509* certificate() const;
@@ -62,9 +62,6 @@ public:
 
     /// Whether a line of the log, header aside, is that text.
     bool has_logged(const std::string& line) const;
-
-    /// "12AB:error:...:lib:function:reason:file:line:" becomes "error:lib:reason".
-    static std::string masked(const std::string& text);
 
     OsslScardIf* scard;
     OsslScardCfg* cfg;

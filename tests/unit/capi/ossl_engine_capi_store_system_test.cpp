@@ -47,7 +47,7 @@ TEST_F(CapiStoreOsslEngineTest, ANameThatNoSubjectContainsIsNotFound) {
                              "name='Nobody': rc=0";
     EXPECT_EQ(error_text([&] { engine->read_certificate("Nobody"); }), text);
     EXPECT_EQ(error_text([&] { engine->read_public_key("Nobody"); }), text);
-    EXPECT_EQ(masked(error_text([&] { engine->read_private_key("Nobody"); })),
+    EXPECT_EQ(masked_errors(error_text([&] { engine->read_private_key("Nobody"); })),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
               "error:engine routines:failed loading private key:");
 }
@@ -101,7 +101,7 @@ TEST_F(CapiStoreOsslEngineTest, KeyInformationThatPointsNowhereFailsTheKeyAlone)
     const KeyPlace place = on_card("gone", signature);
     system_store.add(prepared_certificate("plain"), &place);
     EXPECT_EQ(der_of(engine->read_certificate("Paul Plain").get()), prepared_certificate("plain"));
-    EXPECT_EQ(masked(error_text([&] { engine->read_private_key("Paul Plain"); })),
+    EXPECT_EQ(masked_errors(error_text([&] { engine->read_private_key("Paul Plain"); })),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
               "error:lib:cryptacquirecontext error:Error code= 0x80090016\n"
               "error:engine routines:failed loading private key:");

@@ -96,7 +96,7 @@ TEST_F(CapiOsslEngineTest, AKeyTypeThatTheContainerHasNoKeyOfIsReported) {
         windows_error(0x8009000d);
     EXPECT_EQ(error_text([&] { engine->read_public_key("sign"); }), text);
     EXPECT_EQ(error_text([&] { engine->read_certificate("sign"); }), text);
-    EXPECT_EQ(masked(error_text([&] { engine->read_private_key("sign"); })),
+    EXPECT_EQ(masked_errors(error_text([&] { engine->read_private_key("sign"); })),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
               "error:lib:getuserkey error:Error code= 0x8009000D\n"
               "error:engine routines:failed loading private key:");
@@ -104,7 +104,8 @@ TEST_F(CapiOsslEngineTest, AKeyTypeThatTheContainerHasNoKeyOfIsReported) {
 
 TEST_F(CapiOsslEngineTest, AnotherOneIsMadeOnceTheFirstIsGone) {
     EXPECT_EQ(
-        masked(error_text([] { const CapiOsslEngine other(".\\capi.dll", card_provider, signature, ""); })),
+        masked_errors(
+            error_text([] { const CapiOsslEngine other(".\\capi.dll", card_provider, signature, ""); })),
         "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine(): ENGINE_ctrl_cmd_string(LOAD) failed: "
         "rc=0\n"
         "error:engine routines:init failed:");

@@ -183,13 +183,11 @@ protected:
 
     /// The log without what differs from run to run, from build to build and from folder to folder.
     Lines log() const {
-        const std::regex error_thread("^[0-9A-F]+:error:");
         const std::regex restart("at ....-..-.. ..:..:..\\.... --");
         Lines lines = split_lines(read_text(dir.file("log")));
         for (std::string& line : lines) {
             line = without_header(line);
-            line = std::regex_replace(line, error_thread, "THREAD:error:");
-            line = std::regex_replace(line, restart, "at TIME --");
+            line = std::regex_replace(without_thread(line), restart, "at TIME --");
             if (line.starts_with("Compiled at ")) line = "Compiled at BUILD";
             if (line.starts_with("Copyright ")) line = "HOLDER";
         }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
+#include "support/error_lines.h"
 #include "support/library_words_win.h"
 #include "support/support.h"
 #include "utils/error.h"

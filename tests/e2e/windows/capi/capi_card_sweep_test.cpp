@@ -126,7 +126,7 @@ protected:
     /// @return what fails first, as the table has it; "" when nothing does
     std::string run(bool with_init) {
         const auto failed = [this](const char* operation) {
-            return std::string(operation) + ": " + masked(error());
+            return std::string(operation) + ": " + masked_errors(error());
         };
         if (with_init && scard().init(make_config()) != 0) return failed("init");
         if (scard().read_scard() != 0) return failed("read_scard");

@@ -198,7 +198,7 @@ TEST_F(CardRoadTest, AContainerThatIsGoneWhenItsKeyIsLoadedIsReported) {
     ASSERT_TRUE(discover());
     scard().get_config_used()->set_priv_key_name("gone");
     EXPECT_FALSE(load());
-    EXPECT_EQ(masked(error()),
+    EXPECT_EQ(masked_errors(error()),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
               "error:lib:cryptacquirecontext error:Error code= 0x80090016\n"
               "error:engine routines:failed loading private key:");
@@ -239,7 +239,7 @@ TEST_F(CardRoadTest, AnEngineThatIsNotThereIsReportedAndTheRightOneIsLoadedAfter
     ASSERT_TRUE(discover());
     scard().get_config_used()->set_capi_openssl_engine_dll("nowhere\\capi.dll");
     EXPECT_FALSE(load(signature, "sign"));
-    EXPECT_EQ(masked(error()),
+    EXPECT_EQ(masked_errors(error()),
               "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine(): ENGINE_ctrl_cmd_string(LOAD) "
               "failed: rc=0\n"
               "error:DSO support routines:could not load the shared library:filename(nowhere\\capi.dll)\n"

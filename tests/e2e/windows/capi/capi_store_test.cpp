@@ -131,7 +131,7 @@ TEST_F(MyStoreRoadTest, ACertificateWithoutKeyIsOfferedAndCannotBeLoaded) {
     ASSERT_TRUE(discover());
     EXPECT_EQ(key_names(), Lines{"Paul Plain"});
     EXPECT_FALSE(load(0, "Paul Plain"));
-    EXPECT_EQ(masked(error()),
+    EXPECT_EQ(masked_errors(error()),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
               "error:engine routines:failed loading private key:");
     EXPECT_EQ(key(), nullptr);
@@ -143,7 +143,7 @@ TEST_F(MyStoreRoadTest, AKeyWhoseCardIsMissingCannotBeLoadedUntilTheCardIsThere)
     card.pull_out();
     ASSERT_TRUE(discover()); // certificates are in the store, card or no card
     EXPECT_FALSE(load(0, "AT, Test Makers, Sigrid Signature"));
-    EXPECT_EQ(masked(error()),
+    EXPECT_EQ(masked_errors(error()),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
               "error:lib:cryptacquirecontext error:Error code= 0x8010000C\n"
               "error:engine routines:failed loading private key:");
@@ -167,7 +167,7 @@ TEST_F(MyStoreRoadTest, EachFailureOfTheCardAtALoadIsReportedAndTheNextLoadWorks
         card.fail(call, 0x80100069); // SCARD_W_REMOVED_CARD
         EXPECT_EQ(scard().ossl_load(), 1) << call;
         EXPECT_EQ(
-            masked(error()),
+            masked_errors(error()),
             std::string(
                 "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
                 "error:lib:") +
@@ -185,9 +185,10 @@ TEST_F(MyStoreRoadTest, ACertificateThatNoSubjectNamesIsNotFound) {
     ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
     scard().get_config_used()->set_cert_name("nobody");
     EXPECT_FALSE(load());
-    EXPECT_EQ(masked(error()), "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): "
-                               "error finding certificate with "
-                               "subject name='nobody': rc=0");
+    EXPECT_EQ(masked_errors(error()),
+              "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): "
+              "error finding certificate with "
+              "subject name='nobody': rc=0");
     EXPECT_EQ(key(), nullptr);
 }
 

@@ -2,8 +2,6 @@
 
 #include <openssl/x509.h>
 
-#include <regex>
-
 namespace Kes::test {
 namespace {
 
@@ -66,12 +64,6 @@ std::string RoadTest::subject() const {
     char text[256] = "no certificate";
     if (X509* loaded = certificate()) ::X509_NAME_oneline(::X509_get_subject_name(loaded), text, sizeof text);
     return text;
-}
-
-std::string RoadTest::masked(const std::string& text) {
-    static const std::regex error_line(
-        "[0-9A-F]+:error:[0-9A-F]+:([^:\n]*):[^:\n]*:([^:\n]*):[^:\n]*:[^:\n]*:");
-    return std::regex_replace(text, error_line, "error:$1:$2:");
 }
 
 } // namespace Kes::test

@@ -7,6 +7,7 @@
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
+#include "support/error_lines.h"
 #include "support/signature_check.h"
 #include "support/test_card.h"
 
@@ -38,11 +39,9 @@ protected:
     X509* certificate() const;
     std::string subject() const;
 
-    /// The last error as it is, and with the parts of OpenSSL's error lines left out that change from run to
-    /// run and from version to version.
+    /// The last error as it is, and with masked lines of OpenSSL.
     std::string error() const { return scard().get_last_error_msg(); }
-    std::string masked_error() const { return masked(error()); }
-    static std::string masked(const std::string& text);
+    std::string masked_error() const { return masked_errors(error()); }
 
     /// The log as it stands in the file.
     std::string log() const { return read_file(dir.file("log")); }
