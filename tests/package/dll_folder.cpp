@@ -1,7 +1,6 @@
 #include "dll_folder.h"
 
 #include <array>
-#include <cstdio>
 #include <fstream>
 
 #include "support/child.h"
@@ -12,19 +11,6 @@ namespace Kes::test {
 const std::filesystem::path DllFolder::bin = MARVO_BIN_DIR;
 const std::filesystem::path DllFolder::wrong = MARVO_WRONG_DIR;
 const std::filesystem::path DllFolder::doubles = MARVO_DOUBLES_DIR;
-
-std::string system_cause(unsigned long code) {
-    std::array<char, 512> text{};
-    constexpr DWORD english_us = 1033;
-    ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code, english_us, text.data(), text.size(),
-                     nullptr);
-    std::string sentence = text[0] == '\0' ? "unknown winerror" : text.data();
-    std::erase(sentence, '\r');
-    std::erase(sentence, '\n');
-    std::array<char, 64> numbers{};
-    std::snprintf(numbers.data(), numbers.size(), "val=%lu [0x%lx] (", code, code);
-    return numbers.data() + sentence + ")";
-}
 
 DllFolder::DllFolder() {
     for (const char* name : {MARVO_DLL_NAME, "libcrypto-3-x64.dll", "dll_client.exe"})

@@ -8,11 +8,9 @@
 
 #include "support/error_lines.h"
 #include "support/support.h"
+#include "support/windows_error.h"
 
 namespace Kes::test {
-
-/// The text of a Windows error as errors of ours end with it, from the system itself.
-std::string system_cause(unsigned long code);
 
 /// A folder that holds the DLL, libcrypto and a client, and nothing else. The client is started with another
 /// folder as its current one and with nothing but the system's folder in PATH.

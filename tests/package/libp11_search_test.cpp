@@ -16,7 +16,7 @@ protected:
         return "libp11_library:78 Kes::require_libp11(): libp11.dll not found: looked for it in '" +
                folder.string() +
                "\\', the program's folder, the system's folders, the current folder and PATH: " +
-               system_cause(126);
+               windows_error(126);
     }
 
     Lines log() const {

@@ -47,7 +47,7 @@ TEST_F(PlaceInMemoryTest, ElsewhereAMissingLibp11IsToldToo) {
                 testing::AllOf(StartsWith("init: 1 libp11_library:78 Kes::require_libp11(): libp11.dll not "
                                           "found: looked for it in '" +
                                           folder.string() + "\\', "),
-                               EndsWith(": " + system_cause(126) + "\ndestroy: 0\n")));
+                               EndsWith(": " + windows_error(126) + "\ndestroy: 0\n")));
 }
 
 TEST_F(PlaceInMemoryTest, ElsewhereTheDllReadsACardToo) {

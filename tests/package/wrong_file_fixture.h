@@ -29,11 +29,11 @@ protected:
     }
 
     static std::string not_loaded(const std::string& file, unsigned long code, const std::string& hint = "") {
-        return our_line("error loading '" + file + "'" + hint + ": " + system_cause(code));
+        return our_line("error loading '" + file + "'" + hint + ": " + windows_error(code));
     }
 
     static std::string no_function(const std::string& file, const std::string& function) {
-        return our_line("'" + file + "' has no function " + function + ": " + system_cause(127));
+        return our_line("'" + file + "' has no function " + function + ": " + windows_error(127));
     }
 
     /// What OpenSSL says itself when it cannot load a file.

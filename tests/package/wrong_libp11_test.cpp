@@ -24,7 +24,7 @@ protected:
 
     std::string not_loaded(unsigned long code, const std::string& hint = "") const {
         return "libp11_library:78 Kes::require_libp11(): error loading '" + file.string() + "'" + hint +
-               ": " + system_cause(code);
+               ": " + windows_error(code);
     }
 };
 
@@ -50,8 +50,9 @@ TEST_F(WrongLibp11Test, ADllThatLacksItsOwnDllIsToldFromOneThatIsNotThere) {
 
 TEST_F(WrongLibp11Test, ADllThatLacksAFunctionIsNamedWithTheFunction) {
     put(wrong / "lacking" / "libp11.dll", folder);
-    EXPECT_EQ(run_with_wrong_file(), failures("libp11_library:117 Kes::require_libp11(): '" + file.string() +
-                                              "' has no function PKCS11_is_logged_in: " + system_cause(127)));
+    EXPECT_EQ(run_with_wrong_file(),
+              failures("libp11_library:117 Kes::require_libp11(): '" + file.string() +
+                       "' has no function PKCS11_is_logged_in: " + windows_error(127)));
 }
 
 TEST_F(WrongLibp11Test, AFileInPathIsNamedAsItWasFound) {
@@ -60,7 +61,7 @@ TEST_F(WrongLibp11Test, AFileInPathIsNamedAsItWasFound) {
     path_variable = in_path.string();
     EXPECT_EQ(run_with_wrong_file(),
               failures("libp11_library:78 Kes::require_libp11(): error loading '" +
-                       (in_path / "libp11.dll").string() + "'" + not_64_bits + ": " + system_cause(193)));
+                       (in_path / "libp11.dll").string() + "'" + not_64_bits + ": " + windows_error(193)));
 }
 
 TEST_F(WrongLibp11Test, TheRightFileAfterwardsIsTakenInTheSameProcess) {
@@ -69,7 +70,7 @@ TEST_F(WrongLibp11Test, TheRightFileAfterwardsIsTakenInTheSameProcess) {
         "copy_file=" + (wrong / "whole" / "libp11.dll").string() + "|" + file.string();
     EXPECT_EQ(run({log_setting, "backend=pkcs11", "init", replace, "init", "destroy"}),
               "init: 1 libp11_library:117 Kes::require_libp11(): '" + file.string() +
-                  "' has no function PKCS11_is_logged_in: " + system_cause(127) + "\ninit: 0\ndestroy: 0\n");
+                  "' has no function PKCS11_is_logged_in: " + windows_error(127) + "\ninit: 0\ndestroy: 0\n");
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include "signing.h"
 #include "support.h"
 #include "system_store.h"
+#include "windows_error.h"
 
 namespace Kes::test {
 

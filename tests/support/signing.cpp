@@ -7,12 +7,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <memory>
 
 #include "error_lines.h"
 #include "utils/ossl_ptr.h"
-#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {
@@ -106,23 +104,6 @@ std::string signing_problem(EVP_PKEY* key, X509* certificate) {
         if (!text.empty()) return std::string(digest) + ": " + text;
     }
     return "";
-}
-
-std::string windows_error(unsigned long code) {
-    constexpr DWORD english = 1033;
-    std::string text;
-    for (const DWORD language : {english, DWORD{0}}) {
-        std::array<char, 1024> buffer{};
-        const DWORD length = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code, language,
-                                              buffer.data(), static_cast<DWORD>(buffer.size()), nullptr);
-        text.assign(buffer.data(), length);
-        if (length != 0) break;
-    }
-    text.erase(std::remove_if(text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }),
-               text.end());
-    std::array<char, 64> number{};
-    std::snprintf(number.data(), number.size(), "val=%lu [0x%lx] (", code, code);
-    return number.data() + (text.empty() ? "unknown winerror" : text) + ")";
 }
 
 } // namespace Kes::test

@@ -25,9 +25,6 @@ std::string signing_problem(EVP_PKEY* key, X509* certificate, int padding);
 /// The same for RSA PKCS#1 v1.5 with each SHA-2.
 std::string signing_problem(EVP_PKEY* key, X509* certificate);
 
-/// A Windows error as texts show it, with what the system has to say of it now.
-std::string windows_error(unsigned long code);
-
 } // namespace Kes::test
 
 #endif // KES_TESTS_SUPPORT_SIGNING_H_

@@ -9,5 +9,4 @@ set_target_properties(kes_test_fine kes_test_dependent PROPERTIES LIBRARY_OUTPUT
 target_compile_definitions(kes_unit_utils_tests PRIVATE
     KES_TEST_FINE_DLL="${MARVO_TEST_DRIVE}$<TARGET_FILE:kes_test_fine>"
     KES_TEST_DEPENDENT_DLL="${MARVO_TEST_DRIVE}$<TARGET_FILE:kes_test_dependent>")
-target_link_libraries(kes_unit_utils_tests PRIVATE kes_library_words)
 add_dependencies(kes_unit_utils_tests kes_test_fine kes_test_dependent)

@@ -6,10 +6,11 @@
 #include <openssl/err.h>
 
 #include "support/error_lines.h"
-#include "support/library_words_win.h"
 #include "support/support.h"
+#include "support/windows_error.h"
 #include "utils/error.h"
 #include "utils/load_diagnostics_win.h"
+#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {
@@ -49,14 +50,14 @@ protected:
     }
 
     static std::string not_loaded(const std::string& name, DWORD error, const std::string& hint = "") {
-        return queue_line("error loading '" + name + "'" + hint + ": " + windows_code_text(error));
+        return queue_line("error loading '" + name + "'" + hint + ": " + windows_error(error));
     }
 
     static constexpr const char* no_dll = ": it, or a DLL that it needs, is no DLL for 64 bits";
 
     static std::string has_no(const std::string& function, const std::string& name) {
         return queue_line("'" + name + "' has no function " + function + ": " +
-                          windows_code_text(ERROR_PROC_NOT_FOUND));
+                          windows_error(ERROR_PROC_NOT_FOUND));
     }
 
     /// Why the system does not load it.

@@ -9,6 +9,7 @@
 #include "support/csp_card.h"
 #include "support/error_lines.h"
 #include "support/signing.h"
+#include "support/windows_error.h"
 
 namespace Kes::test {
 
