@@ -1,25 +1,16 @@
 #include "capi_fixture.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <openssl/pem.h>
 #include <regex>
 #include <sstream>
-#include <stdexcept>
 
 #include "base/capi_key_type.h"
+#include "certificates.h"
 
 namespace Kes::test {
 namespace {
 
-std::string cert_path(const std::string& name) { return std::string(KES_TEST_CERTS) + "/" + name; }
-
-EvpPkeyPtr read_key(const std::string& name) {
-    const BioPtr file(::BIO_new_file(cert_path(name).c_str(), "r"));
-    EvpPkeyPtr key(::PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
-    if (!key) throw std::runtime_error("no test key: " + name);
-    return key;
-}
+const std::filesystem::path certificates(KES_TEST_CERTS);
 
 Lines triple(const std::string& display_name, const std::string& rest) {
     Lines lines;
@@ -30,26 +21,15 @@ Lines triple(const std::string& display_name, const std::string& rest) {
 
 } // namespace
 
-Bytes cert_der(const std::string& name) {
-    const std::string text = read_file(cert_path(name + ".der"));
-    if (text.empty()) throw std::runtime_error("no test certificate: " + name);
-    return {text.begin(), text.end()};
-}
+Bytes cert_der(const std::string& name) { return read_bytes(certificates / (name + ".der")); }
 
 Bytes numbered_cert_der(int number) {
-    static const Bytes pattern = cert_der("numbered");
-    const std::string before = "Number 0000";
-    char after[16];
-    std::snprintf(after, sizeof after, "Number %04d", number);
-    Bytes der = pattern;
-    auto at = der.begin();
-    while ((at = std::search(at, der.end(), before.begin(), before.end())) != der.end())
-        at = std::copy_n(after, before.size(), at);
-    return der;
+    static const Bytes original = cert_der("numbered");
+    return with_number(original, number);
 }
 
 const CapiKeys& CapiKeys::instance() {
-    static const CapiKeys keys{read_key("rsa.pem"), read_key("ec.pem")};
+    static const CapiKeys keys{read_pem_key(certificates / "rsa.pem"), read_pem_key(certificates / "ec.pem")};
     return keys;
 }
 

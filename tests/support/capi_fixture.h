@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/pko_id_list.h"
+#include "certificates.h"
 #include "core_fixture.h"
 #include "doubles/capi/scripted_capi.h"
 
@@ -14,7 +15,7 @@ namespace Kes::test {
 /// A certificate that the build made for these tests.
 Bytes cert_der(const std::string& name);
 
-/// One of many that differ: "CN=Number 0042".
+/// One of many that differ in their number.
 Bytes numbered_cert_der(int number);
 
 /// The keys of the containers, read once. The certificates all have the RSA key.

@@ -1,28 +1,15 @@
 #include "core_fixture.h"
 
 #include <iostream>
-#include <openssl/pem.h>
-#include <stdexcept>
 
+#include "certificates.h"
 #include "if/ossl_scard_if_imp.h"
 #include "utils/error.h"
 
 namespace Kes::test {
 namespace {
 
-BioPtr open_data(const std::string& name) {
-    BioPtr file(::BIO_new_file((std::string(KES_TEST_DATA) + "/" + name).c_str(), "r"));
-    if (!file) throw std::runtime_error("no test data: " + name);
-    return file;
-}
-
-X509Ptr read_cert(const std::string& name) {
-    return X509Ptr(::PEM_read_bio_X509(open_data(name).get(), nullptr, nullptr, nullptr));
-}
-
-EvpPkeyPtr read_key(const std::string& name) {
-    return EvpPkeyPtr(::PEM_read_bio_PrivateKey(open_data(name).get(), nullptr, nullptr, nullptr));
-}
+const std::filesystem::path folder(KES_TEST_DATA);
 
 void reset_doubles() {
     ScriptedLibp11::instance().reset();
@@ -33,8 +20,9 @@ void reset_doubles() {
 } // namespace
 
 const TestData& TestData::instance() {
-    static const TestData data{read_cert("client.pem"), read_cert("encipher.pem"), read_cert("bare.pem"),
-                               read_key("key.pem")};
+    static const TestData data{read_pem_certificate(folder / "client.pem"),
+                               read_pem_certificate(folder / "encipher.pem"),
+                               read_pem_certificate(folder / "bare.pem"), read_pem_key(folder / "key.pem")};
     return data;
 }
 

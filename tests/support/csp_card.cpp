@@ -1,10 +1,10 @@
 #include "csp_card.h"
 
-#include <algorithm>
 #include <fstream>
 #include <map>
 #include <sstream>
-#include <stdexcept>
+
+#include "certificates.h"
 
 namespace Kes::test {
 namespace {
@@ -12,12 +12,6 @@ namespace {
 const std::filesystem::path prepared(MARVO_CERTIFICATES);
 
 std::string file_name(unsigned int key_spec, const char* ending) { return std::to_string(key_spec) + ending; }
-
-Bytes read_bytes(const std::filesystem::path& file) {
-    const std::string content = read_file(file.string());
-    if (content.empty()) throw std::runtime_error("nothing in " + file.string());
-    return {content.begin(), content.end()};
-}
 
 } // namespace
 
@@ -35,12 +29,7 @@ Bytes prepared_key(const std::string& container, unsigned int key_spec) {
 
 Bytes numbered_certificate(int number) {
     static const Bytes original = prepared_certificate("number");
-    const std::string before = "Number 0000";
-    std::string after = std::to_string(number);
-    after = "Number " + std::string(4 - after.size(), '0') + after;
-    Bytes der = original;
-    std::copy(after.begin(), after.end(), std::search(der.begin(), der.end(), before.begin(), before.end()));
-    return der;
+    return with_number(original, number);
 }
 
 CspCard::CspCard() { std::filesystem::create_directory(dir_.file("card")); }

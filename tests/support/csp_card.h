@@ -19,7 +19,7 @@ Bytes prepared_certificate(const std::string& name);
 Bytes prepared_certificate(const std::string& container, unsigned int key_spec);
 Bytes prepared_key(const std::string& container, unsigned int key_spec);
 
-/// The certificate "number" with another number in its subject "CN=Number 0000".
+/// The certificate "number" with another number.
 Bytes numbered_certificate(int number);
 
 /// The test card of this process while the object lives; empty at first. csp_call.h tells of failures and

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "certificates.h"
 #include "csp_card.h"
 #include "error_lines.h"
 #include "signing.h"

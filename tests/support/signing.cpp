@@ -20,12 +20,6 @@ using LibraryContextPtr = std::unique_ptr<OSSL_LIB_CTX, FreeWith<&::OSSL_LIB_CTX
 
 const Bytes message{'w', 'h', 'a', 't', ' ', 'i', 's', ' ', 's', 'i', 'g', 'n', 'e', 'd'};
 
-Bytes take(unsigned char* der, int length) {
-    Bytes bytes(der, der + std::max(length, 0));
-    ::OPENSSL_free(der);
-    return bytes;
-}
-
 Bytes sign(EVP_PKEY* key, const char* digest, int padding) {
     const MdPtr context(::EVP_MD_CTX_new());
     EVP_PKEY_CTX* key_context = nullptr;
@@ -75,24 +69,6 @@ std::string problem(EVP_PKEY* key, X509* certificate, const char* digest, int pa
 }
 
 } // namespace
-
-Bytes der_of(X509* certificate) {
-    unsigned char* der = nullptr;
-    const int length = ::i2d_X509(certificate, &der);
-    return take(der, length);
-}
-
-Bytes public_key_der(EVP_PKEY* key) {
-    unsigned char* der = nullptr;
-    const int length = ::i2d_PUBKEY(key, &der);
-    return take(der, length);
-}
-
-Bytes public_key_of(const Bytes& certificate) {
-    const unsigned char* next = certificate.data();
-    const X509Ptr x509(::d2i_X509(nullptr, &next, static_cast<long>(certificate.size())));
-    return public_key_der(::X509_get0_pubkey(x509.get()));
-}
 
 std::string signing_problem(EVP_PKEY* key, X509* certificate, int padding) {
     return problem(key, certificate, "SHA256", padding);

@@ -4,16 +4,7 @@
 #include <openssl/types.h>
 #include <string>
 
-#include "types.h"
-
 namespace Kes::test {
-
-/// The DER encodings: of the certificate, and of a SubjectPublicKeyInfo.
-Bytes der_of(X509* certificate);
-Bytes public_key_der(EVP_PKEY* key);
-
-/// The SubjectPublicKeyInfo of a certificate.
-Bytes public_key_of(const Bytes& certificate);
 
 constexpr int pkcs1 = 1; ///< RSA_PKCS1_PADDING, PKCS#1 v1.5
 constexpr int pss = 6;   ///< RSA_PKCS1_PSS_PADDING

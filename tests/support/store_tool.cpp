@@ -3,22 +3,14 @@
 //   test_card_store add STORE CERTIFICATE CONTAINER KEY_SPEC [BLOB]
 #include <exception>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 
-#include <fstream>
-
+#include "certificates.h"
 #include "system_store.h"
 
 namespace Kes::test {
 namespace {
-
-Bytes read(const std::string& name) {
-    std::ifstream file(name, std::ios::binary);
-    if (!file) throw std::runtime_error("cannot read " + name);
-    return Bytes(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 void run(const std::vector<std::string>& arguments) {
     const std::string command = arguments.empty() ? "" : arguments[0];
@@ -27,10 +19,10 @@ void run(const std::vector<std::string>& arguments) {
     } else if (command == "add" && (arguments.size() == 5 || arguments.size() == 6)) {
         const DWORD key_spec = std::stoul(arguments[4]);
         const bool is_on_card = arguments.size() == 5;
-        if (!is_on_card) import_software_key(arguments[3], key_spec, read(arguments[5]));
+        if (!is_on_card) import_software_key(arguments[3], key_spec, read_bytes(arguments[5]));
         const KeyPlace key =
             is_on_card ? on_card(arguments[3], key_spec) : in_software(arguments[3], key_spec);
-        SystemStore(arguments[1], SystemStore::as_it_is).add(read(arguments[2]), &key);
+        SystemStore(arguments[1], SystemStore::as_it_is).add(read_bytes(arguments[2]), &key);
     } else {
         throw std::runtime_error("wrong arguments");
     }

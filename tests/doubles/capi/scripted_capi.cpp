@@ -4,6 +4,7 @@
 #include <cstring>
 #include <openssl/x509.h>
 
+#include "support/certificates.h"
 #include "utils/error_queue_mark.h"
 #include "utils/ossl_ptr.h"
 
@@ -25,13 +26,7 @@ auto find_in(Map& map, Handle handle, const std::string& caller) {
     return found;
 }
 
-Bytes name_der(const X509_NAME* name) {
-    unsigned char* data = nullptr;
-    const int length = ::i2d_X509_NAME(name, &data);
-    Bytes der(data, data + length);
-    ::OPENSSL_free(data);
-    return der;
-}
+Bytes name_der(const X509_NAME* name) { return der_by(::i2d_X509_NAME, name); }
 
 } // namespace
 

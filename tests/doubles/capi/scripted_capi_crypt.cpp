@@ -3,6 +3,7 @@
 #include <openssl/x509.h>
 
 #include "scripted_capi.h"
+#include "support/certificates.h"
 #include "utils/ossl_ptr.h"
 
 /// Providers, containers and keys.
@@ -138,10 +139,7 @@ Bytes encode(const CERT_PUBLIC_KEY_INFO& info) {
     void* value = type->type == V_ASN1_NULL ? nullptr : ::OBJ_dup(type->value.object);
     ::X509_PUBKEY_set0_param(packed, ::OBJ_txt2obj(info.Algorithm.pszObjId, 1), type->type, value, bits,
                              static_cast<int>(info.PublicKey.cbData));
-    unsigned char* data = nullptr;
-    const int length = ::i2d_X509_PUBKEY(packed, &data);
-    Bytes der(data, data + length);
-    ::OPENSSL_free(data);
+    Bytes der = der_by(::i2d_X509_PUBKEY, packed);
     ::X509_PUBKEY_free(packed);
     ::ASN1_TYPE_free(type);
     return der;

@@ -6,6 +6,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "support/certificates.h"
+
 namespace Kes::test {
 namespace {
 
@@ -37,9 +39,7 @@ SoftToken::SoftToken(const std::string& name) : softhsm_conf_("SOFTHSM2_CONF", d
                                               << "\nobjectstore.backend = file\nlog.level = ERROR\n";
 }
 
-std::string SoftToken::certificate(const std::string& object) const {
-    return read_file(file(object + ".der"));
-}
+Bytes SoftToken::certificate(const std::string& object) const { return read_bytes(file(object + ".der")); }
 
 void SoftToken::remove() const {
     fs::remove_all(dir_.file("tokens"));

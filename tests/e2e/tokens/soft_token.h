@@ -20,7 +20,7 @@ public:
     explicit SoftToken(const std::string& name);
 
     /// The certificate that was made for the object of that name, DER.
-    std::string certificate(const std::string& object) const;
+    Bytes certificate(const std::string& object) const;
 
     /// Takes all tokens away, as if they had never been there.
     void remove() const;

@@ -109,16 +109,6 @@ X509* Client::certificate() const {
     return certificate;
 }
 
-std::string Client::certificate_der() const {
-    X509* handed_out = certificate();
-    if (handed_out == nullptr) return "";
-    unsigned char* der = nullptr;
-    const int length = ::i2d_X509(handed_out, &der);
-    std::string text(der, der + length);
-    ::OPENSSL_free(der);
-    return text;
-}
-
 std::vector<std::string> Client::key_names() const {
     std::vector<std::string> names;
     for (std::size_t i = 0; i < num_keys; ++i)

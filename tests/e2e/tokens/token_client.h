@@ -10,6 +10,7 @@
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 #include "soft_token.h"
+#include "support/certificates.h"
 #include "support/error_lines.h"
 
 namespace Kes::test {
@@ -50,8 +51,8 @@ public:
     EVP_PKEY* key() const;
     X509* certificate() const;
 
-    /// The certificate handed out, DER; "" when there is none.
-    std::string certificate_der() const;
+    /// The certificate handed out, DER; empty when there is none.
+    Bytes certificate_der() const { return der_of(certificate()); }
 
     /// The names of all keys offered, sorted.
     std::vector<std::string> key_names() const;

@@ -14,17 +14,8 @@ protected:
     Bytes der() const { return CapiPubKey(opened.provider(), AT_SIGNATURE).der(); }
 };
 
-/// As OpenSSL itself writes it.
-Bytes public_der(const EvpPkeyPtr& key) {
-    unsigned char* data = nullptr;
-    const int length = ::i2d_PUBKEY(key.get(), &data);
-    Bytes der(data, data + length);
-    ::OPENSSL_free(data);
-    return der;
-}
-
 TEST_F(CapiPubKeyTest, IsTheSubjectPublicKeyInfoOfTheKey) {
-    EXPECT_EQ(der(), public_der(CapiKeys::instance().rsa));
+    EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
     EXPECT_EQ(script().calls(), (Lines{"CryptExportPublicKeyInfoEx(prov:c1, 2, size)",
                                        "CryptExportPublicKeyInfoEx(prov:c1, 2, read)",
                                        "CryptEncodeObjectEx(size)", "CryptEncodeObjectEx(read)"}));
@@ -32,7 +23,7 @@ TEST_F(CapiPubKeyTest, IsTheSubjectPublicKeyInfoOfTheKey) {
 
 TEST_F(CapiPubKeyTest, AKeyWithParametersKeepsThem) {
     container(0).keys[AT_SIGNATURE].public_key = CapiKeys::instance().ec.get();
-    EXPECT_EQ(der(), public_der(CapiKeys::instance().ec));
+    EXPECT_EQ(der(), public_key_der(CapiKeys::instance().ec.get()));
 }
 
 TEST_F(CapiPubKeyTest, EachFailingCallHasItsTextAndIsTheLast) {
@@ -67,7 +58,7 @@ TEST_F(CapiPubKeyTest, SizesThatGrewUntilTheReadAreErrors) {
 TEST_F(CapiPubKeyTest, SizesThatShrankUntilTheReadAreTakenAsTheyAre) {
     capi().odd_answers = {{"CryptExportPublicKeyInfoEx", {.size = 5000}},
                           {"CryptEncodeObjectEx", {.size = 5000}}};
-    EXPECT_EQ(der(), public_der(CapiKeys::instance().rsa));
+    EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
 }
 
 TEST_F(CapiPubKeyTest, AnEncodingWithoutLengthIsEmpty) {
@@ -77,7 +68,7 @@ TEST_F(CapiPubKeyTest, AnEncodingWithoutLengthIsEmpty) {
 
 TEST_F(CapiPubKeyTest, AnEncodingThatClaimsMoreThanTheBufferHoldsCountsWithTheBuffer) {
     capi().odd_answers = {{"CryptEncodeObjectEx", {.said = 4000000000U}}};
-    EXPECT_EQ(der(), public_der(CapiKeys::instance().rsa));
+    EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
 }
 
 TEST_F(CapiPubKeyTest, AContainerWithoutThatKeyIsAnError) {

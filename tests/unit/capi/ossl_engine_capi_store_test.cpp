@@ -128,10 +128,7 @@ TEST_F(CapiStoreOsslEngineTest, TheCertificateIsACopyOfTheFirstInTheStoreThatHas
     const auto loaded = load();
     script().take_calls();
     const X509Ptr cert = loaded->read_certificate("test makers");
-    unsigned char* der = nullptr;
-    const int length = ::i2d_X509(cert.get(), &der);
-    EXPECT_EQ(Bytes(der, der + length), cert_der("sign"));
-    ::OPENSSL_free(der);
+    EXPECT_EQ(der_of(cert.get()), cert_der("sign"));
     EXPECT_EQ(script().calls(),
               (Lines{"CertOpenStore(MY)", "CertFindCertificateInStore(store:MY, test makers)",
                      "CertFreeCertificateContext(cert:MY/0)", "CertCloseStore(store:MY)"}));

@@ -2,20 +2,14 @@
 #define KES_TESTS_UNIT_UTILS_UNIT_CERTS_H_
 
 #include <regex>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "support/support.h"
+#include "support/certificates.h"
 
 namespace Kes::test {
 
 /// A certificate that tests/data/make-certificates made.
-inline std::vector<unsigned char> unit_cert(const std::string& name) {
-    const std::string bytes = read_file(KES_TEST_CERTS "/" + name + ".der");
-    if (bytes.empty()) throw std::runtime_error("no test certificate " + name);
-    return {bytes.begin(), bytes.end()};
-}
+inline Bytes unit_cert(const std::string& name) { return read_bytes(KES_TEST_CERTS "/" + name + ".der"); }
 
 /// An error text with "<queue>" instead of the lines that OpenSSL wrote: their wording changes with its
 /// version.

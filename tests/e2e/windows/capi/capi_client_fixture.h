@@ -6,6 +6,7 @@
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
+#include "support/certificates.h"
 #include "support/csp_card.h"
 #include "support/error_lines.h"
 #include "support/signing.h"
