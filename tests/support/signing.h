@@ -1,19 +1,30 @@
 #ifndef KES_TESTS_SUPPORT_SIGNING_H_
 #define KES_TESTS_SUPPORT_SIGNING_H_
 
-#include <openssl/types.h>
+#include <openssl/rsa.h>
 #include <string>
+#include <vector>
 
 namespace Kes::test {
 
-constexpr int pkcs1 = 1; ///< RSA_PKCS1_PADDING, PKCS#1 v1.5
-constexpr int pss = 6;   ///< RSA_PKCS1_PSS_PADDING
+struct SigningMethod {
+    const char* digest;
+    int padding; ///< 0 where the key type has none
+};
+using SigningMethods = std::vector<SigningMethod>;
 
-/// What OpenSSL has to say when the key signs with SHA-256 and that padding; "" when it signs and the
-/// signature is right, as the certificate's public key judges it in a library context that no engine reaches.
-std::string signing_problem(EVP_PKEY* key, X509* certificate, int padding);
+inline const SigningMethods pkcs1{{"SHA256", RSA_PKCS1_PADDING}};
+inline const SigningMethods pss{{"SHA256", RSA_PKCS1_PSS_PADDING}};
+inline const SigningMethods pkcs1_with_any_sha2{
+    {"SHA256", RSA_PKCS1_PADDING}, {"SHA384", RSA_PKCS1_PADDING}, {"SHA512", RSA_PKCS1_PADDING}};
 
-/// The same for RSA PKCS#1 v1.5 with each SHA-2.
+/// Signs with the key by each method, and lets OpenSSL's own code judge the signatures, with nothing but the
+/// certificate's public key and in a library context that no engine reaches.
+/// @return "" when all is well, or what failed. The reason for "cannot sign: SHA256, padding 1" is on the
+/// error queue
+std::string signing_problem(EVP_PKEY* key, X509* certificate, const SigningMethods& methods);
+
+/// The same by every method that the key's type has.
 std::string signing_problem(EVP_PKEY* key, X509* certificate);
 
 } // namespace Kes::test

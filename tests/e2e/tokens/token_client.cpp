@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
-#include <openssl/rsa.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #ifdef __SANITIZE_ADDRESS__
@@ -11,65 +9,6 @@
 #endif
 
 namespace Kes::test {
-namespace {
-
-struct Method {
-    const char* digest;
-    int padding; // 0 where the key type has none
-};
-
-std::vector<Method> methods_of(EVP_PKEY* key) {
-    if (::EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA)
-        return {
-            {"SHA256", RSA_PKCS1_PADDING}, {"SHA384", RSA_PKCS1_PADDING}, {"SHA256", RSA_PKCS1_PSS_PADDING}};
-    return {{"SHA256", 0}, {"SHA384", 0}};
-}
-
-using MdPtr = std::unique_ptr<EVP_MD_CTX, decltype(&::EVP_MD_CTX_free)>;
-
-bool set_padding(EVP_PKEY_CTX* context, int padding) {
-    if (padding == 0) return true;
-    if (::EVP_PKEY_CTX_set_rsa_padding(context, padding) != 1) return false;
-    return padding != RSA_PKCS1_PSS_PADDING ||
-           ::EVP_PKEY_CTX_set_rsa_pss_saltlen(context, RSA_PSS_SALTLEN_DIGEST) == 1;
-}
-
-constexpr unsigned char message[] = "what is to be signed";
-
-std::vector<unsigned char> sign(EVP_PKEY* key, const Method& method) {
-    const MdPtr context(::EVP_MD_CTX_new(), ::EVP_MD_CTX_free);
-    EVP_PKEY_CTX* key_context = nullptr;
-    const EVP_MD* digest = ::EVP_get_digestbyname(method.digest);
-    std::vector<unsigned char> signature(static_cast<std::size_t>(::EVP_PKEY_get_size(key)));
-    std::size_t size = signature.size();
-    if (::EVP_DigestSignInit(context.get(), &key_context, digest, nullptr, key) != 1 ||
-        !set_padding(key_context, method.padding) ||
-        ::EVP_DigestSign(context.get(), signature.data(), &size, message, sizeof message) != 1)
-        return {};
-    signature.resize(size);
-    return signature;
-}
-
-/// In a library context of its own, which no engine reaches.
-bool is_right(X509* certificate, const Method& method, const std::vector<unsigned char>& signature) {
-    const std::unique_ptr<OSSL_LIB_CTX, decltype(&::OSSL_LIB_CTX_free)> own(::OSSL_LIB_CTX_new(),
-                                                                            ::OSSL_LIB_CTX_free);
-    unsigned char* der = nullptr;
-    const int length = ::i2d_X509_PUBKEY(::X509_get_X509_PUBKEY(certificate), &der);
-    const unsigned char* next = der;
-    const std::unique_ptr<EVP_PKEY, decltype(&::EVP_PKEY_free)> key(
-        ::d2i_PUBKEY_ex(nullptr, &next, length, own.get(), nullptr), ::EVP_PKEY_free);
-    ::OPENSSL_free(der);
-    const MdPtr context(::EVP_MD_CTX_new(), ::EVP_MD_CTX_free);
-    EVP_PKEY_CTX* key_context = nullptr;
-    return ::EVP_DigestVerifyInit_ex(context.get(), &key_context, method.digest, own.get(), nullptr,
-                                     key.get(), nullptr) == 1 &&
-           set_padding(key_context, method.padding) &&
-           ::EVP_DigestVerify(context.get(), signature.data(), signature.size(), message, sizeof message) ==
-               1;
-}
-
-} // namespace
 
 Client::Client() : scard(get_ossl_scard_if()), cfg(scard->get_config_default()), logfile(dir_.file("log")) {
     cfg->set_crypto_if(OsslScardCfg::pkcs11);
@@ -136,20 +75,6 @@ KnownLeak::~KnownLeak() { ::__lsan_enable(); }
 KnownLeak::KnownLeak() = default;
 KnownLeak::~KnownLeak() = default;
 #endif
-
-std::string signing_problem(EVP_PKEY* key, X509* certificate) {
-    if (key == nullptr) return "no key";
-    if (certificate == nullptr) return "no certificate";
-    for (const Method& method : methods_of(key)) {
-        const std::string name = std::string(method.digest) + ", padding " + std::to_string(method.padding);
-        auto signature = sign(key, method);
-        if (signature.empty()) return "cannot sign: " + name;
-        if (!is_right(certificate, method, signature)) return "wrong signature: " + name;
-        signature.back() ^= 1U;
-        if (is_right(certificate, method, signature)) return "a changed signature passes: " + name;
-    }
-    return "";
-}
 
 int status_of_child(const std::function<int()>& function) {
     const TempDir dir; // for what the child leaves behind when it ends in the middle

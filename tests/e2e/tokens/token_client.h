@@ -12,6 +12,7 @@
 #include "soft_token.h"
 #include "support/certificates.h"
 #include "support/error_lines.h"
+#include "support/signing.h"
 
 namespace Kes::test {
 
@@ -84,10 +85,6 @@ public:
     KnownLeak(const KnownLeak&) = delete;
     KnownLeak& operator=(const KnownLeak&) = delete;
 };
-
-/// Signs with the key that was handed out in every way that its type has and lets OpenSSL's own code, with
-/// nothing but the certificate's public key, judge the signatures. "" when all is well, or what failed.
-std::string signing_problem(EVP_PKEY* key, X509* certificate);
 
 /// Runs the function in a child process, which then ends as a program does at the end of main(). Gives the
 /// child's exit status: what the function returns, when all goes well. A child that a signal ended gives 1000

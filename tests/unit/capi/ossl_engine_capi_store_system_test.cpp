@@ -30,7 +30,8 @@ protected:
 TEST_F(CapiStoreOsslEngineTest, ReadsTheCertificateAndTheKeysThatBelongToIt) {
     const X509Ptr certificate = engine->read_certificate("Berta");
     EXPECT_EQ(der_of(certificate.get()), prepared_certificate("both", signature));
-    EXPECT_EQ(signing_problem(engine->read_private_key("Berta").get(), certificate.get()), "");
+    EXPECT_EQ(
+        signing_problem(engine->read_private_key("Berta").get(), certificate.get(), pkcs1_with_any_sha2), "");
     EXPECT_EQ(public_key_der(engine->read_public_key("Berta").get()),
               public_key_der(::X509_get0_pubkey(certificate.get())));
 }
@@ -38,7 +39,8 @@ TEST_F(CapiStoreOsslEngineTest, ReadsTheCertificateAndTheKeysThatBelongToIt) {
 TEST_F(CapiStoreOsslEngineTest, AKeyTypeChangesNothing) {
     engine->set_key_type(key_exchange);
     const X509Ptr certificate = engine->read_certificate("Berta");
-    EXPECT_EQ(signing_problem(engine->read_private_key("Berta").get(), certificate.get()), "");
+    EXPECT_EQ(
+        signing_problem(engine->read_private_key("Berta").get(), certificate.get(), pkcs1_with_any_sha2), "");
 }
 
 TEST_F(CapiStoreOsslEngineTest, ANameThatNoSubjectContainsIsNotFound) {
@@ -67,7 +69,9 @@ TEST_F(CapiStoreOsslEngineTest, OfEqualSubjectsTheFirstOfTheStoreIsRead) {
         const auto store = WinCertStore::open(system_store.name());
         const X509Ptr certificate = engine->read_certificate("Twin");
         EXPECT_EQ(der_of(certificate.get()), store->first()->get_der_data()); // all have that text
-        EXPECT_EQ(signing_problem(engine->read_private_key("Twin").get(), certificate.get()), "");
+        EXPECT_EQ(
+            signing_problem(engine->read_private_key("Twin").get(), certificate.get(), pkcs1_with_any_sha2),
+            "");
     } while (std::next_permutation(twins.begin(), twins.end()));
 }
 
@@ -84,10 +88,13 @@ TEST_F(CapiStoreOsslEngineTest, TheFirstOfTheStoreWhoseSubjectContainsTheNameIsR
     ASSERT_NE(wanted, nullptr);
     const X509Ptr certificate = engine->read_certificate("Twin");
     EXPECT_EQ(der_of(certificate.get()), wanted->get_der_data());
-    EXPECT_EQ(signing_problem(engine->read_private_key("Twin").get(), certificate.get()), "");
+    EXPECT_EQ(signing_problem(engine->read_private_key("Twin").get(), certificate.get(), pkcs1_with_any_sha2),
+              "");
     const X509Ptr other = engine->read_certificate("Twin, the Other");
     EXPECT_EQ(der_of(other.get()), prepared_certificate("other_twin", signature));
-    EXPECT_EQ(signing_problem(engine->read_private_key("Twin, the Other").get(), other.get()), "");
+    EXPECT_EQ(
+        signing_problem(engine->read_private_key("Twin, the Other").get(), other.get(), pkcs1_with_any_sha2),
+        "");
 }
 
 TEST_F(CapiStoreOsslEngineTest, AStoreThatIsGoneIsReported) {

@@ -134,8 +134,7 @@ protected:
         if (scard().set_key(std::size_t{0}) != 0) return failed("set_key");
         if (scard().notify_config_done() != 0) return failed("notify_config_done");
         if (scard().ossl_load() != 0) return failed("ossl_load");
-        const std::string problem = signing_problem(key(), certificate(), pkcs1);
-        if (!problem.empty()) return "signature: " + problem;
+        if (!signing_problem(key(), certificate(), pkcs1).empty()) return "signature: " + queued_errors();
         return scard().ossl_unload() == 0 ? "" : failed("ossl_unload");
     }
 };

@@ -22,7 +22,7 @@ protected:
         X509* certificate = nullptr;
         scard.ossl_get_private_key(&key);
         scard.ossl_get_certificate(&certificate);
-        return signing_problem(key, certificate);
+        return signing_problem(key, certificate, pkcs1_with_any_sha2);
     }
 
     OsslScardIf& scard = *get_ossl_scard_if();

@@ -10,7 +10,7 @@
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
-#include "support/signature_check.h"
+#include "support/signing.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 #include "support/error_lines.h"
-#include "support/signature_check.h"
+#include "support/signing.h"
 #include "support/test_card.h"
 
 namespace Kes::test {
