@@ -66,9 +66,8 @@ std::string DllFolder::run_to_end(const std::filesystem::path& program, const st
 
 Lines DllFolder::logged_errors() const {
     Lines errors;
-    for (const std::string& line : split_lines(read_text(dir.file("log"))))
-        if (const std::string text = without_header(line); text.starts_with("<error> "))
-            errors.push_back(text);
+    for (const std::string& line : log_lines(dir.file("log")))
+        if (line.starts_with("<error> ")) errors.push_back(line);
     return errors;
 }
 

@@ -1,5 +1,6 @@
 // The DLL with libcrypto in a folder that held nothing before.
 #include "dll_folder.h"
+#include "support/expected_log.h"
 
 namespace Kes::test {
 namespace {
@@ -7,28 +8,10 @@ namespace {
 class EmptyFolderTest : public DllFolder {};
 
 TEST_F(EmptyFolderTest, TheDllNeedsNothingButLibcrypto) {
-    const std::string defaults = R"(configuration settings:
-  crypto_if=capi
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=SIGNATURE
-  pkcs11_openssl_engine_dll=.\pkcs11.dll
-  pkcs11_module_dll=itp11.dll
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=
-  cert_name=
-  kuse_filter_type=all
-  kuse_filter=none
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=)" + dir.file("log") + R"(
-  logfile_severity=info|warn|error|fatal
-  logfile_append=false
-
-)";
+    const std::string defaults = dumped_settings(
+        {.crypto_if = "capi", .logfile = dir.file("log"), .severity = "info|warn|error|fatal"});
     EXPECT_EQ(run({log_setting, "version_check", "init", "settings", "destroy"}),
-              "version_check: 0\ninit: 0\n" + defaults + "settings: 0\ndestroy: 0\n");
+              "version_check: 0\ninit: 0\n" + defaults + "\nsettings: 0\ndestroy: 0\n");
     EXPECT_EQ(logged_errors(), Lines());
 }
 

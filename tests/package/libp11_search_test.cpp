@@ -19,12 +19,7 @@ protected:
                windows_error(126);
     }
 
-    Lines log() const {
-        Lines lines;
-        for (const std::string& line : split_lines(read_text(dir.file("log"))))
-            lines.push_back(without_header(line));
-        return lines;
-    }
+    Lines log() const { return log_lines(dir.file("log")); }
 
     static std::string loaded_from(const std::filesystem::path& place) {
         return "<info> ctx: manufacturer=" + (place / "libp11.dll").string() + ", description=a module";

@@ -52,6 +52,27 @@ std::string without_header(const std::string& line) {
     return std::regex_replace(line, header, "$1 ");
 }
 
+Lines log_lines(const std::string& file) {
+    Lines lines = split_lines(read_text(file));
+    for (std::string& line : lines)
+        line = without_header(line);
+    return lines;
+}
+
+std::string without_build(const std::string& line) {
+    static const std::regex date("^Compiled at .*");
+    static const std::regex time(R"(restart logger at \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )");
+    return std::regex_replace(std::regex_replace(line, date, "Compiled at BUILD"), time,
+                              "restart logger at TIME ");
+}
+
+std::string as_text(const Lines& lines) {
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + '\n';
+    return text;
+}
+
 LogCapture::LogCapture(std::uint32_t severity_mask) {
     Logger::instance().set_severity_mask(severity_mask);
     Logger::instance().register_sink(dir_.file("log"), false);
@@ -61,11 +82,6 @@ LogCapture::~LogCapture() { Logger::destroy_instance(); }
 
 std::string LogCapture::text() const { return read_text(dir_.file("log")); }
 
-Lines LogCapture::lines() const {
-    auto lines = split_lines(text());
-    for (std::string& line : lines)
-        line = without_header(line);
-    return lines;
-}
+Lines LogCapture::lines() const { return log_lines(dir_.file("log")); }
 
 } // namespace Kes::test

@@ -54,6 +54,16 @@ Lines split_lines(const std::string& text);
 /// "<info> text". Other lines come back as they are.
 std::string without_header(const std::string& line);
 
+/// The lines of a log file, as without_header() gives them.
+Lines log_lines(const std::string& file);
+
+/// A log line without what differs from build to build and from run to run in the manager's first lines and
+/// in the banner of a log that is appended to: "BUILD" and "TIME".
+std::string without_build(const std::string& line);
+
+/// The lines as one text, of which GoogleTest shows the differing lines alone.
+std::string as_text(const Lines& lines);
+
 /// Collects what the log writes while the object lives, every severity unless told otherwise.
 class LogCapture {
 public:

@@ -56,12 +56,7 @@ std::vector<std::string> Client::key_names() const {
     return names;
 }
 
-std::vector<std::string> Client::log_lines() const {
-    auto lines = split_lines(log_text());
-    for (std::string& line : lines)
-        line = without_header(line);
-    return lines;
-}
+Lines Client::log_lines() const { return test::log_lines(logfile); }
 
 bool Client::has_logged(const std::string& line) const {
     const auto lines = log_lines();

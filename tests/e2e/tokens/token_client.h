@@ -59,7 +59,7 @@ public:
     std::vector<std::string> key_names() const;
 
     /// Each line of the log without its header.
-    std::vector<std::string> log_lines() const;
+    Lines log_lines() const;
     std::string log_text() const { return read_file(logfile); }
 
     /// Whether a line of the log, header aside, is that text.

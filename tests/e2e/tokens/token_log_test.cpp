@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <regex>
 
+#include "support/expected_log.h"
 #include "token_client.h"
 
 namespace Kes::test {
@@ -10,18 +11,10 @@ namespace {
 /// A log line without what differs from run to run: time, thread, build, and what SoftHSM made up for the
 /// token.
 std::string masked_line(const std::string& line) {
-    static const std::pair<std::regex, const char*> masks[] = {
-        {std::regex("^Compiled at .*"), "Compiled at BUILD"},
-        {std::regex("SoftHSM slot ID 0x[0-9a-f]+"), "SoftHSM slot ID SLOT"},
-        {std::regex("(serialnr:      )[0-9a-f]{16}$"), "$1SERIAL"},
-        {std::regex("restart logger at \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} "),
-         "restart logger at TIME "},
-        {std::regex("^[0-9A-F]+:error:[0-9A-F]+:([^:]*):[^:]*:([^:]*):[^:]*:[^:]*:$"), "error:$1:$2:"},
-    };
-    std::string text = without_header(line);
-    for (const auto& [mask, replacement] : masks)
-        text = std::regex_replace(text, mask, replacement);
-    return text;
+    static const std::regex slot("SoftHSM slot ID 0x[0-9a-f]+");
+    static const std::regex serial("(serialnr:      )[0-9a-f]{16}$");
+    const std::string text = masked_errors(without_build(without_header(line)));
+    return std::regex_replace(std::regex_replace(text, slot, "SoftHSM slot ID SLOT"), serial, "$1SERIAL");
 }
 
 /// The log as one text, with the names of this run's files replaced.
@@ -37,60 +30,22 @@ std::string masked_log(const std::string& log, const std::string& logfile) {
     return text;
 }
 
-const std::string start = R"(<info> using OpenSSL smart card interface version 4
-<info> ossl_scard 4.3.0
-Compiled at BUILD
-Copyright (c) 2026 the maintainers of libmarvo
-<info> OpenSSL smart card manager started.
-<info> called: Kes::OsslScardIfImp::get_config_default()
-)";
+const std::string start = manager_started + "<info> called: Kes::OsslScardIfImp::get_config_default()\n";
 
 const std::string init_before_settings = R"(<info> called: Kes::OsslScardIfImp::init()
 <info> ctx: manufacturer=SoftHSM, description=Implementation of PKCS11
 <info> libp11 initialized
 )";
 
-/// The dump after init() with the log settings given.
-std::string settings_after_init(const std::string& severity, const std::string& append) {
-    return R"(<info> OpenSSL smart card manager settings:
-configuration settings:
-  crypto_if=pkcs11
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=SIGNATURE
-  pkcs11_openssl_engine_dll=ENGINE
-  pkcs11_module_dll=MODULE
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=
-  cert_name=
-  kuse_filter_type=all
-  kuse_filter=none
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=LOGFILE
-  logfile_severity=)" +
-           severity + "\n  logfile_append=" + append + R"(
-additional settings:
-  cfg_state=initialized
-  is_pin_required=false
-  pin specified=false
-  need_ossl_reload=false
-<info> init done.
-)";
+std::string settings_after_init(const ShownSettings& shown) {
+    return logged_settings(shown) + "<info> init done.\n";
 }
 
-const std::string read_scard = R"(<info> called: Kes::OsslScardIfImp::read_scard()
-<info> slot: manufacturer=SoftHSM project, description=SoftHSM slot ID SLOT
-<info> token:
-<info>   label:         Test Token
-<info>   manufacturer:  SoftHSM project
-<info>   model:         SoftHSM v2
-<info>   serialnr:      SERIAL
-<info>   loginRequired: 1
-<info>   secureLogin:   0
-<info> libp11 read smart card
-)";
+const ShownSettings initialized{.pkcs11_engine = "ENGINE", .pkcs11_module = "MODULE"};
+
+const std::string read_scard =
+    logged_reading({"manufacturer=SoftHSM project, description=SoftHSM slot ID SLOT", "Test Token",
+                    "SoftHSM project", "SoftHSM v2", "SERIAL"});
 
 const std::string discover_before_login = R"(<info> called: Kes::OsslScardIfImp::is_pin_required()
 <info> called: Kes::OsslScardIfImp::set_pin()
@@ -102,65 +57,33 @@ const std::string discover_before_login = R"(<info> called: Kes::OsslScardIfImp:
 <info> pin required - need login
 )";
 
-const std::string scan = R"(<info> logged-in successfully
-<info> handling Test Token: login [type=certificate, key_type=0, name=pkcs11:token=Test Token;id=%01;type=cert, cluster_name=%01]
-<info> handling Test Token: login [type=private_key, key_type=0, name=pkcs11:token=Test Token;id=%01;type=private, cluster_name=%01]
-<info>   corresponding cert:
-Test Token: login [type=certificate, key_type=0, name=pkcs11:token=Test Token;id=%01;type=cert, cluster_name=%01]
-<info> key usage:
-  _kuse_mask="digital_signature" (0x80)
-  _xkuse_mask="ssl_client" (0x2)
-  _xkuse_nid_list="1.3.6.1.5.5.7.3.2"
-<info> key usage check returned: 1
-<info> extended key usage check returned: 1
-<info> handling Test Token: login [type=public_key, key_type=0, name=pkcs11:token=Test Token;id=%01;type=public, cluster_name=%01]
-<info> finished scanning of PKCS#11 objects
-<info> Test Token: login [type=certificate, key_type=0, name=pkcs11:token=Test Token;id=%01;type=cert, cluster_name=%01]
-Test Token: login [type=private_key, key_type=0, name=pkcs11:token=Test Token;id=%01;type=private, cluster_name=%01]
-Test Token: login [type=public_key, key_type=0, name=pkcs11:token=Test Token;id=%01;type=public, cluster_name=%01]
-)";
+const std::string scan = logged_scan("Test Token", "login", "%01",
+                                     {"digital_signature", "0x80", "ssl_client", "0x2", "1.3.6.1.5.5.7.3.2"});
+
+constexpr const char* private_uri = "pkcs11:token=Test Token;id=%01;type=private";
+constexpr const char* cert_uri = "pkcs11:token=Test Token;id=%01;type=cert";
+
+const ShownSettings configured{.capi_key_type = "unknown [val=0]",
+                               .pkcs11_engine = "ENGINE",
+                               .pkcs11_module = "MODULE",
+                               .priv_key_name = private_uri,
+                               .cert_name = cert_uri,
+                               .state = "configured",
+                               .pin = "true",
+                               .reload = "true"};
 
 const std::string choose = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
-<info> setting key type: 0
-<info> setting private key name: pkcs11:token=Test Token;id=%01;type=private
-<info> setting certificate name: pkcs11:token=Test Token;id=%01;type=cert
-<info> called: Kes::OsslScardIfImp::notify_config_done()
-<info> OpenSSL smart card manager settings:
-configuration settings:
-  crypto_if=pkcs11
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=unknown [val=0]
-  pkcs11_openssl_engine_dll=ENGINE
-  pkcs11_module_dll=MODULE
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=pkcs11:token=Test Token;id=%01;type=private
-  cert_name=pkcs11:token=Test Token;id=%01;type=cert
-  kuse_filter_type=all
-  kuse_filter=none
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=LOGFILE
-  logfile_severity=trace|debug|info|warn|error|fatal
-  logfile_append=false
-additional settings:
-  cfg_state=configured
-  is_pin_required=true
-  pin specified=true
-  need_ossl_reload=true
-<info> configuration done.
-)";
+)" + logged_selection("0", private_uri, cert_uri) +
+                           "<info> called: Kes::OsslScardIfImp::notify_config_done()\n" +
+                           logged_settings(configured) + "<info> configuration done.\n";
 
 const std::string load_and_unload = R"(<info> called: Kes::OsslScardIfImp::ossl_load()
 <info> loaded engine: id=pkcs11
 <info> read private key: pkcs11:token=Test Token;id=%01;type=private
 <info> read certificate: pkcs11:token=Test Token;id=%01;type=cert
-<info> certificate info:
-<info>   subject: O=Test, CN=Login Key
-<info>   issuer:  O=Throw-away, CN=Soft token CA
-<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
+)" + logged_certificate("O=Test, CN=Login Key", "O=Throw-away, CN=Soft token CA") +
+                                    R"(<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
 <info> called: Kes::OsslScardIfImp::ossl_get_certificate()
 <info> called: Kes::OsslScardIfImp::ossl_unload()
 <info> freed certificate
@@ -192,11 +115,8 @@ TEST(LogTest, ATypicalRunIsWrittenLineByLine) {
     client->ossl_unload();
     client.end();
     EXPECT_EQ(masked_log(client.log_text(), client.logfile),
-              start +
-                  "<info> called: Kes::OsslScardIfImp::version_check()\n"
-                  "<info> interface version check successful: specified=4, expected=4\n" +
-                  init_before_settings + settings_after_init("trace|debug|info|warn|error|fatal", "false") +
-                  read_scard + discover_before_login + scan + choose + load_and_unload + called_destroy +
+              start + version_checked + init_before_settings + settings_after_init(initialized) + read_scard +
+                  discover_before_login + scan + choose + load_and_unload + called_destroy +
                   "<info> unloading engine: id=pkcs11\n" + stop + last_traces);
 }
 
@@ -207,8 +127,7 @@ TEST(LogTest, ARunWithAFailingLoginTellsTheReason) {
     EXPECT_EQ(client.masked_error().substr(0, 14), "libp11_helper:");
     client.end();
     EXPECT_EQ(masked_log(client.log_text(), client.logfile),
-              start + init_before_settings +
-                  settings_after_init("trace|debug|info|warn|error|fatal", "false") + read_scard +
+              start + init_before_settings + settings_after_init(initialized) + read_scard +
                   discover_before_login +
                   "<error> libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
                   "error:PKCS#11 module:PIN incorrect:\n"
@@ -228,8 +147,10 @@ int short_run(const std::string& logfile, bool append) {
 }
 
 std::string short_log(const std::string& append) {
-    return start + init_before_settings + settings_after_init("info|warn|error|fatal", append) + read_scard +
-           called_destroy + stop;
+    ShownSettings shown = initialized;
+    shown.severity = "info|warn|error|fatal";
+    shown.append = append;
+    return start + init_before_settings + settings_after_init(shown) + read_scard + called_destroy + stop;
 }
 
 TEST(LogTest, AnAppendingRunOfAnotherProcessStartsWithABanner) {

@@ -1,58 +1,27 @@
 #include "support/capi_fixture.h"
+#include "support/expected_log.h"
 
 namespace Kes::test {
 namespace {
 
-struct Shown {
-    const char* crypto_if;
-    const char* key_type;
-    const char* key_name;
-    const char* state;
-    const char* reload;
-};
+ShownSettings settings(const char* crypto_if) {
+    return {.crypto_if = crypto_if, .capi_engine = "./capi.so", .capi_csp = "Test CSP"};
+}
 
-std::string settings(const Shown& shown) {
-    return std::string("<info> OpenSSL smart card manager settings:\nconfiguration settings:\n  crypto_if=") +
-           shown.crypto_if + R"(
-  capi_openssl_engine_dll=./capi.so
-  capi_csp_name=Test CSP
-  capi_key_type=)" +
-           shown.key_type + R"(
-  pkcs11_openssl_engine_dll=.\pkcs11.dll
-  pkcs11_module_dll=itp11.dll
-  capi_store_openssl_engine_dll=./capi.so
-  capi_store_cert_store_name=MY
-  priv_key_name=)" +
-           shown.key_name + R"(
-  cert_name=)" +
-           shown.key_name + R"(
-  kuse_filter_type=all
-  kuse_filter=none
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=LOGFILE
-  logfile_severity=trace|debug|info|warn|error|fatal
-  logfile_append=false
-additional settings:
-  cfg_state=)" +
-           shown.state + R"(
-  is_pin_required=false
-  pin specified=false
-  need_ossl_reload=)" +
-           shown.reload + "\n";
+std::string configured(const char* crypto_if, const char* key_type, const char* key_name) {
+    ShownSettings shown = settings(crypto_if);
+    shown.capi_key_type = key_type;
+    shown.priv_key_name = shown.cert_name = key_name;
+    shown.state = "configured";
+    shown.reload = "true";
+    return logged_settings(shown);
 }
 
 std::string start(const char* crypto_if) {
-    return R"(<info> using OpenSSL smart card interface version 4
-<info> ossl_scard 4.3.0
-Compiled at BUILD
-HOLDER
-<info> OpenSSL smart card manager started.
-<info> called: Kes::OsslScardIfImp::version_check()
-<info> interface version check successful: specified=4, expected=4
-<info> called: Kes::OsslScardIfImp::get_config_default()
+    return manager_started + version_checked +
+           R"(<info> called: Kes::OsslScardIfImp::get_config_default()
 <info> called: Kes::OsslScardIfImp::init()
-)" + settings({crypto_if, "SIGNATURE", "", "initialized", "false"}) +
+)" + logged_settings(settings(crypto_if)) +
            "<info> init done.\n";
 }
 
@@ -62,18 +31,9 @@ const std::string key_reader = "<trace> created CapiKeyParamReader object\n"
                                "<trace> destroyed CapiKeyParamReader object\n";
 const std::string decoded = "<trace> created OsslCert [x509=ADDRESS]\n"
                             "<trace> destroyed OsslCert [x509=ADDRESS]\n";
-const std::string checked = "<info> key usage check returned: 1\n"
-                            "<info> extended key usage check returned: 1\n";
-const std::string for_signatures = R"(<info> key usage:
-  _kuse_mask="digital_signature" (0x80)
-  _xkuse_mask="ssl_client" (0x2)
-  _xkuse_nid_list="1.3.6.1.5.5.7.3.2"
-)";
-const std::string for_exchange = R"(<info> key usage:
-  _kuse_mask="key_encipherment" (0x20)
-  _xkuse_mask="none" (0x0)
-  _xkuse_nid_list=""
-)";
+const std::string for_signatures =
+    logged_usage({"digital_signature", "0x80", "ssl_client", "0x2", "1.3.6.1.5.5.7.3.2"}) + usage_passed;
+const std::string for_exchange = logged_usage({"key_encipherment", "0x20", "none", "0x0", ""}) + usage_passed;
 const std::string provider_opened = reader +
                                     "<info> capi initialized (provider=Test CSP, key_container=default "
                                     "(default), flags=0xf0000000)\n";
@@ -93,13 +53,13 @@ const std::string capi_discovery =
     R"(<info> capi initialized (provider=Test CSP, key_container=c1, flags=0x0)
 <info> fetched user key with key_type=KEYEXCHANGE
 )" + key_reader +
-    decoded + for_exchange + checked + "<info> fetched user key with key_type=SIGNATURE\n" + key_reader +
-    decoded + for_signatures + checked + R"(<info> capi destroyed
+    decoded + for_exchange + "<info> fetched user key with key_type=SIGNATURE\n" + key_reader + decoded +
+    for_signatures + R"(<info> capi destroyed
 <info> capi initialized (provider=Test CSP, key_container=c2, flags=0x0)
 <info> no user key with key_type=KEYEXCHANGE
 <info> fetched user key with key_type=SIGNATURE
 )" + key_reader +
-    decoded + for_signatures + checked + R"(<info> capi destroyed
+    decoded + for_signatures + R"(<info> capi destroyed
 <info> capi destroyed
 <info> c1 (KEYEXCHANGE) [type=private_key, key_type=1, name=c1, cluster_name=c1]
 c1 (KEYEXCHANGE) [type=public_key, key_type=1, name=c1, cluster_name=c1]
@@ -115,15 +75,11 @@ c2 (SIGNATURE) [type=certificate, key_type=2, name=c2, cluster_name=c2]
 // The test double of the engine calls itself "pkcs11" once it is loaded, whatever it was loaded from.
 const std::string capi_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
-<info> setting key type: 1
-<info> setting private key name: c1
-<info> setting certificate name: c1
-<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
-<info> setting key type: 2
-<info> setting private key name: c1
-<info> setting certificate name: c1
-<info> called: Kes::OsslScardIfImp::notify_config_done()
-)" + settings({"capi", "SIGNATURE", "c1", "configured", "true"}) +
+)" + logged_selection("1", "c1", "c1") +
+                                 R"(<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
+)" + logged_selection("2", "c1", "c1") +
+                                 R"(<info> called: Kes::OsslScardIfImp::notify_config_done()
+)" + configured("capi", "SIGNATURE", "c1") +
                                  R"(<info> configuration done.
 <info> called: Kes::OsslScardIfImp::ossl_load()
 <debug> capi engine is using key_type=SIGNATURE
@@ -134,10 +90,7 @@ const std::string capi_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_
 <info> fetched user key with key_type=SIGNATURE
 )" + key_reader + R"(<info> read certificate: c1
 <info> capi destroyed
-<info> certificate info:
-<info>   subject: C=AT, O=Test Makers, CN=Signer
-<info>   issuer:  C=AT, O=Test Makers, CN=Signer
-)";
+)" + logged_certificate("C=AT, O=Test Makers, CN=Signer", "C=AT, O=Test Makers, CN=Signer");
 
 const std::string end = R"(<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
 <info> called: Kes::OsslScardIfImp::ossl_get_certificate()
@@ -169,11 +122,11 @@ const std::string store_discovery =
 )" + store_opened +
     R"(<info> subject='C=AT, O=Test Makers, CN=Signer'; issuer='C=AT, O=Test Makers, CN=Signer'
 )" + decoded +
-    for_signatures + checked + R"(<trace> created WinCert [ctx=ADDRESS]
+    for_signatures + R"(<trace> created WinCert [ctx=ADDRESS]
 <trace> destroyed WinCert [ctx=ADDRESS]
 <info> subject='C=AT, O=Test Makers, CN=Exchanger'; issuer='C=AT, O=Test Makers, CN=Exchanger'
 )" + decoded +
-    for_exchange + checked + R"(<trace> destroyed WinCert [ctx=ADDRESS]
+    for_exchange + R"(<trace> destroyed WinCert [ctx=ADDRESS]
 <info> found 2 certs in store MY
 )" + store_closed +
     R"(<info> AT, Test Makers, Signer [type=private_key, key_type=0, name=AT, Test Makers, Signer, cluster_name=AT, Test Makers, Signer]
@@ -186,25 +139,19 @@ AT, Test Makers, Exchanger [type=certificate, key_type=0, name=AT, Test Makers, 
 
 const std::string store_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
-<info> setting key type: 0
-<info> setting private key name: AT, Test Makers, Signer
-<info> setting certificate name: AT, Test Makers, Signer
-<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
-<info> setting key type: 0
-<info> setting private key name: AT, Test Makers, Exchanger
-<info> setting certificate name: AT, Test Makers, Exchanger
-<info> called: Kes::OsslScardIfImp::notify_config_done()
-)" + settings({"capi_store", "unknown [val=0]", "AT, Test Makers, Exchanger", "configured", "true"}) +
+)" + logged_selection("0", "AT, Test Makers, Signer", "AT, Test Makers, Signer") +
+                                  R"(<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
+)" + logged_selection("0", "AT, Test Makers, Exchanger", "AT, Test Makers, Exchanger") +
+                                  R"(<info> called: Kes::OsslScardIfImp::notify_config_done()
+)" + configured("capi_store", "unknown [val=0]", "AT, Test Makers, Exchanger") +
                                   R"(<info> configuration done.
 <info> called: Kes::OsslScardIfImp::ossl_load()
 <info> loaded engine: id=pkcs11
 <info> read private key: AT, Test Makers, Exchanger
 )" + store_opened + "<info> read certificate: AT, Test Makers, Exchanger\n" +
                                   decoded + "<trace> destroyed WinCert [ctx=ADDRESS]\n" + store_closed +
-                                  R"(<info> certificate info:
-<info>   subject: C=AT, O=Test Makers, CN=Exchanger
-<info>   issuer:  C=AT, O=Test Makers, CN=Exchanger
-)";
+                                  logged_certificate("C=AT, O=Test Makers, CN=Exchanger",
+                                                     "C=AT, O=Test Makers, CN=Exchanger");
 
 class OsslScardIfCapiLogTest : public CapiScardTest {
 protected:
@@ -236,13 +183,8 @@ protected:
     /// The log without what differs from run to run, from build to build and from folder to folder.
     std::string log() const {
         std::string text;
-        for (std::string line : without_addresses(split_lines(read_text(dir.file("log"))))) {
-            line = without_header(line);
-            if (line.starts_with("Compiled at ")) line = "Compiled at BUILD";
-            if (line.starts_with("Copyright ")) line = "HOLDER";
-            if (line.starts_with("  logfile=")) line = "  logfile=LOGFILE";
-            text += line + '\n';
-        }
+        for (const std::string& line : without_addresses(log_lines(dir.file("log"))))
+            text += (line.starts_with("  logfile=") ? "  logfile=LOGFILE" : without_build(line)) + '\n';
         return text;
     }
 

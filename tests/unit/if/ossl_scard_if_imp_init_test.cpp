@@ -17,12 +17,7 @@ protected:
         return cfg;
     }
 
-    Lines log_lines(const std::string& name = "log") const {
-        Lines lines = split_lines(read_text(dir.file(name)));
-        for (std::string& line : lines)
-            line = without_header(line);
-        return lines;
-    }
+    Lines logged(const std::string& name = "log") const { return log_lines(dir.file(name)); }
 
     std::size_t files() const {
         const std::filesystem::directory_iterator entries(dir.path());
@@ -40,7 +35,7 @@ protected:
 
 TEST_F(OsslScardIfInitTest, OpensTheLogFileWithTheLinesSinceTheBeginning) {
     ASSERT_EQ(init(&config_with_log(dir.file("log"))), "0");
-    const Lines lines = log_lines();
+    const Lines lines = logged();
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.front(), "<info> using OpenSSL smart card interface version 4");
     EXPECT_THAT(lines, testing::Contains("<info> init done."));
@@ -100,7 +95,7 @@ TEST_F(OsslScardIfInitTest, TheFailureToOpenTheLogFileIsNotLogged) {
     EXPECT_EQ(init(&config_with_log(dir.file("log"))), "0");
     scard().get_config_used()->set_logfile(dir.file("missing/log").c_str());
     EXPECT_THAT(init(nullptr), testing::HasSubstr("error opening logfile"));
-    EXPECT_THAT(log_lines(), testing::Not(testing::Contains(testing::HasSubstr("error opening"))));
+    EXPECT_THAT(logged(), testing::Not(testing::Contains(testing::HasSubstr("error opening"))));
 }
 
 TEST_F(OsslScardIfInitTest, AFailedInitWritesItsReasonIntoTheFileThatItWasGiven) {
@@ -121,20 +116,20 @@ TEST_F(OsslScardIfInitTest, AFailedInitMayBeRepeatedAndEmptiesTheFile) {
     ASSERT_EQ(scard().init(&cfg), 1);
     script().heal();
     ASSERT_EQ(scard().init(&cfg), 0);
-    EXPECT_EQ(log_lines(), Lines()) << "what came before was written already, and the rest is discarded";
+    EXPECT_EQ(logged(), Lines()) << "what came before was written already, and the rest is discarded";
     ASSERT_EQ(scard().read_scard(), 0);
-    EXPECT_EQ(log_lines().front(), "<info> called: Kes::OsslScardIfImp::read_scard()");
+    EXPECT_EQ(logged().front(), "<info> called: Kes::OsslScardIfImp::read_scard()");
 }
 
 TEST_F(OsslScardIfInitTest, ARepeatedInitEmptiesTheFileOrAppendsToIt) {
     OsslScardCfg& cfg = config_with_log(dir.file("log"));
     ASSERT_EQ(scard().init(&cfg), 0);
     EXPECT_EQ(scard().init(&cfg), 1);
-    EXPECT_EQ(log_lines(), Lines());
+    EXPECT_EQ(logged(), Lines());
     scard().get_config_used()->enable_logfile_append();
     scard().get_version();
     EXPECT_EQ(scard().init(&cfg), 1);
-    const Lines lines = log_lines();
+    const Lines lines = logged();
     ASSERT_EQ(lines.size(), 5U);
     EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
               (Lines{"<info> called: Kes::OsslScardIfImp::get_config_used()",
@@ -150,13 +145,13 @@ TEST_F(OsslScardIfInitTest, TheConfiguredSeverityHoldsFromInitOn) {
     OsslScardCfg& cfg = config_with_log(dir.file("log"));
     cfg.set_logfile_severity(16);
     ASSERT_EQ(init(&cfg), "0");
-    const std::size_t before = log_lines().size();
+    const std::size_t before = logged().size();
     EXPECT_GT(before, 5U) << "the lines of before are kept, at the severities of before";
     ASSERT_EQ(scard().read_scard(), 0);
-    EXPECT_EQ(log_lines().size(), before);
+    EXPECT_EQ(logged().size(), before);
     ASSERT_EQ(scard().ossl_load(), 1);
     EXPECT_EQ(
-        log_lines().back(),
+        logged().back(),
         "<error> operation not allowed in current state (cfg_state=configuring): val=6 (invalid_state)");
 }
 
@@ -165,10 +160,10 @@ TEST_F(OsslScardIfInitTest, TheEnvironmentNamesTheLogFile) {
     const EnvVar severity("ossl_scard_cfg_logfile_severity", "63");
     const EnvVar append("ossl_scard_cfg_logfile_append", "1");
     ASSERT_EQ(init(&make_config()), "0");
-    EXPECT_THAT(log_lines("from_env").front(), testing::HasSubstr("restart logger"));
+    EXPECT_THAT(logged("from_env").front(), testing::HasSubstr("restart logger"));
     scard().read_scard();
     ASSERT_EQ(scard().notify_config_done(), 0);
-    EXPECT_THAT(log_lines("from_env"), testing::Contains("<debug> env: log_append=true"));
+    EXPECT_THAT(logged("from_env"), testing::Contains("<debug> env: log_append=true"));
 }
 
 TEST_F(OsslScardIfInitTest, AConfigurationThatCannotBeClonedFailsAndTheOldOneStays) {
@@ -188,8 +183,8 @@ TEST_F(OsslScardIfInitTest, ANullConfigurationFailsAndOpensTheDefaultsLog) {
         "ossl_scard_mgr:112 Kes::OsslScardMgr::init(): cfg is a null pointer: val=3 (bad_argument)";
     EXPECT_EQ(init(nullptr), "1 " + error);
     EXPECT_EQ(state(), "uninitialized");
-    EXPECT_EQ(log_lines().back(), "<info> called: Kes::OsslScardIfImp::get_last_error_msg()");
-    EXPECT_EQ(log_lines().at(log_lines().size() - 2), "<error> " + error);
+    EXPECT_EQ(logged().back(), "<info> called: Kes::OsslScardIfImp::get_last_error_msg()");
+    EXPECT_EQ(logged().at(logged().size() - 2), "<error> " + error);
 }
 
 TEST_F(OsslScardIfInitTest, AConfigurationOfTheClientsOwnClassServesAsWell) {
@@ -202,14 +197,14 @@ TEST_F(OsslScardIfInitTest, AConfigurationOfTheClientsOwnClassServesAsWell) {
     EXPECT_STREQ(scard().get_config_used()->get_pkcs11_openssl_engine_dll(), "env.so");
     EXPECT_STREQ(client.get_pkcs11_openssl_engine_dll(), "") << "the client's own object is left alone";
     EXPECT_EQ(script().calls().back(), "PKCS11_CTX_load(ctx1, client.so)");
-    EXPECT_THAT(log_lines(),
+    EXPECT_THAT(logged(),
                 testing::IsSupersetOf({"<info> OpenSSL smart card manager settings:", "the client's own dump",
                                        "additional settings:", "  cfg_state=initialized"}));
     read_and_discover();
     EXPECT_EQ(scard().set_key(std::size_t{0}), 0);
     EXPECT_STREQ(scard().get_config_used()->get_priv_key_name(), private_uri);
     EXPECT_EQ(scard().notify_config_done(), 0);
-    EXPECT_THAT(log_lines(), testing::Contains("<debug> env: pkcs11_openssl_engine_dll=env.so"));
+    EXPECT_THAT(logged(), testing::Contains("<debug> env: pkcs11_openssl_engine_dll=env.so"));
     EXPECT_EQ(scard().ossl_load(), 0) << last_error();
 }
 

@@ -1,80 +1,10 @@
-#include <regex>
-
 #include "support/core_fixture.h"
+#include "support/expected_log.h"
 
 namespace Kes::test {
 namespace {
 
-/// What the log shows of the settings, as they are after init() unless told otherwise.
-struct Settings {
-    std::string key_type = "SIGNATURE";
-    std::string priv_key_name = "";
-    std::string cert_name = "";
-    std::string key_usages = "none";
-    std::string state = "initialized";
-    std::string pin_and_reload = "false";
-};
-
-std::string settings(const Settings& shown) {
-    return R"(configuration settings:
-  crypto_if=pkcs11
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=)" +
-           shown.key_type + R"(
-  pkcs11_openssl_engine_dll=./engine.so
-  pkcs11_module_dll=module.so
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=)" +
-           shown.priv_key_name + R"(
-  cert_name=)" +
-           shown.cert_name + R"(
-  kuse_filter_type=all
-  kuse_filter=)" +
-           shown.key_usages + R"(
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=LOGFILE
-  logfile_severity=trace|debug|info|warn|error|fatal
-  logfile_append=APPEND
-additional settings:
-  cfg_state=)" +
-           shown.state + R"(
-  is_pin_required=)" +
-           shown.pin_and_reload + R"(
-  pin specified=)" +
-           shown.pin_and_reload + R"(
-  need_ossl_reload=)" +
-           shown.pin_and_reload + "\n";
-}
-
-const std::string start = R"(<info> using OpenSSL smart card interface version 4
-<info> ossl_scard 4.3.0
-Compiled at BUILD
-HOLDER
-<info> OpenSSL smart card manager started.
-<info> called: Kes::OsslScardIfImp::version_check()
-<info> interface version check successful: specified=4, expected=4
-<info> called: Kes::OsslScardIfImp::get_config_default()
-<info> called: Kes::OsslScardIfImp::init()
-<info> ctx: manufacturer=Module maker, description=Module
-<info> libp11 initialized
-<info> OpenSSL smart card manager settings:
-)" + settings({}) + R"(<info> init done.
-)";
-
-const std::string reading = R"(<info> called: Kes::OsslScardIfImp::read_scard()
-<info> slot: manufacturer=Slot maker, description=Slot 1
-<info> token:
-<info>   label:         Token 1
-<info>   manufacturer:  Maker
-<info>   model:         Model 7
-<info>   serialnr:      0042
-<info>   loginRequired: 1
-<info>   secureLogin:   0
-<info> libp11 read smart card
-<info> called: Kes::OsslScardIfImp::is_pin_required()
+constexpr const char* pin_requirement = R"(<info> called: Kes::OsslScardIfImp::is_pin_required()
 <info> called: Kes::OsslScardIfImp::set_pin()
 <info> setting pin
 <info> called: Kes::OsslScardIfImp::discover_keys()
@@ -84,52 +14,52 @@ const std::string reading = R"(<info> called: Kes::OsslScardIfImp::read_scard()
 <info> pin required - need login
 )";
 
-const std::string discovery = R"(<info> logged-in successfully
-<info> handling Token 1: Auth key [type=certificate, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=cert, cluster_name=%01%ab]
-<info> handling Token 1: Auth key [type=private_key, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=private, cluster_name=%01%ab]
-<info>   corresponding cert:
-Token 1: Auth key [type=certificate, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=cert, cluster_name=%01%ab]
-<info> key usage:
-  _kuse_mask="key_encipherment|digital_signature" (0xa0)
-  _xkuse_mask="ssl_client|smime" (0x6)
-  _xkuse_nid_list="1.3.6.1.5.5.7.3.2,1.3.6.1.5.5.7.3.4"
-<info> key usage check returned: 1
-<info> extended key usage check returned: 1
-<info> handling Token 1: Auth key [type=public_key, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=public, cluster_name=%01%ab]
-<info> finished scanning of PKCS#11 objects
-<info> Token 1: Auth key [type=certificate, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=cert, cluster_name=%01%ab]
-Token 1: Auth key [type=private_key, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=private, cluster_name=%01%ab]
-Token 1: Auth key [type=public_key, key_type=0, name=pkcs11:token=Token 1;id=%01%ab;type=public, cluster_name=%01%ab]
-)";
+/// The settings as they are after init().
+const ShownSettings initialized{
+    .pkcs11_engine = "./engine.so", .pkcs11_module = "module.so", .append = "APPEND"};
+
+const ShownSettings configured{.capi_key_type = "unknown [val=0]",
+                               .pkcs11_engine = "./engine.so",
+                               .pkcs11_module = "module.so",
+                               .priv_key_name = private_uri,
+                               .cert_name = cert_uri,
+                               .key_usages = "digital_signature",
+                               .append = "APPEND",
+                               .state = "configured",
+                               .pin = "true",
+                               .reload = "true"};
+
+const std::string start = manager_started + version_checked +
+                          R"(<info> called: Kes::OsslScardIfImp::get_config_default()
+<info> called: Kes::OsslScardIfImp::init()
+<info> ctx: manufacturer=Module maker, description=Module
+<info> libp11 initialized
+)" + logged_settings(initialized) +
+                          "<info> init done.\n";
+
+const std::string reading =
+    logged_reading({"manufacturer=Slot maker, description=Slot 1", "Token 1", "Maker", "Model 7", "0042"}) +
+    pin_requirement;
+
+const std::string discovery = logged_scan("Token 1", "Auth key", "%01%ab",
+                                          {"key_encipherment|digital_signature", "0xa0", "ssl_client|smime",
+                                           "0x6", "1.3.6.1.5.5.7.3.2,1.3.6.1.5.5.7.3.4"});
+
+const std::string selection = logged_selection("0", private_uri, cert_uri);
 
 const std::string loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
-<info> setting key type: 0
-<info> setting private key name: pkcs11:token=Token 1;id=%01%ab;type=private
-<info> setting certificate name: pkcs11:token=Token 1;id=%01%ab;type=cert
-<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
-<info> setting key type: 0
-<info> setting private key name: pkcs11:token=Token 1;id=%01%ab;type=private
-<info> setting certificate name: pkcs11:token=Token 1;id=%01%ab;type=cert
-<info> called: Kes::OsslScardIfImp::notify_config_done()
+)" + selection + "<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)\n" +
+                            selection + R"(<info> called: Kes::OsslScardIfImp::notify_config_done()
 <debug> env: key_usage_filter=digital_signature
-<info> OpenSSL smart card manager settings:
-)" +
-                            settings({.key_type = "unknown [val=0]",
-                                      .priv_key_name = "pkcs11:token=Token 1;id=%01%ab;type=private",
-                                      .cert_name = "pkcs11:token=Token 1;id=%01%ab;type=cert",
-                                      .key_usages = "digital_signature",
-                                      .state = "configured",
-                                      .pin_and_reload = "true"}) +
+)" + logged_settings(configured) +
                             R"(<info> configuration done.
 <info> called: Kes::OsslScardIfImp::ossl_load()
 <info> loaded engine: id=pkcs11
 <info> read private key: pkcs11:token=Token 1;id=%01%ab;type=private
 <info> read certificate: pkcs11:token=Token 1;id=%01%ab;type=cert
-<info> certificate info:
-<info>   subject: C=AT, O=Test Makers, CN=Test Client
-<info>   issuer:  C=AT, O=Test Makers, CN=Test CA
-<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
+)" + logged_certificate("C=AT, O=Test Makers, CN=Test Client", "C=AT, O=Test Makers, CN=Test CA") +
+                            R"(<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
 <info> called: Kes::OsslScardIfImp::ossl_get_certificate()
 <info> called: Kes::OsslScardIfImp::get_config_used()
 <info> called: Kes::OsslScardIfImp::get_version()
@@ -181,16 +111,11 @@ protected:
         scard().destroy();
     }
 
-    /// The log without what differs from run to run, from build to build and from folder to folder.
+    /// The log without what differs from run to run and from build to build.
     Lines log() const {
-        const std::regex restart("at ....-..-.. ..:..:..\\.... --");
-        Lines lines = split_lines(read_text(dir.file("log")));
-        for (std::string& line : lines) {
-            line = without_header(line);
-            line = std::regex_replace(without_thread(line), restart, "at TIME --");
-            if (line.starts_with("Compiled at ")) line = "Compiled at BUILD";
-            if (line.starts_with("Copyright ")) line = "HOLDER";
-        }
+        Lines lines = log_lines(dir.file("log"));
+        for (std::string& line : lines)
+            line = without_build(without_thread(line));
         return lines;
     }
 
@@ -204,21 +129,13 @@ protected:
         return split_lines(lines);
     }
 
-    /// As one text, of which GoogleTest shows the differing lines alone.
-    static std::string text(const Lines& lines) {
-        std::string whole;
-        for (const std::string& line : lines)
-            whole += line + '\n';
-        return whole;
-    }
-
     TempDir dir;
 };
 
 TEST_F(OsslScardIfLogTest, ATypicalRunInFull) {
     begin("1234");
     run_to_the_end();
-    EXPECT_EQ(text(log()), text(expected(start + reading + discovery + loading + end)));
+    EXPECT_EQ(as_text(log()), as_text(expected(start + reading + discovery + loading + end)));
 }
 
 TEST_F(OsslScardIfLogTest, AppendingAddsASecondRunBelowARestartLine) {
@@ -232,7 +149,7 @@ TEST_F(OsslScardIfLogTest, AppendingAddsASecondRunBelowARestartLine) {
                                       discovery + loading + end,
                                   "true");
     lines.insert(lines.end(), second.begin(), second.end());
-    EXPECT_EQ(text(log()), text(lines));
+    EXPECT_EQ(as_text(log()), as_text(lines));
 }
 
 TEST_F(OsslScardIfLogTest, AFailingLoginInFull) {
@@ -246,7 +163,7 @@ TEST_F(OsslScardIfLogTest, AFailingLoginInFull) {
         "THREAD:error:400000A0:lib(128):scripted:reason(160):double.c:1:PIN incorrect\n"
         "<info> called: Kes::OsslScardIfImp::get_last_error_msg()\n"
         "<info> called: Kes::OsslScardIfImp::destroy()\n";
-    EXPECT_EQ(text(log()), text(expected(start + reading + failure + end)));
+    EXPECT_EQ(as_text(log()), as_text(expected(start + reading + failure + end)));
 }
 
 TEST_F(OsslScardIfLogTest, FailuresOfTheEnginesEndAreWarnedOf) {
@@ -254,10 +171,10 @@ TEST_F(OsslScardIfLogTest, FailuresOfTheEnginesEndAreWarnedOf) {
     script().fail_function("ENGINE_remove", {.rc = 0});
     script().fail_function("ENGINE_finish", {.rc = 0});
     run_to_the_end();
-    EXPECT_EQ(text(log()), text(expected(start + reading + discovery + loading +
-                                         "<warn> ENGINE_remove() returned error\n"
-                                         "<warn> ENGINE_finish() returned error\n" +
-                                         end)));
+    EXPECT_EQ(as_text(log()), as_text(expected(start + reading + discovery + loading +
+                                               "<warn> ENGINE_remove() returned error\n"
+                                               "<warn> ENGINE_finish() returned error\n" +
+                                               end)));
 }
 
 TEST_F(OsslScardIfLogTest, AnExceptionOfAnUnknownKindIsLoggedAsUnhandled) {

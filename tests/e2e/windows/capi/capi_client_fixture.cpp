@@ -49,11 +49,6 @@ X509* RoadTest::certificate() const {
     return certificate;
 }
 
-Lines RoadTest::log() const {
-    Lines lines = split_lines(read_text("ossl_scard.log"));
-    for (std::string& line : lines)
-        line = without_header(line);
-    return lines;
-}
+Lines RoadTest::log() const { return log_lines("ossl_scard.log"); }
 
 } // namespace Kes::test

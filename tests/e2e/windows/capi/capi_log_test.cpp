@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "capi_client_fixture.h"
+#include "support/expected_log.h"
 #include "support/system_store.h"
 
 namespace Kes::test {
@@ -13,54 +14,25 @@ const Lines beginning{
     "<info> called: Kes::OsslScardIfImp::init()",
 };
 
-Lines settings(const std::string& crypto_if, const std::string& key_type, const std::string& key_name,
-               const Lines& state) {
-    Lines lines{
-        "<info> OpenSSL smart card manager settings:",
-        "configuration settings:",
-        "  crypto_if=" + crypto_if,
-        "  capi_openssl_engine_dll=.\\capi.dll",
-        "  capi_csp_name=Microsoft Base Smart Card Crypto Provider",
-        "  capi_key_type=" + key_type,
-        "  pkcs11_openssl_engine_dll=.\\pkcs11.dll",
-        "  pkcs11_module_dll=itp11.dll",
-        "  capi_store_openssl_engine_dll=.\\capi.dll",
-        "  capi_store_cert_store_name=MY",
-        "  priv_key_name=" + key_name,
-        "  cert_name=" + key_name,
-        "  kuse_filter_type=all",
-        "  kuse_filter=none",
-        "  xkuse_filter_type=all",
-        "  xkuse_nid_filter=",
-        "  logfile=ossl_scard.log",
-        "  logfile_severity=info|warn|error|fatal",
-        "  logfile_append=false",
-        "additional settings:",
-    };
-    lines.insert(lines.end(), state.begin(), state.end());
-    return lines;
+ShownSettings settings(const std::string& crypto_if) {
+    return {.crypto_if = crypto_if, .logfile = "ossl_scard.log", .severity = "info|warn|error|fatal"};
 }
 
 Lines initialized(const std::string& crypto_if) {
-    return settings(crypto_if, "SIGNATURE", "",
-                    {"  cfg_state=initialized", "  is_pin_required=false", "  pin specified=false",
-                     "  need_ossl_reload=false", "<info> init done."});
+    return split_lines(logged_settings(settings(crypto_if)) + "<info> init done.\n");
 }
 
 Lines configured(const std::string& crypto_if, const std::string& key_type, const std::string& key_name) {
-    return settings(crypto_if, key_type, key_name,
-                    {"  cfg_state=configured", "  is_pin_required=false", "  pin specified=false",
-                     "  need_ossl_reload=true", "<info> configuration done."});
+    ShownSettings shown = settings(crypto_if);
+    shown.capi_key_type = key_type;
+    shown.priv_key_name = shown.cert_name = key_name;
+    shown.state = "configured";
+    shown.reload = "true";
+    return split_lines(logged_settings(shown) + "<info> configuration done.\n");
 }
 
-const Lines usage{
-    "<info> key usage:",
-    "  _kuse_mask=\"digital_signature\" (0x80)",
-    "  _xkuse_mask=\"ssl_client\" (0x2)",
-    "  _xkuse_nid_list=\"1.3.6.1.5.5.7.3.2\"",
-    "<info> key usage check returned: 1",
-    "<info> extended key usage check returned: 1",
-};
+const Lines usage = split_lines(
+    logged_usage({"digital_signature", "0x80", "ssl_client", "0x2", "1.3.6.1.5.5.7.3.2"}) + usage_passed);
 
 const Lines certificate_and_end{
     "<info> certificate info:",
@@ -102,13 +74,9 @@ protected:
 };
 
 Lines selected(const std::string& key_type, const std::string& name) {
-    return {
-        "<info> called: Kes::OsslScardIfImp::set_key(key_num)",
-        "<info> setting key type: " + key_type,
-        "<info> setting private key name: " + name,
-        "<info> setting certificate name: " + name,
-        "<info> called: Kes::OsslScardIfImp::notify_config_done()",
-    };
+    return split_lines("<info> called: Kes::OsslScardIfImp::set_key(key_num)\n" +
+                       logged_selection(key_type, name, name) +
+                       "<info> called: Kes::OsslScardIfImp::notify_config_done()\n");
 }
 
 Lines listed(const std::string& display_name, const std::string& key_type, const std::string& name) {

@@ -1,8 +1,7 @@
 // All files in one folder that is the program's and the current one, and every setting at its default.
-#include <regex>
-
 #include "pkcs11_client_fixture.h"
 #include "support/child.h"
+#include "support/expected_log.h"
 
 namespace Kes::test {
 namespace {
@@ -30,105 +29,49 @@ protected:
     std::string log_file() const { return dir.file("ossl_scard.log"); }
 };
 
-std::string settings(const std::string& names, const std::string& state) {
-    return R"(configuration settings:
-  crypto_if=pkcs11
-  capi_openssl_engine_dll=.\capi.dll
-  capi_csp_name=Microsoft Base Smart Card Crypto Provider
-  capi_key_type=)" +
-           std::string(names.empty() ? "SIGNATURE" : "unknown [val=0]") + R"(
-  pkcs11_openssl_engine_dll=.\pkcs11.dll
-  pkcs11_module_dll=itp11.dll
-  capi_store_openssl_engine_dll=.\capi.dll
-  capi_store_cert_store_name=MY
-  priv_key_name=)" +
-           (names.empty() ? "" : names + "private") + R"(
-  cert_name=)" +
-           (names.empty() ? "" : names + "cert") + R"(
-  kuse_filter_type=all
-  kuse_filter=none
-  xkuse_filter_type=all
-  xkuse_nid_filter=
-  logfile=ossl_scard.log
-  logfile_severity=info|warn|error|fatal
-  logfile_append=false
-additional settings:
-)" + state;
-}
+const ShownSettings initialized{.logfile = "ossl_scard.log", .severity = "info|warn|error|fatal"};
 
-const std::string whole_log = R"(<info> using OpenSSL smart card interface version 4
-<info> ossl_scard 4.3.0
-Compiled at BUILD
-HOLDER
-<info> OpenSSL smart card manager started.
-<info> called: Kes::OsslScardIfImp::version_check()
-<info> interface version check successful: specified=4, expected=4
-<info> called: Kes::OsslScardIfImp::get_config_default()
+const ShownSettings configured{.capi_key_type = "unknown [val=0]",
+                               .priv_key_name = private_uri,
+                               .cert_name = cert_uri,
+                               .logfile = "ossl_scard.log",
+                               .severity = "info|warn|error|fatal",
+                               .state = "configured",
+                               .pin = "true",
+                               .reload = "true"};
+
+const std::string selection = logged_selection("0", private_uri, cert_uri);
+
+const std::string whole_log =
+    manager_started + version_checked + R"(<info> called: Kes::OsslScardIfImp::get_config_default()
 <info> called: Kes::OsslScardIfImp::init()
 <info> ctx: manufacturer=Module maker, description=Module
 <info> libp11 initialized
-<info> OpenSSL smart card manager settings:
-)" + settings("", R"(  cfg_state=initialized
-  is_pin_required=false
-  pin specified=false
-  need_ossl_reload=false
-)") + R"(<info> init done.
-<info> called: Kes::OsslScardIfImp::read_scard()
-<info> slot: manufacturer=Slot maker, description=Slot 1
-<info> token:
-<info>   label:         Card 1
-<info>   manufacturer:  Card maker
-<info>   model:         Model 7
-<info>   serialnr:      0042
-<info>   loginRequired: 1
-<info>   secureLogin:   0
-<info> libp11 read smart card
-<info> called: Kes::OsslScardIfImp::is_pin_required()
+)" + logged_settings(initialized) +
+    "<info> init done.\n" +
+    logged_reading(
+        {"manufacturer=Slot maker, description=Slot 1", "Card 1", "Card maker", "Model 7", "0042"}) +
+    R"(<info> called: Kes::OsslScardIfImp::is_pin_required()
 <info> called: Kes::OsslScardIfImp::set_pin()
 <info> setting pin
 <info> called: Kes::OsslScardIfImp::discover_keys()
 <info> started scanning of PKCS#11 objects
 <info> pin required - need login
-<info> logged-in successfully
-<info> handling Card 1: Login [type=certificate, key_type=0, name=pkcs11:token=Card 1;id=%01;type=cert, cluster_name=%01]
-<info> handling Card 1: Login [type=private_key, key_type=0, name=pkcs11:token=Card 1;id=%01;type=private, cluster_name=%01]
-<info>   corresponding cert:
-Card 1: Login [type=certificate, key_type=0, name=pkcs11:token=Card 1;id=%01;type=cert, cluster_name=%01]
-<info> key usage:
-  _kuse_mask="key_encipherment|digital_signature" (0xa0)
-  _xkuse_mask="ssl_client" (0x2)
-  _xkuse_nid_list="1.3.6.1.5.5.7.3.2"
-<info> key usage check returned: 1
-<info> extended key usage check returned: 1
-<info> handling Card 1: Login [type=public_key, key_type=0, name=pkcs11:token=Card 1;id=%01;type=public, cluster_name=%01]
-<info> finished scanning of PKCS#11 objects
-<info> Card 1: Login [type=certificate, key_type=0, name=pkcs11:token=Card 1;id=%01;type=cert, cluster_name=%01]
-Card 1: Login [type=private_key, key_type=0, name=pkcs11:token=Card 1;id=%01;type=private, cluster_name=%01]
-Card 1: Login [type=public_key, key_type=0, name=pkcs11:token=Card 1;id=%01;type=public, cluster_name=%01]
-<info> called: Kes::OsslScardIfImp::get_key_name()
+)" +
+    logged_scan("Card 1", "Login", "%01",
+                {"key_encipherment|digital_signature", "0xa0", "ssl_client", "0x2", "1.3.6.1.5.5.7.3.2"}) +
+    R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
-<info> setting key type: 0
-<info> setting private key name: pkcs11:token=Card 1;id=%01;type=private
-<info> setting certificate name: pkcs11:token=Card 1;id=%01;type=cert
-<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)
-<info> setting key type: 0
-<info> setting private key name: pkcs11:token=Card 1;id=%01;type=private
-<info> setting certificate name: pkcs11:token=Card 1;id=%01;type=cert
-<info> called: Kes::OsslScardIfImp::notify_config_done()
-<info> OpenSSL smart card manager settings:
-)" + settings("pkcs11:token=Card 1;id=%01;type=", R"(  cfg_state=configured
-  is_pin_required=true
-  pin specified=true
-  need_ossl_reload=true
-)") + R"(<info> configuration done.
+)" + selection +
+    "<info> called: Kes::OsslScardIfImp::set_key(key_type, key_id)\n" + selection +
+    "<info> called: Kes::OsslScardIfImp::notify_config_done()\n" + logged_settings(configured) +
+    R"(<info> configuration done.
 <info> called: Kes::OsslScardIfImp::ossl_load()
 <info> loaded engine: id=pkcs11
 <info> read private key: pkcs11:token=Card 1;id=%01;type=private
 <info> read certificate: pkcs11:token=Card 1;id=%01;type=cert
-<info> certificate info:
-<info>   subject: C=AT, O=Test Makers, CN=Rita RSA
-<info>   issuer:  C=AT, O=Test Makers, CN=Test CA
-<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
+)" + logged_certificate("C=AT, O=Test Makers, CN=Rita RSA", "C=AT, O=Test Makers, CN=Test CA") +
+    R"(<info> called: Kes::OsslScardIfImp::ossl_get_private_key()
 <info> called: Kes::OsslScardIfImp::ossl_get_certificate()
 <info> called: Kes::OsslScardIfImp::ossl_unload()
 <info> freed certificate
@@ -148,10 +91,7 @@ std::string readable(const std::string& log) {
             line.pop_back();
         else
             line += "<no carriage return>";
-        line = without_header(line);
-        if (line.starts_with("Compiled at ")) line = "Compiled at BUILD";
-        if (line.starts_with("Copyright ")) line = "HOLDER";
-        text += line + '\n';
+        text += without_build(without_header(line)) + '\n';
     }
     return text;
 }
