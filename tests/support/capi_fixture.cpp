@@ -96,9 +96,4 @@ Lines without_addresses(Lines lines) {
     return lines;
 }
 
-Lines operator+(Lines first, const Lines& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 } // namespace Kes::test

@@ -84,8 +84,6 @@ Lines store_records(const std::string& name);
 /// The lines with ADDRESS for every address.
 Lines without_addresses(Lines lines);
 
-Lines operator+(Lines first, const Lines& second);
-
 } // namespace Kes::test
 
 #endif // KES_TESTS_SUPPORT_CAPI_FIXTURE_H_

@@ -119,6 +119,11 @@ DesertedConsole::DesertedConsole() : console_(std::cout.rdbuf(output_.rdbuf())) 
 
 DesertedConsole::~DesertedConsole() { std::cout.rdbuf(console_); }
 
+Lines operator+(Lines first, const Lines& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 std::string outcome(int status, const std::string& error) {
     return std::to_string(status) + (error.empty() ? "" : " " + error);
 }

@@ -101,6 +101,8 @@ private:
 /// where OpenSSL and libp11 keep them back. core_fixture_posix.cpp or core_fixture_win.cpp.
 std::string words_on_missing(const std::string& file);
 
+Lines operator+(Lines first, const Lines& second);
+
 /// What EXPECT_EQ says of an operation: its status, and the error's text if there is one.
 std::string outcome(int status, const std::string& error);
 

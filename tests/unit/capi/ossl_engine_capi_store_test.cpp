@@ -1,6 +1,8 @@
 #include "capi/ossl_engine_capi_store.h"
 
+#include "capi_engine_calls.h"
 #include "support/capi_fixture.h"
+#include "support/engine_steps.h"
 #include "utils/error.h"
 
 namespace {
@@ -28,12 +30,6 @@ protected:
     LogCapture log;
 };
 
-const Lines load_calls{"ENGINE_by_id(dynamic)",
-                       "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./capi.so)",
-                       "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
-                       "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
-                       "ENGINE_init(engine1)",
-                       "ENGINE_ctrl_cmd_string(engine1, debug_level, 2)"};
 const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, store_name, MY)",
                          "ENGINE_ctrl_cmd_string(engine1, lookup_method, 1)",
                          "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"};
@@ -52,53 +48,31 @@ TEST_F(CapiStoreOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {
 
 TEST_F(CapiStoreOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     const std::string constructor = " Kes::CapiStoreOsslEngine::CapiStoreOsslEngine(): ";
-    const Lines freed{"ENGINE_free(engine1)"};
-    // Out of OpenSSL's list, where it would bar the next load.
-    const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
-    const Lines finished = Lines{"ENGINE_finish(engine1)"} + removed;
-    const struct {
-        std::string text;
-        Lines undone;
-    } rows[] = {
-        {"ossl_engine_capi_store:114" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
-        {"ossl_engine_capi_store:121" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
-        {"ossl_engine_capi_store:127" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
-        {"ossl_engine_capi_store:133" + constructor + "ENGINE_init() failed", removed},
-        {"ossl_engine_capi_store:139" + constructor + "ENGINE_ctrl_cmd_string(debug_level) failed", finished},
-        {"ossl_engine_capi_store:150" + constructor + "ENGINE_ctrl_cmd_string(debug_file) failed", finished},
-        {"ossl_engine_capi_store:160" + constructor + "ENGINE_ctrl_cmd_string(store_name) failed", finished},
-        {"ossl_engine_capi_store:169" + constructor + "ENGINE_ctrl_cmd_string(lookup_method) failed",
+    const std::vector<EngineStep> steps{
+        {2, "ossl_engine_capi_store:114" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
+        {3, "ossl_engine_capi_store:121" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
+        {4, "ossl_engine_capi_store:127" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
+        {5, "ossl_engine_capi_store:133" + constructor + "ENGINE_init() failed", removed},
+        {6, "ossl_engine_capi_store:139" + constructor + "ENGINE_ctrl_cmd_string(debug_level) failed",
          finished},
-        {"ossl_engine_capi_store:178" + constructor + "ENGINE_set_default() failed", finished},
+        {7, "ossl_engine_capi_store:150" + constructor + "ENGINE_ctrl_cmd_string(debug_file) failed",
+         finished},
+        {8, "ossl_engine_capi_store:160" + constructor + "ENGINE_ctrl_cmd_string(store_name) failed",
+         finished},
+        {9, "ossl_engine_capi_store:169" + constructor + "ENGINE_ctrl_cmd_string(lookup_method) failed",
+         finished},
+        {10, "ossl_engine_capi_store:178" + constructor + "ENGINE_set_default() failed", finished},
     };
-    constexpr std::size_t first_step = 2; // ENGINE_by_id is the first
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        for (const int rc : {0, -1, 2}) {
-            SCOPED_TRACE(rows[i].text + std::to_string(rc));
-            restart_script();
-            engine().reset();
-            script().fail_step(first_step + i, {.rc = rc});
-            EXPECT_EQ(error_text([] { load("debug.txt"); }), rows[i].text + ": rc=" + std::to_string(rc));
-            EXPECT_EQ(script().calls_after_step(first_step + i), rows[i].undone);
-        }
-    }
+    expect_each_failing_step_undone(steps, [] { load("debug.txt"); });
     EXPECT_EQ(log.lines(), Lines());
 }
 
 TEST_F(CapiStoreOsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
-    script().fail_step(7, {.throws_int = true});
-    EXPECT_THROW(load(), int);
-    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
-    EXPECT_EQ(script().violations(), Lines{"ENGINE_free: still initialised"});
-    script().reset();
+    expect_other_exceptions_to_leave_without_finish([] { load(); });
 }
 
 TEST_F(CapiStoreOsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
-    script().fail_function("ENGINE_set_default", {.rc = 0, .queue_text = "first cause"});
-    script().fail_function("ENGINE_finish", {.rc = 0, .queue_text = "later noise"});
-    const std::string text = error_text([] { load(); });
-    EXPECT_THAT(text, testing::HasSubstr("double.c:1:first cause"));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("later noise")));
+    expect_error_queue_taken_before_clean_up([] { load(); });
 }
 
 TEST_F(CapiStoreOsslEngineTest, UnloadsInOrderAndFreesLast) {

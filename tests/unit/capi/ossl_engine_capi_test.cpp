@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "capi_engine_calls.h"
 #include "support/capi_fixture.h"
+#include "support/engine_steps.h"
 #include "utils/error.h"
 
 namespace Kes::test {
@@ -26,12 +28,6 @@ protected:
     LogCapture log;
 };
 
-const Lines load_calls{"ENGINE_by_id(dynamic)",
-                       "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./capi.so)",
-                       "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
-                       "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
-                       "ENGINE_init(engine1)",
-                       "ENGINE_ctrl_cmd_string(engine1, debug_level, 2)"};
 const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, csp_name, Test CSP)",
                          "ENGINE_ctrl_cmd_string(engine1, lookup_method, 3)",
                          "ENGINE_ctrl_cmd_string(engine1, key_type, 2)", "ENGINE_set_default(engine1, 65535)",
@@ -54,38 +50,21 @@ TEST_F(CapiOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {
 
 TEST_F(CapiOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     const std::string constructor = " Kes::CapiOsslEngine::CapiOsslEngine(): ";
-    const Lines freed{"ENGINE_free(engine1)"};
-    // Out of OpenSSL's list, where it would bar the next load.
-    const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
-    const Lines finished = Lines{"ENGINE_finish(engine1)"} + removed;
-    const struct {
-        std::string text;
-        Lines undone;
-    } rows[] = {
-        {"ossl_engine_capi:109" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
-        {"ossl_engine_capi:116" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
-        {"ossl_engine_capi:122" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
-        {"ossl_engine_capi:128" + constructor + "ENGINE_init() failed", removed},
-        {"ossl_engine_capi:134" + constructor + "ENGINE_ctrl_cmd_string(debug_level) failed", finished},
-        {"ossl_engine_capi:145" + constructor + "ENGINE_ctrl_cmd_string(debug_file) failed", finished},
-        {"ossl_engine_capi:155" + constructor + "ENGINE_ctrl_cmd_string(csp_name) failed", finished},
-        {"ossl_engine_capi:164" + constructor + "ENGINE_ctrl_cmd_string(lookup_method) failed", finished},
-        {"ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type(): ENGINE_ctrl_cmd_string(key_type) failed",
+    const std::vector<EngineStep> steps{
+        {2, "ossl_engine_capi:109" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
+        {3, "ossl_engine_capi:116" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
+        {4, "ossl_engine_capi:122" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
+        {5, "ossl_engine_capi:128" + constructor + "ENGINE_init() failed", removed},
+        {6, "ossl_engine_capi:134" + constructor + "ENGINE_ctrl_cmd_string(debug_level) failed", finished},
+        {7, "ossl_engine_capi:145" + constructor + "ENGINE_ctrl_cmd_string(debug_file) failed", finished},
+        {8, "ossl_engine_capi:155" + constructor + "ENGINE_ctrl_cmd_string(csp_name) failed", finished},
+        {9, "ossl_engine_capi:164" + constructor + "ENGINE_ctrl_cmd_string(lookup_method) failed", finished},
+        {10,
+         "ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type(): ENGINE_ctrl_cmd_string(key_type) failed",
          finished},
-        {"ossl_engine_capi:183" + constructor + "ENGINE_set_default() failed", finished},
+        {11, "ossl_engine_capi:183" + constructor + "ENGINE_set_default() failed", finished},
     };
-    constexpr std::size_t first_step = 2; // ENGINE_by_id is the first
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        for (const int rc : {0, -1, 2}) {
-            SCOPED_TRACE(rows[i].text + std::to_string(rc));
-            restart_script();
-            engine().reset();
-            script().fail_step(first_step + i, {.rc = rc});
-            EXPECT_EQ(error_text([] { load(AT_SIGNATURE, "debug.txt"); }),
-                      rows[i].text + ": rc=" + std::to_string(rc));
-            EXPECT_EQ(script().calls_after_step(first_step + i), rows[i].undone);
-        }
-    }
+    expect_each_failing_step_undone(steps, [] { load(AT_SIGNATURE, "debug.txt"); });
     // The last step fails after the key type was chosen.
     EXPECT_EQ(log.lines(), Lines(3, "<debug> capi engine is using key_type=SIGNATURE"));
 }
@@ -99,19 +78,11 @@ TEST_F(CapiOsslEngineTest, WithoutTheDynamicEngineThereIsNothingToUndo) {
 }
 
 TEST_F(CapiOsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
-    script().fail_step(7, {.throws_int = true});
-    EXPECT_THROW(load(), int);
-    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
-    EXPECT_EQ(script().violations(), Lines{"ENGINE_free: still initialised"});
-    script().reset();
+    expect_other_exceptions_to_leave_without_finish([] { load(); });
 }
 
 TEST_F(CapiOsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
-    script().fail_function("ENGINE_set_default", {.rc = 0, .queue_text = "first cause"});
-    script().fail_function("ENGINE_finish", {.rc = 0, .queue_text = "later noise"});
-    const std::string text = error_text([] { load(); });
-    EXPECT_THAT(text, testing::HasSubstr("double.c:1:first cause"));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("later noise")));
+    expect_error_queue_taken_before_clean_up([] { load(); });
 }
 
 TEST_F(CapiOsslEngineTest, UnloadsInOrderAndFreesLast) {

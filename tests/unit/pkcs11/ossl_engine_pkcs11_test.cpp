@@ -1,6 +1,6 @@
 #include "pkcs11/ossl_engine_pkcs11.h"
 
-#include "support/core_fixture.h"
+#include "support/engine_steps.h"
 #include "utils/error.h"
 
 namespace Kes::test {
@@ -16,11 +16,6 @@ protected:
     const Pin pin{"1234"};
 };
 
-Lines joined(Lines first, const Lines& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 const Lines load_calls{"ENGINE_by_id(dynamic)",
                        "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./engine.so)",
                        "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
@@ -31,7 +26,7 @@ const Lines load_calls{"ENGINE_by_id(dynamic)",
 TEST_F(Pkcs11OsslEngineTest, LoadsInOrderAndLogsTheId) {
     const auto loaded = load(&pin);
     EXPECT_EQ(script().calls(),
-              joined(load_calls, {"ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+              (load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
                                   "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"}));
     EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"});
 }
@@ -47,7 +42,7 @@ TEST_F(Pkcs11OsslEngineTest, NoPinSendsNoCommandAndAnEmptyOneIsSentAsItIs) {
 TEST_F(Pkcs11OsslEngineTest, VerboseIsAskedForAfterInitAndBeforeThePin) {
     const auto loaded = load(&pin, true);
     EXPECT_EQ(script().calls(),
-              joined(load_calls, {"ENGINE_ctrl_cmd_string(engine1, VERBOSE, null)",
+              (load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, VERBOSE, null)",
                                   "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
                                   "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"}));
 }
@@ -56,16 +51,14 @@ TEST_F(Pkcs11OsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     const std::string constructor = " Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): ";
     const Lines freed{"ENGINE_free(engine1)"};
     const Lines finished{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"};
-    const struct {
-        std::size_t step; // counted from ENGINE_by_id, which is 1
-        std::string text;
-        Lines undone;
-    } rows[] = {
+    const std::vector<EngineStep> steps{
         {2, "ossl_engine_pkcs11:91" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
         {3, "ossl_engine_pkcs11:98" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
-        {4, "ossl_engine_pkcs11:104" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed},
+        {4, "ossl_engine_pkcs11:104" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed,
+         words_on_missing("./engine.so")},
         {5, "ossl_engine_pkcs11:110" + constructor + "ENGINE_ctrl_cmd_string(MODULE_PATH) failed", freed},
-        {6, "ossl_engine_pkcs11:116" + constructor + "ENGINE_init() failed", freed},
+        {6, "ossl_engine_pkcs11:116" + constructor + "ENGINE_init() failed", freed,
+         words_on_missing("module.so")},
         {7, "ossl_engine_pkcs11:127" + constructor + "ENGINE_ctrl_cmd_string(VERBOSE) failed", finished},
         {8, "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed",
          finished},
@@ -74,40 +67,16 @@ TEST_F(Pkcs11OsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
          {"ENGINE_finish(engine1)", "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)",
           "ENGINE_free(engine1)"}},
     };
-    constexpr std::size_t load_step = 4;
-    constexpr std::size_t init_step = 6;
-    for (const auto& row : rows) {
-        for (const int rc : {0, -1, 2}) {
-            SCOPED_TRACE(row.text + std::to_string(rc));
-            script().reset();
-            engine().reset();
-            script().fail_step(row.step, {.rc = rc});
-            const std::string words = row.step == load_step   ? words_on_missing("./engine.so")
-                                      : row.step == init_step ? words_on_missing("module.so")
-                                                              : "";
-            EXPECT_EQ(error_text([&] { load(&pin, true); }), row.text + ": rc=" + std::to_string(rc) + words);
-            Lines tail = script().calls();
-            tail.erase(tail.begin(), tail.begin() + static_cast<std::ptrdiff_t>(row.step));
-            EXPECT_EQ(tail, row.undone);
-        }
-    }
+    expect_each_failing_step_undone(steps, [this] { load(&pin, true); });
     EXPECT_EQ(log.lines(), Lines());
 }
 
 TEST_F(Pkcs11OsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
-    script().fail_step(7, {.throws_int = true});
-    EXPECT_THROW(load(&pin), int);
-    EXPECT_EQ(script().calls().back(), "ENGINE_free(engine1)");
-    EXPECT_EQ(script().violations(), Lines{"ENGINE_free: still initialised"});
-    script().reset();
+    expect_other_exceptions_to_leave_without_finish([this] { load(&pin); });
 }
 
 TEST_F(Pkcs11OsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
-    script().fail_function("ENGINE_set_default", {.rc = 0, .queue_text = "first cause"});
-    script().fail_function("ENGINE_finish", {.rc = 0, .queue_text = "later noise"});
-    const std::string text = error_text([&] { load(&pin); });
-    EXPECT_THAT(text, testing::HasSubstr("double.c:1:first cause"));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("later noise")));
+    expect_error_queue_taken_before_clean_up([this] { load(&pin); });
 }
 
 TEST_F(Pkcs11OsslEngineTest, ANewPinReplacesTheOneBeforeAndIsNotLogged) {
