@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "real_function.h"
+#include "text_or_null.h"
 
 /// OpenSSL leaves this type open to whoever defines the functions.
 struct engine_st {
@@ -153,15 +154,13 @@ std::string name_of_kept(const ENGINE* engine, const std::string& caller) {
     return the_double().is_known(engine) ? engine->name : name_of(engine, caller);
 }
 
-std::string text_of(const char* text) { return text == nullptr ? "null" : text; }
-
 void require_use(const ENGINE* engine, const char* function) {
     if (engine->functional_references == 0) script().violation(std::string(function) + ": not initialised");
 }
 
 EVP_PKEY* load_key(const char* function, ENGINE* engine, const char* name, const UI_METHOD* ui,
                    const void* callback_data, EVP_PKEY* source) {
-    const std::string arguments = name_of(engine, function) + ", " + text_of(name);
+    const std::string arguments = name_of(engine, function) + ", " + text_or_null(name);
     const Failure* failure = script().step(function, arguments);
     if (!the_double().is_alive(engine)) return nullptr;
     require_use(engine, function);
@@ -198,7 +197,7 @@ using Kes::test::name_of;
 using Kes::test::name_of_kept;
 using Kes::test::real_function;
 using Kes::test::script;
-using Kes::test::text_of;
+using Kes::test::text_or_null;
 using Kes::test::the_double;
 using Kes::test::unregister;
 
@@ -218,8 +217,8 @@ int ENGINE_free(ENGINE* e) {
 
 int ENGINE_ctrl_cmd_string(ENGINE* e, const char* cmd_name, const char* arg, int cmd_optional) {
     constexpr const char* function = "ENGINE_ctrl_cmd_string";
-    const std::string command = text_of(cmd_name);
-    const std::string value = command == "PIN" ? script().describe_pin(arg) : text_of(arg);
+    const std::string command = text_or_null(cmd_name);
+    const std::string value = command == "PIN" ? script().describe_pin(arg) : text_or_null(arg);
     const std::string named = std::string(function) + "(" + command + ")";
     if (cmd_optional != 0) script().violation(named + ": optional");
     const Failure* failure = script().step(function, name_of(e, function) + ", " + command + ", " + value);
@@ -237,8 +236,8 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
     if (std::strcmp(cmd_name, "LOAD_CERT_CTRL") != 0 || i != 0 || f != nullptr || cmd_optional != 0 ||
         record->cert != nullptr)
         script().violation("ENGINE_ctrl_cmd: wrong arguments");
-    const Failure* failure =
-        script().step(function, name_of(e, function) + ", " + cmd_name + ", " + text_of(record->cert_id));
+    const Failure* failure = script().step(function, name_of(e, function) + ", " + cmd_name + ", " +
+                                                         text_or_null(record->cert_id));
     if (!the_double().is_alive(e)) return 0;
     Kes::test::require_use(e, function);
     if (failure == nullptr || the_double().gives_certificate_on_failure)

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <openssl/x509.h>
 
+#include "doubles/text_or_null.h"
 #include "scripted_capi.h"
 #include "support/certificates.h"
 #include "utils/ossl_ptr.h"
@@ -13,8 +14,6 @@ namespace {
 ScriptedCapi& the_double() { return ScriptedCapi::instance(); }
 
 CallScript& script() { return CallScript::instance(); }
-
-std::string text_of(const char* text) { return text == nullptr ? "null" : text; }
 
 std::string hex(DWORD number) {
     char text[16];
@@ -161,7 +160,7 @@ bool export_key(ScriptedCapi::Provider& provider, DWORD key_spec, CERT_PUBLIC_KE
 using Kes::test::CallScript;
 using Kes::test::require;
 using Kes::test::ScriptedCapi;
-using Kes::test::text_of;
+using Kes::test::text_or_null;
 using Kes::test::the_double;
 
 extern "C" {
@@ -171,7 +170,7 @@ BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvi
     const std::string what = szContainer == nullptr ? "" : szContainer;
     *phProv = the_double().junk_handle.value_or(*phProv);
     if (!the_double().enter("CryptAcquireContextA",
-                            text_of(szContainer) + ", " + text_of(szProvider) + ", " +
+                            text_or_null(szContainer) + ", " + text_or_null(szProvider) + ", " +
                                 std::to_string(dwProvType) + ", " + Kes::test::hex(dwFlags),
                             what))
         return FALSE;

@@ -100,6 +100,4 @@ std::string describe_pin(const char* pin) {
     return std::find(settings.begin(), settings.end(), right) == settings.end() ? "wrong pin" : "right pin";
 }
 
-std::string text_of(const char* text) { return text == nullptr ? "null" : text; }
-
 } // namespace Kes::test

@@ -45,8 +45,6 @@ void note_released(const std::string& name);
 /// What a PIN is worth: "right pin", "wrong pin", "empty pin", "no pin". No copy of it is kept.
 std::string describe_pin(const char* pin);
 
-std::string text_of(const char* text);
-
 } // namespace Kes::test
 
 #endif // KES_TESTS_DOUBLES_DLL_CALL_LOG_H_

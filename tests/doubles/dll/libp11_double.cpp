@@ -1,6 +1,7 @@
 // The test double of libp11.dll: the functions of libp11 0.4.12 that our library calls, with its signatures,
 // its ways of failing and its entries on the error queue.
 #include "call_log.h"
+#include "doubles/text_or_null.h"
 #include "error_texts.h"
 #include "libp11_state.h"
 
@@ -92,7 +93,7 @@ PKCS11_CTX* PKCS11_CTX_new(void) {
 int PKCS11_CTX_load(PKCS11_CTX* ctx, const char* ident) {
     constexpr const char* function = "PKCS11_CTX_load";
     Libp11Context* context = state().find(ctx, function);
-    if (!begin(function, name_of(context) + ", " + text_of(ident)) || context == nullptr) return -1;
+    if (!begin(function, name_of(context) + ", " + text_or_null(ident)) || context == nullptr) return -1;
     if (context->module.is_loaded()) {
         note_violation(std::string(function) + ": a module is loaded");
         return -1;

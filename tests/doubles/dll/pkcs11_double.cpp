@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "call_log.h"
+#include "doubles/text_or_null.h"
 #include "engine_keys.h"
 #include "error_texts.h"
 #include "pkcs11_uri.h"
@@ -108,7 +109,7 @@ const CardObject* find_object(const char* function, CardKind kind, const char* t
 }
 
 int set_module_path(const char* path) {
-    if (!begin("engine.MODULE_PATH", text_of(path))) return 0;
+    if (!begin("engine.MODULE_PATH", text_or_null(path))) return 0;
     if (state->is_initialised) {
         note_violation("engine.MODULE_PATH: after the engine was initialised");
         return 0;
@@ -155,7 +156,7 @@ int control(ENGINE*, int command, long, void* argument, void (*)()) {
 
 EVP_PKEY* load_private_key(ENGINE* engine, const char* id, UI_METHOD* ui_method, void*) {
     constexpr const char* function = "engine.load_privkey";
-    if (!begin(function, text_of(id)) || !require_initialised(function)) return nullptr;
+    if (!begin(function, text_or_null(id)) || !require_initialised(function)) return nullptr;
     if (ui_method == nullptr) {
         note_violation(std::string(function) + ": no UI method");
         return nullptr;
@@ -177,7 +178,7 @@ EVP_PKEY* load_private_key(ENGINE* engine, const char* id, UI_METHOD* ui_method,
 
 EVP_PKEY* load_public_key(ENGINE*, const char* id, UI_METHOD*, void*) {
     constexpr const char* function = "engine.load_pubkey";
-    if (!begin(function, text_of(id)) || !require_initialised(function)) return nullptr;
+    if (!begin(function, text_or_null(id)) || !require_initialised(function)) return nullptr;
     const CardObject* object = find_object(function, CardKind::public_key, "public", id);
     return object == nullptr ? nullptr : ::EVP_PKEY_dup(object->public_key);
 }
