@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <regex>
-#include <sstream>
 
 #include "base/capi_key_type.h"
 #include "certificates.h"
@@ -73,11 +72,7 @@ OsslScardCfg& CapiScardTest::make_capi_config(OsslScardCfg::CryptoIf crypto_if) 
     return cfg;
 }
 
-Lines records(const PkoIdList& list) {
-    std::ostringstream text;
-    text << list;
-    return split_lines(text.str());
-}
+Lines records(const PkoIdList& list) { return split_lines(text_of(list)); }
 
 Lines capi_records(const std::string& container, DWORD key_spec) {
     return triple(container + " (" + capi_key_type_name(key_spec) + ")",

@@ -17,6 +17,15 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ignored);
 }
 
+CurrentFolder::CurrentFolder(const std::filesystem::path& folder) : before_(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder);
+}
+
+CurrentFolder::~CurrentFolder() {
+    std::error_code ignored;
+    std::filesystem::current_path(before_, ignored);
+}
+
 EnvVar::EnvVar(const std::string& name, const std::optional<std::string>& value) : name_(name) {
     if (const char* before = std::getenv(name.c_str())) before_ = before;
     set_env(name_, value);

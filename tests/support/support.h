@@ -5,6 +5,7 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,18 @@ public:
 
 private:
     std::filesystem::path path_;
+};
+
+/// Makes a folder the current one while the object lives.
+class CurrentFolder {
+public:
+    explicit CurrentFolder(const std::filesystem::path& folder);
+    ~CurrentFolder();
+    CurrentFolder(const CurrentFolder&) = delete;
+    CurrentFolder& operator=(const CurrentFolder&) = delete;
+
+private:
+    std::filesystem::path before_;
 };
 
 /// Sets (or, without a value, unsets) an environment variable and puts it back.
@@ -81,6 +94,14 @@ public:
 private:
     TempDir dir_;
 };
+
+/// What an object prints.
+template <typename Printable>
+std::string text_of(const Printable& printable) {
+    std::ostringstream text;
+    text << printable;
+    return text.str();
+}
 
 /// The text of the std::exception that the function throws; "no exception" when it throws none.
 template <typename Function>

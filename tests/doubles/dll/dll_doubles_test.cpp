@@ -25,12 +25,7 @@ struct Entry {
 
 class DoublesTest : public ::testing::Test {
 protected:
-    DoublesTest() {
-        std::filesystem::current_path(doubles);
-        card.add("01", "ckp", "rsa", "Login");
-    }
-
-    ~DoublesTest() override { std::filesystem::current_path(folder_before); }
+    DoublesTest() { card.add("01", "ckp", "rsa", "Login"); }
 
     /// A context with the module loaded and its slots listed.
     void enumerate() {
@@ -40,7 +35,7 @@ protected:
     }
 
     TestCard card;
-    const std::filesystem::path folder_before = std::filesystem::current_path();
+    const CurrentFolder current{doubles};
     const HMODULE library = ::LoadLibraryA((doubles / "libp11.dll").string().c_str());
     decltype(&::PKCS11_CTX_free) const ctx_free = Entry{library, "PKCS11_CTX_free"};
     decltype(&::PKCS11_CTX_load) const ctx_load = Entry{library, "PKCS11_CTX_load"};

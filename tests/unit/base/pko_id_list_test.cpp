@@ -12,12 +12,6 @@ namespace {
 constexpr const char* not_registered =
     "pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 (not_registered)";
 
-std::string text_of(const auto& printable) {
-    std::ostringstream text;
-    text << printable;
-    return text.str();
-}
-
 /// Adds two records, then does what the test wants.
 class TestScanner final : public PkoIdScanner {
 public:

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <sstream>
 
 #include "support/csp_card_fixture.h"
 
@@ -30,13 +29,11 @@ protected:
 TEST_F(CapiStorePkoIdScannerTest, RecordsThreeObjectsNamedByTheSubject) {
     system_store.add(prepared_certificate("several"));
     const PkoIdList list(make_scanner(), Pin());
-    std::ostringstream text;
-    text << list;
     std::string expected;
     const std::string name = "AT, Test Makers, First, Second, Several Names";
     for (const char* type : {"private_key", "public_key", "certificate"})
         expected += name + " [type=" + type + ", key_type=0, name=" + name + ", cluster_name=" + name + "]\n";
-    EXPECT_EQ(text.str(), expected);
+    EXPECT_EQ(text_of(list), expected);
 }
 
 TEST_F(CapiStorePkoIdScannerTest, EqualSubjectsAreRecordedEachAndTheFirstIsFound) {

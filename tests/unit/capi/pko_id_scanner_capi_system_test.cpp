@@ -2,7 +2,6 @@
 #include "capi/pko_id_scanner_capi.h"
 
 #include <memory>
-#include <sstream>
 
 #include "support/csp_card_fixture.h"
 
@@ -14,15 +13,13 @@ class CapiPkoIdScannerTest : public CardTest {};
 TEST_F(CapiPkoIdScannerTest, RecordsThreeObjectsForEachKeyInAscendingOrder) {
     card.add("sign");
     PkoIdList list(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr), Pin());
-    std::ostringstream text;
-    text << list;
     std::string expected;
     for (const char* name : {"both (KEYEXCHANGE) [%, key_type=1, name=both, cluster_name=both]\n",
                              "both (SIGNATURE) [%, key_type=2, name=both, cluster_name=both]\n",
                              "sign (SIGNATURE) [%, key_type=2, name=sign, cluster_name=sign]\n"})
         for (const char* type : {"type=private_key", "type=public_key", "type=certificate"})
             expected += std::string(name).replace(std::string(name).find('%'), 1, type);
-    EXPECT_EQ(text.str(), expected);
+    EXPECT_EQ(text_of(list), expected);
 }
 
 TEST_F(CapiPkoIdScannerTest, AProviderWithoutCertificatesEndsTheScan) {

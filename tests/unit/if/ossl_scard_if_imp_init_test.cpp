@@ -42,15 +42,13 @@ TEST_F(OsslScardIfInitTest, OpensTheLogFileWithTheLinesSinceTheBeginning) {
 }
 
 TEST_F(OsslScardIfInitTest, AnEmptyOrBlankNameOpensNoFileAndKeepsNoLines) {
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());
+    const CurrentFolder folder(dir.path());
     for (const char* name : {"", " "}) {
         EXPECT_EQ(init(&config_with_log(name)), "0");
         EXPECT_EQ(scard().read_scard(), 0);
         scard().destroy();
     }
     EXPECT_EQ(files(), 0U);
-    std::filesystem::current_path(before);
 }
 
 TEST_F(OsslScardIfInitTest, NullTextsOfAClientsOwnConfigurationCountAsEmpty) {

@@ -48,12 +48,10 @@ TEST_F(OsslScardIfPosixTest, TheWindowsBackEndsAreUnsupportedAtTheFirstOperation
 }
 
 TEST_F(OsslScardIfPosixTest, ALogFileNamedWithTwoBlanksIsOpened) {
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());
+    const CurrentFolder folder(dir.path());
     OsslScardCfg& cfg = make_config();
     cfg.set_logfile("  ");
     EXPECT_EQ(scard().init(&cfg), 0);
-    std::filesystem::current_path(before);
     EXPECT_TRUE(std::filesystem::exists(dir.path() / "  "));
 }
 

@@ -139,11 +139,10 @@ TEST_F(Pkcs11EngineRegistryTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) 
 }
 
 TEST_F(Pkcs11EngineRegistryTest, ARelativePathIsKnownFromAnotherFolderToo) {
-    const auto before = std::filesystem::current_path();
-    const std::filesystem::path folder = std::filesystem::path(library).parent_path();
-    std::filesystem::current_path(folder);
-    live_and_free("./engine.so");
-    std::filesystem::current_path(before);
+    {
+        const CurrentFolder folder(std::filesystem::path(library).parent_path());
+        live_and_free("./engine.so");
+    }
     EXPECT_EQ(load_error(library), "no exception");
 }
 

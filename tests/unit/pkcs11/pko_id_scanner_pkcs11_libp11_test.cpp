@@ -1,7 +1,5 @@
 #include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
 
-#include <sstream>
-
 #include "support/core_fixture.h"
 #include "utils/error.h"
 
@@ -9,12 +7,6 @@ namespace Kes::test {
 namespace {
 
 constexpr const char* client_oids = "1.3.6.1.5.5.7.3.2";
-
-std::string text_of(const PkoIdList& list) {
-    std::ostringstream text;
-    text << list;
-    return text.str();
-}
 
 class Pkcs11Libp11PkoIdScannerTest : public CoreTest {
 protected:

@@ -16,18 +16,13 @@ namespace {
 using test::error_text;
 using test::Lines;
 using test::OsslCalls;
+using test::text_of;
 using test::unit_cert;
 
 constexpr auto client_auth = "1.3.6.1.5.5.7.3.2";
 constexpr auto unknown_type = static_cast<FilterType>(7);
 
 CertKeyUsage usage_of(const std::string& cert) { return CertKeyUsage(unit_cert(cert)); }
-
-std::string text_of(const CertKeyUsage& key_usage) {
-    std::ostringstream out;
-    out << key_usage;
-    return out.str();
-}
 
 constexpr auto empty_text = "key usage:\n"
                             "  _kuse_mask=\"none\" (0x0)\n"

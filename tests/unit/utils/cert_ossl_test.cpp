@@ -23,6 +23,7 @@ using test::mask_queue;
 using test::OsslCalls;
 using test::read_file;
 using test::TempDir;
+using test::text_of;
 using test::unit_cert;
 
 constexpr auto not_decoded =
@@ -45,12 +46,6 @@ protected:
         ::ERR_clear_error();
     }
 };
-
-std::string pointer_text(const void* pointer) {
-    std::ostringstream text;
-    text << PointerText{pointer};
-    return text.str();
-}
 
 /// A certificate of any other kind, to see what the base class does by itself.
 class NamedCert final : public Cert {
@@ -107,9 +102,9 @@ TEST(CertTest, PrintWritesTheTextAndALineEndThenFlushes) {
 }
 
 TEST(PointerTextTest, IsSixteenUpperCaseDigits) {
-    EXPECT_EQ(pointer_text(nullptr), "0x0000000000000000");
-    EXPECT_EQ(pointer_text(reinterpret_cast<void*>(0xabcdef)), "0x0000000000ABCDEF");
-    EXPECT_EQ(pointer_text(reinterpret_cast<void*>(0xfedcba9876543210)), "0xFEDCBA9876543210");
+    EXPECT_EQ(text_of(PointerText{nullptr}), "0x0000000000000000");
+    EXPECT_EQ(text_of(PointerText{reinterpret_cast<void*>(0xabcdef)}), "0x0000000000ABCDEF");
+    EXPECT_EQ(text_of(PointerText{reinterpret_cast<void*>(0xfedcba9876543210)}), "0xFEDCBA9876543210");
 }
 
 TEST_F(OsslCertTest, GivesExactlyTheBytesItWasMadeOf) {
@@ -170,10 +165,10 @@ TEST_F(OsslCertTest, LifeIsTraced) {
     {
         const OsslCert cert(unit_cert("plain"));
         x509 = cert.x509();
-        EXPECT_EQ(log.lines(), (Lines{"<trace> created OsslCert [x509=" + pointer_text(x509) + "]"}));
+        EXPECT_EQ(log.lines(), (Lines{"<trace> created OsslCert [x509=" + text_of(PointerText{x509}) + "]"}));
     }
-    EXPECT_EQ(log.lines(), (Lines{"<trace> created OsslCert [x509=" + pointer_text(x509) + "]",
-                                  "<trace> destroyed OsslCert [x509=" + pointer_text(x509) + "]"}));
+    EXPECT_EQ(log.lines(), (Lines{"<trace> created OsslCert [x509=" + text_of(PointerText{x509}) + "]",
+                                  "<trace> destroyed OsslCert [x509=" + text_of(PointerText{x509}) + "]"}));
 }
 
 TEST_F(OsslCertTest, X509IsFreedOnceWithTheObject) {

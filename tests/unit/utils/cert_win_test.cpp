@@ -8,12 +8,6 @@
 namespace Kes::test {
 namespace {
 
-std::string address(const void* pointer) {
-    std::ostringstream text;
-    text << PointerText{pointer};
-    return text.str();
-}
-
 /// Certificates as an open store gives them.
 class WinCertTest : public CapiTest {
 protected:
@@ -39,8 +33,8 @@ TEST_F(WinCertTest, ANullContextIsABadArgument) {
 TEST_F(WinCertTest, LogsItsLifeWithTheAddressOfTheContext) {
     const CERT_CONTEXT* ctx = context("sign");
     { const WinCert cert(ctx, true); }
-    EXPECT_EQ(log.lines(), (Lines{"<trace> created WinCert [ctx=" + address(ctx) + "]",
-                                  "<trace> destroyed WinCert [ctx=" + address(ctx) + "]"}));
+    EXPECT_EQ(log.lines(), (Lines{"<trace> created WinCert [ctx=" + text_of(PointerText{ctx}) + "]",
+                                  "<trace> destroyed WinCert [ctx=" + text_of(PointerText{ctx}) + "]"}));
 }
 
 TEST_F(WinCertTest, FreesTheContextOnlyIfItIsTheOwner) {

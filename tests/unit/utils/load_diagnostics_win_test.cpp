@@ -20,19 +20,15 @@ namespace fs = std::filesystem;
 /// Works in a folder of its own, which is the current one and holds "fine.dll" and libraries that are not.
 class LoadDiagnosticsTest : public testing::Test {
 protected:
-    LoadDiagnosticsTest() : before_(fs::current_path()) {
+    LoadDiagnosticsTest() {
         fs::copy_file(KES_TEST_FINE_DLL, file("fine.dll"));
         fs::copy_file(KES_TEST_DEPENDENT_DLL, file("dependent.dll"));
         std::ofstream(file("text.dll")) << "this is no library\n";
         make_32_bit_library();
-        fs::current_path(dir_.path());
         ::ERR_clear_error();
     }
 
-    ~LoadDiagnosticsTest() override {
-        ::ERR_clear_error();
-        fs::current_path(before_);
-    }
+    ~LoadDiagnosticsTest() override { ::ERR_clear_error(); }
 
     std::string file(const std::string& name) const { return dir_.file(name); }
 
@@ -81,7 +77,7 @@ private:
     }
 
     TempDir dir_;
-    fs::path before_;
+    CurrentFolder current_{dir_.path()};
 };
 
 TEST_F(LoadDiagnosticsTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {

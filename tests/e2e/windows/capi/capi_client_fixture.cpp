@@ -2,12 +2,6 @@
 
 namespace Kes::test {
 
-RoadTest::RoadTest() : folder_before_(std::filesystem::current_path()) {
-    std::filesystem::current_path(folder_.path());
-}
-
-RoadTest::~RoadTest() { std::filesystem::current_path(folder_before_); }
-
 void RoadTest::TearDown() {
     scard().destroy();
     EXPECT_EQ(card.unreleased(), Lines());

@@ -19,8 +19,6 @@ namespace Kes::test {
 /// At the end every handle of the card must have been released once.
 class RoadTest : public ::testing::Test {
 protected:
-    RoadTest();
-    ~RoadTest() override;
     void TearDown() override;
 
     OsslScardIf& scard() const { return *get_ossl_scard_if(); }
@@ -47,7 +45,7 @@ protected:
 
 private:
     TempDir folder_;
-    std::filesystem::path folder_before_;
+    CurrentFolder current_{folder_.path()};
 };
 
 } // namespace Kes::test

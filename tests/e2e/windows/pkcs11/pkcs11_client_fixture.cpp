@@ -3,18 +3,8 @@
 #include <openssl/x509.h>
 
 namespace Kes::test {
-namespace {
 
-const std::filesystem::path doubles = MARVO_DOUBLES_DIR;
-
-} // namespace
-
-RoadTest::RoadTest() : folder_before_(std::filesystem::current_path()) {
-    std::filesystem::current_path(doubles);
-    card.add("01", "ckp", "rsa", "Login");
-}
-
-RoadTest::~RoadTest() { std::filesystem::current_path(folder_before_); }
+RoadTest::RoadTest() { card.add("01", "ckp", "rsa", "Login"); }
 
 void RoadTest::TearDown() {
     scard().destroy();

@@ -22,7 +22,6 @@ constexpr const char* cert_uri = "pkcs11:token=Card 1;id=%01;type=cert";
 class RoadTest : public ::testing::Test {
 protected:
     RoadTest();
-    ~RoadTest() override;
     void TearDown() override;
 
     OsslScardIf& scard() const { return *get_ossl_scard_if(); }
@@ -52,7 +51,7 @@ protected:
     Lines forgotten; ///< what is not released on purpose, as card.unbalanced() says it
 
 private:
-    std::filesystem::path folder_before_;
+    CurrentFolder current_{MARVO_DOUBLES_DIR};
 };
 
 } // namespace Kes::test
