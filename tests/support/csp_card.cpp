@@ -1,10 +1,9 @@
 #include "csp_card.h"
 
 #include <fstream>
-#include <map>
-#include <sstream>
 
 #include "certificates.h"
+#include "handle_balance.h"
 
 namespace Kes::test {
 namespace {
@@ -66,19 +65,6 @@ Lines CspCard::calls() const {
     return calls;
 }
 
-Lines CspCard::unreleased() const {
-    std::map<std::string, int> balance;
-    Lines wrong;
-    for (const std::string& line : log()) {
-        std::istringstream words(line);
-        for (std::string word; words >> word;) {
-            if (word[0] == '+') ++balance[word.substr(1)];
-            if (word[0] == '-') --balance[word.substr(1)];
-        }
-    }
-    for (const auto& [handle, count] : balance)
-        if (count != 0) wrong.push_back(handle);
-    return wrong;
-}
+Lines CspCard::unreleased() const { return unbalanced_handles(log()); }
 
 } // namespace Kes::test

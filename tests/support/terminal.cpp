@@ -142,6 +142,12 @@ void Terminal::wait_until_silent() const {
     }
 }
 
+void Terminal::pass_all_keys() const {
+    termios keys = settings();
+    ::cfmakeraw(&keys);
+    change_settings(keys);
+}
+
 termios Terminal::settings() const {
     termios settings{};
     require(::tcgetattr(keyboard_, &settings) == 0, "tcgetattr");

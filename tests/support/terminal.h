@@ -50,6 +50,9 @@ public:
     /// Waits until keys are no longer echoed.
     void wait_until_silent() const;
 
+    /// Makes every key reach the program as it is, even CTRL-C, and without an echo.
+    void pass_all_keys() const;
+
     termios settings() const;
     void change_settings(const termios& settings) const;
 

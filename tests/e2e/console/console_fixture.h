@@ -20,9 +20,7 @@ protected:
     ConsoleTest() {
         if (wine.empty()) return;
         starter_.emplace_back(wine);
-        termios keys = terminal_.settings();
-        ::cfmakeraw(&keys); // all keys are the console's
-        terminal_.change_settings(keys);
+        terminal_.pass_all_keys();
     }
 
     static constexpr const char* prompt = "  => ";

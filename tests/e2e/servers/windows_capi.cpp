@@ -1,8 +1,6 @@
 #include "windows_capi.h"
 
-#include <map>
-#include <sstream>
-
+#include "support/handle_balance.h"
 #include "support/process.h"
 
 namespace Kes::test {
@@ -16,16 +14,7 @@ void change_store(const std::string& change, const std::string& card, const std:
 
 WindowsCapiTest::WindowsCapiTest() { run_program({SOFT_TOKEN_PROGRAM, "server", dir_.path().string()}); }
 
-void WindowsCapiTest::TearDown() {
-    std::map<std::string, int> balance;
-    std::istringstream words(calls());
-    for (std::string word; words >> word;) {
-        if (word[0] == '+') ++balance[word.substr(1)];
-        if (word[0] == '-') --balance[word.substr(1)];
-    }
-    for (const auto& [handle, count] : balance)
-        EXPECT_EQ(count, 0) << handle << " was made more often than released\n" << calls();
-}
+void WindowsCapiTest::TearDown() { EXPECT_EQ(unbalanced_handles(split_lines(calls())), Lines()) << calls(); }
 
 void WindowsCapiTest::add_key_to_card(const std::string& kind, const std::string& name) const {
     run_program(

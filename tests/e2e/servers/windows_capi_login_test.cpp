@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "support/process.h"
 #include "support/terminal.h"
@@ -41,33 +42,42 @@ struct LoginCase {
 
 void PrintTo(const LoginCase& login, std::ostream* stream) { *stream << login.name; }
 
-class WindowsCapiLoginTest : public WindowsCapiTest, public testing::WithParamInterface<LoginCase> {
+/// A login with one of two keys.
+class CapiLoginTest : public WindowsCapiTest, public testing::WithParamInterface<LoginCase> {
 protected:
-    WindowsCapiLoginTest() {
+    /// @param backend  the setting
+    /// @param names    of all keys, sorted
+    CapiLoginTest(const std::string& backend, std::string names)
+        : backend_("ossl_scard_cfg_crypto_if", backend), names_(std::move(names)) {}
+
+    void expect_login(const std::string& maker, const std::string& report) {
+        const auto server = create_server(maker, ServerSetup(dir_.path()));
+        EXPECT_EQ(log_in(*server, GetParam().key), 0);
+        EXPECT_EQ(sorted_names(keys_), names_);
+        EXPECT_EQ(before_answer(output_), keys_ + session);
+        EXPECT_EQ(server->report(body_of(output_)), report);
+        EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+    }
+
+private:
+    EnvVar backend_;
+    const std::string names_;
+};
+
+class WindowsCapiLoginTest : public CapiLoginTest {
+protected:
+    WindowsCapiLoginTest() : CapiLoginTest("capi", "login (KEYEXCHANGE)\nlogin (SIGNATURE)\n") {
         add_key_to_card("exchange", "Egon");
         add_key_to_card("signature", "Rita");
     }
-
-    EnvVar backend_{"ossl_scard_cfg_crypto_if", "capi"};
-    const std::string names_ = "login (KEYEXCHANGE)\nlogin (SIGNATURE)\n";
 };
 
 TEST_P(WindowsCapiLoginTest, NginxLetsTheKeyInAndSeesItsSubject) {
-    const auto server = create_server("nginx", ServerSetup(dir_.path()));
-    EXPECT_EQ(log_in(*server, GetParam().key), 0);
-    EXPECT_EQ(sorted_names(keys_), names_);
-    EXPECT_EQ(before_answer(output_), keys_ + session);
-    EXPECT_EQ(server->report(body_of(output_)), nginx_report(GetParam().subject));
-    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+    expect_login("nginx", nginx_report(GetParam().subject));
 }
 
 TEST_P(WindowsCapiLoginTest, GnutlsLetsTheKeyInAndSeesItsSubject) {
-    const auto server = create_server("gnutls", ServerSetup(dir_.path()));
-    EXPECT_EQ(log_in(*server, GetParam().key), 0);
-    EXPECT_EQ(sorted_names(keys_), names_);
-    EXPECT_EQ(before_answer(output_), keys_ + session);
-    EXPECT_EQ(server->report(body_of(output_)), gnutls_report(GetParam().subject));
-    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+    expect_login("gnutls", gnutls_report(GetParam().subject));
 }
 
 INSTANTIATE_TEST_SUITE_P(With, WindowsCapiLoginTest,
@@ -75,9 +85,9 @@ INSTANTIATE_TEST_SUITE_P(With, WindowsCapiLoginTest,
                                          LoginCase{"ExchangeKey", "login (KEYEXCHANGE)", "Egon", 1}),
                          [](const auto& login) { return login.param.name; });
 
-class WindowsMyStoreLoginTest : public WindowsCapiTest, public testing::WithParamInterface<LoginCase> {
+class WindowsMyStoreLoginTest : public CapiLoginTest {
 protected:
-    WindowsMyStoreLoginTest() {
+    WindowsMyStoreLoginTest() : CapiLoginTest("capi_store", "Makers, Carla\nMakers, Stella\n") {
         add_key_to_card("exchange", "Stella");
         add_key_to_card("signature", "Carla");
         store_.add_software_key(card(), "exchange");
@@ -85,26 +95,14 @@ protected:
     }
 
     MyStore store_;
-    EnvVar backend_{"ossl_scard_cfg_crypto_if", "capi_store"};
-    const std::string names_ = "Makers, Carla\nMakers, Stella\n";
 };
 
 TEST_P(WindowsMyStoreLoginTest, NginxLetsTheKeyInAndSeesItsSubject) {
-    const auto server = create_server("nginx", ServerSetup(dir_.path()));
-    EXPECT_EQ(log_in(*server, GetParam().key), 0);
-    EXPECT_EQ(sorted_names(keys_), names_);
-    EXPECT_EQ(before_answer(output_), keys_ + session);
-    EXPECT_EQ(server->report(body_of(output_)), nginx_report(GetParam().subject));
-    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+    expect_login("nginx", nginx_report(GetParam().subject));
 }
 
 TEST_P(WindowsMyStoreLoginTest, GnutlsLetsTheKeyInAndSeesItsSubject) {
-    const auto server = create_server("gnutls", ServerSetup(dir_.path()));
-    EXPECT_EQ(log_in(*server, GetParam().key), 0);
-    EXPECT_EQ(sorted_names(keys_), names_);
-    EXPECT_EQ(before_answer(output_), keys_ + session);
-    EXPECT_EQ(server->report(body_of(output_)), gnutls_report(GetParam().subject));
-    EXPECT_EQ(count_signatures(), GetParam().card_signatures);
+    expect_login("gnutls", gnutls_report(GetParam().subject));
 }
 
 INSTANTIATE_TEST_SUITE_P(With, WindowsMyStoreLoginTest,
@@ -115,11 +113,7 @@ INSTANTIATE_TEST_SUITE_P(With, WindowsMyStoreLoginTest,
 /// With a user at the console, whose keys come from a pseudo-terminal.
 class WindowsCapiConsoleTest : public WindowsCapiTest {
 protected:
-    WindowsCapiConsoleTest() {
-        termios keys = terminal_.settings();
-        ::cfmakeraw(&keys); // all keys are the console's
-        terminal_.change_settings(keys);
-    }
+    WindowsCapiConsoleTest() { terminal_.pass_all_keys(); }
 
     /// The user's answers to the two questions.
     /// @return the exit status
@@ -141,21 +135,13 @@ protected:
     }
 
     Terminal terminal_;
-    const std::string backends_ =
-        "\n"
-        "Please select cryptographic API interface:\n"
-        "   ( c ) ... capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')\n"
-        "   ( p ) ... pkcs11 (PKCS#11 with module 'itp11.dll')\n"
-        "   ( s ) ... capi_store (MS CryptoAPI using Windows Cert Store)\n"
-        "   ( . ) ... exit\n"
-        "  => ";
 };
 
 TEST_F(WindowsCapiConsoleTest, TheUserPicksAKeyOfTheCardAndSeesItsCertificate) {
     add_key_to_card("exchange", "Egon");
     add_key_to_card("signature", "Rita");
     EXPECT_EQ(choose("c", "1"), 0);
-    EXPECT_EQ(output_, backends_ +
+    EXPECT_EQ(output_, menu_of_backends +
                            "c\n"
                            "\n"
                            "Please select from available keys:\n"
@@ -175,7 +161,7 @@ TEST_F(WindowsMyStoreConsoleTest, TheUserPicksAKeyOfTheStoreAndSeesItsCertificat
     add_key_to_card("signature", "Carla");
     store_.add_card_key(card(), "signature");
     EXPECT_EQ(choose("s", "0"), 0);
-    EXPECT_EQ(output_, backends_ +
+    EXPECT_EQ(output_, menu_of_backends +
                            "s\n"
                            "\n"
                            "Please select from available keys:\n"

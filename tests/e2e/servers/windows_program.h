@@ -24,6 +24,15 @@ Outcome run_with_input(const std::vector<std::string>& command, const std::strin
 /// Each line of a Windows program ends with one.
 std::string without_carriage_returns(const std::string& text);
 
+/// How the interactive client asks for the back-end, with the default settings.
+inline const std::string menu_of_backends =
+    "\nPlease select cryptographic API interface:\n"
+    "   ( c ) ... capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')\n"
+    "   ( p ) ... pkcs11 (PKCS#11 with module 'itp11.dll')\n"
+    "   ( s ) ... capi_store (MS CryptoAPI using Windows Cert Store)\n"
+    "   ( . ) ... exit\n"
+    "  => ";
+
 /// What a client wrote before the server's answer, and the body of that.
 std::string before_answer(const std::string& output);
 std::string body_of(const std::string& output);

@@ -36,22 +36,8 @@ bool Client::load(const std::string& key_id) const {
            scard->ossl_load() == 0;
 }
 
-EVP_PKEY* Client::key() const {
-    EVP_PKEY* key = nullptr;
-    scard->ossl_get_private_key(&key);
-    return key;
-}
-
-X509* Client::certificate() const {
-    X509* certificate = nullptr;
-    scard->ossl_get_certificate(&certificate);
-    return certificate;
-}
-
-std::vector<std::string> Client::key_names() const {
-    std::vector<std::string> names;
-    for (std::size_t i = 0; i < num_keys; ++i)
-        names.emplace_back(scard->get_key_name(i));
+Lines Client::key_names() const {
+    Lines names = found_key_names(*scard, num_keys);
     std::sort(names.begin(), names.end());
     return names;
 }

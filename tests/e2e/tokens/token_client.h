@@ -12,6 +12,7 @@
 #include "soft_token.h"
 #include "support/certificates.h"
 #include "support/error_lines.h"
+#include "support/loaded_key.h"
 #include "support/signing.h"
 
 namespace Kes::test {
@@ -49,14 +50,14 @@ public:
     std::string error() const { return scard->get_last_error_msg(); }
     std::string masked_error() const { return masked_errors(error()); }
 
-    EVP_PKEY* key() const;
-    X509* certificate() const;
+    EVP_PKEY* key() const { return loaded_key(*scard); }
+    X509* certificate() const { return loaded_certificate(*scard); }
 
     /// The certificate handed out, DER; empty when there is none.
     Bytes certificate_der() const { return der_of(certificate()); }
 
     /// The names of all keys offered, sorted.
-    std::vector<std::string> key_names() const;
+    Lines key_names() const;
 
     /// Each line of the log without its header.
     Lines log_lines() const;

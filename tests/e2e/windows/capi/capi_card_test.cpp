@@ -21,13 +21,6 @@ protected:
         if (problem.empty()) return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure() << problem;
     }
-
-    Lines key_names() const {
-        Lines names;
-        for (std::size_t i = 0; i < num_keys; ++i)
-            names.emplace_back(scard().get_key_name(i));
-        return names;
-    }
 };
 
 TEST_F(CardRoadTest, ASignatureKeySignsAndItsCertificateIsTheCards) {

@@ -31,18 +31,6 @@ OsslScardCfg* RoadTest::make_config() const {
     return ::testing::AssertionFailure() << error();
 }
 
-EVP_PKEY* RoadTest::key() const {
-    EVP_PKEY* key = nullptr;
-    scard().ossl_get_private_key(&key);
-    return key;
-}
-
-X509* RoadTest::certificate() const {
-    X509* certificate = nullptr;
-    scard().ossl_get_certificate(&certificate);
-    return certificate;
-}
-
 Lines RoadTest::log() const { return log_lines("ossl_scard.log"); }
 
 } // namespace Kes::test

@@ -9,6 +9,7 @@
 #include "support/certificates.h"
 #include "support/csp_card.h"
 #include "support/error_lines.h"
+#include "support/loaded_key.h"
 #include "support/signing.h"
 #include "support/windows_error.h"
 
@@ -31,8 +32,9 @@ protected:
     ::testing::AssertionResult load();
     ::testing::AssertionResult load(unsigned int key_type, const std::string& key_id);
 
-    EVP_PKEY* key() const;
-    X509* certificate() const;
+    EVP_PKEY* key() const { return loaded_key(scard()); }
+    X509* certificate() const { return loaded_certificate(scard()); }
+    Lines key_names() const { return found_key_names(scard(), num_keys); }
     std::string error() const { return scard().get_last_error_msg(); }
 
     /// The log so far, as without_header() gives it.

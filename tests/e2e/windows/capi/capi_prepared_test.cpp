@@ -18,11 +18,7 @@ protected:
         if (scard.init(cfg) != 0 || scard.read_scard() != 0 || scard.discover_keys(&num_keys) != 0 ||
             scard.set_key(key_type, key_id) != 0 || scard.notify_config_done() != 0 || scard.ossl_load() != 0)
             return scard.get_last_error_msg();
-        EVP_PKEY* key = nullptr;
-        X509* certificate = nullptr;
-        scard.ossl_get_private_key(&key);
-        scard.ossl_get_certificate(&certificate);
-        return signing_problem(key, certificate, pkcs1_with_any_sha2);
+        return signing_problem(loaded_key(scard), loaded_certificate(scard), pkcs1_with_any_sha2);
     }
 
     OsslScardIf& scard = *get_ossl_scard_if();

@@ -32,13 +32,6 @@ protected:
         store.add(prepared_certificate(prepared, key_spec), &place);
     }
 
-    Lines key_names() const {
-        Lines names;
-        for (std::size_t i = 0; i < num_keys; ++i)
-            names.emplace_back(scard().get_key_name(i));
-        return names;
-    }
-
     SystemStore store{"MY"};
 };
 

@@ -38,18 +38,6 @@ OsslScardCfg* RoadTest::make_config() const {
     return ::testing::AssertionFailure() << error();
 }
 
-EVP_PKEY* RoadTest::key() const {
-    EVP_PKEY* key = nullptr;
-    scard().ossl_get_private_key(&key);
-    return key;
-}
-
-X509* RoadTest::certificate() const {
-    X509* certificate = nullptr;
-    scard().ossl_get_certificate(&certificate);
-    return certificate;
-}
-
 std::string RoadTest::subject() const {
     char text[256] = "no certificate";
     if (X509* loaded = certificate()) ::X509_NAME_oneline(::X509_get_subject_name(loaded), text, sizeof text);

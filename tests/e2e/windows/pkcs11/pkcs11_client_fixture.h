@@ -8,6 +8,7 @@
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 #include "support/error_lines.h"
+#include "support/loaded_key.h"
 #include "support/signing.h"
 #include "support/test_card.h"
 
@@ -34,8 +35,8 @@ protected:
     ::testing::AssertionResult discover(const char* pin = card_pin);
     ::testing::AssertionResult load(const std::string& key_id = "%01");
 
-    EVP_PKEY* key() const;
-    X509* certificate() const;
+    EVP_PKEY* key() const { return loaded_key(scard()); }
+    X509* certificate() const { return loaded_certificate(scard()); }
     std::string subject() const;
 
     /// The last error as it is, and with masked lines of OpenSSL.
