@@ -48,6 +48,7 @@ if(NOT MARVO_LLD_LINK)
 endif()
 execute_process(COMMAND ${CMAKE_C_COMPILER} -print-file-name=libkernel32.a
     OUTPUT_VARIABLE kernel32_import OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+set(microsoft_import ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/libmarvo-${PROJECT_VERSION_MAJOR}.lib)
 set(for_microsoft --target=x86_64-pc-windows-msvc -nostdlibinc -Wall -Wextra -Werror)
 set(objects_dir ${CMAKE_CURRENT_BINARY_DIR}/microsoft)
 file(MAKE_DIRECTORY ${objects_dir})
