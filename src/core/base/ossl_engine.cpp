@@ -15,11 +15,12 @@ namespace Kes {
 namespace {
 
 ENGINE* get_dynamic_engine() {
-    ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr); // programs can start OpenSSL without it
+    // Without this call the engine is missing if the program has initialised OpenSSL without engines.
+    ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
     return ::ENGINE_by_id("dynamic");
 }
 
-// OpenSSL declares the method as mutable, but only reads it.
+// OpenSSL's functions take the method as non-const, but only read it.
 UI_METHOD* as_mutable(const UI_METHOD* method) { return const_cast<UI_METHOD*>(method); }
 
 } // namespace
@@ -45,14 +46,14 @@ OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
 }
 
 OsslEngine::~OsslEngine() {
-    // Only a constructor that failed leaves the engine in OpenSSL's list. There it would stay alive, and
-    // OpenSSL would refuse every later load of its library.
+    // The engine is still in OpenSSL's list only if the constructor of the subclass has failed. If it stayed
+    // there, OpenSSL would refuse to load its library again.
     const ErrorQueueMark mark;
     list_entry.reset();
 }
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
-    // No callback data: an engine that needs a PIN has it already, and asks nobody.
+    // The callback data is null: an engine that needs a PIN has already received it and does not ask.
     const ScopedNoLoaderDialogs no_dialogs;
     EvpPkeyPtr key(::ENGINE_load_private_key(engine.get(), name, as_mutable(ui_method), nullptr));
     if (!key) {
@@ -79,7 +80,7 @@ EvpPkeyPtr OsslEngine::read_public_key(const char* name) {
 EvpPkeyPtr OsslEngine::read_public_key_by_certificate(const char* name) {
     X509Ptr cert = read_certificate(name);
     EvpPkeyPtr key(::X509_get_pubkey(cert.get()));
-    cert.reset(); // also when it has no usable key
+    cert.reset();
     if (!key)
         throw Error(ErrorCodeType::not_found, "error getting public key from certificate",
                     "ossl_engine:114 Kes::OsslEngine::read_public_key_by_certificate()");
@@ -124,10 +125,12 @@ void OsslEngine::set_up(const EngineSetup& setup) {
     try {
         make_usable(setup);
     } catch (const OsslError&) {
-        ::ENGINE_finish(functional_reference.release()); // without a warning: the error says what failed
+        // Not reset(), which could log a second failure. The error already reports what failed.
+        ::ENGINE_finish(functional_reference.release());
         throw;
     } catch (...) {
-        functional_reference.release(); // out of memory: the engine cannot be counted on to finish
+        // Out of memory: the engine's finish function could fail as well, so the reference is abandoned.
+        functional_reference.release();
         throw;
     }
     if (!list_entry) list_entry.reset(engine.get());
@@ -182,7 +185,7 @@ const char* OsslEngine::id() const noexcept { return ::ENGINE_get_id(engine.get(
 
 void OsslEngine::unload() noexcept {
     // Unregister, remove from the list, then release, so that no other thread can pick up an engine that is
-    // half torn down. Every step runs, also after one that failed.
+    // half torn down. Every step runs, even if an earlier one has failed.
     log_info("unloading engine: id=", id());
     ::ENGINE_unregister_RSA(engine.get());
     ::ENGINE_unregister_DSA(engine.get());

@@ -13,109 +13,114 @@
 
 namespace Kes {
 
-/// Owns a structural reference to an engine. Defined in the source: OpenSSL's engine header marks every
-/// function as deprecated.
+/// Releases a structural reference to an engine. Defined in the source file, because OpenSSL deprecates every
+/// function of its engine header.
 struct FreeEngine {
     void operator()(ENGINE* engine) const noexcept;
 };
+
+/// Owns a structural reference to an engine.
 using EnginePtr = std::unique_ptr<ENGINE, FreeEngine>;
 
 /// A control command of an engine.
 struct EngineCommand {
     const char* name;
-    const char* value;    ///< null when the command takes none
-    const char* location; ///< of the error when OpenSSL does not answer 1
+    const char* value;    ///< null for a command without an argument
+    const char* location; ///< location of the error that is thrown unless OpenSSL returns 1
 };
 
-/// What turns OpenSSL's "dynamic" engine into a concrete one, in the order of the calls.
+/// The calls that turn OpenSSL's "dynamic" engine into an engine of a library, in their order.
 struct EngineSetup {
-    EngineCommand so_path;  ///< names the engine library
-    EngineCommand list_add; ///< adds the engine to OpenSSL's list of engines when it is loaded
+    EngineCommand so_path;  ///< sets the path of the engine library
+    EngineCommand list_add; ///< makes the load add the engine to OpenSSL's list of engines
     EngineCommand load;     ///< loads the library
     std::vector<EngineCommand> before_init;
     const char* init_location;
     std::vector<EngineCommand> after_init;
-    std::function<void()> configure; ///< what is more than a command; not null
+    std::function<void()> configure; ///< for settings that need more than a command; must not be empty
     const char* set_default_location;
 };
 
-/// An OpenSSL engine that was loaded from a library of its own, and what is read through it.
+/// An OpenSSL engine that is loaded from a library, and that reads keys and certificates.
 ///
 /// The base class owns the engine. A subclass calls set_up() in its constructor and unload() in its
-/// destructor. Keys and certificates that are read belong to the caller.
+/// destructor. The caller owns the keys and certificates that are read.
 class OsslEngine {
 public:
     virtual ~OsslEngine();
     OsslEngine(const OsslEngine&) = delete;
     OsslEngine& operator=(const OsslEngine&) = delete;
 
-    /// @param name  the key, in the engine's own syntax
-    /// @return never null. @throws OsslError
+    /// Reads a private key through the engine.
+    /// @param name  identifies the key, in the engine's own syntax
+    /// @return never null. @throws OsslError if the engine cannot read the key
     EvpPkeyPtr read_private_key(const char* name);
 
+    /// Reads a public key.
     /// @return never null. @throws Error unsupported, OsslError
     virtual EvpPkeyPtr read_public_key(const char* name);
 
-    /// @return never null. @throws Error unsupported, and what the engine reports
+    /// Reads a certificate. The base class throws Error unsupported.
+    /// @return never null. @throws ErrorBase, of the class that the subclass documents
     virtual X509Ptr read_certificate(const char* name);
 
-    /// Chooses between the two keys of a CryptoAPI container; other engines ignore it.
+    /// Selects one of the two keys of a CryptoAPI container. Other engines ignore the call.
     virtual void set_key_type(std::uint32_t key_type);
 
-    /// Gives the PIN to an engine that logs in by itself; other engines ignore it.
+    /// Passes the PIN to an engine that logs in by itself. Other engines ignore the call.
     virtual void set_pin(const Pin& pin);
 
-    /// Reads the certificate of that name and returns its public key.
-    /// @throws Error not_found, and as read_certificate()
+    /// Reads the certificate with that name and returns its public key.
+    /// @return never null. @throws Error not_found without a usable key, and the errors of read_certificate()
     EvpPkeyPtr read_public_key_by_certificate(const char* name);
 
-    /// Free what was read, and log it. Null is ignored.
+    /// Frees what was read and logs this. Does nothing for null.
     static void free_certificate(X509Ptr cert);
     static void free_key(EvpPkeyPtr key);
 
 protected:
-    /// @throws Error null_pointer when OpenSSL has no dynamic engine
+    /// Gets OpenSSL's dynamic engine; loads nothing yet. @throws Error null_pointer if it does not exist
     OsslEngine(bool public_key_supported_in, bool second_flag_in);
 
-    /// Loads and initializes the engine, and makes it the default for all methods. After an OsslError behind
-    /// the initialization, the functional reference is released before the error leaves.
-    /// @throws OsslError when OpenSSL does not answer 1
+    /// Loads and initialises the engine, and makes it the default for all methods. If a step after the
+    /// initialisation throws OsslError, the functional reference is released before the error propagates.
+    /// @throws OsslError if a call of OpenSSL does not return 1
     void set_up(const EngineSetup& setup);
 
-    /// Undoes set_up(). Failures are logged. Each subclass's destructor calls it.
+    /// Undoes set_up() and logs failures. The destructor of each subclass calls it.
     void unload() noexcept;
 
-    /// @throws OsslError when the engine does not answer 1
+    /// Sends a command to the engine. @throws OsslError if the engine does not return 1
     void control(const EngineCommand& command);
 
-    /// The engine's own name.
+    /// The id that the engine has in OpenSSL, such as "pkcs11".
     const char* id() const noexcept;
 
-    /// Lent.
+    /// The engine, borrowed.
     ENGINE* get_engine() const noexcept { return engine.get(); }
 
-    /// Called when the library was loaded. A subclass that keeps a reference of its own returns true: the
-    /// engine stays in OpenSSL's list then, even when a later step fails.
+    /// Called after the library was loaded. A subclass that holds a reference of its own returns true; the
+    /// engine then stays in OpenSSL's list even if a later step fails.
     virtual bool keep_engine(const char* engine_path);
 
-    /// Called when OpenSSL refused to load the library, with the reason on its error queue.
-    /// @return an engine of that library which is loaded already; null when there is none
+    /// Called after OpenSSL has refused to load the library, with the reason in its error queue.
+    /// @return an engine of that library that was loaded earlier, to be used instead; null if none exists
     virtual EnginePtr reuse_engine(const char* engine_path);
 
-    /// Adds to OpenSSL's error queue what the queue does not contain by itself; called after a failure,
-    /// before the queue is read.
+    /// Called after a failure, before OpenSSL's error queue is read. A subclass may add entries that explain
+    /// the failure.
     virtual void explain_failure() {}
 
-    /// Returns the key that the caller of read_private_key() receives for the engine's own key.
+    /// Returns the key that read_private_key() returns in place of the engine's own key.
     virtual EvpPkeyPtr lend_key(EvpPkeyPtr engine_key);
 
 private:
-    /// Membership in OpenSSL's list of engines.
+    /// An entry in OpenSSL's list of engines.
     struct ListEntryTraits {
         using Raw = ENGINE*;
         static void close(Raw listed) noexcept;
     };
-    /// A functional reference: the engine is initialized.
+    /// A functional reference, which keeps the engine initialised.
     struct FunctionalReferenceTraits {
         using Raw = ENGINE*;
         static void close(Raw initialized) noexcept;
@@ -130,7 +135,7 @@ private:
     UniqueHandle<FunctionalReferenceTraits> functional_reference;
     const UI_METHOD* const ui_method;
     const bool public_key_supported;
-    [[maybe_unused]] const bool second_flag; // part of the engines' construction; no operation reads it
+    [[maybe_unused]] const bool second_flag; // part of the constructor's contract; nothing reads it
 };
 
 } // namespace Kes
