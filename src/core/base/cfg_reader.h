@@ -6,11 +6,10 @@
 namespace Kes {
 
 /// Reads the settings of a configuration. The text getters of a client's own configuration class may return
-/// null. The library reads every text through this class, which returns "" then, so that no code behind it
-/// can meet a null text.
+/// null; this class then returns "". The library reads every text setting through it.
 class CfgReader {
 public:
-    /// @param cfg_in  must outlive this object
+    /// @param cfg_in  borrowed; must outlive this object
     explicit CfgReader(const OsslScardCfg& cfg_in) noexcept : cfg(cfg_in) {}
 
     OsslScardCfg::CryptoIf get_crypto_if() const { return cfg.get_crypto_if(); }

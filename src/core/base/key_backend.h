@@ -11,10 +11,11 @@
 
 namespace Kes {
 
-/// A place where keys live: one implementation for each value of OsslScardCfg::CryptoIf.
+/// Access to the keys in one kind of storage. Each value of OsslScardCfg::CryptoIf has an implementation.
 ///
-/// The manager selects the back-end anew for each operation, because a client may change the configuration
-/// between two of them. So every operation takes the settings, and none relies on an earlier open().
+/// The manager selects the back-end for each operation, because a client may change the configuration between
+/// two operations. Therefore an operation receives the settings, and must not assume that open() was called.
+/// All operations report failures as ErrorBase.
 class KeyBackend {
 public:
     KeyBackend() = default;
@@ -22,24 +23,26 @@ public:
     KeyBackend(const KeyBackend&) = delete;
     KeyBackend& operator=(const KeyBackend&) = delete;
 
-    /// Loads what the back-end keeps as long as it lives. Called by init() for the configured back-end alone.
+    /// Loads what the back-end keeps until it is destroyed. Called by init(), for the configured back-end.
     virtual void open(const CfgReader& settings) = 0;
 
-    /// Finds the card, or proves that its provider exists.
-    /// @param is_engine_loaded  whether keys of an engine may depend on what an earlier call found
-    /// @return whether the card requires a PIN
+    /// Finds the card, or checks that its provider exists.
+    /// @param is_engine_loaded  whether an engine exists; its keys may depend on what an earlier call found
+    /// @return whether the card requires the PIN from the client
     virtual bool read_card(const CfgReader& settings, bool is_engine_loaded) = 0;
 
-    /// Fails when the card that read_card() found requires a login that has not been made, and the PIN is
-    /// empty.
+    /// Throws if the PIN is empty although the card that read_card() found requires a login, and the user is
+    /// not logged in.
     virtual void require_pin(const Pin& pin) const = 0;
 
-    /// Creates the scanner that fills the list of keys; null when the back-end has none.
-    /// @param filter  which keys to offer
+    /// Creates the scanner that fills the list of keys.
+    /// @param filter  selects the keys to offer
+    /// @return null if the back-end has no scanner
     virtual std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,
                                                          std::unique_ptr<CertKeyUsageFilter> filter) = 0;
 
-    /// Loads the engine that reads keys and certificates; null when the back-end has none.
+    /// Loads the engine that reads keys and certificates.
+    /// @return null if the back-end has no engine
     virtual std::unique_ptr<OsslEngine> create_engine(const CfgReader& settings, const Pin& pin) = 0;
 };
 

@@ -15,8 +15,8 @@ namespace {
 
 using Cfg = OsslScardCfg;
 
-/// One environment variable: its key, the label of its log line, how its text is stored, and how what is
-/// stored then is shown.
+/// One environment variable: its key, the label of its log line, the function that stores its text, and the
+/// function that returns the stored value for the log.
 struct EnvSetting {
     const char* key;
     const char* label;
@@ -30,10 +30,11 @@ Cfg::CryptoIf parse_crypto_if(const std::string& text) {
     return static_cast<Cfg::CryptoIf>(0);
 }
 
-/// As strtoul() reads it where unsigned long has 32 bits, whatever it has here: a number beyond them
-/// saturates, a negative one wraps. Not all C runtimes agree what a negative one beyond them does.
+/// Converts a text like strtoul() on a system where unsigned long has 32 bits: a positive number that is too
+/// large becomes the largest value, and a negative number wraps around. C runtimes disagree about a negative
+/// number that is too large; here it becomes the largest value, too.
 unsigned int parse_number(const std::string& text) {
-    constexpr int any_base = 0; // decimal, 0x hexadecimal, 0 octal
+    constexpr int any_base = 0; // decimal, hexadecimal after 0x, octal after 0
     constexpr unsigned long long largest = std::numeric_limits<unsigned int>::max();
     const unsigned long long value = std::strtoull(text.c_str(), nullptr, any_base);
     const std::size_t sign = text.find_first_not_of(" \t\n\v\f\r");
@@ -83,8 +84,8 @@ void store_logfile_append(Cfg& cfg, const std::string& text) {
 
 std::string show_logfile_append(const CfgReader& cfg) { return cfg.get_logfile_append() ? "true" : "false"; }
 
-// Some keys and labels differ from the settings' names. Deployed environments and log readers use them: they
-// stay.
+// Some keys and labels differ from the names of the settings. They are kept, because existing environments
+// and log readers depend on them.
 constexpr std::array<EnvSetting, 17> env_settings{{
     {"crypto_if", "env: crypto_if=", store_crypto_if, show_crypto_if},
     {"capi_openssl_engine_dll", "env: capi_openssl_engine_dll=",

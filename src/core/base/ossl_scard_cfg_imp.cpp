@@ -14,7 +14,7 @@ namespace {
 
 std::string text_of(const char* value) { return value == nullptr ? "" : value; }
 
-/// Appends the parts one after the other: what fitted stays when memory runs out.
+/// Appends the parts one by one. If memory runs out, the text keeps the parts appended so far.
 template <typename... Parts>
 void append(std::string& text, const Parts&... parts) {
     (text.append(parts), ...);
@@ -35,8 +35,8 @@ std::string crypto_if_name(OsslScardCfg::CryptoIf crypto_if) {
 }
 
 void* OsslScardCfgImp::destructor_entry(unsigned int flags) {
-    // The convention of the compilers that have one entry for a destructor: bit 0 asks for the memory to be
-    // freed.
+    // Compilers whose table has a single entry for a destructor pass flags to it. Bit 0 requests that the
+    // memory be freed, too.
     if ((flags & 1U) != 0)
         delete this;
     else
@@ -52,7 +52,7 @@ OsslScardCfg* OsslScardCfgImp::clone() const {
 }
 
 void OsslScardCfgImp::store(std::string& setting, const char* value, const char* name) {
-    const auto assign = [&] { setting = text_of(value); }; // keeps the old value when it throws
+    const auto assign = [&] { setting = text_of(value); }; // the old value stays if this throws
     if (ThrowingSetters::is_active()) return assign();
     guarded(assign, [&](int, const char* message) {
         log_error("setting ", name, " keeps its old value: ", message);

@@ -11,7 +11,7 @@
 
 namespace Kes {
 
-/// "capi", "pkcs11", "capi_store"; "unknown" for any other value.
+/// Returns "capi", "pkcs11" or "capi_store", and "unknown" for any other value.
 std::string crypto_if_name(OsslScardCfg::CryptoIf crypto_if);
 
 template <>
@@ -21,8 +21,8 @@ struct ConsSelectMenuTraits<OsslScardCfg::CryptoIf> {
         "cons_select_menu:143 Kes::ConsSelectMenu<enum Kes::OsslScardCfg::CryptoIf>::select()";
 };
 
-/// While an object of this class exists, the text setters of OsslScardCfgImp throw when they cannot store a
-/// value. The library's own calls need this: they must fail then. A client's calls must not throw.
+/// While an object of this class exists, the text setters of OsslScardCfgImp throw if they cannot store a
+/// value. The library's own calls must fail in that case; a client's calls must not throw.
 class ThrowingSetters {
 public:
     ThrowingSetters() noexcept : before(is_active_) { is_active_ = true; }
@@ -37,7 +37,7 @@ private:
     const bool before;
 };
 
-/// The seventeen settings as a plain record. What they mean stands at OsslScardCfg.
+/// A plain record of the seventeen settings. OsslScardCfg describes them.
 class OsslScardCfgImp final : public OsslScardCfg {
 public:
     static constexpr const char* csp_base_smart_card = "Microsoft Base Smart Card Crypto Provider";
@@ -89,11 +89,11 @@ public:
     char* dump_settings(char* buffer, size_t size) const override;
     int select_crypto_if_from_console(CryptoIf* selected) override;
 
-    /// Applies the environment variables prefix + key; see load_settings_from_env().
+    /// See load_settings_from_env().
     void load_from_env(const char* prefix);
 
-    /// An object of this class begins and ends like any other; only clients go through the destructor's
-    /// entry.
+    /// The library creates and destroys objects of this class in the ordinary way. Without these operators,
+    /// it would inherit the clients' operator delete, which calls destructor_entry().
     static void* operator new(std::size_t size) { return ::operator new(size); }
     static void operator delete(void* object) { ::operator delete(object); }
 
@@ -122,14 +122,15 @@ private:
     bool logfile_append = false;
 };
 
-/// Owns a configuration that clone() made, also one that another compiler's library made.
+/// Owns a configuration that clone() returned, even if the code of another compiler created it.
 struct ReleaseCfg {
     void operator()(OsslScardCfg* cfg) const noexcept { cfg->release(); }
 };
 using OsslScardCfgPtr = std::unique_ptr<OsslScardCfg, ReleaseCfg>;
 
 /// Applies every environment variable prefix + key that is set and not empty, in a fixed order, and logs each
-/// at debug. No value is an error: an unknown back-end becomes 0, and so does a number that cannot be read.
+/// with severity debug. No value is an error: the name of an unknown back-end becomes 0, and so does a text
+/// that is not a number. @throws std::bad_alloc if a value cannot be stored
 void load_settings_from_env(OsslScardCfg& cfg, const char* prefix);
 
 } // namespace Kes
