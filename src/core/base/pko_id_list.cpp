@@ -48,7 +48,8 @@ PkoIdList::PkoIdList(std::unique_ptr<PkoIdScanner> scanner_in, const Pin& pin)
             scanner->set_list(this);
             scanner->scan(pin);
         } catch (const ErrorBase& error) {
-            // Gone before the error is on its way. Callers get the common base, whatever back-end it was.
+            // Destroy the scanner before the error propagates. Whatever the back-end has thrown, callers
+            // receive the common base class.
             scanner.reset();
             throw ErrorBase(error);
         }
@@ -94,7 +95,7 @@ const PkoId* PkoIdList::add(std::unique_ptr<PkoId> record) {
     const PkoId* added = record.get();
     ids.push_back(std::move(record));
     positions_.emplace(added, ids.size() - 1);
-    // try_emplace: of several objects with one id the first is the one that is found.
+    // try_emplace() keeps the earlier entry: find() returns the first of several objects with one id.
     first_of_cluster_.try_emplace({added->type, added->key_type, added->cluster_name}, added);
     return added;
 }

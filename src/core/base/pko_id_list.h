@@ -13,42 +13,43 @@
 
 namespace Kes {
 
-/// What kind of object a record stands for.
+/// The kinds of public-key objects.
 enum class PkoType : std::uint32_t { private_key = 0, public_key = 1, certificate = 2 };
 
-/// "private_key", "public_key", "certificate"; "unknown" for any other value.
+/// Returns "private_key", "public_key" or "certificate", and "unknown" for any other value.
 std::string pko_type_name(PkoType type);
 
-/// One object that was discovered: a private key, a public key or a certificate. Records do not change once
-/// made.
+/// A public-key-object identifier (PkoId): the record of a private key, a public key or a certificate that a
+/// scan found. A record never changes.
 struct PkoId {
     const PkoType type;
-    const std::uint32_t key_type;                        ///< capi: key specification; otherwise 0
-    const std::string name;                              ///< what the engine loads the object by
+    const std::uint32_t key_type;                        ///< capi: the key specification; otherwise 0
+    const std::string name;                              ///< the engine loads the object by this name
     const std::string cluster_name;                      ///< the same for all objects of one key pair
-    const std::string display_name;                      ///< for people
-    const std::unique_ptr<const CertKeyUsage> key_usage; ///< of a certificate; may be null
+    const std::string display_name;                      ///< for users
+    const std::unique_ptr<const CertKeyUsage> key_usage; ///< of a certificate; null if unknown
 };
 
-/// Writes a record's text form, ended by a newline.
+/// Writes the record as text, with a newline at the end.
 std::ostream& operator<<(std::ostream& out, const PkoId& pko_id);
 
 class PkoIdList;
 
-/// Fills a list with what one back-end holds.
+/// Finds the objects of one back-end and adds them to a list.
 class PkoIdScanner {
 public:
-    /// @param filter  which keys to offer; null lets every key pass
+    /// @param filter  selects the keys to offer; null means every key
     explicit PkoIdScanner(std::unique_ptr<CertKeyUsageFilter> filter);
     virtual ~PkoIdScanner();
     PkoIdScanner(const PkoIdScanner&) = delete;
     PkoIdScanner& operator=(const PkoIdScanner&) = delete;
 
-    /// Adds a record for each object found to the list. Records added before a failure stay.
-    /// @throws Error null_pointer when no list is set, and what the back-end reports
+    /// Adds a record to the list for each object that is found. After a failure, the list keeps the records
+    /// added so far. @throws Error null_pointer if no list is set, and other errors of the subclass
     virtual void scan(const Pin& pin) = 0;
 
-    /// @param list_in  the list to fill; must live as long as this scanner scans
+    /// Sets the list that scan() fills.
+    /// @param list_in  borrowed; must exist during scan()
     void set_list(PkoIdList* list_in) noexcept { list = list_in; }
 
 protected:
@@ -56,53 +57,56 @@ protected:
     PkoIdList* list = nullptr;
 };
 
-/// Owns the records of the last scan, in the order in which they were added, and the scanner that makes them.
-/// A record is valid until the next scan or until the list ends.
+/// Owns a scanner and the records of its last scan, in the order in which they were added. A record is valid
+/// until the next scan(), until clear(), or until the list is destroyed.
 class PkoIdList {
 public:
-    /// @param scanner_in  may be null; otherwise it scans at once
+    /// @param scanner_in  may be null; otherwise the constructor scans at once
+    /// @throws ErrorBase if the scan fails
     explicit PkoIdList(std::unique_ptr<PkoIdScanner> scanner_in = nullptr, const Pin& pin = Pin());
 
-    /// Deletes all records and scans anew.
-    /// @throws Error not_registered without a scanner (the records stay), and what the scanner throws
+    /// Deletes all records and scans again.
+    /// @throws Error not_registered if no scanner is registered; the records then stay. Errors of the scanner
     virtual void scan(const Pin& pin);
 
     virtual ~PkoIdList();
     PkoIdList(const PkoIdList&) = delete;
     PkoIdList& operator=(const PkoIdList&) = delete;
 
-    /// Makes a record; does not add it.
+    /// Creates a record without adding it to the list.
     virtual std::unique_ptr<PkoId> create_pko_id(PkoType type, std::uint32_t key_type,
                                                  const std::string& name, const std::string& cluster_name,
                                                  const std::string& display_name,
                                                  std::unique_ptr<const CertKeyUsage> key_usage);
 
-    /// Replaces the scanner.
+    /// Replaces the scanner; null removes it. Keeps the records.
     void register_scanner(std::unique_ptr<PkoIdScanner> scanner_in);
 
-    /// Deletes all records; the scanner stays.
+    /// Deletes all records. Keeps the scanner.
     void clear() noexcept;
 
-    /// Appends a record. @return the record, lent
+    /// Appends a record.
+    /// @return the record, borrowed
     const PkoId* add(std::unique_ptr<PkoId> record);
     const PkoId* add(PkoType type, std::uint32_t key_type, const std::string& name,
                      const std::string& cluster_name, const std::string& display_name,
                      std::unique_ptr<const CertKeyUsage> key_usage);
 
-    /// The lookups lend a record or give null. Each costs the same however long the list is, but for
-    /// find_next(), which looks at the records up to the next one of the type.
+    /// Finds the first record of a type. All lookups return a borrowed record, or null if none matches.
     const PkoId* find_first(PkoType type) const;
 
-    /// The record of that type that follows previous, which may be of another type; null if previous is not
-    /// here.
+    /// Finds the next record of a type after previous, which may be of another type. Returns null if previous
+    /// is not in the list.
     const PkoId* find_next(PkoType type, const PkoId* previous) const;
 
+    /// Finds the first record with these values. Takes the same time however long the list is.
     const PkoId* find(PkoType type, std::uint32_t key_type, const std::string& cluster_name) const;
 
-    /// The record of that type in the cluster of other.
+    /// Finds the first record of a type that has the key type and cluster name of other. Takes the same time
+    /// however long the list is. Returns null if other is null.
     const PkoId* find_matching(PkoType type, const PkoId* other) const;
 
-    /// Grows whenever records are deleted: a record that was lent in an earlier generation is not valid.
+    /// Increases whenever the records are deleted. A record borrowed in an earlier generation is invalid.
     std::uint64_t generation() const noexcept { return generation_; }
 
     bool is_empty() const noexcept { return ids.empty(); }
@@ -124,13 +128,13 @@ private:
 
     std::vector<std::unique_ptr<PkoId>> ids;
     std::unique_ptr<PkoIdScanner> scanner;
-    std::unordered_map<Cluster, const PkoId*, ClusterHash>
-        first_of_cluster_; // a token of 1000 keys stays quick
+    // The indexes keep lookups fast on a token with 1000 keys.
+    std::unordered_map<Cluster, const PkoId*, ClusterHash> first_of_cluster_;
     std::unordered_map<const PkoId*, std::size_t> positions_;
     std::uint64_t generation_ = 0;
 };
 
-/// Writes every record's text form.
+/// Writes every record as text.
 std::ostream& operator<<(std::ostream& out, const PkoIdList& list);
 
 } // namespace Kes
