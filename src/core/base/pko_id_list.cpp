@@ -85,8 +85,8 @@ void PkoIdList::register_scanner(std::unique_ptr<PkoIdScanner> scanner_in) {
 }
 
 void PkoIdList::clear() noexcept {
-    first_of_cluster_.clear();
-    positions_.clear();
+    first_of_cluster.clear();
+    positions.clear();
     ids.clear();
     ++generation_;
 }
@@ -94,9 +94,9 @@ void PkoIdList::clear() noexcept {
 const PkoId* PkoIdList::add(std::unique_ptr<PkoId> record) {
     const PkoId* added = record.get();
     ids.push_back(std::move(record));
-    positions_.emplace(added, ids.size() - 1);
+    positions.emplace(added, ids.size() - 1);
     // try_emplace() keeps the earlier entry: find() returns the first of several objects with one id.
-    first_of_cluster_.try_emplace({added->type, added->key_type, added->cluster_name}, added);
+    first_of_cluster.try_emplace({added->type, added->key_type, added->cluster_name}, added);
     return added;
 }
 
@@ -109,13 +109,13 @@ const PkoId* PkoIdList::add(PkoType type, std::uint32_t key_type, const std::str
 const PkoId* PkoIdList::find_first(PkoType type) const { return first_from(0, type); }
 
 const PkoId* PkoIdList::find_next(PkoType type, const PkoId* previous) const {
-    const auto position = positions_.find(previous);
-    return position == positions_.end() ? nullptr : first_from(position->second + 1, type);
+    const auto position = positions.find(previous);
+    return position == positions.end() ? nullptr : first_from(position->second + 1, type);
 }
 
 const PkoId* PkoIdList::find(PkoType type, std::uint32_t key_type, const std::string& cluster_name) const {
-    const auto first = first_of_cluster_.find({type, key_type, cluster_name});
-    return first == first_of_cluster_.end() ? nullptr : first->second;
+    const auto first = first_of_cluster.find({type, key_type, cluster_name});
+    return first == first_of_cluster.end() ? nullptr : first->second;
 }
 
 const PkoId* PkoIdList::find_matching(PkoType type, const PkoId* other) const {

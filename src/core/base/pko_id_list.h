@@ -129,8 +129,8 @@ private:
     std::vector<std::unique_ptr<PkoId>> ids;
     std::unique_ptr<PkoIdScanner> scanner;
     // The indexes keep lookups fast on a token with 1000 keys.
-    std::unordered_map<Cluster, const PkoId*, ClusterHash> first_of_cluster_;
-    std::unordered_map<const PkoId*, std::size_t> positions_;
+    std::unordered_map<Cluster, const PkoId*, ClusterHash> first_of_cluster;
+    std::unordered_map<const PkoId*, std::size_t> positions;
     std::uint64_t generation_ = 0;
 };
 
