@@ -2,7 +2,7 @@
 
 #include "utils/logger.h"
 
-// The build gives MARVO_VERSION, MARVO_TOOLCHAIN and MARVO_STANDARD for this file alone.
+// The build defines MARVO_VERSION, MARVO_TOOLCHAIN and MARVO_STANDARD, for this file only.
 namespace Kes {
 
 const char* library_version() noexcept { return MARVO_VERSION; }

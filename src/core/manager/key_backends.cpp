@@ -6,8 +6,8 @@
 namespace Kes {
 namespace {
 
-/// Stands for every value that CryptoIf does not name. Nothing fails here: clients see the failure where a
-/// scanner or an engine is missing.
+/// The back-end for values that CryptoIf does not define. None of its operations fails: the operation of the
+/// manager that needs a scanner or an engine does.
 class UnknownBackend final : public KeyBackend {
 public:
     void open(const CfgReader&) override {}

@@ -7,13 +7,12 @@
 
 namespace Kes {
 
-/// Owns one back-end for each value of OsslScardCfg::CryptoIf, and selects among them.
+/// Owns one back-end for each value of OsslScardCfg::CryptoIf.
 class KeyBackends {
 public:
     KeyBackends();
 
-    /// @return lent; for a value that CryptoIf does not name, a back-end that finds nothing and creates
-    /// nothing
+    /// @return borrowed. For a value that CryptoIf does not define, a back-end without scanner and engine
     KeyBackend& select(OsslScardCfg::CryptoIf crypto_if) const noexcept;
 
 private:

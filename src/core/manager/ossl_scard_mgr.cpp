@@ -42,7 +42,7 @@ std::string cfg_state_name(CfgState state) {
     return "uninitialized";
 }
 
-// A configuration from the start, so that a client may look at the defaults before it has any of its own.
+// The configuration exists from the start, so that get_config_used() returns the defaults before init().
 OsslScardMgr::OsslScardMgr()
     : cfg(new OsslScardCfgImp(OsslScardCfg::capi)),
       backends(std::make_unique<KeyBackends>()),
@@ -52,8 +52,8 @@ OsslScardMgr::OsslScardMgr()
 }
 
 OsslScardMgr::~OsslScardMgr() {
-    // The order matters: key and certificate end before the engine that made them, and the engine before the
-    // module that both it and libp11 use.
+    // The order matters. Key and certificate are freed before the engine that read them. The engine is
+    // unloaded before the libp11 context, which unloads the PKCS#11 module that both use.
     free_loaded();
     engine.reset();
     backends.reset();
@@ -77,7 +77,7 @@ void OsslScardMgr::init(const OsslScardCfg* cfg_in) {
     if (!copy)
         throw Error(ErrorCodeType::null_pointer, "cfg cannot be cloned",
                     "ossl_scard_mgr:116 Kes::OsslScardMgr::init()");
-    cfg = std::move(copy); // only now: cfg_in may be the configuration that is replaced here
+    cfg = std::move(copy); // after the copy: cfg_in may be the configuration that is destroyed here
     load_settings_from_env(*cfg, env_prefix);
     selected_backend().open(settings());
     cfg_state = CfgState::initialized;
@@ -92,13 +92,13 @@ void OsslScardMgr::read_scard() {
     KeyBackend& backend = selected_backend();
     is_pin_required_ = backend.read_card(settings(), engine != nullptr);
     card_backend = &backend;
-    if (!is_pin_required_) pin.clear(); // of a card that was there before
+    if (!is_pin_required_) pin.clear(); // a stored PIN belongs to an earlier card
     cfg_state = CfgState::configuring;
 }
 
-// The state first: an exception has what is in the processor's registers written to the stack, on Windows at
-// least, and a copy that was just made of the characters is there still.
 void OsslScardMgr::set_pin(const char* characters) {
+    // Check the state before copying the PIN: on Windows a throw saves the CPU registers, which may still
+    // hold PIN characters, to the stack.
     require_state({CfgState::configuring});
     pin = Pin(characters);
     log_info("setting pin");
@@ -109,13 +109,13 @@ void OsslScardMgr::discover_keys() {
     auto filter = std::make_unique<CertKeyUsageFilter>(
         static_cast<FilterType>(settings().get_kuse_filter_type()), settings().get_kuse_filter(),
         static_cast<FilterType>(settings().get_xkuse_filter_type()), settings().get_xkuse_nid_filter());
-    // Without a new scanner the earlier one stays; scan() fails when none is registered.
+    // A back-end without a scanner leaves the earlier scanner in use. scan() fails if none is registered.
     if (auto created = selected_backend().create_scanner(settings(), std::move(filter)))
         register_scanner(std::move(created));
     clear();
     scan(pin);
     if (is_empty())
-        log_info(""); // an empty list ends no line by itself
+        log_info(""); // for an empty list, log_lines() would not end the line
     else
         log_lines(Severity::info, static_cast<const PkoIdList&>(*this));
 }
@@ -151,7 +151,7 @@ void OsslScardMgr::set_cert_name_from_priv_key(const PkoId* pko_id) {
 
 void OsslScardMgr::notify_config_done() {
     require_state({CfgState::initialized, CfgState::configuring});
-    // Once more: the environment overrides what the client set since init(), too.
+    // The environment also overrides what the client has set since init().
     load_settings_from_env(*cfg, env_prefix);
     need_ossl_reload = true;
     cfg_state = CfgState::configured;
@@ -163,7 +163,7 @@ void OsslScardMgr::ossl_load() {
     require_state({CfgState::configured});
     if (!need_ossl_reload) return;
     free_loaded();
-    // An engine that exists is kept, even if the configuration names another one by now.
+    // An existing engine is kept, even if the configuration now names another one.
     if (!engine) engine = selected_backend().create_engine(settings(), pin);
     if (!engine)
         throw Error(ErrorCodeType::invalid_state, "openssl engine not created",
@@ -171,8 +171,8 @@ void OsslScardMgr::ossl_load() {
     try {
         load_key_and_certificate();
     } catch (const ErrorBase& error) {
-        // A certificate that was read stays until the next load or unload frees it: it needs nothing of the
-        // card. The reload stays due, so the client may try again.
+        // A certificate that was read stays until the next load or unload, because it does not depend on the
+        // card. need_ossl_reload stays set, so that the client can try again.
         OsslEngine::free_key(std::move(private_key));
         throw ErrorBase(error);
     }
@@ -181,7 +181,7 @@ void OsslScardMgr::ossl_load() {
 
 void OsslScardMgr::load_key_and_certificate() {
     engine->set_key_type(settings().get_capi_key_type());
-    // The engine would try an empty PIN, at the cost of one of the card's tries.
+    // The engine would try to log in with an empty PIN, which costs one of the card's tries.
     if (is_pin_required_) card_backend->require_pin(pin);
     engine->set_pin(pin);
     private_key = engine->read_private_key(settings().get_priv_key_name());

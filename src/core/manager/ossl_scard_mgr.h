@@ -17,29 +17,31 @@
 
 namespace Kes {
 
-/// How far the client has come. The names are part of messages and of the settings dump.
+/// The states of the manager. Their names are part of messages and of the settings dump.
 enum class CfgState : std::uint32_t { uninitialized = 0, initialized = 1, configuring = 2, configured = 3 };
 
-/// The name of a state; "uninitialized" for any other value.
+/// Returns the name of a state, and "uninitialized" for any other value.
 std::string cfg_state_name(CfgState state);
 
 /// Does the work behind the exported interface and enforces the order of its operations:
 ///
 ///     uninitialized --init--> initialized --read_scard--> configuring --notify_config_done--> configured
 ///
-/// notify_config_done is accepted in initialized too, and read_scard in configuring and configured; the
-/// latter is the only way back. An operation that its state forbids throws Error invalid_state and changes
-/// nothing. An operation that fails leaves the state as it was.
+/// notify_config_done is also allowed in initialized, and read_scard in configuring and configured. Only
+/// read_scard leads back to an earlier state. An operation that the state does not allow throws Error
+/// invalid_state and changes nothing. An operation that fails does not change the state.
 ///
-/// It is the list of discovered keys itself, and owns everything that is handed to the client.
+/// The manager is also the list of the keys that were found, and owns all objects that clients receive.
+/// OsslScardIf documents the operations; here, they report failures as ErrorBase.
 class OsslScardMgr final : public PkoIdList, public Singleton<OsslScardMgr> {
 public:
-    /// The default settings, made anew by each call, which ends the object of the call before.
+    /// Creates a configuration with the default settings.
+    /// @return borrowed; valid until the next call, which destroys it
     OsslScardCfg* get_config_default();
 
     OsslScardCfg* get_config_used() const noexcept { return cfg.get(); }
 
-    /// Reads the configuration in use; valid until init() replaces it.
+    /// The configuration in use, for reading. Valid until init() replaces it.
     CfgReader settings() const noexcept { return CfgReader(*cfg); }
 
     void init(const OsslScardCfg* cfg_in);
@@ -54,7 +56,8 @@ public:
     void ossl_load();
     void ossl_unload();
 
-    /// What ossl_load() loaded, lent; null before, after a failure and after ossl_unload().
+    /// The objects that ossl_load() has loaded, borrowed; null before it and after ossl_unload(). A failed
+    /// load leaves no key, but possibly a certificate.
     EVP_PKEY* get_private_key() const noexcept { return private_key.get(); }
     X509* get_certificate() const noexcept { return certificate.get(); }
 
@@ -77,7 +80,7 @@ private:
     bool is_pin_required_ = false;
     Pin pin;
     std::unique_ptr<KeyBackends> backends;
-    KeyBackend* card_backend = nullptr; ///< the one that read the card last
+    KeyBackend* card_backend = nullptr; ///< the back-end of the last successful read_scard()
     std::unique_ptr<OsslEngine> engine;
     EvpPkeyPtr private_key;
     X509Ptr certificate;
