@@ -11,7 +11,7 @@
 #include "utils/load_diagnostics_win.h"
 #include <delayimp.h>
 
-// The linker's names: where we begin, and what the import library says that we call of libp11.
+// Names that the linker defines: the start of this image, and its delay-load imports of libp11.
 extern "C" {
 extern const IMAGE_DOS_HEADER __ImageBase;                             // NOLINT(bugprone-reserved-identifier)
 extern const ImgDelayDescr __DELAY_IMPORT_DESCRIPTOR_libp11_delayed_a; // NOLINT(bugprone-reserved-identifier)
@@ -22,25 +22,27 @@ namespace {
 
 constexpr const char* file_name = "libp11.dll";
 
-INT_PTR WINAPI give_null() { return 0; }
-INT_PTR WINAPI give_failure() { return -1; }
+INT_PTR WINAPI return_null() { return 0; }
+INT_PTR WINAPI return_failure() { return -1; }
 
-/// The linker's helper asks here when it cannot bind one of libp11's functions. Without an answer it raises
-/// what no C++ handler catches, and the process ends. So the answer is a function that fails.
-FARPROC WINAPI answer_failure(unsigned what, DelayLoadInfo* info) {
-    if (what == dliFailLoadLib) // no libp11.dll: a module that has none of its functions, the program
-        return reinterpret_cast<FARPROC>(::GetModuleHandleA(nullptr));
+/// The delay-load helper calls this hook when it cannot bind a function of libp11. If the hook returned null,
+/// the helper would raise an exception that no C++ handler catches, and the process would end. The hook
+/// therefore supplies a function that fails.
+FARPROC WINAPI delay_load_failure_hook(unsigned what, DelayLoadInfo* info) {
+    // Without libp11.dll, the hook returns any module that lacks its functions: the program. The helper then
+    // calls the hook again for the function.
+    if (what == dliFailLoadLib) return reinterpret_cast<FARPROC>(::GetModuleHandleA(nullptr));
     if (what != dliFailGetProc) return nullptr;
     const char* name = info->dlp.fImportByName != FALSE ? info->dlp.szProcName : "";
-    const bool gives_pointer =
+    const bool returns_pointer =
         std::strcmp(name, "PKCS11_CTX_new") == 0 || std::strcmp(name, "PKCS11_find_token") == 0;
-    return gives_pointer ? &give_null : &give_failure;
+    return returns_pointer ? &return_null : &return_failure;
 }
 
-/// Our folder, with a backslash behind; in wide characters, because not every path has others.
+/// The folder of this DLL, ending in a backslash. Wide, because the ANSI code page lacks some characters.
 std::wstring own_folder() {
     HMODULE self = nullptr;
-    std::wstring path(32768, L'\0'); // the longest that there is
+    std::wstring path(32768, L'\0'); // the longest path in Windows
     ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
                              GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                          reinterpret_cast<const wchar_t*>(&own_folder), &self);
@@ -59,16 +61,17 @@ std::wstring own_folder() {
     throw WinError(code, "error loading '" + file + "'" + loader_error_cause(code.value, true), location);
 }
 
-/// Beside us first: a client may have loaded us from a folder that is not its own.
+/// Loads libp11.dll. The folder of this DLL comes first, because the system does not search it if it differs
+/// from the program's folder.
 HMODULE load() {
     const ScopedNoLoaderDialogs no_dialogs;
     const std::wstring folder = own_folder();
-    const std::wstring beside_us = folder + L"libp11.dll";
-    if (::GetFileAttributesW(beside_us.c_str()) != INVALID_FILE_ATTRIBUTES) {
-        HMODULE library = ::LoadLibraryExW(beside_us.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    const std::wstring adjacent = folder + L"libp11.dll";
+    if (::GetFileAttributesW(adjacent.c_str()) != INVALID_FILE_ATTRIBUTES) {
+        HMODULE library = ::LoadLibraryExW(adjacent.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
         if (library != nullptr) return library;
-        const WinErrorCode code(::GetLastError()); // before anything else that could change it
-        throw_not_loaded(code, to_ansi_code_page(beside_us), folder);
+        const WinErrorCode code(::GetLastError()); // before another call can change the number
+        throw_not_loaded(code, to_ansi_code_page(adjacent), folder);
     }
     HMODULE library = ::LoadLibraryA(file_name);
     if (library != nullptr) return library;
@@ -76,60 +79,60 @@ HMODULE load() {
     throw_not_loaded(code, find_library_path(file_name), folder);
 }
 
-/// What stands at an offset from our beginning.
+/// Converts an offset from the start of this image to a pointer.
 template <typename T>
-T* at(std::uintptr_t offset) {
-    return reinterpret_cast<T*>(const_cast<char*>(reinterpret_cast<const char*>(&__ImageBase)) + offset);
+T* from_rva(std::uintptr_t rva) {
+    return reinterpret_cast<T*>(const_cast<char*>(reinterpret_cast<const char*>(&__ImageBase)) + rva);
 }
 
-/// Binds all functions to this one library, now. The linker's helper would look for each when it is first
-/// called, in whatever libp11.dll is loaded by then. It cannot bind them all at once either: GNU's linker
-/// leaves out the table that it would need.
-/// @return the name of a function that the library does not have, and then none is bound; null: all are
+/// Binds all imported functions to this library at once. The delay-load helper would bind each function when
+/// it is first called, to whichever libp11.dll is loaded at that time. The helper's own function for binding
+/// all imports needs a table that GNU's linker leaves out.
+/// @return null if all functions are bound; otherwise the name of a missing function, and none is bound
 const char* bind_functions(HMODULE library) {
     const ImgDelayDescr& imports = __DELAY_IMPORT_DESCRIPTOR_libp11_delayed_a;
     std::vector<FARPROC> functions;
-    for (const auto* thunk = at<const IMAGE_THUNK_DATA>(imports.rvaINT); thunk->u1.AddressOfData != 0;
+    for (const auto* thunk = from_rva<const IMAGE_THUNK_DATA>(imports.rvaINT); thunk->u1.AddressOfData != 0;
          ++thunk) {
-        const char* name = at<const IMAGE_IMPORT_BY_NAME>(thunk->u1.AddressOfData)->Name;
+        const char* name = from_rva<const IMAGE_IMPORT_BY_NAME>(thunk->u1.AddressOfData)->Name;
         functions.push_back(::GetProcAddress(library, name));
         if (functions.back() == nullptr) return name;
     }
-    std::copy(functions.begin(), functions.end(), at<FARPROC>(imports.rvaIAT));
+    std::copy(functions.begin(), functions.end(), from_rva<FARPROC>(imports.rvaIAT));
     return nullptr;
 }
 
-/// We, as libp11: OpenSSL has pointers into both.
-void stay_loaded() {
+/// Keeps this DLL loaded until the process ends, because OpenSSL has pointers to its functions.
+void pin_this_library() {
     HMODULE self = nullptr;
     ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
-                         reinterpret_cast<const wchar_t*>(&stay_loaded), &self);
+                         reinterpret_cast<const wchar_t*>(&pin_this_library), &self);
 }
 
-HMODULE load_whole() {
+HMODULE load_and_bind() {
     HMODULE library = load();
     const char* missing = bind_functions(library);
     if (missing == nullptr) {
-        stay_loaded();
+        pin_this_library();
         return library;
     }
     const WinErrorCode code(ERROR_PROC_NOT_FOUND);
     const std::string path = library_path(library);
-    ::FreeLibrary(library); // nothing of it was called; so the right one can take its place
+    ::FreeLibrary(library); // none of its functions was called; the user can now replace the file
     throw WinError(code, "'" + path + "' has no function " + missing,
                    "libp11_library:117 Kes::require_libp11()");
 }
 
 } // namespace
 
-// The name is the linker's.
+// The delay-load helper defines this name.
 extern "C" {
-PfnDliHook __pfnDliFailureHook2 = &answer_failure; // NOLINT(bugprone-reserved-identifier)
+PfnDliHook __pfnDliFailureHook2 = &delay_load_failure_hook; // NOLINT(bugprone-reserved-identifier)
 }
 
 void require_libp11() {
-    // Once: the library is never let go. A failure is no result, and tried again.
-    [[maybe_unused]] static const HMODULE library = load_whole();
+    // The library is loaded once and never freed. After a failure, the next call tries again.
+    [[maybe_unused]] static const HMODULE library = load_and_bind();
 }
 
 } // namespace Kes
