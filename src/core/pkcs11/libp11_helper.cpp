@@ -12,7 +12,7 @@
 namespace Kes {
 namespace {
 
-constexpr int as_user = 0; // not as the security officer
+constexpr int user_role = 0; // 1 would be the security officer
 
 const char* text_of(const char* text) { return text == nullptr ? "" : text; }
 
@@ -41,12 +41,12 @@ Libp11Init::Libp11Init(const char* module_path) {
     const int rc = ::PKCS11_CTX_load(ctx.get(), module_path);
     if (rc != 0) {
         append_module_load_error(module_path);
-        const OsslErrorCode code(rc); // before ctx is freed: that could add to the error queue
+        const OsslErrorCode code(rc); // before ctx is freed, which could add to the error queue
         throw OsslError(code,
                         std::string("PKCS11_CTX_load() failed to load PKCS#11 library '") + module_path + "'",
                         "libp11_helper:86 Kes::Libp11Init::Libp11Init()");
     }
-    ::ERR_pop_to_mark(); // modules leave errors behind although they load well
+    ::ERR_pop_to_mark(); // modules that load without error may still leave errors in the queue
     log_info("ctx: manufacturer=", text_of(ctx->manufacturer), ", description=", text_of(ctx->description));
     log_info("libp11 initialized");
 }
@@ -69,8 +69,8 @@ void Libp11Init::read_scard() {
     login_required = false;
     slot = nullptr;
     token = nullptr;
-    // The earlier array is kept: to release it closes all sessions of the module, and the engine's keys share
-    // them.
+    // The earlier array is kept, because releasing it would close all sessions of the module, including those
+    // that the engine's keys use.
     if (slots) earlier_slots.push_back(std::move(slots));
     PKCS11_SLOT* array = nullptr;
     unsigned int count = 0;
@@ -81,13 +81,14 @@ void Libp11Init::read_scard() {
                         "libp11_helper:133 Kes::Libp11Init::read_scard()");
     slot = ::PKCS11_find_token(ctx.get(), array, count);
     if (slot == nullptr) {
-        // Not released on purpose: without a token, the array belongs to the context.
-        [[maybe_unused]] const PKCS11_SLOT* left_to_context = slots.release();
+        // The array is deliberately abandoned: releasing it would close all sessions of the module, and
+        // without a token nothing refers to it. See docs/decisions/0002-slots-of-earlier-reads.md.
+        [[maybe_unused]] const PKCS11_SLOT* abandoned = slots.release();
         throw Error(ErrorCodeType::empty, "PKCS11_find_token() failed",
                     "libp11_helper:140 Kes::Libp11Init::read_scard()");
     }
     token = slot->token;
-    // A reader with its own PIN pad is never logged in to from here: the PIN is not for this process to know.
+    // With secureLogin, the reader has its own PIN pad, and the PIN must not pass through this process.
     login_required = token->secureLogin == 0 && token->loginRequired == 1;
     log_token(*slot, *token);
     log_info("libp11 read smart card");
@@ -95,7 +96,7 @@ void Libp11Init::read_scard() {
 
 bool Libp11Init::is_logged_in() const {
     int state = 0;
-    const int rc = ::PKCS11_is_logged_in(slot, as_user, &state);
+    const int rc = ::PKCS11_is_logged_in(slot, user_role, &state);
     if (rc != 0)
         throw OsslError(OsslErrorCode(rc), "PKCS11_is_logged_in() failed",
                         "libp11_helper:163 Kes::Libp11Init::is_logged_in()");
@@ -112,7 +113,7 @@ void Libp11Init::authenticate(const Pin& pin) {
     if (pin.is_empty())
         throw Error(ErrorCodeType::empty, "no PIN specified",
                     "libp11_helper:185 Kes::Libp11Init::authenticate()");
-    const int rc = ::PKCS11_login(slot, as_user, pin.c_str());
+    const int rc = ::PKCS11_login(slot, user_role, pin.c_str());
     if (rc != 0)
         throw OsslError(OsslErrorCode(rc), "PKCS11_login() failed",
                         "libp11_helper:190 Kes::Libp11Init::authenticate()");
@@ -129,7 +130,7 @@ PKCS11_TOKEN* Libp11Init::get_token() const {
     if (token == nullptr)
         throw Error(ErrorCodeType::empty, "no token has been read",
                     "libp11_helper:203 Kes::Libp11Init::get_token()");
-    // Such a token refuses every session, and libp11 then waits for one for ever.
+    // Such a token refuses every session, and libp11 0.4.12 then waits for a session indefinitely.
     if (token->initialized == 0)
         throw Error(ErrorCodeType::not_initialized, "token is not initialized",
                     "libp11_helper:209 Kes::Libp11Init::get_token()");

@@ -10,42 +10,47 @@
 
 namespace Kes {
 
-/// The library's one libp11 context: the loaded PKCS#11 module, the slots it has, and the token in use.
+/// The library's libp11 context: the loaded PKCS#11 module, its slots, and the token in use.
 ///
-/// libp11's engine keeps a context of its own, but both share the one loaded module: its sessions and its
-/// login.
+/// libp11's engine has a context of its own. Both contexts use the same loaded module and share its sessions
+/// and its login.
 class Libp11Init {
 public:
-    /// Loads the module. @throws Error null_pointer, OsslError
-    /// @param module_path  as the system's loader takes it
+    /// Loads libp11, if necessary, and the module.
+    /// @param module_path  a file name or path for the system's loader
+    /// @throws WinError if libp11 cannot be loaded, Error null_pointer, OsslError
     explicit Libp11Init(const char* module_path);
     ~Libp11Init();
     Libp11Init(const Libp11Init&) = delete;
     Libp11Init& operator=(const Libp11Init&) = delete;
 
-    /// Finds the first slot that holds a usable token. May be called again; the slots found before are kept
-    /// until the end then, unless release_slots() was called. @throws Error empty without a token, OsslError
+    /// Lists the slots and selects the first one with a usable token. May be called again; the slots listed
+    /// before are kept until release_slots() or the destructor.
+    /// @throws Error empty if there is no token, OsslError
     void read_scard();
 
-    /// Ends all slots found so far, everything libp11 listed of their tokens, and all sessions of the module:
-    /// the login is over, and so is the use of any key that libp11's engine has read.
+    /// Releases all slots listed so far, and what libp11 has listed of their tokens. This closes all sessions
+    /// of the module: the login ends, and keys that libp11's engine has read become permanently unusable.
     void release_slots() noexcept;
 
-    /// Whether the token wants a login by this process; false for a reader with its own PIN pad.
+    /// Whether the token requires a login by this process. False for a reader with its own PIN pad.
     bool is_login_required() const noexcept { return login_required; }
 
-    /// Whether the user is logged in to the token. @throws OsslError
+    /// Whether the user is logged in to the token. Call only after a successful read_scard().
+    /// @throws OsslError
     bool is_logged_in() const;
 
-    /// Logs the user in, if that is needed. Makes one attempt: a wrong PIN costs one of the card's tries.
-    /// @throws Error empty without a PIN, OsslError
+    /// Logs the user in if the token requires it and the user is not logged in. Makes a single attempt,
+    /// because a wrong PIN costs one of the card's tries.
+    /// @throws Error empty if a login is needed and the PIN is empty, OsslError
     void authenticate(const Pin& pin);
 
-    /// The token that read_scard() found, lent. @throws Error empty when there is none, not_initialized when
-    /// it was never set up: no session can be opened on it
+    /// The token that read_scard() has found, borrowed.
+    /// @throws Error empty without a token, not_initialized for a token on which no session can be opened
+    ///         because it was never initialised
     PKCS11_TOKEN* get_token() const;
 
-    /// Fails as authenticate() would without a PIN, when the token wants a login that has not been made.
+    /// Throws if the token requires a login, the user is not logged in and the PIN is empty. Does not log in.
     /// @throws Error empty, OsslError
     void require_pin(const Pin& pin) const;
 
@@ -58,12 +63,12 @@ private:
     };
     using SlotArray = std::unique_ptr<PKCS11_SLOT, ReleaseSlots>;
 
-    // libp11 releases slots through their context, so the destructor releases them first.
+    // Before the slots: libp11 releases slots through their context.
     std::unique_ptr<PKCS11_CTX, FreeWith<&::PKCS11_CTX_free>> ctx;
     SlotArray slots;
-    std::vector<SlotArray> earlier_slots; // of read_scard() calls before the last
-    PKCS11_SLOT* slot = nullptr;          // in slots
-    PKCS11_TOKEN* token = nullptr;        // in slot
+    std::vector<SlotArray> earlier_slots; // of earlier read_scard() calls
+    PKCS11_SLOT* slot = nullptr;          // points into slots
+    PKCS11_TOKEN* token = nullptr;        // belongs to slot
     bool login_required = false;
 };
 

@@ -3,12 +3,15 @@
 
 namespace Kes {
 
-/// Makes sure that libp11 is there, and that it stays loaded and we with it: OpenSSL keeps pointers to the
-/// error texts of the one and to functions of the other. Call before anything of libp11 is called.
+/// Makes sure that libp11 is loaded, and that libp11 and this library stay loaded until the process ends:
+/// OpenSSL keeps pointers to libp11's error texts and to functions of this library. Call this before any
+/// function of libp11.
 ///
-/// On Windows, libp11 is looked for now, so that those who do not use it need not have it. Elsewhere the
-/// system's loader has seen to it. Belongs to libp11: whatever stands in for that brings this along.
-/// @throws WinError when there is no libp11.dll, when it cannot be loaded, and when it lacks a function
+/// On Windows, the first call loads libp11, so that only programs that use it need the DLL. On other systems
+/// the loader has already loaded it, and the call does nothing. The function belongs to the target libp11:
+/// a target that replaces libp11 with a test double must define it as well.
+/// @throws WinError if libp11.dll does not exist, cannot be loaded, or lacks a function; the next call tries
+///         again
 void require_libp11();
 
 } // namespace Kes
