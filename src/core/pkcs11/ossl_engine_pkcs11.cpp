@@ -11,13 +11,13 @@
 namespace Kes {
 namespace {
 
-/// What the engine's LOAD_CERT_CTRL command reads and fills. The layout is the engine's.
+/// The argument of the engine's LOAD_CERT_CTRL command. The engine defines the layout.
 struct LoadCertParameters {
     const char* cert_id;
     X509* cert;
 };
 
-/// Whether OpenSSL has refused to load a library because an engine of that library is alive.
+/// Whether OpenSSL has refused to load a library because an engine of that library exists.
 bool is_refused_as_loaded() {
     const unsigned long error = ::ERR_peek_last_error();
     return ERR_GET_LIB(error) == ERR_LIB_ENGINE && ERR_GET_REASON(error) == ENGINE_R_INIT_FAILED;
@@ -43,7 +43,7 @@ Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_p
     } catch (const OsslError&) {
         throw;
     } catch (...) {
-        loaded.abandon(); // out of memory: the next init() cleans up
+        loaded.abandon(); // out of memory: the clean-up stays pending until the next init()
         throw;
     }
     log_info("loaded engine: id=", id());
@@ -75,11 +75,11 @@ void Pkcs11OsslEngine::configure(const Pin* pin, bool verbose) {
     if (verbose)
         control({"VERBOSE", nullptr, "ossl_engine_pkcs11:127 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
     if (pin != nullptr)
-        Pkcs11OsslEngine::set_pin(*pin); // also an empty one: without any the engine would ask
+        Pkcs11OsslEngine::set_pin(*pin); // even if empty: without a PIN, the engine would ask the user
 }
 
 Pkcs11OsslEngine::~Pkcs11OsslEngine() {
-    loaded.overwrite_pin(); // while the engine is initialized
+    loaded.overwrite_pin(); // while the engine is still initialised
     unload();
 }
 
@@ -90,7 +90,7 @@ X509Ptr Pkcs11OsslEngine::read_certificate(const char* name) {
     const ScopedNoLoaderDialogs no_dialogs;
     LoadCertParameters parameters{name, nullptr};
     const int result = ::ENGINE_ctrl_cmd(get_engine(), "LOAD_CERT_CTRL", 0, &parameters, nullptr, 0);
-    X509Ptr cert(parameters.cert); // owned at once: the engine may have filled it although it failed
+    X509Ptr cert(parameters.cert); // owned at once: the engine may have set it before it failed
     if (result != 1) {
         explain_failure();
         throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd() failed",

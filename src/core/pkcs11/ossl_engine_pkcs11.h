@@ -8,18 +8,22 @@
 
 namespace Kes {
 
-/// libp11's engine: keys and certificates of a PKCS#11 token, named by "pkcs11:" URIs.
+/// libp11's engine. It reads keys and certificates of a PKCS#11 token, which "pkcs11:" URIs identify.
 class Pkcs11OsslEngine final : public OsslEngine {
 public:
     /// Loads the engine and makes it the default for all methods.
-    /// @param engine_path  a path with a separator is taken as it is; to a bare name OpenSSL adds the
-    /// system's suffix
-    /// @param module_path  the PKCS#11 module, for the system's loader
-    /// @param pin          null sends no PIN; an empty one is sent as it is
+    /// @param engine_path  a path, or a name without a folder. OpenSSL uses a path as it is, and adds the
+    ///                     system's suffix for libraries to a name
+    /// @param module_path  the PKCS#11 module: a file name or path for the system's loader
+    /// @param pin          passed to the engine even if it is empty; null passes no PIN
+    /// @throws OsslError
     Pkcs11OsslEngine(const char* engine_path, const char* module_path, const Pin* pin, bool verbose);
     ~Pkcs11OsslEngine() override;
 
+    /// @throws Error bad_argument for a null name, Error not_found, OsslError
     X509Ptr read_certificate(const char* name) override;
+
+    /// @throws OsslError
     void set_pin(const Pin& pin) override;
 
 private:
@@ -29,7 +33,7 @@ private:
     void explain_failure() override;
     void configure(const Pin* pin, bool verbose);
 
-    const std::string module_path; // the engine may load the module as late as with the first key
+    const std::string module_path; // kept: the engine may not load the module before the first key is read
     LoadedEngine loaded;
 };
 

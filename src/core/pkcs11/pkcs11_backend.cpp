@@ -17,7 +17,7 @@ void Pkcs11Backend::open(const CfgReader& settings) {
 
 bool Pkcs11Backend::read_card(const CfgReader&, bool is_engine_loaded) {
     Libp11Init& context = require_libp11();
-    // Releasing slots closes all sessions of the module, and an engine's keys share them.
+    // Releasing slots closes all sessions of the module, including those that an engine's keys use.
     if (!is_engine_loaded) context.release_slots();
     context.read_scard();
     return context.is_login_required();
@@ -36,7 +36,7 @@ std::unique_ptr<OsslEngine> Pkcs11Backend::create_engine(const CfgReader& settin
 }
 
 Libp11Init& Pkcs11Backend::require_libp11() const {
-    // The location is part of the message that users know; it names the place of this check in version 4.3.
+    // Users search for this message. Its location names the place of the check in version 4.3.0.
     if (!libp11)
         throw Error(ErrorCodeType::not_initialized, "crypto interface pkcs11 was chosen after init()",
                     "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11()");

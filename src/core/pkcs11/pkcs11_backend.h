@@ -8,8 +8,10 @@
 
 namespace Kes {
 
-/// Keys on a PKCS#11 token. Owns the library's libp11 context, which lives from open() to the end of this
-/// object, also while another back-end is selected. The engine does not need the context.
+/// Keys on a PKCS#11 token. Owns the library's libp11 context from open() until this object is destroyed,
+/// even while another back-end is selected. The engine does not need the context.
+///
+/// Before open(), all operations but create_engine() throw Error not_initialized.
 class Pkcs11Backend final : public KeyBackend {
 public:
     void open(const CfgReader& settings) override;

@@ -10,7 +10,7 @@
 
 namespace Kes {
 
-/// A client may free its last key in any thread, hence the atomics.
+/// Two members are atomic, because a client may free its last key in any thread.
 struct LoadedEngineRecord {
     LoadedEngineRecord(ENGINE* engine_in, std::string library_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
         : engine(engine_in), library(std::move(library_in)), own_finish(own_finish_in) {}
@@ -26,7 +26,8 @@ struct LoadedEngineRecord {
 namespace {
 
 /// OpenSSL identifies an engine library by its code, not by its name: all paths to one file are one library,
-/// whatever the current directory is. A name without a folder is not a path: the loader searches for it.
+/// whatever the current directory is. A name without a folder is returned unchanged, because the loader
+/// searches for it.
 std::string library_name(const std::string& path) {
     try {
         if (!std::filesystem::path(path).has_parent_path()) return path;
@@ -47,8 +48,8 @@ bool is_same_file(const std::string& left, const std::string& right) {
     }
 }
 
-// OpenSSL calls the next two when a key is duplicated and when it is freed. The value is the record of a lent
-// key, and null for every other key.
+// OpenSSL calls these two functions when a key is duplicated and when it is freed. The value is the record of
+// a lent key, and null for every other key.
 int count_duplicate(CRYPTO_EX_DATA*, const CRYPTO_EX_DATA*, void** value, int, long, void*) {
     if (*value != nullptr) ++static_cast<LoadedEngineRecord*>(*value)->lent_keys;
     return 1;
@@ -126,7 +127,7 @@ EvpPkeyPtr LoadedEngine::lend(EvpPkeyPtr engine_key) {
         ::EVP_PKEY_set1_engine(lent.get(), record->engine) == 1 &&
         ::EVP_PKEY_set_ex_data(lent.get(), lent_key_index(), record) == 1)
         return lent;
-    return engine_key; // stays counted: no callback reports when this key is freed
+    return engine_key; // the count stays increased: no callback is called when this key is freed
 }
 
 Pkcs11EngineRegistry& Pkcs11EngineRegistry::instance() {
@@ -149,11 +150,11 @@ LoadedEngineRecord* Pkcs11EngineRegistry::find_library(const std::string& engine
     });
 }
 
-/// Replaces the finish function of registered engines, to see that it runs.
+/// Installed as the finish function of registered engines, to observe whether it is called.
 int Pkcs11EngineRegistry::finish_engine(ENGINE* engine) {
     LoadedEngineRecord* record =
         instance().find([&](const LoadedEngineRecord& other) { return other.engine == engine; });
-    return record == nullptr ? 1 : run_finish(*record); // null: somebody copied the engine
+    return record == nullptr ? 1 : run_finish(*record); // null: a copy of a registered engine
 }
 
 LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine, const std::string& engine_path) {
@@ -174,7 +175,7 @@ std::pair<LoadedEngine, EnginePtr> Pkcs11EngineRegistry::reuse(const std::string
     if (record == nullptr || !record->is_clean || ::ENGINE_up_ref(record->engine) != 1) return {};
     EnginePtr reference(record->engine);
     const ErrorQueueMark mark;
-    ::ENGINE_add(record->engine); // fails when the engine is in the list still, which serves as well
+    ::ENGINE_add(record->engine); // fails, without harm, if the engine is still in the list
     return {LoadedEngine(record), std::move(reference)};
 }
 
@@ -188,7 +189,8 @@ const char* Pkcs11EngineRegistry::refusal(const std::string& engine_path) {
 }
 
 void Pkcs11EngineRegistry::clean_up_pending() noexcept {
-    // Without the mutex, which the finish function needs: only this thread adds to the list.
+    // Does not lock the mutex, because finish_engine() locks it during the clean-up. Only this thread adds
+    // to the list.
     for (LoadedEngineRecord& record : records)
         clean_up(record);
 }

@@ -14,9 +14,9 @@ namespace Kes {
 
 struct LoadedEngineRecord;
 
-/// The use of one engine of libp11, from its load to its unload. Move-only. At its end it makes the engine
-/// overwrite its copy of the PIN, and then runs all pending clean-ups of the registry. Destroy it after
-/// ENGINE_finish().
+/// The use of one engine of libp11, from its load to its unload. Move-only. The destructor makes the engine
+/// overwrite its copy of the PIN, and then runs all pending clean-ups of the registry. Destroy the object
+/// after ENGINE_finish().
 class LoadedEngine {
 public:
     LoadedEngine() = default; ///< no engine: every operation does nothing
@@ -30,13 +30,14 @@ public:
 
     explicit operator bool() const noexcept { return record != nullptr; }
 
-    /// Records that the engine was initialized: from now on it has something to clean up.
+    /// Records that the engine was initialised, and that it therefore needs a clean-up.
     void note_initialized() noexcept;
 
     /// Records that the engine received a PIN.
     void note_pin() noexcept;
 
-    /// Makes the engine overwrite its copy of the PIN, if it received one: the engine object stays in memory.
+    /// Makes the engine overwrite its copy of the PIN, if it has one. Needed because the engine object stays
+    /// in memory.
     void overwrite_pin() noexcept;
 
     /// Returns a key that signs as the engine's own key does. The clean-up waits until its last reference is
@@ -58,39 +59,41 @@ private:
 
 /// Makes it possible to load libp11's engine again after it was unloaded, in one process.
 ///
-/// OpenSSL refuses to load an engine library while an engine of that library is alive. libp11 0.4.12 never
+/// OpenSSL refuses to load an engine library while an engine of that library exists. libp11 0.4.12 never
 /// releases its engine once a key was read: the engine holds the key, and the key holds the engine. The
-/// registry breaks this circle: it runs the engine's finish function before the last functional reference is
-/// released. It keeps every engine as long as the process lives, and provides it again where OpenSSL refuses
-/// to load its library. It does so for all versions of libp11, because OpenSSL's error texts point into the
-/// library, so the library must stay loaded.
+/// registry breaks this cycle: it runs the engine's finish function before the last functional reference is
+/// released. It keeps every engine until the process ends, and provides it again when OpenSSL refuses to load
+/// its library. It keeps the engines of all versions of libp11, because OpenSSL has pointers to error texts
+/// in the library, which must therefore stay loaded.
 ///
-/// The finish function destroys what the keys consist of. So it runs only when the client has released every
-/// key that it was lent, which includes the keys in its TLS objects. What a client extracts from a key, such
-/// as an RSA, is not counted.
+/// The finish function destroys the material of the keys. Therefore it runs only after the client has
+/// released every key that was lent to it, including the keys in its TLS objects. Objects that the client
+/// extracts from a key, such as an RSA, are not counted.
 class Pkcs11EngineRegistry {
 public:
-    /// The only registry; never destroyed, because clients may free keys at process exit.
+    /// Returns the only registry. It is never destroyed, because clients may free keys at process exit.
     static Pkcs11EngineRegistry& instance();
 
     Pkcs11EngineRegistry(const Pkcs11EngineRegistry&) = delete;
     Pkcs11EngineRegistry& operator=(const Pkcs11EngineRegistry&) = delete;
 
-    /// Registers an engine that OpenSSL has loaded from the path. The registry takes a structural reference.
+    /// Registers an engine that OpenSSL has loaded from the path. The registry adds a structural reference of
+    /// its own.
+    /// @return the use; without an engine if the reference cannot be added
     LoadedEngine add(ENGINE* engine, const std::string& engine_path);
 
-    /// Provides the engine that was loaded from that library before: back in OpenSSL's list, and ready for
-    /// set-up.
-    /// @return the use, and a structural reference; both empty when no such engine exists, or when its
+    /// Provides the engine that was loaded from that library earlier. The engine is then in OpenSSL's list
+    /// again and can be set up again.
+    /// @return the use and a structural reference. Both are empty if no such engine exists, or if its
     ///         clean-up is pending
     std::pair<LoadedEngine, EnginePtr> reuse(const std::string& engine_path);
 
-    /// Why reuse() provided no engine, for the log; null when no engine of that library is registered.
+    /// Returns, for the log, why reuse() provided no engine; null if no engine of that library is registered.
     const char* refusal(const std::string& engine_path);
 
-    /// Cleans up every engine that ENGINE_finish() was called for without effect, unless a client still holds
-    /// one of its keys. Call it before a PKCS#11 module is loaded: the clean-up finalizes the module for the
-    /// whole process.
+    /// Cleans up every engine whose finish function ENGINE_finish() did not reach, unless a client still
+    /// holds one of its keys. Call this before a PKCS#11 module is loaded, because the clean-up finalizes the
+    /// module for the whole process.
     void clean_up_pending() noexcept;
 
 private:
@@ -102,7 +105,7 @@ private:
     LoadedEngineRecord* find_library(const std::string& engine_path);
     static int finish_engine(ENGINE* engine);
 
-    std::mutex mutex; // guards the list; a record neither moves nor ends
+    std::mutex mutex; // guards the list; records are never moved or deleted
     std::list<LoadedEngineRecord> records;
 };
 

@@ -37,7 +37,7 @@ std::unique_ptr<const CertKeyUsage> read_key_usage(X509* x509) {
     }
 }
 
-/// Calls one of libp11's enumerations. What it lists belongs to libp11 and lives as long as the slots.
+/// Calls one of libp11's enumeration functions. libp11 owns the objects until the slots are released.
 template <typename Object, typename Enumerate>
 std::span<Object> enumerate(Enumerate function, PKCS11_TOKEN* token, const char* message,
                             const char* location) {
@@ -62,7 +62,7 @@ Pkcs11Libp11PkoIdScanner::~Pkcs11Libp11PkoIdScanner() {
 
 void Pkcs11Libp11PkoIdScanner::scan(const Pin& pin) {
     log_info("started scanning of PKCS#11 objects");
-    // Not not_registered: that is a list without a scanner.
+    // null_pointer, because not_registered means a list without a scanner.
     if (list == nullptr)
         throw Error(ErrorCodeType::null_pointer, "no PkoIdList registered",
                     "pko_id_scanner_pkcs11_libp11:57 Kes::Pkcs11Libp11PkoIdScanner::scan()");
@@ -78,7 +78,7 @@ void Pkcs11Libp11PkoIdScanner::add_certificates(PKCS11_TOKEN* token) {
     const auto certs =
         enumerate<PKCS11_CERT>(::PKCS11_enumerate_certs, token, "PKCS11_enumerate_certs() failed",
                                "pko_id_scanner_pkcs11_libp11:71 Kes::Pkcs11Libp11PkoIdScanner::scan()");
-    // All of them, whatever the filter: it judges keys.
+    // Every certificate: the filter selects private keys only.
     for (const PKCS11_CERT& cert : certs)
         list->add(make_record(token, PkoType::certificate, cert, read_key_usage(cert.x509)));
 }
@@ -102,7 +102,7 @@ void Pkcs11Libp11PkoIdScanner::add_public_keys(PKCS11_TOKEN* token) {
 }
 
 bool Pkcs11Libp11PkoIdScanner::is_offered(const PkoId& private_key) const {
-    // By the list's index: libp11's own search would ask the token anew for each key.
+    // Search in the list: libp11's own search would query the token again for each key.
     const PkoId* cert = list->find_matching(PkoType::certificate, &private_key);
     if (cert == nullptr) {
         log_lines(Severity::warn, "corresponding cert not found; skipping private key: ", private_key);
@@ -122,8 +122,8 @@ std::unique_ptr<PkoId>
 Pkcs11Libp11PkoIdScanner::make_record(const PKCS11_TOKEN* token, PkoType type, const Object& object,
                                       std::unique_ptr<const CertKeyUsage> key_usage) const {
     const std::string token_label = text_of(token->label);
-    // The label goes in as libp11 reports it. With ";" or "%" in it the engine does not find the object.
-    std::string id = "%"; // appended to: GCC 12 warns wrongly (-Wrestrict) of a literal + std::string
+    // The label is not percent-encoded. If it contains ";" or "%", the engine does not find the object.
+    std::string id = "%"; // "%" + ... makes GCC 12 warn wrongly (-Wrestrict)
     id += Helper::bytes_to_hex(object.id, object.id_len, "%");
     const std::string uri = "pkcs11:token=" + token_label + ";id=" + id + ";type=" + type_word(type);
     auto record = list->create_pko_id(type, no_key_type, uri, id, token_label + ": " + text_of(object.label),

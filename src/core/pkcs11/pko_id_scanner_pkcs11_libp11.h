@@ -9,19 +9,20 @@
 
 namespace Kes {
 
-/// Finds what a PKCS#11 token holds. Records, in this order: every certificate, the private keys whose
-/// certificate has the same object id and passes the filter, every public key.
+/// Finds the objects on a PKCS#11 token. Adds, in this order: every certificate; every private key with a
+/// certificate that has the same object id and passes the filter; every public key.
 ///
-/// A record's name is a "pkcs11:" URI (RFC 7512) of token label, object id and type, as libp11's engine reads
-/// it. The token label stands in it as it is: a label with ";" or "%" makes a URI that the engine does not
-/// find.
+/// The name of a record is a "pkcs11:" URI (RFC 7512) for libp11's engine, with token label, object id and
+/// type. The token label is not percent-encoded: if it contains ";" or "%", the engine does not find the
+/// object.
 class Pkcs11Libp11PkoIdScanner final : public PkoIdScanner {
 public:
-    /// @param libp11_in  must outlive this scanner
+    /// @param libp11_in  borrowed; must outlive this scanner
     Pkcs11Libp11PkoIdScanner(Libp11Init* libp11_in, std::unique_ptr<CertKeyUsageFilter> filter);
     ~Pkcs11Libp11PkoIdScanner() override;
 
-    /// Logs in if the token wants it, then makes libp11's three enumerations and nothing else.
+    /// Logs in if the token requires it, and then only calls libp11's three enumeration functions.
+    /// @throws Error null_pointer without a list, and the errors of Libp11Init and libp11
     void scan(const Pin& pin) override;
 
 private:
