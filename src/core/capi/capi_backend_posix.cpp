@@ -8,8 +8,8 @@ constexpr const char* capi_message = "crypto interface capi is available on Wind
 constexpr const char* capi_store_message = "crypto interface capi_store is available on Windows only";
 
 /// A back-end that exists on Windows only. Its settings and names work on every system; the first operation
-/// that needs Windows fails. The locations are part of the messages that users know, whatever this class and
-/// its functions are called.
+/// that needs Windows fails. Users search for the messages, so their locations keep the names that the
+/// functions had in an earlier version.
 class UnavailableBackend : public KeyBackend {
 public:
     UnavailableBackend(const char* message_in, const char* scanner_location_in,

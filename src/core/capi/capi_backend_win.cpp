@@ -10,7 +10,7 @@
 namespace Kes {
 namespace {
 
-/// CryptoAPI asks for the PIN itself, when a key is used.
+/// A back-end without a PIN from the client: CryptoAPI asks the user for it when a key is used.
 class NoPinBackend : public KeyBackend {
 public:
     void open(const CfgReader&) override {}
@@ -19,7 +19,7 @@ public:
 
 class CapiBackend final : public NoPinBackend {
 public:
-    /// Opens the provider and closes it, which proves that the provider and its card exist.
+    /// Opens and closes the provider, which fails if the provider or its card does not exist.
     bool read_card(const CfgReader& settings, bool) override {
         const CapiInit capi(settings.get_capi_csp_name(), nullptr, 0);
         return false;
@@ -39,7 +39,7 @@ public:
 
 class CapiStoreBackend final : public NoPinBackend {
 public:
-    /// A store needs no card: the scan reports a store that does not exist.
+    /// Checks nothing: a store needs no card, and the scan reports a store that does not exist.
     bool read_card(const CfgReader&, bool) override { return false; }
 
     std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,

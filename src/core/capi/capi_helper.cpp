@@ -16,7 +16,7 @@ constexpr std::uint32_t both_key_specs = capi_key_type_key_exchange | capi_key_t
 
 std::string hex_text(std::uint32_t number) { return std::string("0x") + Helper::to_hex(number).data(); }
 
-/// Release functions do not throw: what went wrong there is told by the log.
+/// Logs the failure of a release function, because release functions do not throw.
 void log_failed_release(const char* message) {
     const WinErrorCode code(::GetLastError());
     log_error(WinError(code, message, "").what());
@@ -26,7 +26,7 @@ std::string read_container(HCRYPTPROV provider) {
     try {
         return CapiProvParamReader(provider, PP_CONTAINER, 0).text();
     } catch (const WinError& error) {
-        log_warn(error.what()); // a context for the provider alone may have none
+        log_warn(error.what()); // a context without a container may lack the parameter
         return "";
     }
 }
@@ -38,7 +38,7 @@ CapiInit::CapiInit(const char* provider, const char* container, std::uint32_t fl
     if (container == nullptr && flags == 0) flags = CRYPT_VERIFYCONTEXT;
     if (::CryptAcquireContextA(hprov.put(), container, provider, PROV_RSA_FULL, flags) == FALSE) {
         const WinErrorCode code(::GetLastError());
-        hprov.release(); // whatever a provider that fails may have left there: it is not ours
+        hprov.release(); // not closed: a provider that fails may have stored an invalid handle
         throw WinError(code,
                        std::string("CryptAcquireContext() with prov_name=") +
                            (provider == nullptr ? "nullptr" : provider) +
@@ -70,7 +70,7 @@ void CapiInit::KeyTraits::close(Raw handle) noexcept {
 void CapiInit::fetch_key(std::uint32_t key_type_in) {
     if (::CryptGetUserKey(hprov.get(), key_type_in, hkey.put()) == FALSE) {
         const WinErrorCode code(::GetLastError());
-        hkey.release(); // as above
+        hkey.release(); // not closed, as in the constructor
         throw WinError(code, "CryptGetUserKey() with key_type=" + capi_key_type_name(key_type_in) + " failed",
                        "capi_helper:113 Kes::CapiInit::fetch_key()");
     }
@@ -136,7 +136,7 @@ void CapiParamReader<Traits>::read() {
     if (length == 0) return;
     data_.resize(length);
     if (Traits::get(handle, param, data_.data(), &length, flags)) {
-        data_.resize(std::min<std::size_t>(length, data_.size())); // a provider may say more than it wrote
+        data_.resize(std::min<std::size_t>(length, data_.size())); // some providers report a larger length
         return;
     }
     const DWORD error = ::GetLastError();
@@ -164,7 +164,7 @@ CapiKeySpecs read_capi_key_specs(HCRYPTPROV provider) {
         if (reader.data().size() == sizeof key_specs.mask)
             std::memcpy(&key_specs.mask, reader.data().data(), sizeof key_specs.mask);
     } catch (const ErrorBase& error) {
-        log_debug(error.what()); // not every provider knows the parameter, and all have these keys
+        log_debug(error.what()); // not every provider knows the parameter
     }
     if (key_specs.mask == 0) {
         log_warn("keyspec mask is 0 -> updating it to ", both_key_specs);
@@ -190,7 +190,8 @@ CapiPubKey::CapiPubKey(HCRYPTPROV provider, std::uint32_t key_spec) {
     DWORD size = 0;
     check(::CryptExportPublicKeyInfoEx(provider, key_spec, encoding, nullptr, 0, nullptr, nullptr, &size),
           export_message, "capi_helper:512 Kes::CapiPubKey::CapiPubKey()");
-    // The structure comes first, what it points to follows: the allocator's alignment serves it.
+    // The function writes the structure at the start and the data that it points to behind it. The alignment
+    // of allocated memory is sufficient for the structure.
     std::vector<unsigned char> memory(std::max<std::size_t>(size, sizeof(CERT_PUBLIC_KEY_INFO)));
     auto* info = reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(memory.data());
     check(::CryptExportPublicKeyInfoEx(provider, key_spec, encoding, nullptr, 0, nullptr, info, &size),

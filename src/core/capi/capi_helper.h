@@ -10,26 +10,30 @@
 
 namespace Kes {
 
-/// The first thing to do with a CryptoAPI provider: a context on one of its key containers, or on the
-/// provider alone. Owns the context, and the key that was fetched last.
+/// A context of a CryptoAPI provider, which every other call needs: for one of its key containers, or for the
+/// provider without a container. Owns the context and the key that was fetched last.
 class CapiInit {
 public:
-    /// @param provider   null: the system's default provider for PROV_RSA_FULL
-    /// @param container  null: none; with flags 0 the context is then for the provider alone
-    ///                   (CRYPT_VERIFYCONTEXT)
+    /// Opens the context.
+    /// @param provider   null means the system's default provider for PROV_RSA_FULL
+    /// @param container  null means no container if flags is 0 (CRYPT_VERIFYCONTEXT), and otherwise the
+    ///                   provider's default container
+    /// @param flags      as for CryptAcquireContext()
     /// @throws WinError
     CapiInit(const char* provider, const char* container, std::uint32_t flags);
     ~CapiInit();
     CapiInit(const CapiInit&) = delete;
     CapiInit& operator=(const CapiInit&) = delete;
 
-    /// Gets the container's key of that type, and lets go of the one before. @throws WinError
+    /// Gets the container's key of that type, after destroying the handle of an earlier key. @throws WinError
     void fetch_key(std::uint32_t key_type_in);
 
-    /// As fetch_key(). @return false when there is no such key, or none to be had, which is a warning
+    /// Like fetch_key(), but logs a failure instead of throwing: a missing key with severity info, every
+    /// other failure with severity warn.
+    /// @return whether the key was fetched
     bool try_fetch_key(std::uint32_t key_type_in);
 
-    /// Lent; valid as long as this object, the key until the next fetch.
+    /// The handles, borrowed. Valid as long as this object; the key only until the next fetch.
     HCRYPTPROV provider() const noexcept { return hprov.get(); }
     HCRYPTKEY key() const noexcept { return hkey.get(); }
 
@@ -44,13 +48,13 @@ private:
     };
 
     UniqueHandle<ProvTraits> hprov;
-    UniqueHandle<KeyTraits> hkey; // behind the provider, which must outlive it
+    UniqueHandle<KeyTraits> hkey; // after hprov, so that it is destroyed first
     std::string prov_name;
     std::string key_container;
     std::uint32_t key_type;
 };
 
-/// How a provider is asked for a parameter, and where failures are reported.
+/// Traits of CapiParamReader for the parameters of a provider.
 struct CapiProvParam {
     using Handle = HCRYPTPROV;
     static bool get(Handle handle, DWORD param, BYTE* data, DWORD* length, DWORD flags) noexcept {
@@ -58,14 +62,14 @@ struct CapiProvParam {
     }
     static constexpr const char* function = "CryptGetProvParam";
     static constexpr const char* reader = "CapiProvParamReader";
-    static constexpr bool is_enumerable = true; ///< ERROR_NO_MORE_ITEMS is an end, not a failure
+    static constexpr bool is_enumerable = true; ///< ERROR_NO_MORE_ITEMS is the end, not a failure
     static constexpr const char* unsupported_location =
         "capi_helper:244 Kes::CapiProvParamReader::read_len()";
     static constexpr const char* length_location = "capi_helper:252 Kes::CapiProvParamReader::read_len()";
     static constexpr const char* data_location = "capi_helper:289 Kes::CapiProvParamReader::read()";
 };
 
-/// The same for a key.
+/// Traits of CapiParamReader for the parameters of a key.
 struct CapiKeyParam {
     using Handle = HCRYPTKEY;
     static bool get(Handle handle, DWORD param, BYTE* data, DWORD* length, DWORD flags) noexcept {
@@ -79,21 +83,22 @@ struct CapiKeyParam {
     static constexpr const char* data_location = "capi_helper:459 Kes::CapiKeyParamReader::read()";
 };
 
-/// Reads one parameter of a provider or a key into memory of its own.
+/// Reads one parameter of a provider or a key, and owns the result.
 template <typename Traits>
 class CapiParamReader {
 public:
-    /// @param handle_in  lent; must live as long as this object
-    /// @throws Error unsupported when the provider does not know the parameter, WinError
+    /// Reads the parameter.
+    /// @param handle_in  borrowed; must outlive this object
+    /// @throws Error unsupported if the provider does not know the parameter, WinError
     CapiParamReader(typename Traits::Handle handle_in, std::uint32_t param_in, std::uint32_t flags_in);
     ~CapiParamReader();
     CapiParamReader(const CapiParamReader&) = delete;
     CapiParamReader& operator=(const CapiParamReader&) = delete;
 
-    /// What was read; empty when there was nothing to read, such as at the end of an enumeration.
+    /// The value of the parameter. Empty if nothing was read, for example at the end of an enumeration.
     const std::vector<unsigned char>& data() const noexcept { return data_; }
 
-    /// What was read as a text, up to a NUL if there is one: some providers leave it out.
+    /// The value as text, up to the first NUL. Some providers omit the NUL.
     std::string text() const;
 
 private:
@@ -110,7 +115,7 @@ private:
 using CapiProvParamReader = CapiParamReader<CapiProvParam>;
 using CapiKeyParamReader = CapiParamReader<CapiKeyParam>;
 
-/// The names of all containers of the provider, in its order.
+/// Returns the names of all containers, in the provider's order. @throws Error unsupported, WinError
 std::vector<std::string> read_capi_containers(HCRYPTPROV provider);
 
 /// The key specifications that the provider's containers may have, in ascending order, each a single bit.
@@ -119,16 +124,18 @@ struct CapiKeySpecs {
     std::vector<std::uint32_t> list;
 };
 
-/// Without an answer of the provider that makes sense: key exchange and signature.
+/// Reads the key specifications from the provider. If the provider returns nothing usable, the result
+/// contains key exchange and signature.
 CapiKeySpecs read_capi_key_specs(HCRYPTPROV provider);
 
-/// The DER encoding of the certificate that is stored with the key; empty when there is none.
+/// Returns the DER encoding of the certificate that is stored with the key; empty if the key has none.
+/// @throws Error unsupported, WinError
 std::vector<unsigned char> read_capi_key_certificate(HCRYPTKEY key);
 
 /// The public key of the container's key pair, as the DER encoding of a SubjectPublicKeyInfo (RFC 5280, 4.1).
 class CapiPubKey {
 public:
-    /// @throws WinError
+    /// Exports and encodes the key. @throws WinError
     CapiPubKey(HCRYPTPROV provider, std::uint32_t key_spec);
 
     const std::vector<unsigned char>& der() const noexcept { return der_; }

@@ -10,7 +10,7 @@
 namespace Kes {
 namespace {
 
-constexpr const char* by_container_name = "3"; // the engine's number for this way of finding keys
+constexpr const char* by_container_name = "3"; // the engine's number for this lookup method
 
 } // namespace
 

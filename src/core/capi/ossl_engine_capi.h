@@ -8,27 +8,32 @@
 
 namespace Kes {
 
-/// OpenSSL's CryptoAPI engine on the key containers of one provider. A name is that of a container; which of
-/// its two keys is meant, the key type says. Private keys are the engine's; public keys and certificates are
-/// read from the provider.
+/// OpenSSL's CryptoAPI engine, for the key containers of one provider. Names are those of containers, and the
+/// key type selects one of a container's two keys. The engine reads private keys; this class reads public
+/// keys and certificates from the provider.
 class CapiOsslEngine final : public OsslEngine {
 public:
     /// Loads the engine and makes it the default for all methods.
     /// @param engine_path  as for Pkcs11OsslEngine
     /// @param key_type_in  AT_KEYEXCHANGE (1) or AT_SIGNATURE (2)
-    /// @param debug_file   where the engine writes what it does; "" for nowhere
+    /// @param debug_file   the file for the engine's debug output; "" for none
+    /// @throws OsslError
     CapiOsslEngine(const char* engine_path, const char* csp_name_in, std::uint32_t key_type_in,
                    const std::string& debug_file);
     ~CapiOsslEngine() override;
 
+    /// @throws WinError, OsslError
     EvpPkeyPtr read_public_key(const char* name) override;
+
+    /// @throws Error unsupported, WinError, OsslError
     X509Ptr read_certificate(const char* name) override;
 
-    /// For the engine and for what is read from the provider. After a failure the type before stays.
+    /// Sets the key type for the engine and for reads from the provider. After a failure, the earlier type
+    /// stays. @throws OsslError
     void set_key_type(std::uint32_t key_type_in) override;
 
 private:
-    // A copy: the configuration that it comes from may be changed while the engine lives.
+    // A copy, because the client may change the configuration while the engine exists.
     const std::string csp_name;
     std::uint32_t key_type = 0;
 };

@@ -8,7 +8,7 @@
 namespace Kes {
 namespace {
 
-constexpr const char* by_subject_substring = "1"; // the engine's number for this way of finding keys
+constexpr const char* by_subject_substring = "1"; // the engine's number for this lookup method
 
 } // namespace
 

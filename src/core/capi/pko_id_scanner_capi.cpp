@@ -27,7 +27,8 @@ void CapiPkoIdScanner::scan(const Pin&) {
         try {
             scan_container(container, key_specs);
         } catch (const WinError& error) {
-            // Costs this container alone. Other errors do not come from the card, and are not hidden.
+            // Skip the rest of this container only. Errors that Windows did not report are not caught,
+            // because nobody would notice them. See docs/decisions/0008-skipping-unreadable-keys.md.
             log_debug(error.what());
         }
     }

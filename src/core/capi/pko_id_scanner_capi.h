@@ -9,16 +9,17 @@
 
 namespace Kes {
 
-/// Finds the keys in the containers of a CryptoAPI provider. A key whose certificate passes the filter gives
-/// three records: private key, public key, certificate. All three are named by the container.
+/// Finds the keys in the containers of a CryptoAPI provider. Adds three records for each key whose
+/// certificate passes the filter: private key, public key, certificate. Their name is that of the container.
 class CapiPkoIdScanner final : public PkoIdScanner {
 public:
     CapiPkoIdScanner(std::string csp_name_in, std::unique_ptr<CertKeyUsageFilter> filter);
     ~CapiPkoIdScanner() override;
 
-    /// Needs no PIN: CryptoAPI asks for it by itself when a key is used. A container that Windows reports an
-    /// error for is left out. @throws WinError when the provider cannot be opened or asked, OsslError for
-    /// what is stored as a certificate and is none
+    /// Ignores the PIN, because CryptoAPI asks the user for it when a key is used. If Windows reports an
+    /// error for a container, the rest of the container is skipped.
+    /// @throws WinError if the provider cannot be opened or queried, OsslError if the data of a certificate
+    ///         cannot be decoded
     void scan(const Pin& pin) override;
 
 private:

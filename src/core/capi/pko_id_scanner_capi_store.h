@@ -9,16 +9,17 @@
 
 namespace Kes {
 
-/// Finds the certificates in a system store of the current user. One that passes the filter gives three
-/// records: private key, public key, certificate. All three are named by the subject's simple name, also when
-/// that is empty or not the only one of its kind.
+/// Finds the certificates in a system store of the current user. Adds three records for each certificate that
+/// passes the filter: private key, public key, certificate. Their name is the simple name of the subject,
+/// even if it is empty or not unique.
 class CapiStorePkoIdScanner final : public PkoIdScanner {
 public:
-    /// @param store_name_in  null counts as ""
+    /// @param store_name_in  null means ""
     CapiStorePkoIdScanner(const char* store_name_in, std::unique_ptr<CertKeyUsageFilter> filter);
     ~CapiStorePkoIdScanner() override;
 
-    /// Needs no PIN. @throws ErrorBase when there is no such store, OsslError for what is no certificate
+    /// Ignores the PIN.
+    /// @throws ErrorBase if the store does not exist, OsslError if a certificate cannot be decoded
     void scan(const Pin& pin) override;
 
 private:
