@@ -43,7 +43,7 @@ OsslScardIfImp::~OsslScardIfImp() {
 }
 
 void* OsslScardIfImp::destructor_entry(unsigned int) {
-    destroy_instance(); // there is only the one object, and it always lives on the heap
+    destroy_instance(); // whatever the flags: the only object is always allocated with new
     return this;
 }
 
@@ -71,7 +71,7 @@ void OsslScardIfImp::begin_unguarded(const char* operation) {
 void OsslScardIfImp::keep_failure(int failure_status, const char* message) noexcept {
     status = failure_status;
     guarded([&] { last_error_msg = message; },
-            [](int, const char*) {}); // out of memory: the status reports it
+            [](int, const char*) {}); // out of memory: the status alone reports the failure
 }
 
 int OsslScardIfImp::version_check(unsigned int if_version_in) {
@@ -80,7 +80,8 @@ int OsslScardIfImp::version_check(unsigned int if_version_in) {
         throw ErrorString("interface version incompatibility detected: specified=" +
                           std::to_string(if_version_in) + ", expected=" + std::to_string(if_version));
     });
-    // Written after a failure as well: readers of the log rely on it to see both versions.
+    // Logged even after a failure. The misleading line is kept, because readers of the log rely on it to see
+    // both versions.
     log_info("interface version check successful: specified=", if_version_in, ", expected=", if_version);
     return status;
 }
@@ -97,8 +98,8 @@ OsslScardCfg* OsslScardIfImp::get_config_used() {
 
 int OsslScardIfImp::init(OsslScardCfg* cfg) {
     run("init()", [&] { manager().init(cfg); });
-    // Whatever the outcome: the log file is to hold the reason of a failure, too. A repeated init() therefore
-    // opens the file anew, and empties it unless appending is on.
+    // Open the log file even after a failure, so that it contains the reason. Consequently, a repeated init()
+    // opens the file again, and empties it unless append mode is on.
     Logger& logger = Logger::instance();
     logger.discard_output();
     try {
@@ -108,7 +109,7 @@ int OsslScardIfImp::init(OsslScardCfg* cfg) {
         logger.set_severity_mask(settings.get_logfile_severity());
         logger.register_sink(logfile, settings.get_logfile_append());
     } catch (const std::exception& error) {
-        keep_failure(status_failure, error.what()); // not logged: the log is what failed
+        keep_failure(status_failure, error.what()); // not logged, because the log has failed
     }
     return status;
 }
@@ -238,7 +239,7 @@ std::size_t OsslScardIfImp::ask_for_key() const {
     const std::size_t count = are_keys_valid() ? keys.size() : 0;
     for (std::size_t i = 0; i < count; ++i) {
         items.push_back({static_cast<char>(next), i, keys[i]->display_name});
-        ++next; // beyond 'z' it simply goes on: there is no limit on the number of keys
+        ++next; // continues after 'z', because the number of keys is not limited
         if (next == '9' + 1) next = 'A';
         if (next == 'Z' + 1) next = 'a';
     }

@@ -11,8 +11,9 @@
 
 namespace Kes {
 
-/// The exported object: traces each operation, forwards it to the manager, turns exceptions into statuses,
-/// and keeps what belongs to the client's view. It does not check the order of operations; the manager does.
+/// The interface object. It logs each operation, forwards it to the manager and turns exceptions into
+/// statuses. It also keeps what only clients need: the last message and the key numbers. The manager, not
+/// this class, checks the order of operations. OsslScardIf documents the operations.
 class OsslScardIfImp final : public OsslScardIf, public Singleton<OsslScardIfImp> {
 public:
     int version_check(unsigned int if_version_in) override;
@@ -42,11 +43,13 @@ private:
     ~OsslScardIfImp();
     void* destructor_entry(unsigned int flags) override;
 
-    /// Runs a status-returning operation: traces it, and stores and logs what the body throws.
+    /// Runs the body of an operation that returns a status. Logs the call, and stores and logs what the body
+    /// throws.
     template <typename Body>
     int run(const char* operation, Body body);
 
-    /// For the operations without a status: traces, and takes the last status and text back to success.
+    /// Starts an operation that returns no status. Logs the call, and resets the stored status and message to
+    /// success.
     void begin_unguarded(const char* operation);
 
     void keep_failure(int failure_status, const char* message) noexcept;
@@ -54,8 +57,8 @@ private:
     const PkoId* require_key(std::size_t key_num, const char* location) const;
     std::size_t ask_for_key() const;
 
-    std::vector<const PkoId*> keys;    ///< found last; lent by the manager's list
-    std::uint64_t keys_generation = 0; ///< of the list that lent the keys
+    std::vector<const PkoId*> keys;    ///< of the last discover_keys(); borrowed from the manager
+    std::uint64_t keys_generation = 0; ///< the list's generation when the keys were borrowed
     std::int32_t status = 0;
     std::string last_error_msg;
     const std::uint32_t if_version = 4;
