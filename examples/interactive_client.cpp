@@ -1,5 +1,5 @@
-// Chooses back-end and key on the console, loads the key and shows the certificate that goes with it.
-// The settings of the back-ends come from the environment, as for every client.
+// Lets the user choose a back-end and a key on the console, loads the key and shows its certificate.
+// The environment can set all other settings, as for every client.
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -16,8 +16,8 @@ static void require(bool good, const std::string& text) {
     if (!good) throw std::runtime_error(text);
 }
 
-// OpenSSL's own way to ask on the terminal without echo.
-static void give_pin(Kes::OsslScardIf& card) {
+// OpenSSL's function reads from the terminal without echo.
+static void read_and_set_pin(Kes::OsslScardIf& card) {
     char pin[128] = "";
     const bool was_read = UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0) == 0;
     const int status = was_read ? card.set_pin(pin) : 0;
@@ -27,8 +27,7 @@ static void give_pin(Kes::OsslScardIf& card) {
 }
 
 static void show_certificate(X509* cert) {
-    const std::unique_ptr<BIO, void (*)(BIO*)> out(BIO_new_fd(1, BIO_NOCLOSE),
-                                                   BIO_free_all); // standard output
+    const std::unique_ptr<BIO, void (*)(BIO*)> out(BIO_new_fd(1, BIO_NOCLOSE), BIO_free_all); // stdout
     BIO_puts(out.get(), "subject: ");
     X509_NAME_print_ex(out.get(), X509_get_subject_name(cert), 0, XN_FLAG_RFC2253);
     BIO_puts(out.get(), "\nissuer:  ");
@@ -46,7 +45,7 @@ static void run(Kes::OsslScardIf& card) {
     cfg->set_crypto_if(crypto_if);
     check(card.init(cfg));
     check(card.read_scard());
-    if (card.is_pin_required()) give_pin(card);
+    if (card.is_pin_required()) read_and_set_pin(card);
     size_t num_keys = 0;
     check(card.discover_keys(&num_keys));
     require(num_keys > 0, "there is no key to log in with");

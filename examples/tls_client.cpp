@@ -1,9 +1,13 @@
 // Logs in to a TLS server with a key that stays on its card.
+//
 //   tls_client [KEY HOST PORT 1.2|1.3] [-]
-// Without a KEY it lists those on the token. With "-" it reads the PIN from standard input, else it asks for
-// it. The environment has the settings: the back-end (ossl_scard_cfg_crypto_if, pkcs11 without it), the
-// module (ossl_scard_cfg_pkcs11_module_dll), the engine (ossl_scard_cfg_pkcs11_openssl_engine_dll), and the
-// server's CA (SSL_CERT_FILE).
+//
+// Without KEY, it lists the keys on the token. With "-", it reads the PIN from standard input; otherwise it
+// asks for the PIN on the terminal. The environment contains the settings:
+//   ossl_scard_cfg_crypto_if                  the back-end; default: pkcs11
+//   ossl_scard_cfg_pkcs11_module_dll          the PKCS#11 module
+//   ossl_scard_cfg_pkcs11_openssl_engine_dll  OpenSSL's pkcs11 engine
+//   SSL_CERT_FILE                             the CA certificate of the server
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -22,9 +26,9 @@ static void require(bool good, const std::string& text) {
     if (!good) throw std::runtime_error(text);
 }
 
-static void give_pin(Kes::OsslScardIf& card, bool ask) {
+static void read_and_set_pin(Kes::OsslScardIf& card, bool ask) {
     char pin[128] = "";
-    const BioPtr input(BIO_new_fd(0, BIO_NOCLOSE), BIO_free_all);                            // keeps no copy
+    const BioPtr input(BIO_new_fd(0, BIO_NOCLOSE), BIO_free_all); // unbuffered: keeps no copy of the PIN
     const bool was_read = ask ? UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0) == 0 // no echo
                               : BIO_read(input.get(), pin, sizeof pin - 1) > 0;
     pin[strcspn(pin, "\r\n")] = '\0';
@@ -33,7 +37,7 @@ static void give_pin(Kes::OsslScardIf& card, bool ask) {
     require(status == 0, was_read ? card.get_last_error_msg() : "no PIN was given");
 }
 
-static void log_in(EVP_PKEY* key, X509* cert, bool is_of_windows, const std::string& host,
+static void log_in(EVP_PKEY* key, X509* cert, bool uses_cryptoapi, const std::string& host,
                    const std::string& port, int version) {
     const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> ctx(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     SSL_CTX_set_verify(ctx.get(), SSL_VERIFY_PEER, nullptr);
@@ -42,9 +46,9 @@ static void log_in(EVP_PKEY* key, X509* cert, bool is_of_windows, const std::str
                 SSL_CTX_set_max_proto_version(ctx.get(), version) &&
                 SSL_CTX_use_certificate(ctx.get(), cert) && SSL_CTX_use_PrivateKey(ctx.get(), key),
             "TLS cannot be set up");
-    // OpenSSL's CryptoAPI engine signs by RSA with PKCS#1 v1.5 and in no other way. Only TLS 1.2 has such
-    // signatures, and it too prefers PSS unless told otherwise.
-    if (is_of_windows)
+    // OpenSSL's CryptoAPI engine signs only with RSA and PKCS#1 v1.5. Of the TLS versions here, only 1.2
+    // allows such signatures, and it prefers PSS unless the list of algorithms excludes it.
+    if (uses_cryptoapi)
         require(version == TLS1_2_VERSION &&
                     SSL_CTX_set1_client_sigalgs_list(ctx.get(), "RSA+SHA256:RSA+SHA384:RSA+SHA512"),
                 "a key of CryptoAPI logs in over TLS 1.2 only");
@@ -57,7 +61,8 @@ static void log_in(EVP_PKEY* key, X509* cert, bool is_of_windows, const std::str
     std::string answer;
     for (char c = 0; BIO_read(bio.get(), &c, 1) == 1;)
         if (c != '\r') answer += c;
-    require(!answer.empty(), "the server does not answer"); // over TLS 1.3 it refuses a client only here
+    // With TLS 1.3, the refusal of a client certificate only arrives here.
+    require(!answer.empty(), "the server does not answer");
     int type = 0, digest = 0;
     SSL_get_signature_type_nid(ssl, &type);
     SSL_get_signature_nid(ssl, &digest);
@@ -73,7 +78,7 @@ static void run(Kes::OsslScardIf& card, int argc, char** argv) {
     cfg->set_crypto_if(Kes::OsslScardCfg::pkcs11);
     check(card.init(cfg));
     check(card.read_scard());
-    if (card.is_pin_required()) give_pin(card, argv[argc - 1] != std::string("-"));
+    if (card.is_pin_required()) read_and_set_pin(card, argv[argc - 1] != std::string("-"));
     size_t num_keys = 0;
     check(card.discover_keys(&num_keys));
     for (size_t i = 0; i < num_keys; ++i)
@@ -87,8 +92,8 @@ static void run(Kes::OsslScardIf& card, int argc, char** argv) {
     check(card.ossl_get_private_key(&key));
     check(card.ossl_get_certificate(&cert));
     std::cout << "key: " << EVP_PKEY_get0_type_name(key) << ' ' << EVP_PKEY_get_bits(key) << std::endl;
-    const bool is_of_windows = card.get_config_used()->get_crypto_if() != Kes::OsslScardCfg::pkcs11;
-    log_in(key, cert, is_of_windows, argv[2], argv[3],
+    const bool uses_cryptoapi = card.get_config_used()->get_crypto_if() != Kes::OsslScardCfg::pkcs11;
+    log_in(key, cert, uses_cryptoapi, argv[2], argv[3],
            argv[4] == std::string("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
     check(card.ossl_unload());
 }
@@ -96,7 +101,7 @@ static void run(Kes::OsslScardIf& card, int argc, char** argv) {
 int main(int argc, char** argv) {
     Kes::OsslScardIf& card = *get_ossl_scard_if();
 #ifdef SIGPIPE
-    std::signal(SIGPIPE, SIG_IGN); // a server that hangs up is an error like others
+    std::signal(SIGPIPE, SIG_IGN); // otherwise a server that closes the connection ends the program
 #endif
     int status = 0;
     try {
