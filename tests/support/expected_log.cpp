@@ -80,6 +80,18 @@ std::string logged_reading(const ShownToken& token) {
                    {"$serial", token.serial}});
 }
 
+std::string logged_scan_start(bool has_traces) {
+    return std::string(R"(<info> called: Kes::OsslScardIfImp::is_pin_required()
+<info> called: Kes::OsslScardIfImp::set_pin()
+<info> setting pin
+<info> called: Kes::OsslScardIfImp::discover_keys()
+)") +
+           (has_traces ? "<trace> created PkoIdScanner object\n"
+                         "<trace> created Pkcs11Libp11PkoIdScanner object\n"
+                       : "") +
+           "<info> started scanning of PKCS#11 objects\n<info> pin required - need login\n";
+}
+
 std::string logged_usage(const ShownUsage& usage) {
     return "<info> key usage:\n  _kuse_mask=\"" + usage.key_usage + "\" (" + usage.key_usage_mask +
            ")\n  _xkuse_mask=\"" + usage.ext_key_usage + "\" (" + usage.ext_key_usage_mask +

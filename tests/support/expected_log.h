@@ -53,6 +53,9 @@ struct ShownToken {
 /// Of read_scard() with a token that needs a login.
 std::string logged_reading(const ShownToken& token);
 
+/// Of set_pin() and the beginning of discover_keys(), up to the login. The scanners show at trace only.
+std::string logged_scan_start(bool has_traces);
+
 /// Of a certificate's key usage.
 struct ShownUsage {
     std::string key_usage;

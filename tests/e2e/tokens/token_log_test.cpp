@@ -47,15 +47,7 @@ const std::string read_scard =
     logged_reading({"manufacturer=SoftHSM project, description=SoftHSM slot ID SLOT", "Test Token",
                     "SoftHSM project", "SoftHSM v2", "SERIAL"});
 
-const std::string discover_before_login = R"(<info> called: Kes::OsslScardIfImp::is_pin_required()
-<info> called: Kes::OsslScardIfImp::set_pin()
-<info> setting pin
-<info> called: Kes::OsslScardIfImp::discover_keys()
-<trace> created PkoIdScanner object
-<trace> created Pkcs11Libp11PkoIdScanner object
-<info> started scanning of PKCS#11 objects
-<info> pin required - need login
-)";
+const std::string discover_before_login = logged_scan_start(true);
 
 const std::string scan = logged_scan("Test Token", "login", "%01",
                                      {"digital_signature", "0x80", "ssl_client", "0x2", "1.3.6.1.5.5.7.3.2"});

@@ -240,7 +240,7 @@ TEST_F(CardRoadTest, AnEngineThatIsNotThereIsReportedAndTheRightOneIsLoadedAfter
               "error:DSO support routines:could not load the shared library:filename(nowhere\\capi.dll)\n"
               "error:DSO support routines:could not load the shared library:\n"
               "error:engine routines:dso not found:\n"
-              "error:DSO support routines:system lib::-1:error loading 'nowhere\\capi.dll': " +
+              "error:DSO support routines:system lib:error loading 'nowhere\\capi.dll': " +
                   windows_error(126));
     scard().get_config_used()->set_capi_openssl_engine_dll(".\\capi.dll");
     ASSERT_EQ(scard().ossl_load(), 0) << error();

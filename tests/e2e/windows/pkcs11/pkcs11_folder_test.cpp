@@ -51,13 +51,7 @@ const std::string whole_log =
     "<info> init done.\n" +
     logged_reading(
         {"manufacturer=Slot maker, description=Slot 1", "Card 1", "Card maker", "Model 7", "0042"}) +
-    R"(<info> called: Kes::OsslScardIfImp::is_pin_required()
-<info> called: Kes::OsslScardIfImp::set_pin()
-<info> setting pin
-<info> called: Kes::OsslScardIfImp::discover_keys()
-<info> started scanning of PKCS#11 objects
-<info> pin required - need login
-)" +
+    logged_scan_start(false) +
     logged_scan("Card 1", "Login", "%01",
                 {"key_encipherment|digital_signature", "0xa0", "ssl_client", "0x2", "1.3.6.1.5.5.7.3.2"}) +
     R"(<info> called: Kes::OsslScardIfImp::get_key_name()
