@@ -1,13 +1,11 @@
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <gtest/gtest.h>
-#include <memory>
 #include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "support/process.h"
 #include "support/support.h"
 
 // What compilers and the linker made of the client's headers and of the library, as their own tools tell it.
@@ -79,20 +77,6 @@ const std::vector<std::string> cfg_table{
     "char *dump_settings(char *, size_t) const",
     "int select_crypto_if_from_console(Kes::OsslScardCfg::CryptoIf *)"};
 
-std::string output_of(const std::string& command) {
-    struct Close {
-        void operator()(FILE* pipe) const { EXPECT_EQ(::pclose(pipe), 0); }
-    };
-    const std::unique_ptr<FILE, Close> pipe(::popen(command.c_str(), "r"));
-    std::string output;
-    std::array<char, 4096> part{};
-    for (std::size_t count = 1; count > 0;) {
-        count = std::fread(part.data(), 1, part.size(), pipe.get());
-        output.append(part.data(), count);
-    }
-    return output;
-}
-
 /// One line of a dump, "  18 | void *Kes::OsslScardIf::destructor_entry(unsigned int) [pure]", as the tables
 /// above write it.
 std::string operation_in(std::string line) {
@@ -121,9 +105,10 @@ std::vector<std::string> slots_in(const std::string& dump, const std::string& ti
 }
 
 std::string layout_dump(const std::string& target, const std::string& standard) {
-    return output_of(std::string(MARVO_CLANGXX) + " --target=" + target + " -std=" + standard +
-                     " -Xclang -fdump-vtable-layouts -S -emit-llvm -o /dev/null -I " MARVO_INCLUDE_DIR
-                     " " MARVO_LAYOUT_PROBE);
+    return Kes::test::shell_output(
+        std::string(MARVO_CLANGXX) + " --target=" + target + " -std=" + standard +
+        " -Xclang -fdump-vtable-layouts -S -emit-llvm -o /dev/null -I " MARVO_INCLUDE_DIR
+        " " MARVO_LAYOUT_PROBE);
 }
 
 class LayoutTest : public testing::TestWithParam<const char*> {};
@@ -148,7 +133,8 @@ INSTANTIATE_TEST_SUITE_P(Standards, LayoutTest, testing::Values("c++11", "c++20"
 std::vector<std::string> dynamic_entries(const std::string& tag) {
     std::vector<std::string> values;
     const std::regex entry("\\(" + tag + "\\).*\\[(.*)\\]");
-    for (const std::string& line : Kes::test::split_lines(output_of(MARVO_READELF " -d " MARVO_LIBRARY))) {
+    for (const std::string& line :
+         Kes::test::split_lines(Kes::test::shell_output(MARVO_READELF " -d " MARVO_LIBRARY))) {
         std::smatch match;
         if (std::regex_search(line, match, entry)) values.push_back(match[1]);
     }
@@ -156,7 +142,8 @@ std::vector<std::string> dynamic_entries(const std::string& tag) {
 }
 
 TEST(SharedObjectTest, ExportsTheOneFunctionAndNothingElse) {
-    const auto names = Kes::test::split_lines(output_of(MARVO_NM " -D --defined-only " MARVO_LIBRARY));
+    const auto names =
+        Kes::test::split_lines(Kes::test::shell_output(MARVO_NM " -D --defined-only " MARVO_LIBRARY));
     ASSERT_EQ(names.size(), 1U) << testing::PrintToString(names);
     EXPECT_TRUE(std::regex_match(names[0], std::regex("[0-9a-f]+ T get_ossl_scard_if"))) << names[0];
 }
@@ -183,7 +170,7 @@ TEST(SharedObjectTest, NeedsTheMajorVersionOfOpensslItWasBuiltWith) {
 }
 
 TEST(SharedObjectTest, StaysLoadedAndHasNoTextRelocations) {
-    const std::string dynamic = output_of(MARVO_READELF " -d " MARVO_LIBRARY);
+    const std::string dynamic = Kes::test::shell_output(MARVO_READELF " -d " MARVO_LIBRARY);
     EXPECT_NE(dynamic.find("NODELETE"), std::string::npos);
     EXPECT_EQ(dynamic.find("TEXTREL"), std::string::npos);
     EXPECT_EQ(dynamic.find("RPATH"), std::string::npos);

@@ -1,9 +1,13 @@
 #include "process.h"
 
+#include <array>
 #include <csignal>
+#include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,6 +65,21 @@ std::string run_program(const std::vector<std::string>& args) {
     const int exit_code = process.wait();
     const std::string output = read_file(dir.file("output"));
     if (exit_code != 0) throw std::runtime_error(args[0] + " failed: " + output);
+    return output;
+}
+
+std::string shell_output(const std::string& command) {
+    struct Close {
+        void operator()(FILE* pipe) const { EXPECT_EQ(::pclose(pipe), 0); }
+    };
+    const std::unique_ptr<FILE, Close> pipe(::popen(command.c_str(), "r"));
+    if (!pipe) throw std::runtime_error("cannot start " + command);
+    std::string output;
+    std::array<char, 4096> part{};
+    for (std::size_t count = 1; count > 0;) {
+        count = std::fread(part.data(), 1, part.size(), pipe.get());
+        output.append(part.data(), count);
+    }
     return output;
 }
 

@@ -42,6 +42,10 @@ private:
 /// @throws std::runtime_error with what it wrote when its exit code is not 0
 std::string run_program(const std::vector<std::string>& args);
 
+/// Runs a command line of the shell to its end. The test fails when its exit code is not 0.
+/// @return what it wrote on its standard output
+std::string shell_output(const std::string& command);
+
 } // namespace Kes::test
 
 #endif // KES_TESTS_SUPPORT_PROCESS_H_

@@ -2,6 +2,7 @@
 #define KES_TESTS_E2E_CONSOLE_CRYPTO_IF_MENU_H_
 
 #include "console_fixture.h"
+#include "support/process.h"
 
 namespace Kes::test {
 
@@ -37,13 +38,7 @@ protected:
         std::string line = "exec";
         for (const std::string& word : command(MARVO_CONSOLE_CLIENT, {"crypto_if"}))
             line += " '" + word + "'";
-        FILE* const pipe = ::popen((redirection + " " + line).c_str(), "r");
-        if (pipe == nullptr) return "";
-        std::string output;
-        for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe))
-            output += static_cast<char>(character);
-        EXPECT_EQ(::pclose(pipe), 0);
-        return output;
+        return shell_output(redirection + " " + line);
     }
 
     void expect_selection(const std::string& key, const std::string& value, const std::string& name) {
