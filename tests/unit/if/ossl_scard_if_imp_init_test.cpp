@@ -68,7 +68,7 @@ TEST_F(OsslScardIfInitTest, NullDumpOfAClientsOwnConfigurationLeavesTheRestOfThe
     client.has_texts = false;
     ASSERT_EQ(init(&client), "0");
     Logger::instance().register_sink(dir.file("log"), false);
-    const Lines lines = log_lines();
+    const Lines lines = logged();
     const auto dump = std::find(lines.begin(), lines.end(), "<info> OpenSSL smart card manager settings:");
     EXPECT_EQ(Lines(dump, lines.end()),
               (Lines{"<info> OpenSSL smart card manager settings:", "additional settings:",
