@@ -16,7 +16,7 @@ void add_extension(X509* x509, int nid, const char* value) {
     ::X509_EXTENSION_free(extension);
 }
 
-/// A client certificate as a card holds it. Its names and dates do not matter here.
+/// A certificate with the extensions of a client certificate. Names and dates do not matter here.
 X509Ptr make_cert() {
     X509Ptr x509(::X509_new());
     const EvpPkeyPtr key(EVP_EC_gen("P-256"));
@@ -40,7 +40,7 @@ void read_key_usage(benchmark::State& state) {
 BENCHMARK(read_key_usage);
 
 void check_filter(benchmark::State& state) {
-    constexpr std::uint32_t warn_and_above = 56; // the results are logged at info
+    constexpr std::uint32_t warn_and_above = 56; // check() logs its results with severity info
     Logger::instance().set_severity_mask(warn_and_above);
     const CertKeyUsage key_usage(make_cert().get());
     const CertKeyUsageFilter filter(FilterType::exact, KU_DIGITAL_SIGNATURE, FilterType::exact_none,

@@ -11,33 +11,33 @@ namespace {
 
 constexpr std::uint32_t info_and_above = 60;
 
-/// The logger while one benchmark runs, and a folder for its file.
+/// Sets up the logger for one benchmark, and creates a temporary folder for its file.
 class BenchLog {
 public:
     BenchLog() {
         std::string pattern = (std::filesystem::temp_directory_path() / "marvo-bench-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder can be made");
-        folder_ = pattern;
+        folder = pattern;
         Logger::instance().set_severity_mask(info_and_above);
     }
 
     ~BenchLog() {
         Logger::destroy_instance();
         std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
+        std::filesystem::remove_all(folder, ignored);
     }
 
     BenchLog(const BenchLog&) = delete;
     BenchLog& operator=(const BenchLog&) = delete;
 
     void write_to(const std::string& file) { Logger::instance().register_sink(file, false); }
-    std::string file() const { return (folder_ / "log").string(); }
+    std::string file() const { return (folder / "log").string(); }
 
 private:
-    std::filesystem::path folder_;
+    std::filesystem::path folder;
 };
 
-const std::string token_label = "token label"; // what a line shows besides two numbers
+const std::string token_label = "token label"; // the only text value in a line
 
 void suppressed_line(benchmark::State& state) {
     BenchLog log;
@@ -50,7 +50,8 @@ void suppressed_line(benchmark::State& state) {
 }
 BENCHMARK(suppressed_line);
 
-/// For comparison: the same line streamed into what log() returns, which renders every value for nothing.
+/// For comparison: the same line, written with log(), which formats every value although the line is
+/// suppressed.
 void suppressed_line_streamed(benchmark::State& state) {
     BenchLog log;
     log.write_to("/dev/null");

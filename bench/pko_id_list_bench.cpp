@@ -7,31 +7,31 @@
 namespace Kes {
 namespace {
 
-/// What a scan of many key pairs leaves: the certificates, then the private keys, one of each for a cluster.
+/// A list in the order of a scan: certificates, then private keys, one of each in every cluster.
 class FilledList {
 public:
-    explicit FilledList(std::int64_t records) : pairs_(records / 2) {
-        for (std::int64_t i = 0; i < pairs_; ++i)
+    explicit FilledList(std::int64_t records) : pairs(records / 2) {
+        for (std::int64_t i = 0; i < pairs; ++i)
             add(PkoType::certificate, i);
-        for (std::int64_t i = 0; i < pairs_; ++i)
+        for (std::int64_t i = 0; i < pairs; ++i)
             add(PkoType::private_key, i);
     }
 
-    const PkoIdList& get() const { return list_; }
+    const PkoIdList& get() const { return list; }
 
-    /// The last cluster, which a search from the front would meet last.
-    std::string last_cluster() const { return cluster(pairs_ - 1); }
+    /// The last cluster, which a linear search would find last.
+    std::string last_cluster() const { return cluster(pairs - 1); }
 
 private:
     static std::string cluster(std::int64_t i) { return "pkcs11:id=%30%31" + std::to_string(i); }
 
     void add(PkoType type, std::int64_t i) {
         const std::string name = cluster(i);
-        list_.add(type, 0, name + ";type=object", name, name, nullptr);
+        list.add(type, 0, name + ";type=object", name, name, nullptr);
     }
 
-    PkoIdList list_;
-    std::int64_t pairs_;
+    PkoIdList list;
+    std::int64_t pairs;
 };
 
 void find(benchmark::State& state) {
@@ -52,7 +52,7 @@ void find_matching(benchmark::State& state) {
 }
 BENCHMARK(find_matching)->ArgName("records")->Arg(10)->Arg(1000);
 
-/// Every private key with its certificate, as they are listed after a scan. Time for one record.
+/// Finds every private key and its certificate, as after a scan. The rate counts records.
 void walk_pairs(benchmark::State& state) {
     const FilledList list(state.range(0));
     for (auto _ : state)
@@ -63,7 +63,7 @@ void walk_pairs(benchmark::State& state) {
 }
 BENCHMARK(walk_pairs)->ArgName("records")->Arg(10)->Arg(1000);
 
-/// The walk alone.
+/// Like walk_pairs(), but without the search for certificates.
 void find_next(benchmark::State& state) {
     const FilledList list(state.range(0));
     for (auto _ : state)
