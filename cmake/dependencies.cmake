@@ -1,4 +1,4 @@
-# OpenSSL 3 with engines, and libp11. What is refused is refused here, with the reason.
+# Finds OpenSSL 3 with engines, and libp11. Rejects unsuitable versions, with the reason.
 if(WIN32 AND OPENSSL_ROOT_DIR AND NOT EXISTS ${OPENSSL_ROOT_DIR})
     message(FATAL_ERROR "There is no OpenSSL for Windows x64 in ${OPENSSL_ROOT_DIR}: run tools/setup, which builds it.")
 endif()
@@ -11,7 +11,7 @@ if(OPENSSL_VERSION VERSION_GREATER_EQUAL 4.0)
 endif()
 include(CheckCSourceCompiles)
 set(CMAKE_REQUIRED_INCLUDES ${OPENSSL_INCLUDE_DIR})
-unset(MARVO_OPENSSL_HAS_ENGINES CACHE) # the answer of the OpenSSL that this folder was configured with before
+unset(MARVO_OPENSSL_HAS_ENGINES CACHE) # a cached result may be that of another OpenSSL
 check_c_source_compiles("
     #include <openssl/opensslconf.h>
     #if defined(OPENSSL_NO_ENGINE) || defined(OPENSSL_NO_DYNAMIC_ENGINE)

@@ -1,10 +1,10 @@
-# The one exported name, and nothing else: not even what templates and inline functions would leave visible.
+# Exports a single name. The export list also hides instances of templates and inline functions.
 set(export_list ${PROJECT_SOURCE_DIR}/cmake/export.map)
 target_link_options(marvo PRIVATE
     -Wl,--version-script=${export_list}
     -Wl,-z,relro,-z,now
-    # libp11 leaves pointers to its error texts in libcrypto, so neither may be unmapped: a dlclose() of this library
-    # must not take libp11 along.
+    # libcrypto keeps pointers to libp11's error texts, so libp11 must stay loaded. With nodelete, a dlclose() unloads
+    # neither this library nor libp11.
     -Wl,-z,nodelete)
 if(NOT MARVO_SANITIZE)
     target_link_options(marvo PRIVATE -Wl,-z,defs)

@@ -1,4 +1,4 @@
-# What every target of ours is compiled with, in one place.
+# The compiler and linker flags of all targets.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -13,12 +13,12 @@ target_compile_options(kes_flags INTERFACE
     -Wall -Wextra -Wconversion -Wshadow
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
     -fstack-protector-strong
-    # What is shipped, its debug information included, does not tell where it was built.
+    # Binaries and their debug information must not contain paths of the build machine.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 target_link_options(kes_flags INTERFACE -fstack-protector-strong)
 
 if(MARVO_SANITIZE)
-    # For everything, test programs and benchmarks included: all objects of a program must agree.
+    # For all targets, because all objects of a program must be built with the same sanitizers.
     add_compile_options(-fsanitize=${MARVO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${MARVO_SANITIZE})
 endif()

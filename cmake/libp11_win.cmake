@@ -1,5 +1,6 @@
-# libp11 is loaded when it is first needed, from a libp11.dll that users have from elsewhere. To build, its headers do, which
-# are the same for all systems: copied, because they stand in a folder with much that is not for Windows.
+# The library loads libp11.dll when it is first needed; users install that DLL themselves. The build needs only libp11's
+# headers, which are the same on all systems. They are copied, because their folder also contains headers that are not for
+# Windows.
 find_path(MARVO_LIBP11_INCLUDE_DIR libp11.h PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH
     DOC "The folder of libp11.h and p11_err.h")
 if(NOT MARVO_LIBP11_INCLUDE_DIR)
@@ -17,9 +18,9 @@ set(libp11_def ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
 set(libp11_import ${libp11_dir}/libp11_delayed.a)
 add_custom_command(OUTPUT ${libp11_import}
     COMMAND ${MARVO_DLLTOOL} -m i386:x86-64 -d ${libp11_def} -y libp11_delayed.a
-    WORKING_DIRECTORY ${libp11_dir} # the file's name as it is given becomes part of symbols that the source names
+    WORKING_DIRECTORY ${libp11_dir} # the file name becomes part of a symbol in libp11_library_win.cpp
     DEPENDS ${libp11_def}
-    COMMENT "Making the delayed import of libp11.dll"
+    COMMENT "Creating the delay-load import library of libp11.dll"
     VERBATIM)
 add_custom_target(libp11_import DEPENDS ${libp11_import})
 add_library(libp11_binary INTERFACE)
