@@ -1,4 +1,4 @@
-# Windows searches the program's folder for DLLs first. Therefore one folder contains all programs and DLLs, and OpenSSL.
+# Windows searches the program's folder for DLLs first, so one folder contains all programs and DLLs, including OpenSSL's.
 enable_language(RC)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)

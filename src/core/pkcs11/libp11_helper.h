@@ -63,7 +63,7 @@ private:
     };
     using SlotArray = std::unique_ptr<PKCS11_SLOT, ReleaseSlots>;
 
-    // Before the slots: libp11 releases slots through their context.
+    // Declared before the slots, so that it outlives them: libp11 releases slots through their context.
     std::unique_ptr<PKCS11_CTX, FreeWith<&::PKCS11_CTX_free>> ctx;
     SlotArray slots;
     std::vector<SlotArray> earlier_slots; // of earlier read_scard() calls

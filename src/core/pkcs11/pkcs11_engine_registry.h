@@ -40,8 +40,8 @@ public:
     /// in memory.
     void overwrite_pin() noexcept;
 
-    /// Returns a key that signs as the engine's own key does. The clean-up waits until its last reference is
-    /// released.
+    /// Returns a key that signs like the engine's own key. The clean-up waits until the last reference to the
+    /// returned key is released.
     EvpPkeyPtr lend(EvpPkeyPtr engine_key);
 
     /// Ends the use without any call to the engine. A clean-up that is due stays pending.
