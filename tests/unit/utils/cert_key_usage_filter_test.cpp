@@ -96,7 +96,7 @@ protected:
     }
 };
 
-TEST_F(CertKeyUsageFilterTest, EveryTypeJudgesEveryCertificateByItsRule) {
+TEST_F(CertKeyUsageFilterTest, EveryFilterTypeAppliesItsRuleToEveryCertificate) {
     for (const Row& row : key_usage_rows)
         for (const Row& ext_row : ext_key_usage_rows)
             check_all(row, ext_row);
@@ -120,47 +120,47 @@ TEST_F(CertKeyUsageFilterTest, ClientAuthenticationIsRequired) {
     EXPECT_TRUE(lenient.check(usage_of("ku_none_eku_none")));
 }
 
-TEST_F(CertKeyUsageFilterTest, ExactWithoutAnyBitRejectsEveryCertificateWithKeyUsage) {
+TEST_F(CertKeyUsageFilterTest, ExactFilterWithoutBitsRejectsEveryCertificateWithKeyUsage) {
     const CertKeyUsageFilter filter(FilterType::exact, 0, FilterType::all, "");
     for (const char* cert : {"all_key_usages", "only_decipher_only", "ku_80_eku_client"})
         EXPECT_FALSE(filter.check(usage_of(cert))) << cert;
 }
 
-TEST_F(CertKeyUsageFilterTest, BitsBeyondTheLowByteCount) {
+TEST_F(CertKeyUsageFilterTest, BitsAboveTheLowByteAreChecked) {
     const CertKeyUsageFilter filter(FilterType::exact, 0x8000, FilterType::all, "");
     EXPECT_TRUE(filter.check(usage_of("only_decipher_only")));
     EXPECT_TRUE(filter.check(usage_of("all_key_usages")));
     EXPECT_FALSE(filter.check(usage_of("ku_a0_eku_none")));
 }
 
-TEST_F(CertKeyUsageFilterTest, ExtendedMaskPlaysNoPart) {
+TEST_F(CertKeyUsageFilterTest, ExtendedMaskIsIgnored) {
     // An unknown number has no bit in the mask, yet it is what the list holds.
     const CertKeyUsageFilter filter(FilterType::all, 0, FilterType::exact, "1.3.6.1.4.1.99999.1.2.3");
     EXPECT_TRUE(filter.check(usage_of("unknown_ext_key_usage")));
 }
 
-TEST_F(CertKeyUsageFilterTest, FilterOfTypeAllLetsTheDummyAndEveryCertificatePass) {
+TEST_F(CertKeyUsageFilterTest, FilterOfTypeAllAcceptsTheEmptyKeyUsageAndEveryCertificate) {
     const CertKeyUsageFilter filter(FilterType::all, 0, FilterType::all, "");
     EXPECT_TRUE(filter.check(CertKeyUsage()));
     EXPECT_TRUE(filter.check(usage_of("all_key_usages")));
     EXPECT_TRUE(filter.check(usage_of("ku_none_eku_none")));
 }
 
-TEST_F(CertKeyUsageFilterTest, DummyPassesWhereItsAbsenceIsAllowed) {
+TEST_F(CertKeyUsageFilterTest, EmptyKeyUsagePassesUnlessAnExactFilterRequiresIt) {
     for (const FilterType type : {FilterType::all, FilterType::exact, FilterType::exact_none})
         for (const FilterType ext_type : {FilterType::all, FilterType::exact, FilterType::exact_none})
             EXPECT_EQ(CertKeyUsageFilter(type, 0x80, ext_type, client_auth).check(CertKeyUsage()),
                       type != FilterType::exact && ext_type != FilterType::exact);
 }
 
-TEST_F(CertKeyUsageFilterTest, FailedFirstHalfLogsNothingOfTheSecond) {
+TEST_F(CertKeyUsageFilterTest, ExtendedKeyUsageIsNotCheckedAfterAFailedKeyUsageCheck) {
     const CertKeyUsage key_usage = usage_of("ku_20_eku_client");
     const LogCapture log;
     EXPECT_FALSE(CertKeyUsageFilter(FilterType::exact, 0x80, FilterType::all, "").check(key_usage));
     EXPECT_EQ(log.lines(), (Lines{"<info> key usage check returned: 0"}));
 }
 
-TEST_F(CertKeyUsageFilterTest, BothHalvesLogTheirResult) {
+TEST_F(CertKeyUsageFilterTest, BothChecksLogTheirResult) {
     const CertKeyUsage key_usage = usage_of("ku_80_eku_client");
     const LogCapture log;
     EXPECT_FALSE(CertKeyUsageFilter(FilterType::exact, 0x80, FilterType::exact, "1.2").check(key_usage));

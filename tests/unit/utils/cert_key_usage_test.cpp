@@ -29,7 +29,7 @@ constexpr auto empty_text = "key usage:\n"
                             "  _xkuse_mask=\"none\" (0x0)\n"
                             "  _xkuse_nid_list=\"\"\n";
 
-TEST(KeyUsageMaskNameTest, EveryBitHasItsName) {
+TEST(KeyUsageMaskNameTest, EveryBitHasAName) {
     EXPECT_EQ(key_usage_mask_name(0x0001), "encipher_only");
     EXPECT_EQ(key_usage_mask_name(0x0002), "crl_sign");
     EXPECT_EQ(key_usage_mask_name(0x0004), "key_cert_sign");
@@ -41,7 +41,7 @@ TEST(KeyUsageMaskNameTest, EveryBitHasItsName) {
     EXPECT_EQ(key_usage_mask_name(0x8000), "decipher_only");
 }
 
-TEST(KeyUsageMaskNameTest, SeveralAreJoinedInTheOrderOfTheirBits) {
+TEST(KeyUsageMaskNameTest, SeveralNamesAreJoinedInBitOrder) {
     EXPECT_EQ(key_usage_mask_name(0x8001), "encipher_only|decipher_only");
     EXPECT_EQ(key_usage_mask_name(0xa0), "key_encipherment|digital_signature");
     EXPECT_EQ(key_usage_mask_name(0x80ff),
@@ -49,15 +49,15 @@ TEST(KeyUsageMaskNameTest, SeveralAreJoinedInTheOrderOfTheirBits) {
               "non_repudiation|digital_signature|decipher_only");
 }
 
-TEST(KeyUsageMaskNameTest, ZeroIsNone) { EXPECT_EQ(key_usage_mask_name(0), "none"); }
+TEST(KeyUsageMaskNameTest, ZeroIsNamedNone) { EXPECT_EQ(key_usage_mask_name(0), "none"); }
 
-TEST(KeyUsageMaskNameTest, BitsWithoutANameAreLeftOut) {
+TEST(KeyUsageMaskNameTest, BitsWithoutANameAreOmitted) {
     EXPECT_EQ(key_usage_mask_name(0xffff7f00U), "");
     EXPECT_EQ(key_usage_mask_name(0xffff7f80U), "digital_signature");
     EXPECT_EQ(key_usage_mask_name(0x0100), "");
 }
 
-TEST(ExtKeyUsageMaskNameTest, EveryBitHasItsName) {
+TEST(ExtKeyUsageMaskNameTest, EveryBitHasAName) {
     EXPECT_EQ(ext_key_usage_mask_name(0x001), "ssl_server");
     EXPECT_EQ(ext_key_usage_mask_name(0x002), "ssl_client");
     EXPECT_EQ(ext_key_usage_mask_name(0x004), "smime");
@@ -69,20 +69,20 @@ TEST(ExtKeyUsageMaskNameTest, EveryBitHasItsName) {
     EXPECT_EQ(ext_key_usage_mask_name(0x100), "anyeku");
 }
 
-TEST(ExtKeyUsageMaskNameTest, SeveralAreJoinedInTheOrderOfTheirBits) {
+TEST(ExtKeyUsageMaskNameTest, SeveralNamesAreJoinedInBitOrder) {
     EXPECT_EQ(ext_key_usage_mask_name(0x1ff),
               "ssl_server|ssl_client|smime|code_sign|sgc|ocsp_sign|timestamp|dvcs|anyeku");
     EXPECT_EQ(ext_key_usage_mask_name(0x102), "ssl_client|anyeku");
 }
 
-TEST(ExtKeyUsageMaskNameTest, ZeroIsNone) { EXPECT_EQ(ext_key_usage_mask_name(0), "none"); }
+TEST(ExtKeyUsageMaskNameTest, ZeroIsNamedNone) { EXPECT_EQ(ext_key_usage_mask_name(0), "none"); }
 
-TEST(ExtKeyUsageMaskNameTest, BitsWithoutANameAreLeftOut) {
+TEST(ExtKeyUsageMaskNameTest, BitsWithoutANameAreOmitted) {
     EXPECT_EQ(ext_key_usage_mask_name(0xfffffe00U), "");
     EXPECT_EQ(ext_key_usage_mask_name(0x202), "ssl_client");
 }
 
-TEST(FilterTypeNameTest, NamesAreGivenForTheThreeTypesOnly) {
+TEST(FilterTypeNameTest, OnlyTheThreeFilterTypesHaveNames) {
     EXPECT_EQ(filter_type_name(static_cast<FilterType>(0)), "all");
     EXPECT_EQ(filter_type_name(static_cast<FilterType>(1)), "exact");
     EXPECT_EQ(filter_type_name(static_cast<FilterType>(2)), "exact_none");
@@ -101,7 +101,7 @@ protected:
     }
 };
 
-TEST_F(CertKeyUsageTest, DummyIsEmpty) {
+TEST_F(CertKeyUsageTest, DefaultKeyUsageIsEmpty) {
     const CertKeyUsage dummy;
     EXPECT_EQ(dummy.kuse_mask(), 0U);
     EXPECT_EQ(dummy.xkuse_mask(), 0U);
@@ -109,7 +109,7 @@ TEST_F(CertKeyUsageTest, DummyIsEmpty) {
     EXPECT_EQ(text_of(dummy), empty_text);
 }
 
-TEST_F(CertKeyUsageTest, CertificateWithoutExtensionsReadsAsTheDummy) {
+TEST_F(CertKeyUsageTest, CertificateWithoutExtensionsHasAnEmptyKeyUsage) {
     EXPECT_EQ(text_of(usage_of("ku_none_eku_none")), empty_text);
 }
 
@@ -121,7 +121,7 @@ TEST_F(CertKeyUsageTest, TextHasFourLines) {
               "  _xkuse_nid_list=\"1.3.6.1.5.5.7.3.4,1.3.6.1.5.5.7.3.2\"\n");
 }
 
-TEST_F(CertKeyUsageTest, StreamIsBackInDecimal) {
+TEST_F(CertKeyUsageTest, PrintingRestoresDecimalOutput) {
     std::ostringstream out;
     out << usage_of("ku_a0_eku_client") << 255;
     EXPECT_TRUE(out.str().ends_with("\"\n255")) << out.str();
@@ -139,7 +139,7 @@ TEST_F(CertKeyUsageTest, AllNineKeyUsagesAreRead) {
     EXPECT_EQ(usage_of("only_decipher_only").kuse_mask(), 0x8000U);
 }
 
-TEST_F(CertKeyUsageTest, ExtKeyUsagesStandInTheCertificatesOrder) {
+TEST_F(CertKeyUsageTest, ExtKeyUsagesKeepTheOrderOfTheCertificate) {
     const CertKeyUsage key_usage = usage_of("all_ext_key_usages");
     EXPECT_EQ(key_usage.kuse_mask(), 0U);
     EXPECT_EQ(key_usage.xkuse_mask(), 0x1ffU);
@@ -149,37 +149,37 @@ TEST_F(CertKeyUsageTest, ExtKeyUsagesStandInTheCertificatesOrder) {
                      "2.5.29.37.0"}));
 }
 
-TEST_F(CertKeyUsageTest, UnknownExtKeyUsageHasNoBitButItsNumber) {
+TEST_F(CertKeyUsageTest, UnknownExtKeyUsageIsListedByNumberWithoutAMaskBit) {
     const CertKeyUsage key_usage = usage_of("unknown_ext_key_usage");
     EXPECT_EQ(key_usage.xkuse_mask(), 0U);
     EXPECT_EQ(key_usage.xkuse_nid_list(), (Lines{"1.3.6.1.4.1.99999.1.2.3"}));
 }
 
-TEST_F(CertKeyUsageTest, CriticalExtKeyUsageReadsLikeAnyOther) {
+TEST_F(CertKeyUsageTest, CriticalExtKeyUsageIsReadLikeAnyOther) {
     const CertKeyUsage key_usage = usage_of("critical_ext_key_usage");
     EXPECT_EQ(key_usage.xkuse_mask(), 0x2U);
     EXPECT_EQ(key_usage.xkuse_nid_list(), (Lines{client_auth}));
 }
 
-TEST_F(CertKeyUsageTest, LongExtKeyUsageIsCutTo1023Characters) {
+TEST_F(CertKeyUsageTest, LongExtKeyUsageIsTruncatedTo1023Characters) {
     std::string whole = "1.2";
     for (int i = 0; i < 100; ++i)
         whole += ".1234567890";
     EXPECT_EQ(usage_of("long_ext_key_usage").xkuse_nid_list(), (Lines{whole.substr(0, 1023)}));
 }
 
-TEST_F(CertKeyUsageTest, ExtKeyUsageThatOpensslRefusesToShowIsNoObstacle) {
+TEST_F(CertKeyUsageTest, ExtKeyUsageThatOpensslCannotFormatDoesNotStopTheList) {
     const CertKeyUsage key_usage = usage_of("huge_arc_ext_key_usage");
     ASSERT_EQ(key_usage.xkuse_nid_list().size(), 2U);
     EXPECT_EQ(key_usage.xkuse_nid_list()[1], client_auth);
 }
 
-TEST_F(CertKeyUsageTest, EmptyExtensionsReadAsNone) {
+TEST_F(CertKeyUsageTest, EmptyExtensionsAreReadAsNone) {
     EXPECT_EQ(text_of(usage_of("empty_key_usage")), empty_text);
     EXPECT_EQ(text_of(usage_of("empty_ext_key_usage")), empty_text);
 }
 
-TEST_F(CertKeyUsageTest, BrokenExtensionMakesTheMasksZero) {
+TEST_F(CertKeyUsageTest, InvalidExtensionIsReadAsMaskZero) {
     EXPECT_EQ(text_of(usage_of("broken_ext_key_usage")), empty_text);
     EXPECT_EQ(text_of(usage_of("broken_key_usage")), "key usage:\n"
                                                      "  _kuse_mask=\"none\" (0x0)\n"
@@ -187,11 +187,11 @@ TEST_F(CertKeyUsageTest, BrokenExtensionMakesTheMasksZero) {
                                                      "  _xkuse_nid_list=\"1.3.6.1.5.5.7.3.2\"\n");
 }
 
-TEST_F(CertKeyUsageTest, DoubledExtensionReadsAsNone) {
+TEST_F(CertKeyUsageTest, DuplicateExtensionIsReadAsNone) {
     EXPECT_EQ(text_of(usage_of("doubled_ext_key_usage")), empty_text);
 }
 
-TEST_F(CertKeyUsageTest, ErrorsOfOthersStayOnTheQueue) {
+TEST_F(CertKeyUsageTest, EarlierErrorsStayOnTheQueue) {
     ERR_raise(ERR_LIB_USER, 42);
     const unsigned long before = ::ERR_peek_error();
     usage_of("broken_ext_key_usage");
@@ -204,7 +204,7 @@ TEST_F(CertKeyUsageTest, NullPointerThrows) {
               "(bad_argument)");
 }
 
-TEST_F(CertKeyUsageTest, BytesThatAreNoCertificateThrowTheDecodersError) {
+TEST_F(CertKeyUsageTest, InvalidCertificateThrowsTheErrorOfTheDecoder) {
     EXPECT_EQ(test::mask_queue(error_text([] {
                   CertKeyUsage key_usage(std::vector<unsigned char>{1, 2});
               })),
@@ -212,7 +212,7 @@ TEST_F(CertKeyUsageTest, BytesThatAreNoCertificateThrowTheDecodersError) {
               "rc=0\n<queue>");
 }
 
-TEST_F(CertKeyUsageTest, EverySourceReadsTheSame) {
+TEST_F(CertKeyUsageTest, EveryConstructorReadsTheSameKeyUsage) {
     for (const char* name : {"ku_a0_eku_email_client", "all_key_usages", "ku_none_eku_none"}) {
         const OsslCert cert(unit_cert(name));
         const Cert& any_cert = cert;
@@ -222,7 +222,7 @@ TEST_F(CertKeyUsageTest, EverySourceReadsTheSame) {
     }
 }
 
-TEST_F(CertKeyUsageTest, CertThatCannotBeEncodedThrowsItsError) {
+TEST_F(CertKeyUsageTest, CertificateThatCannotBeEncodedThrows) {
     const OsslCert cert(unit_cert("plain"));
     const Cert& any_cert = cert;
     OsslCalls calls;
@@ -232,7 +232,7 @@ TEST_F(CertKeyUsageTest, CertThatCannotBeEncodedThrowsItsError) {
         "cert_ossl:127 Kes::OsslCert::get_der_data(): error converting certificate to DER format: rc=-1");
 }
 
-TEST_F(CertKeyUsageTest, EverythingIsReleased) {
+TEST_F(CertKeyUsageTest, ReleasesAllOpensslObjects) {
     const OsslCalls calls;
     usage_of("all_ext_key_usages");
     EXPECT_EQ(calls.decoded_x509s, 1);
@@ -241,7 +241,7 @@ TEST_F(CertKeyUsageTest, EverythingIsReleased) {
     EXPECT_EQ(calls.freed_stacks, 1);
 }
 
-TEST_F(CertKeyUsageTest, X509OfTheCallerIsNotFreed) {
+TEST_F(CertKeyUsageTest, CallerX509IsNotFreed) {
     const OsslCert cert(unit_cert("ku_80_eku_client"));
     const OsslCalls calls;
     CertKeyUsage key_usage(cert.x509());

@@ -80,7 +80,7 @@ protected:
     }
 };
 
-TEST(CertTest, TextShowsTheSubjectFirstButAsksForTheIssuerFirst) {
+TEST(CertTest, TextShowsTheSubjectFirstAlthoughTheIssuerIsReadFirst) {
     const NamedCert cert;
     EXPECT_EQ(cert.to_string(), "subject='CN=a'; issuer='CN=b'");
     EXPECT_EQ(cert.asked, "issuer subject ");
@@ -93,7 +93,7 @@ TEST(CertTest, NamesAreNotEscaped) {
     EXPECT_EQ(cert.to_string(), "subject='it's\na \\'; issuer=''");
 }
 
-TEST(CertTest, PrintWritesTheTextAndALineEndThenFlushes) {
+TEST(CertTest, PrintWritesTheTextWithALineEndAndFlushes) {
     FlushCounter buffer;
     std::ostream out(&buffer);
     EXPECT_EQ(&NamedCert().print(out), &out);
@@ -101,20 +101,20 @@ TEST(CertTest, PrintWritesTheTextAndALineEndThenFlushes) {
     EXPECT_EQ(buffer.text_at_flush, buffer.str());
 }
 
-TEST(PointerTextTest, IsSixteenUpperCaseDigits) {
+TEST(PointerTextTest, AddressHasSixteenUpperCaseDigits) {
     EXPECT_EQ(text_of(PointerText{nullptr}), "0x0000000000000000");
     EXPECT_EQ(text_of(PointerText{reinterpret_cast<void*>(0xabcdef)}), "0x0000000000ABCDEF");
     EXPECT_EQ(text_of(PointerText{reinterpret_cast<void*>(0xfedcba9876543210)}), "0xFEDCBA9876543210");
 }
 
-TEST_F(OsslCertTest, GivesExactlyTheBytesItWasMadeOf) {
+TEST_F(OsslCertTest, ReturnsExactlyTheBytesOfTheConstructor) {
     for (const char* name : {"plain", "long_names", "no_names", "all_key_usages"}) {
         const Bytes der = unit_cert(name);
         EXPECT_EQ(OsslCert(der).get_der_data(), der) << name;
     }
 }
 
-TEST_F(OsslCertTest, SizesAroundTheBufferOfOneMebibyteComeBackExactly) {
+TEST_F(OsslCertTest, EncodingsAroundTheBufferSizeOfOneMebibyteAreUnchanged) {
     constexpr std::size_t limit = 1048576;
     const std::array<std::pair<const char*, std::size_t>, 3> sizes{
         {{"one_below_limit", limit - 1}, {"at_limit", limit}, {"one_above_limit", limit + 1}}};
@@ -125,20 +125,20 @@ TEST_F(OsslCertTest, SizesAroundTheBufferOfOneMebibyteComeBackExactly) {
     }
 }
 
-TEST_F(OsslCertTest, CertificateFarLargerThanTheBufferComesBackExactly) {
+TEST_F(OsslCertTest, EncodingFarLargerThanTheBufferIsUnchanged) {
     const Bytes der = unit_cert("far_above_limit");
     ASSERT_GT(der.size(), 1300000U);
     EXPECT_TRUE(OsslCert(der).get_der_data() == der);
 }
 
-TEST_F(OsslCertTest, BytesAfterTheCertificateAreNotPartOfIt) {
+TEST_F(OsslCertTest, BytesAfterTheCertificateAreIgnored) {
     const Bytes der = unit_cert("plain");
     Bytes longer = der;
     longer.insert(longer.end(), {1, 2, 3});
     EXPECT_EQ(OsslCert(longer).get_der_data(), der);
 }
 
-TEST_F(OsslCertTest, NamesAreSubjectAndIssuer) {
+TEST_F(OsslCertTest, ReturnsSubjectAndIssuer) {
     const OsslCert cert(unit_cert("plain"));
     EXPECT_EQ(cert.get_subject_name(), "CN=a");
     EXPECT_EQ(cert.get_issuer_name(), "CN=b");
@@ -155,11 +155,11 @@ TEST_F(OsslCertTest, SimpleNamesAreTheFullNames) {
     EXPECT_EQ(OsslCert(unit_cert("plain")).get_issuer_name_simple(), "CN=b");
 }
 
-TEST_F(OsslCertTest, CertificateWithoutNamesHasEmptyOnes) {
+TEST_F(OsslCertTest, CertificateWithoutNamesReturnsEmptyNames) {
     EXPECT_EQ(OsslCert(unit_cert("no_names")).to_string(), "subject=''; issuer=''");
 }
 
-TEST_F(OsslCertTest, LifeIsTraced) {
+TEST_F(OsslCertTest, CreationAndDestructionAreTraced) {
     const LogCapture log;
     const void* x509 = nullptr;
     {
@@ -171,7 +171,7 @@ TEST_F(OsslCertTest, LifeIsTraced) {
                                   "<trace> destroyed OsslCert [x509=" + text_of(PointerText{x509}) + "]"}));
 }
 
-TEST_F(OsslCertTest, X509IsFreedOnceWithTheObject) {
+TEST_F(OsslCertTest, X509IsFreedOnceOnDestruction) {
     const OsslCalls calls;
     {
         const OsslCert cert(unit_cert("plain"));
@@ -185,7 +185,7 @@ TEST_F(OsslCertTest, X509IsFreedOnceWithTheObject) {
     EXPECT_EQ(calls.freed_bios, 2);
 }
 
-TEST_F(OsslCertTest, BytesThatAreNoCertificateThrowAndLeaveNothingBehind) {
+TEST_F(OsslCertTest, InvalidCertificateThrowsAndLeaksNothing) {
     const Bytes der = unit_cert("plain");
     const std::vector<Bytes> inputs{
         {},                                // nothing
@@ -216,7 +216,7 @@ TEST_F(OsslCertTest, FailureIsAnOsslErrorWithValueZero) {
     }
 }
 
-TEST_F(OsslCertTest, FailureTellsWhatElseStoodOnTheErrorQueue) {
+TEST_F(OsslCertTest, ErrorTextContainsEarlierEntriesOfTheErrorQueue) {
     ::ERR_new();
     ::ERR_set_debug("earlier.c", 7, "earlier");
     ::ERR_set_error(ERR_LIB_USER, 1, nullptr);
@@ -225,7 +225,7 @@ TEST_F(OsslCertTest, FailureTellsWhatElseStoodOnTheErrorQueue) {
     EXPECT_EQ(mask_queue(text), not_decoded);
 }
 
-TEST_F(OsslCertTest, FailingEncoderThrowsItsResult) {
+TEST_F(OsslCertTest, FailedEncodingThrowsTheResultOfTheEncoder) {
     const OsslCert cert(unit_cert("plain"));
     for (const int call : {1, 2}) {
         for (const int result : {-1, -7}) {
@@ -241,7 +241,7 @@ TEST_F(OsslCertTest, FailingEncoderThrowsItsResult) {
     }
 }
 
-TEST_F(OsslCertTest, FailingEncoderTellsWhatStandsOnTheErrorQueue) {
+TEST_F(OsslCertTest, FailedEncodingReportsTheErrorQueue) {
     const OsslCert cert(unit_cert("plain"));
     OsslCalls calls;
     calls.encode_failing_call = 1;
@@ -262,7 +262,7 @@ TEST_F(OsslCertTest, CertificateIsUsableAfterAFailure) {
     EXPECT_EQ(cert.get_der_data(), der);
 }
 
-TEST_F(OsslCertTest, FailedNamesThrow) {
+TEST_F(OsslCertTest, NamesThatCannotBePrintedThrow) {
     const OsslCert cert(unit_cert("plain"));
     OsslCalls calls;
     calls.name_print_result = 0;
@@ -273,7 +273,7 @@ TEST_F(OsslCertTest, FailedNamesThrow) {
     EXPECT_EQ(error_text([&] { cert.to_string(); }), expected);
 }
 
-TEST_F(OsslCertTest, FileHoldsTheEncoding) {
+TEST_F(OsslCertTest, FileContainsTheEncoding) {
     const TempDir dir;
     const Bytes der = unit_cert("plain");
     const OsslCert cert(der);
@@ -293,7 +293,7 @@ TEST_F(OsslCertTest, FileInAMissingFolderThrows) {
                   "': val=12 (open_failed)");
 }
 
-TEST_F(OsslCertTest, FailingEncoderLeavesTheFileAsItWas) {
+TEST_F(OsslCertTest, FailedEncodingDoesNotChangeTheFile) {
     const TempDir dir;
     const std::string name = dir.file("plain.der");
     const OsslCert cert(unit_cert("plain"));
@@ -321,7 +321,7 @@ private:
     test::FullDisk full_;
 };
 
-TEST_F(OsslCertTest, ConstructionThatFailsAtItsLogLineFreesTheX509) {
+TEST_F(OsslCertTest, ConstructorThatFailsToLogFreesTheX509) {
     const Bytes der = unit_cert("plain");
     const OsslCalls calls;
     const FailingLog log;
@@ -330,7 +330,7 @@ TEST_F(OsslCertTest, ConstructionThatFailsAtItsLogLineFreesTheX509) {
     EXPECT_EQ(calls.freed_x509s, 1);
 }
 
-TEST_F(OsslCertTest, DestructionWhoseLogLineFailsEndsTheProcess) {
+TEST_F(OsslCertTest, DestructorThatFailsToLogTerminatesTheProcess) {
     EXPECT_DEATH(
         {
             auto cert = std::make_unique<OsslCert>(unit_cert("plain"));

@@ -24,12 +24,12 @@ struct Name {
 
 void PrintTo(const Name& name, std::ostream* out) { *out << name.certificate; }
 
-class EachNameTest : public ::testing::TestWithParam<Name> {};
+class WinCertNameTest : public ::testing::TestWithParam<Name> {};
 
 const std::wstring maker = L"Gr\u00fc\u00dfe";
 const std::wstring person = L"J\u00f6rn Wei\u00dfer";
 INSTANTIATE_TEST_SUITE_P(
-    Names, EachNameTest,
+    Names, WinCertNameTest,
     ::testing::Values(
         Name{"plain", "CN=Paul Plain", "Paul Plain"}, Name{"empty", "", ""},
         Name{"several", "C=AT, O=Test Makers, OU=First, OU=Second, CN=Several Names",
@@ -40,7 +40,7 @@ INSTANTIATE_TEST_SUITE_P(
         Name{"utf8", in_code_page(L"O=" + maker + L", CN=" + person), in_code_page(maker + L", " + person)},
         Name{"bmp", in_code_page(L"O=" + maker + L", CN=" + person), in_code_page(maker + L", " + person)}));
 
-TEST_P(EachNameTest, IsWrittenInFullAndInShort) {
+TEST_P(WinCertNameTest, FullAndSimpleFormMatchTheCertificate) {
     const Bytes der = prepared_certificate(GetParam().certificate);
     const WinCert cert(
         ::CertCreateCertificateContext(X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size())), true);
@@ -52,7 +52,7 @@ TEST_P(EachNameTest, IsWrittenInFullAndInShort) {
     EXPECT_EQ(cert.get_der_data(), der);
 }
 
-TEST_P(EachNameTest, FindsItsCertificateInAStore) {
+TEST_P(WinCertNameTest, SimpleFormFindsTheCertificateInAStore) {
     TempStore system_store;
     system_store.add({prepared_certificate("number"), prepared_certificate(GetParam().certificate)});
     const auto store = WinCertStore::open(system_store.name());
@@ -63,7 +63,7 @@ TEST_P(EachNameTest, FindsItsCertificateInAStore) {
     EXPECT_EQ(found->get_der_data(), prepared_certificate(expected));
 }
 
-TEST(WinCertTest, TheFileHoldsTheCertificateByteForByte) {
+TEST(WinCertTest, FileContainsTheCertificateByteForByte) {
     const TempDir dir;
     const Bytes der = prepared_certificate("plain");
     const WinCert cert(

@@ -22,7 +22,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(WinCertTest, ANullContextIsABadArgument) {
+TEST_F(WinCertTest, NullContextIsABadArgument) {
     for (const bool owns : {false, true})
         EXPECT_EQ(error_text([&] { const WinCert cert(nullptr, owns); }),
                   "cert_win:41 Kes::WinCert::WinCert(): cert_ctx is a null pointer: val=3 (bad_argument)");
@@ -30,14 +30,14 @@ TEST_F(WinCertTest, ANullContextIsABadArgument) {
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(WinCertTest, LogsItsLifeWithTheAddressOfTheContext) {
+TEST_F(WinCertTest, LogsCreationAndDestructionWithTheContextAddress) {
     const CERT_CONTEXT* ctx = context("sign");
     { const WinCert cert(ctx, true); }
     EXPECT_EQ(log.lines(), (Lines{"<trace> created WinCert [ctx=" + text_of(PointerText{ctx}) + "]",
                                   "<trace> destroyed WinCert [ctx=" + text_of(PointerText{ctx}) + "]"}));
 }
 
-TEST_F(WinCertTest, FreesTheContextOnlyIfItIsTheOwner) {
+TEST_F(WinCertTest, FreesTheContextOnlyIfItOwnsIt) {
     const CERT_CONTEXT* ctx = context("sign");
     {
         const WinCert cert(ctx, false);
@@ -48,18 +48,18 @@ TEST_F(WinCertTest, FreesTheContextOnlyIfItIsTheOwner) {
     EXPECT_EQ(script().calls(), Lines{"CertFreeCertificateContext(cert:MY/0)"});
 }
 
-TEST_F(WinCertTest, GivesTheEncodingByteForByte) {
+TEST_F(WinCertTest, ReturnsTheEncodingByteForByte) {
     const WinCert cert(context("sign"), true);
     EXPECT_EQ(cert.get_der_data(), cert_der("sign"));
 }
 
-TEST_F(WinCertTest, AnEmptyEncodingIsAnEmptyText) {
+TEST_F(WinCertTest, EmptyEncodingIsReturnedAsNoBytes) {
     CERT_INFO info{};
     const CERT_CONTEXT empty{X509_ASN_ENCODING, nullptr, 0, &info, nullptr};
     EXPECT_EQ(WinCert(&empty, false).get_der_data(), Bytes());
 }
 
-TEST_F(WinCertTest, WritesTheEncodingIntoAFile) {
+TEST_F(WinCertTest, WritesTheEncodingToAFile) {
     const TempDir dir;
     const WinCert cert(context("sign"), true);
     cert.write_der_file(dir.file("cert.der"));
@@ -71,7 +71,7 @@ TEST_F(WinCertTest, WritesTheEncodingIntoAFile) {
                   "': val=12 (open_failed)");
 }
 
-TEST_F(WinCertTest, NamesAreThoseOfWindowsInFullAndSimple) {
+TEST_F(WinCertTest, FullAndSimpleNamesAreFormattedByWindows) {
     const struct {
         const char* cert;
         const char* full;
@@ -105,7 +105,7 @@ TEST_F(WinCertTest, NamesAreThoseOfWindowsInFullAndSimple) {
     }
 }
 
-TEST_F(WinCertTest, EachNameIsAskedForInItsOwnForm) {
+TEST_F(WinCertTest, EachNameIsRequestedInItsOwnFormat) {
     const WinCert cert(context("sign"), true);
     script().take_calls();
     cert.get_subject_name();
@@ -120,7 +120,7 @@ TEST_F(WinCertTest, EachNameIsAskedForInItsOwnForm) {
                "CertNameToStrA(cert:MY/0 issuer, 1, size)", "CertNameToStrA(cert:MY/0 issuer, 1, read)"}));
 }
 
-TEST_F(WinCertTest, ANameOfNoLengthIsNotRead) {
+TEST_F(WinCertTest, NameOfLengthZeroIsNotRead) {
     const WinCert cert(context("sign"), true);
     for (const DWORD size : {0U, 1U}) {
         capi().odd_answers["CertNameToStrA"] = {.size = size};
@@ -129,7 +129,7 @@ TEST_F(WinCertTest, ANameOfNoLengthIsNotRead) {
     }
 }
 
-TEST_F(WinCertTest, ANameThatCannotBeMadeIsEmptyAndNeverAnError) {
+TEST_F(WinCertTest, NameThatCannotBeFormattedIsEmpty) {
     const WinCert cert(context("sign"), true);
     for (const std::size_t step : {1U, 2U}) {
         for (const DWORD code : all_codes) {
@@ -141,7 +141,7 @@ TEST_F(WinCertTest, ANameThatCannotBeMadeIsEmptyAndNeverAnError) {
     }
 }
 
-TEST_F(WinCertTest, ANameEndsAtItsFirstNulOrWithTheBuffer) {
+TEST_F(WinCertTest, NameEndsAtTheFirstNulOrAtTheEndOfTheBuffer) {
     const WinCert cert(context("sign"), true);
     capi().odd_name = std::string("CN=a\0, CN=b", 11);
     EXPECT_EQ(cert.get_subject_name(), "CN=a");
@@ -150,7 +150,7 @@ TEST_F(WinCertTest, ANameEndsAtItsFirstNulOrWithTheBuffer) {
     EXPECT_EQ(cert.get_subject_name(), "CN=no ");
 }
 
-TEST_F(WinCertTest, ANameThatGrewUntilTheReadIsCutAndOneThatShrankIsTakenAsItIs) {
+TEST_F(WinCertTest, NameThatGrowsBeforeTheReadIsTruncatedAndAShorterOneIsAccepted) {
     const WinCert cert(context("sign"), true);
     capi().odd_answers["CertNameToStrA"] = {.size = 5};
     EXPECT_EQ(cert.get_subject_name(), "C=AT");
@@ -158,7 +158,7 @@ TEST_F(WinCertTest, ANameThatGrewUntilTheReadIsCutAndOneThatShrankIsTakenAsItIs)
     EXPECT_EQ(cert.get_subject_name(), "C=AT, O=Test Makers, CN=Signer");
 }
 
-TEST_F(WinCertTest, TheTextFormHasTheFullNamesUnescaped) {
+TEST_F(WinCertTest, TextContainsTheFullNamesUnescaped) {
     const WinCert cert(context("several_values"), true);
     const std::string name = "C=AT, SERIALNUMBER=7 + CN=Both, OU=Cards, OU=Readers";
     script().take_calls();

@@ -20,14 +20,14 @@ protected:
     TempStore system_store;
 };
 
-TEST_F(WinCertStoreTest, AStoreThatDoesNotExistIsReportedByName) {
+TEST_F(WinCertStoreTest, MissingStoreIsReportedByName) {
     system_store.remove();
     EXPECT_EQ(error_text([&] { WinCertStore::open(system_store.name()); }),
               "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=" +
                   system_store.name() + " failed: " + windows_error(2));
 }
 
-TEST_F(WinCertStoreTest, LogsEachObjectThatBeginsAndEnds) {
+TEST_F(WinCertStoreTest, LogsTheCreationAndDestructionOfEachObject) {
     const LogCapture log;
     WinCertStore::open(system_store.name());
     const std::string name = "[" + system_store.name() + "]";
@@ -36,20 +36,20 @@ TEST_F(WinCertStoreTest, LogsEachObjectThatBeginsAndEnds) {
                      "<trace> destroyed WinCertStoreImp " + name, "<trace> destroyed CertStore " + name}));
 }
 
-TEST_F(WinCertStoreTest, AnEmptyStoreHasNoFirstCertificate) {
+TEST_F(WinCertStoreTest, EmptyStoreHasNoFirstCertificate) {
     const auto store = WinCertStore::open(system_store.name());
     EXPECT_EQ(store->first(), nullptr);
     EXPECT_EQ(store->find_by_subject(""), nullptr);
 }
 
-TEST_F(WinCertStoreTest, VisitsEveryCertificateOnceWhileEarlierObjectsEnd) {
+TEST_F(WinCertStoreTest, VisitsEveryCertificateOnceWhileEarlierObjectsAreDestroyed) {
     const std::vector<Bytes> all{prepared_certificate("plain"), prepared_certificate("twin_1"),
                                  prepared_certificate("twin_2"), prepared_certificate("empty")};
     system_store.add(all);
     EXPECT_THAT(walk(*WinCertStore::open(system_store.name())), ::testing::UnorderedElementsAreArray(all));
 }
 
-TEST_F(WinCertStoreTest, GoesOnWhileTheCertificatesBehindItAreDeletedFromTheStore) {
+TEST_F(WinCertStoreTest, EnumerationContinuesWhileVisitedCertificatesAreDeletedFromTheStore) {
     std::vector<Bytes> all;
     for (int number = 0; number < 5; ++number)
         all.push_back(numbered_certificate(number));
@@ -67,7 +67,7 @@ TEST_F(WinCertStoreTest, GoesOnWhileTheCertificatesBehindItAreDeletedFromTheStor
     EXPECT_EQ(store->first(), nullptr);
 }
 
-TEST_F(WinCertStoreTest, ACertificateOutlivesItsStore) {
+TEST_F(WinCertStoreTest, CertificateOutlivesItsStore) {
     system_store.add(prepared_certificate("plain"));
     auto store = WinCertStore::open(system_store.name());
     const auto cert = store->first();
@@ -75,7 +75,7 @@ TEST_F(WinCertStoreTest, ACertificateOutlivesItsStore) {
     EXPECT_EQ(cert->get_der_data(), prepared_certificate("plain"));
 }
 
-TEST_F(WinCertStoreTest, AnyPartOfTheNameFindsTheCertificateInCapitalsOrNot) {
+TEST_F(WinCertStoreTest, AnyPartOfTheNameFindsTheCertificateRegardlessOfCase) {
     system_store.add({prepared_certificate("several"), prepared_certificate("plain")});
     const auto store = WinCertStore::open(system_store.name());
     for (const char* part : {"Several Names", "several names", "FIRST, SECOND", "t"})

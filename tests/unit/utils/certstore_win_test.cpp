@@ -22,13 +22,13 @@ protected:
 const Lines life{"<trace> created CertStore [MY]", "<trace> created WinCertStoreImp [MY]",
                  "<trace> destroyed WinCertStoreImp [MY]", "<trace> destroyed CertStore [MY]"};
 
-TEST_F(WinCertStoreTest, OpensTheNamedStoreAndClosesItAtItsEnd) {
+TEST_F(WinCertStoreTest, OpensTheNamedStoreAndClosesItOnDestruction) {
     WinCertStore::open("MY");
     EXPECT_EQ(script().calls(), (Lines{"CertOpenStore(MY)", "CertCloseStore(store:MY)"}));
     EXPECT_EQ(log.lines(), life);
 }
 
-TEST_F(WinCertStoreTest, AStoreThatDoesNotExistIsAnErrorWithItsName) {
+TEST_F(WinCertStoreTest, MissingStoreThrowsAnErrorWithItsName) {
     EXPECT_EQ(error_text([] { WinCertStore::open("NONE"); }),
               "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=NONE "
               "failed: val=2 [0x2] (unknown winerror)");
@@ -36,7 +36,7 @@ TEST_F(WinCertStoreTest, AStoreThatDoesNotExistIsAnErrorWithItsName) {
     EXPECT_EQ(log.lines(), (Lines{"<trace> created CertStore [NONE]", "<trace> destroyed CertStore [NONE]"}));
 }
 
-TEST_F(WinCertStoreTest, EachReasonNotToOpenIsTold) {
+TEST_F(WinCertStoreTest, EachReasonForAFailedOpenIsReported) {
     for (const DWORD code : all_codes) {
         capi().errors["CertOpenStore MY"] = code;
         EXPECT_EQ(error_text([] { WinCertStore::open("MY"); }),
@@ -50,7 +50,7 @@ TEST_F(WinCertStoreTest, EachReasonNotToOpenIsTold) {
     }
 }
 
-TEST_F(WinCertStoreTest, OpeningThrowsTheCommonErrorTheImplementationThatOfWindows) {
+TEST_F(WinCertStoreTest, OpenThrowsTheCommonErrorTypeAndTheImplementationAWinError) {
     EXPECT_THROW(WinCertStoreImp("NONE"), WinError);
     try {
         WinCertStore::open("NONE");
@@ -60,7 +60,7 @@ TEST_F(WinCertStoreTest, OpeningThrowsTheCommonErrorTheImplementationThatOfWindo
     }
 }
 
-TEST_F(WinCertStoreTest, ACloseThatFailsIsLoggedAndNothingElse) {
+TEST_F(WinCertStoreTest, FailedCloseIsOnlyLogged) {
     for (const DWORD code : all_codes) {
         const LogCapture own_log;
         script().fail_function("CertCloseStore", win_failure(code));
@@ -71,7 +71,7 @@ TEST_F(WinCertStoreTest, ACloseThatFailsIsLoggedAndNothingElse) {
     }
 }
 
-TEST_F(WinCertStoreTest, AStoreWithoutAnImplementationIsABadArgument) {
+TEST_F(WinCertStoreTest, NullImplementationIsABadArgument) {
     const auto opened = WinCertStore::open("MY");
     EXPECT_EQ(
         error_text([&] { opened->set_imp(nullptr); }),
@@ -80,7 +80,7 @@ TEST_F(WinCertStoreTest, AStoreWithoutAnImplementationIsABadArgument) {
     EXPECT_NE(opened->first(), nullptr);
 }
 
-TEST_F(WinCertStoreTest, ANewImplementationClosesTheOneBefore) {
+TEST_F(WinCertStoreTest, NewImplementationClosesTheEarlierStore) {
     capi().stores.push_back({"ROOT", {}});
     const auto opened = WinCertStore::open("MY");
     opened->set_imp(std::make_unique<WinCertStoreImp>("ROOT"));
@@ -89,18 +89,18 @@ TEST_F(WinCertStoreTest, ANewImplementationClosesTheOneBefore) {
     EXPECT_EQ(opened->first(), nullptr);
 }
 
-TEST_F(WinCertStoreTest, AnEmptyStoreHasNoFirstCertificate) {
+TEST_F(WinCertStoreTest, EmptyStoreHasNoFirstCertificate) {
     store().certs.clear();
     EXPECT_EQ(WinCertStore::open("MY")->first(), nullptr);
 }
 
-TEST_F(WinCertStoreTest, AWalkMeetsEachCertificateOnceAndFreesEachOne) {
+TEST_F(WinCertStoreTest, EnumerationVisitsAndFreesEachCertificateOnce) {
     const auto opened = WinCertStore::open("MY");
     EXPECT_EQ(walk(*opened), (Lines{"AT, Test Makers, Signer", "AT, Test Makers, Exchanger", "No Usage"}));
     EXPECT_EQ(capi().live_handles(), 1U);
 }
 
-TEST_F(WinCertStoreTest, TheCertificateBeforeStaysValidUntilItsOwnerEndsIt) {
+TEST_F(WinCertStoreTest, EarlierCertificateStaysValidUntilItsOwnerDestroysIt) {
     const auto opened = WinCertStore::open("MY");
     {
         const auto first = opened->first();
@@ -113,7 +113,7 @@ TEST_F(WinCertStoreTest, TheCertificateBeforeStaysValidUntilItsOwnerEndsIt) {
     EXPECT_EQ(capi().live_handles(), 1U);
 }
 
-TEST_F(WinCertStoreTest, AStepHandsADuplicateToTheEnumerationThenFreesTheOneBefore) {
+TEST_F(WinCertStoreTest, NextPassesADuplicateToTheEnumerationAndTheCallerFreesTheEarlierOne) {
     store().certs.resize(1);
     const auto opened = WinCertStore::open("MY");
     script().take_calls();
@@ -125,7 +125,7 @@ TEST_F(WinCertStoreTest, AStepHandsADuplicateToTheEnumerationThenFreesTheOneBefo
                "CertEnumCertificatesInStore(store:MY, cert:MY/0)", "CertFreeCertificateContext(cert:MY/0)"}));
 }
 
-TEST_F(WinCertStoreTest, AWalkGoesOnWhileEarlierCertificatesAreTakenOutOfTheStore) {
+TEST_F(WinCertStoreTest, EnumerationContinuesWhileEarlierCertificatesAreDeletedFromTheStore) {
     store().certs = {numbered_cert_der(0), numbered_cert_der(1), numbered_cert_der(2), numbered_cert_der(3)};
     const auto opened = WinCertStore::open("MY");
     Lines subjects;
@@ -137,7 +137,7 @@ TEST_F(WinCertStoreTest, AWalkGoesOnWhileEarlierCertificatesAreTakenOutOfTheStor
     EXPECT_EQ(opened->first(), nullptr);
 }
 
-TEST_F(WinCertStoreTest, ThousandCertificatesAreWalked) {
+TEST_F(WinCertStoreTest, ThousandCertificatesAreEnumerated) {
     store().certs.clear();
     Lines expected;
     for (int i = 0; i < 1000; ++i) {
@@ -147,7 +147,7 @@ TEST_F(WinCertStoreTest, ThousandCertificatesAreWalked) {
     EXPECT_EQ(walk(*WinCertStore::open("MY")), expected);
 }
 
-TEST_F(WinCertStoreTest, AFailedEnumerationIsTheEnd) {
+TEST_F(WinCertStoreTest, FailedEnumerationReturnsNull) {
     for (const DWORD code : all_codes) {
         for (const std::size_t step : {1U, 2U}) {
             const auto opened = WinCertStore::open("MY");
@@ -162,7 +162,7 @@ TEST_F(WinCertStoreTest, AFailedEnumerationIsTheEnd) {
     }
 }
 
-TEST_F(WinCertStoreTest, FindsTheFirstCertificateWhoseSubjectHasTheText) {
+TEST_F(WinCertStoreTest, FindsTheFirstCertificateWhoseSubjectContainsTheText) {
     const auto opened = WinCertStore::open("MY");
     const struct {
         const char* text;
@@ -182,7 +182,7 @@ TEST_F(WinCertStoreTest, FindsTheFirstCertificateWhoseSubjectHasTheText) {
     EXPECT_EQ(capi().live_handles(), 1U);
 }
 
-TEST_F(WinCertStoreTest, ASearchThatFindsNothingOrFailsGivesNull) {
+TEST_F(WinCertStoreTest, SearchThatFindsNothingOrFailsReturnsNull) {
     const auto opened = WinCertStore::open("MY");
     EXPECT_EQ(opened->find_by_subject("Nobody"), nullptr);
     for (const DWORD code : all_codes) {

@@ -69,26 +69,26 @@ TEST_F(ConsSelectMenuTest, ShowsTitleItemsAndPromptAndEchoesTheKey) {
     EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
 }
 
-TEST_F(ConsSelectMenuTest, ReturnsACopyOfThePickedItem) {
+TEST_F(ConsSelectMenuTest, ReturnsACopyOfTheSelectedItem) {
     const ColourMenu::Item item = select(colour_menu(), "r");
     EXPECT_EQ(item.key, 'r');
     EXPECT_EQ(item.object, Colour::red);
     EXPECT_EQ(item.text, "red as a rose");
 }
 
-TEST_F(ConsSelectMenuTest, LogsTheNameOfThePickedObject) {
+TEST_F(ConsSelectMenuTest, LogsTheNameOfTheSelectedObject) {
     select(colour_menu(), "b");
     EXPECT_EQ(log.lines(), (Lines{"<info> selected item: 'b', obj=blue"}));
 }
 
-TEST_F(ConsSelectMenuTest, LogsThePickedIndexInDecimal) {
+TEST_F(ConsSelectMenuTest, LogsTheSelectedIndexInDecimal) {
     const IndexMenu menu("Keys",
                          {{'0', 0, "first"}, {'x', 18446744073709551615U, "last"}, {'.', 255, "exit"}});
     EXPECT_EQ(select(menu, "x").object, 18446744073709551615U);
     EXPECT_EQ(log.lines(), (Lines{"<info> selected item: 'x', obj=18446744073709551615"}));
 }
 
-TEST_F(ConsSelectMenuTest, ExitItemIsPickedLikeAnyOther) {
+TEST_F(ConsSelectMenuTest, ExitItemIsSelectedLikeAnyOther) {
     const IndexMenu menu("Keys", {{'0', 0, "first"}, {'.', 255, "exit"}});
     EXPECT_EQ(select(menu, ".").object, 255U);
     EXPECT_EQ(log.lines(), (Lines{"<info> selected item: '.', obj=255"}));
@@ -100,7 +100,7 @@ TEST_F(ConsSelectMenuTest, OtherKeysAreIgnoredSilently) {
     EXPECT_EQ(log.lines(), (Lines{"<info> selected item: 'b', obj=blue"}));
 }
 
-TEST_F(ConsSelectMenuTest, CaseOfAKeyMatters) {
+TEST_F(ConsSelectMenuTest, KeysAreCaseSensitive) {
     EXPECT_EQ(select(colour_menu(), "RBr").object, Colour::red);
     EXPECT_EQ(output(), std::string(colour_menu_text) + "r\n");
 }
@@ -113,42 +113,42 @@ TEST_F(ConsSelectMenuTest, EnterAndEscapeAreIgnored) {
     EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
 }
 
-TEST_F(ConsSelectMenuTest, EnterEscapeAndDigitsPickTheItemThatCarriesThem) {
+TEST_F(ConsSelectMenuTest, EnterEscapeAndDigitsCanSelectAnItem) {
     const IndexMenu menu("Keys", {{'\r', 1, "enter"}, {'\x1b', 2, "escape"}, {'7', 3, "seven"}});
     EXPECT_EQ(select(menu, "7\r\x1b").object, 3U);
     EXPECT_EQ(menu.select().object, 1U);
     EXPECT_EQ(menu.select().object, 2U);
 }
 
-TEST_F(ConsSelectMenuTest, ZeroIsSkippedAndItsSecondCodeIsAKeyLikeAnyOther) {
+TEST_F(ConsSelectMenuTest, ZeroPrefixIsSkippedAndTheCodeAfterItIsAnOrdinaryKey) {
     EXPECT_EQ(select(colour_menu(), std::string("\0;\0Ir", 5)).object, Colour::red);
     EXPECT_EQ(output(), std::string(colour_menu_text) + "r\n");
 }
 
-TEST_F(ConsSelectMenuTest, ZeroIsSkippedEvenIfAnItemCarriesIt) {
+TEST_F(ConsSelectMenuTest, ZeroIsSkippedEvenIfAnItemHasThatKey) {
     const IndexMenu menu("Keys", {{'\0', 1, "never"}, {'.', 255, "exit"}});
     EXPECT_EQ(select(menu, std::string("\0.", 2)).object, 255U);
 }
 
-TEST_F(ConsSelectMenuTest, Prefix224IsIgnoredLikeAnyKeyWithoutAnItem) {
+TEST_F(ConsSelectMenuTest, Prefix224WithoutAnItemIsIgnored) {
     EXPECT_EQ(select(colour_menu(), "\xe0Hb").object, Colour::blue);
     EXPECT_EQ(output(), std::string(colour_menu_text) + "b\n");
 }
 
-TEST_F(ConsSelectMenuTest, Prefix224IsNotSkipped) {
+TEST_F(ConsSelectMenuTest, Prefix224CanSelectAnItem) {
     const IndexMenu menu("Keys", {{'H', 1, "up"}, {'\xe0', 2, "prefix"}});
     EXPECT_EQ(select(menu, "\xe0H").object, 2U);
     EXPECT_EQ(menu.select().object, 1U);
 }
 
-TEST_F(ConsSelectMenuTest, KeysFrom128UpwardPickTheirItems) {
+TEST_F(ConsSelectMenuTest, KeysFrom128UpwardCanSelectAnItem) {
     const IndexMenu menu("Keys", {{'\x80', 1, "128"}, {'\xe4', 2, "228"}, {'\xff', 3, "255"}});
     EXPECT_EQ(select(menu, "\xff\xe4\x80").object, 3U);
     EXPECT_EQ(menu.select().object, 2U);
     EXPECT_EQ(menu.select().object, 1U);
 }
 
-TEST_F(ConsSelectMenuTest, FirstOfTwoItemsWithOneKeyIsPicked) {
+TEST_F(ConsSelectMenuTest, FirstOfTwoItemsWithOneKeyIsSelected) {
     const IndexMenu menu("Keys", {{'a', 1, "first"}, {'a', 2, "second"}});
     const auto item = select(menu, "a");
     EXPECT_EQ(item.object, 1U);
@@ -156,7 +156,7 @@ TEST_F(ConsSelectMenuTest, FirstOfTwoItemsWithOneKeyIsPicked) {
     EXPECT_EQ(output(), "\nKeys\n   ( a ) ... first\n   ( a ) ... second\n  => a\n");
 }
 
-TEST_F(ConsSelectMenuTest, ReadsNotOneKeyTooMany) {
+TEST_F(ConsSelectMenuTest, ReadsNoKeysBeyondTheSelection) {
     keyboard.press("xbrest");
     EXPECT_EQ(colour_menu().select().object, Colour::blue);
     keyboard.end();
@@ -172,7 +172,7 @@ TEST_F(ConsSelectMenuTest, CtrlCThrowsAndWritesNothingMore) {
     EXPECT_EQ(keyboard.unread(), "r");
 }
 
-TEST_F(ConsSelectMenuTest, CtrlCOfAnIndexMenuTellsItsOwnLocation) {
+TEST_F(ConsSelectMenuTest, CtrlCInAnIndexMenuReportsTheLocationOfThatMenu) {
     const IndexMenu menu("Keys", {{'0', 0, "first"}, {'.', 255, "exit"}});
     EXPECT_EQ(error_text([&] { select(menu, "\x03"); }),
               "cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user abort <CTRL-C>: "
@@ -188,14 +188,14 @@ TEST_F(ConsSelectMenuTest, CtrlCHasTheCodeUserAbort) {
     }
 }
 
-TEST_F(ConsSelectMenuTest, CtrlCWinsOverAnItemThatCarriesIt) {
+TEST_F(ConsSelectMenuTest, CtrlCTakesPrecedenceOverAnItemWithThatKey) {
     const IndexMenu menu("Keys", {{'\x03', 1, "never"}});
     EXPECT_EQ(error_text([&] { select(menu, "\x03"); }),
               "cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user abort <CTRL-C>: "
               "val=16 (user_abort)");
 }
 
-TEST_F(ConsSelectMenuTest, EndOfInputThrowsInsteadOfAskingForever) {
+TEST_F(ConsSelectMenuTest, EndOfInputThrows) {
     EXPECT_EQ(error_text([&] { select(colour_menu(), "xyz"); }),
               "cons_select_menu:143 Kes::ConsSelectMenu<enum Colour>::select(): user abort <end of input>: "
               "val=16 (user_abort)");
@@ -203,13 +203,13 @@ TEST_F(ConsSelectMenuTest, EndOfInputThrowsInsteadOfAskingForever) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(ConsSelectMenuTest, TitleAndTextsAreShownAsTheyAre) {
+TEST_F(ConsSelectMenuTest, TitleAndTextsAreShownUnchanged) {
     const IndexMenu menu("", {{'a', 1, ""}, {'b', 2, "line\nbreak \xc3\xa4 \x01"}});
     select(menu, "a");
     EXPECT_EQ(output(), "\n\n   ( a ) ... \n   ( b ) ... line\nbreak \xc3\xa4 \x01\n  => a\n");
 }
 
-TEST_F(ConsSelectMenuTest, MenuWithoutItemsShowsTitleAndPromptOnly) {
+TEST_F(ConsSelectMenuTest, MenuWithoutItemsShowsOnlyTitleAndPrompt) {
     const IndexMenu menu("Keys", {});
     EXPECT_NE(error_text([&] { select(menu, "abc"); }), "no exception");
     EXPECT_EQ(output(), "\nKeys\n  => ");

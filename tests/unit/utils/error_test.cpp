@@ -43,7 +43,7 @@ std::string code_text(std::uint32_t value) {
     return ErrorCode(static_cast<ErrorCodeType>(value)).to_string();
 }
 
-TEST(ErrorCodeTest, EveryCauseHasItsName) {
+TEST(ErrorCodeTest, EveryErrorCodeHasAName) {
     const std::vector<std::string> names{
         "no_error",          "unspecified",   "null_pointer", "bad_argument", "unsupported",
         "internal_error",    "invalid_state", "timeout",      "not_found",    "not_registered",
@@ -54,7 +54,7 @@ TEST(ErrorCodeTest, EveryCauseHasItsName) {
         EXPECT_EQ(code_text(value), "val=" + std::to_string(value) + " (" + names[value] + ")");
 }
 
-TEST(ErrorCodeTest, EnumeratorsHaveTheValuesOfTheirNames) {
+TEST(ErrorCodeTest, EnumeratorsMatchTheirNames) {
     EXPECT_EQ(ErrorCode(ErrorCodeType::null_pointer).to_string(), "val=2 (null_pointer)");
     EXPECT_EQ(ErrorCode(ErrorCodeType::bad_argument).to_string(), "val=3 (bad_argument)");
     EXPECT_EQ(ErrorCode(ErrorCodeType::not_registered).to_string(), "val=9 (not_registered)");
@@ -70,7 +70,7 @@ TEST(ErrorCodeTest, ValuesFrom19UpwardAreUnknown) {
     EXPECT_EQ(code_text(0xffffffffU), "val=4294967295 (unknown)");
 }
 
-TEST(ErrorCodeTest, HoldsValueAndName) {
+TEST(ErrorCodeTest, ContainsValueAndName) {
     const ErrorCode code(ErrorCodeType::timeout);
     EXPECT_EQ(code.value, ErrorCodeType::timeout);
     EXPECT_EQ(code.text, "timeout");
@@ -83,17 +83,17 @@ TEST(ErrorTest, JoinsLocationMessageAndCode) {
                  "helper:329 Kes::Helper::write_file(): error opening file: 'out.bin': val=12 (open_failed)");
 }
 
-TEST(ErrorTest, EmptyMessageIsLeftOut) {
+TEST(ErrorTest, EmptyMessageIsOmitted) {
     EXPECT_STREQ(Error(ErrorCodeType::empty, "", "a:1 b()").what(), "a:1 b(): val=11 (empty)");
 }
 
-TEST(ErrorTest, NullLocationCountsAsEmpty) {
+TEST(ErrorTest, NullLocationIsTreatedAsEmpty) {
     EXPECT_STREQ(Error(ErrorCodeType::empty, "message", nullptr).what(), "message: val=11 (empty)");
     EXPECT_STREQ(Error(ErrorCodeType::empty, "message", "").what(), "message: val=11 (empty)");
     EXPECT_STREQ(Error(ErrorCodeType::empty, "", nullptr).what(), "val=11 (empty)");
 }
 
-TEST(ErrorTest, EmptyCodeTextIsLeftOut) {
+TEST(ErrorTest, EmptyCodeTextIsOmitted) {
     EXPECT_STREQ(ErrorTempl<NoCode>(NoCode(), "message", "a:1 b()").what(), "a:1 b(): message");
     EXPECT_STREQ(ErrorTempl<NoCode>(NoCode(), "message", nullptr).what(), "message");
     EXPECT_STREQ(ErrorTempl<NoCode>(NoCode(), "", "a:1 b()").what(), "a:1 b()");
@@ -101,9 +101,9 @@ TEST(ErrorTest, EmptyCodeTextIsLeftOut) {
     EXPECT_STREQ(ErrorTempl<NoCode>(NoCode(), "", "").what(), "");
 }
 
-TEST(ErrorTest, EmptyTextIsNotANullPointer) { EXPECT_NE(ErrorBase(nullptr, "", "").what(), nullptr); }
+TEST(ErrorTest, WhatIsNeverANullPointer) { EXPECT_NE(ErrorBase(nullptr, "", "").what(), nullptr); }
 
-TEST(ErrorTest, PartsAreNotChangedWhateverStandsInThem) {
+TEST(ErrorTest, PartsAreJoinedUnchanged) {
     EXPECT_STREQ(ErrorBase(": ", "\n: \xff", " :").what(), ": : \n: \xff:  :");
     EXPECT_EQ(std::strlen(ErrorBase(std::string(5000, 'l').c_str(), std::string(5000, 'm'), "").what()),
               10002U);
@@ -119,7 +119,7 @@ TEST(ErrorTest, CopyOutlivesTheOriginal) {
     EXPECT_EQ(copy.code().text, "timeout");
 }
 
-TEST(ErrorTest, ThrownByValueIsCaughtAsWhatItIs) {
+TEST(ErrorTest, ThrownErrorIsCaughtByItsOwnType) {
     try {
         throw Error(ErrorCodeType::not_found, "nothing", "a:1 b()");
     } catch (const WinError&) {
@@ -152,7 +152,7 @@ TEST(ErrorTest, EveryErrorIsCaughtAsStdException) {
     EXPECT_EQ(error_text([] { throw ErrorString("m"); }), "m");
 }
 
-TEST(ErrorStringTest, TextIsTheMessageAlone) {
+TEST(ErrorStringTest, TextIsOnlyTheMessage) {
     EXPECT_STREQ(ErrorString("operation not possible: ").what(), "operation not possible: ");
     EXPECT_STREQ(ErrorString("").what(), "");
 }
@@ -174,36 +174,36 @@ struct Lookup {
 
 using Asked = std::vector<std::pair<unsigned long, unsigned long>>;
 
-TEST(WinErrorCodeTest, AsksForEnglishFirstAndNoMore) {
+TEST(WinErrorCodeTest, EnglishTextIsRequestedFirstAndUsedIfItExists) {
     Lookup lookup{{"The system cannot find the file specified.\r\n"}, {}};
     EXPECT_EQ(lookup.text_of(2), "val=2 [0x2] (The system cannot find the file specified.)");
     EXPECT_EQ(lookup.asked, (Asked{{2, 1033}}));
 }
 
-TEST(WinErrorCodeTest, AsksOnceMoreForTheSystemsChoice) {
+TEST(WinErrorCodeTest, TextInTheDefaultLanguageIsRequestedWhenEnglishIsMissing) {
     Lookup lookup{{std::nullopt, "Datei nicht gefunden.\r\n"}, {}};
     EXPECT_EQ(lookup.text_of(2), "val=2 [0x2] (Datei nicht gefunden.)");
     EXPECT_EQ(lookup.asked, (Asked{{2, 1033}, {2, 0}}));
 }
 
-TEST(WinErrorCodeTest, NumberWithoutTextIsUnknownAfterTwoQuestions) {
+TEST(WinErrorCodeTest, NumberWithoutATextIsUnknownAfterTwoQueries) {
     Lookup lookup{{std::nullopt, std::nullopt}, {}};
     EXPECT_EQ(lookup.text_of(259), "val=259 [0x103] (unknown winerror)");
     EXPECT_EQ(lookup.asked, (Asked{{259, 1033}, {259, 0}}));
 }
 
-TEST(WinErrorCodeTest, EmptyTextIsAnAnswer) {
+TEST(WinErrorCodeTest, EmptyTextIsUsed) {
     Lookup lookup{{""}, {}};
     EXPECT_EQ(lookup.text_of(1), "val=1 [0x1] ()");
     EXPECT_EQ(lookup.asked.size(), 1U);
 }
 
-TEST(WinErrorCodeTest, LineEndsAreRemovedEverywhereAndNotReplaced) {
+TEST(WinErrorCodeTest, LineEndsAreRemovedEverywhere) {
     Lookup lookup{{"\r\nFirst sentence.\r\nSecond\rsentence.\n\n\r"}, {}};
     EXPECT_EQ(lookup.text_of(1), "val=1 [0x1] (First sentence.Secondsentence.)");
 }
 
-TEST(WinErrorCodeTest, TrailingBlankStays) {
+TEST(WinErrorCodeTest, TrailingBlankIsKept) {
     Lookup lookup{{" Access is denied. \r\n"}, {}};
     EXPECT_EQ(lookup.text_of(5), "val=5 [0x5] ( Access is denied. )");
 }
@@ -214,7 +214,7 @@ TEST(WinErrorCodeTest, NumbersAreUnsigned) {
     EXPECT_EQ(lookup.asked, (Asked{{0x80090016UL, 1033}}));
 }
 
-TEST(WinErrorCodeTest, ErrorTextHoldsTheCodeLast) {
+TEST(WinErrorCodeTest, ErrorTextEndsWithTheCode) {
     const WinErrorCode code(0xab, [](unsigned long, unsigned long) { return std::string("No."); });
     const WinError error(code, "CryptDestroyKey() failed", "capi_helper:1 f()");
     EXPECT_STREQ(error.what(), "capi_helper:1 f(): CryptDestroyKey() failed: val=171 [0xab] (No.)");
@@ -241,13 +241,13 @@ protected:
     }
 };
 
-TEST_F(OsslErrorCodeTest, EmptyQueueGivesTheValueAlone) {
+TEST_F(OsslErrorCodeTest, EmptyQueueYieldsOnlyTheValue) {
     EXPECT_EQ(OsslErrorCode(0).to_string(), "rc=0");
     EXPECT_EQ(OsslErrorCode(-7).to_string(), "rc=-7");
     EXPECT_EQ(OsslErrorCode(160).to_string(), "rc=160");
 }
 
-TEST_F(OsslErrorCodeTest, QueueFollowsOnLinesOfItsOwn) {
+TEST_F(OsslErrorCodeTest, QueueFollowsOnSeparateLines) {
     raise(12, "some data");
     const OsslErrorCode code(1);
     EXPECT_EQ(code.value, 1);
@@ -263,7 +263,7 @@ TEST_F(OsslErrorCodeTest, ConstructionDrainsTheQueue) {
     EXPECT_EQ(OsslErrorCode(0).to_string(), "rc=0");
 }
 
-TEST_F(OsslErrorCodeTest, EntriesStandInTheOrderInWhichTheyWereRaised) {
+TEST_F(OsslErrorCodeTest, EntriesAreListedInTheOrderInWhichTheyWereRaised) {
     raise(1, "one");
     raise(2, "two");
     raise(3, "three");
@@ -273,7 +273,7 @@ TEST_F(OsslErrorCodeTest, EntriesStandInTheOrderInWhichTheyWereRaised) {
                                         "T:error:C:lib(128):function:reason(100):file.c:3:three");
 }
 
-TEST_F(OsslErrorCodeTest, LineEndsAreRemovedAtTheEndOnly) {
+TEST_F(OsslErrorCodeTest, LineEndsAreRemovedOnlyAtTheEnd) {
     raise(1, "\r\nin\r\nside\r\n");
     raise(2, "\n\r end\r\n\n\r");
     EXPECT_EQ(masked(OsslErrorCode(0)),
@@ -288,7 +288,7 @@ TEST_F(OsslErrorCodeTest, TextIsTheQueueWithoutTheValue) {
     EXPECT_EQ(code.to_string(), "rc=3\n" + code.text);
 }
 
-TEST_F(OsslErrorCodeTest, QueueOfAnotherThreadIsLeftAlone) {
+TEST_F(OsslErrorCodeTest, QueueOfAnotherThreadIsNotRead) {
     raise(1, "mine");
     std::string other;
     std::thread([&] { other = OsslErrorCode(0).to_string(); }).join();
@@ -304,7 +304,7 @@ TEST_F(OsslErrorCodeTest, ReleasesItsMemoryBio) {
     EXPECT_EQ(calls.freed_bios, 1);
 }
 
-TEST_F(OsslErrorCodeTest, WithoutMemoryForTheTextTheQueueIsEmptiedAllTheSame) {
+TEST_F(OsslErrorCodeTest, QueueIsEmptiedEvenWithoutMemoryForItsText) {
     test::OsslCalls calls;
     calls.is_bio_refused = true;
     raise(1, "one");

@@ -25,15 +25,15 @@ std::string hex(const Bytes& bytes, const std::string& separator) {
     return Helper::bytes_to_hex(bytes.data(), bytes.size(), separator);
 }
 
-TEST(HelperHexTest, BytesAreTwoLowerCaseDigitsEach) { EXPECT_EQ(hex({0x0a, 0xff}, ":"), "0a:ff"); }
+TEST(HelperHexTest, EachByteIsTwoLowerCaseDigits) { EXPECT_EQ(hex({0x0a, 0xff}, ":"), "0a:ff"); }
 
-TEST(HelperHexTest, SeparatorStandsBetweenTwoBytesOnly) {
+TEST(HelperHexTest, SeparatorIsWrittenOnlyBetweenBytes) {
     EXPECT_EQ(hex({0x00}, ":"), "00");
     EXPECT_EQ(hex({0x01, 0x20, 0xab}, ""), "0120ab");
     EXPECT_EQ(hex({0x01, 0x20, 0xab}, ", "), "01, 20, ab");
 }
 
-TEST(HelperHexTest, NoBytesGiveNoText) {
+TEST(HelperHexTest, NoBytesYieldAnEmptyText) {
     EXPECT_EQ(hex({}, ":"), "");
     EXPECT_EQ(Helper::bytes_to_hex(nullptr, 0, ":"), "");
 }
@@ -44,7 +44,7 @@ TEST(HelperHexTest, NumberHasNoLeadingZeros) {
     EXPECT_STREQ(Helper::to_hex(0x80090016U).data(), "80090016");
 }
 
-TEST(HelperHexTest, NumberIsPaddedToTheLeastCountOfDigits) {
+TEST(HelperHexTest, NumberIsPaddedToTheMinimumNumberOfDigits) {
     EXPECT_STREQ(Helper::to_hex(0, 0).data(), "");
     EXPECT_STREQ(Helper::to_hex(0xa, 2).data(), "0a");
     EXPECT_STREQ(Helper::to_hex(0xabc, 2).data(), "abc");
@@ -56,7 +56,7 @@ TEST(HelperHexTest, LargestNumberFits) {
     EXPECT_STREQ(Helper::to_hex(UINT64_MAX, 16, HexCase::upper).data(), "FFFFFFFFFFFFFFFF");
 }
 
-TEST(HelperHexTest, EveryByteHasItsDigits) {
+TEST(HelperHexTest, EveryByteValueIsConvertedCorrectly) {
     for (unsigned value = 0; value < 256; ++value) {
         const std::string text = hex({static_cast<unsigned char>(value)}, ":");
         EXPECT_EQ(text.size(), 2U);
@@ -65,28 +65,28 @@ TEST(HelperHexTest, EveryByteHasItsDigits) {
     }
 }
 
-TEST(HelperEnvTest, SetVariableGivesItsValue) {
+TEST(HelperEnvTest, SetVariableReturnsItsValue) {
     const EnvVar variable("KES_HELPER_TEST", "a value = with\tall: sorts \xff");
     EXPECT_EQ(Helper::get_env("KES_HELPER_TEST"), "a value = with\tall: sorts \xff");
 }
 
-TEST(HelperEnvTest, UnsetVariableGivesNothing) {
+TEST(HelperEnvTest, UnsetVariableReturnsAnEmptyText) {
     const EnvVar variable("KES_HELPER_TEST", std::nullopt);
     EXPECT_EQ(Helper::get_env("KES_HELPER_TEST"), "");
 }
 
-TEST(HelperEnvTest, EmptyVariableGivesNothing) {
+TEST(HelperEnvTest, EmptyVariableReturnsAnEmptyText) {
     const EnvVar variable("KES_HELPER_TEST", "");
     EXPECT_EQ(Helper::get_env("KES_HELPER_TEST"), "");
 }
 
-TEST(HelperEnvTest, LongValueComesWhole) {
+TEST(HelperEnvTest, LongValueIsReturnedCompletely) {
     const std::string value(32000, 'v'); // more than 32767 with the name is too much for Windows
     const EnvVar variable("KES_HELPER_TEST", value);
     EXPECT_EQ(Helper::get_env("KES_HELPER_TEST"), value);
 }
 
-TEST(HelperEnvTest, NameThatNoVariableCanHaveGivesNothing) {
+TEST(HelperEnvTest, InvalidVariableNameReturnsAnEmptyText) {
     EXPECT_EQ(Helper::get_env(""), "");
     EXPECT_EQ(Helper::get_env("KES=HELPER"), "");
 }
@@ -96,28 +96,26 @@ std::string trimmed(std::string text) {
     return text;
 }
 
-TEST(HelperTrimTest, LineEndsGoFromTheEnd) {
+TEST(HelperTrimTest, TrailingLineEndsAreRemoved) {
     EXPECT_EQ(trimmed("text\n"), "text");
     EXPECT_EQ(trimmed("text\r\n"), "text");
     EXPECT_EQ(trimmed("text\n\r\r\n\n"), "text");
 }
 
-TEST(HelperTrimTest, LineEndsInsideAndAtTheBeginStay) {
-    EXPECT_EQ(trimmed("\r\none\ntwo\r"), "\r\none\ntwo");
-}
+TEST(HelperTrimTest, LeadingAndInnerLineEndsAreKept) { EXPECT_EQ(trimmed("\r\none\ntwo\r"), "\r\none\ntwo"); }
 
-TEST(HelperTrimTest, OtherWhiteSpaceStaysAndShieldsWhatIsBeforeIt) {
+TEST(HelperTrimTest, OtherWhiteSpaceIsKeptWithTheLineEndsBeforeIt) {
     EXPECT_EQ(trimmed("text \n"), "text ");
     EXPECT_EQ(trimmed("text\n \n"), "text\n ");
     EXPECT_EQ(trimmed("text\t"), "text\t");
 }
 
-TEST(HelperTrimTest, NothingButLineEndsLeavesNothing) {
+TEST(HelperTrimTest, TextOfOnlyLineEndsBecomesEmpty) {
     EXPECT_EQ(trimmed("\r\n\r\n"), "");
     EXPECT_EQ(trimmed(""), "");
 }
 
-TEST(HelperWriteFileTest, FileHoldsTheBytesAndTheLogTellsIt) {
+TEST(HelperWriteFileTest, FileContainsTheBytesAndTheWriteIsLogged) {
     const TempDir dir;
     const LogCapture log;
     const std::string name = dir.file("out.bin");
@@ -134,7 +132,7 @@ TEST(HelperWriteFileTest, OldContentIsReplaced) {
     EXPECT_EQ(read_file(name), "b");
 }
 
-TEST(HelperWriteFileTest, NoBytesMakeAnEmptyFile) {
+TEST(HelperWriteFileTest, NoBytesCreateAnEmptyFile) {
     const TempDir dir;
     const LogCapture log;
     const std::string name = dir.file("out.bin");
@@ -144,7 +142,7 @@ TEST(HelperWriteFileTest, NoBytesMakeAnEmptyFile) {
     EXPECT_EQ(log.lines(), (Lines{"<debug> wrote data to: '" + name + "'"}));
 }
 
-TEST(HelperWriteFileTest, LargeDataIsWrittenWhole) {
+TEST(HelperWriteFileTest, LargeDataIsWrittenCompletely) {
     const TempDir dir;
     const std::string name = dir.file("out.bin");
     Bytes bytes(3 * 1024 * 1024 + 1);
@@ -169,7 +167,7 @@ TEST(HelperWriteFileTest, EmptyNameThrows) {
               "helper:329 Kes::Helper::write_file(): error opening file: '': val=12 (open_failed)");
 }
 
-TEST(HelperWriteFileTest, FailedWriteIsNotNoticed) {
+TEST(HelperWriteFileTest, FailedWriteIsNotReported) {
     const TempDir dir;
     const LogCapture log;
     const std::string name = dir.file("out.bin");
@@ -209,7 +207,7 @@ TEST(HelperCopyTest, NullBufferOfSizeZeroIsAllowed) {
     EXPECT_EQ(Helper::copy_to_buffer("abc", nullptr, 0), nullptr);
 }
 
-TEST(HelperCopyTest, SizeOneHoldsTheEndAlone) {
+TEST(HelperCopyTest, SizeOneHoldsOnlyTheTerminator) {
     EXPECT_EQ(Buffer("abc", 1).content(), std::string("\0#######", 8));
 }
 
@@ -217,34 +215,34 @@ TEST(HelperCopyTest, ExactSizeHoldsTheWholeText) {
     EXPECT_EQ(Buffer("abc", 4).content(), std::string("abc\0####", 8));
 }
 
-TEST(HelperCopyTest, SizeOneShortCutsTheLastCharacter) {
+TEST(HelperCopyTest, SizeOneTooSmallCutsTheLastCharacter) {
     EXPECT_EQ(Buffer("abc", 3).content(), std::string("ab\0#####", 8));
 }
 
-TEST(HelperCopyTest, LargerBufferKeepsItsRest) {
+TEST(HelperCopyTest, RestOfALargerBufferIsNotChanged) {
     EXPECT_EQ(Buffer("abc", 8).content(), std::string("abc\0####", 8));
 }
 
-TEST(HelperCopyTest, EmptyTextIsItsEndAlone) {
+TEST(HelperCopyTest, EmptyTextIsOnlyTheTerminator) {
     EXPECT_EQ(Buffer("", 8).content(), std::string("\0#######", 8));
 }
 
-TEST(HelperTimestampTest, EveryFieldIsFilledWithZeros) {
+TEST(HelperTimestampTest, FieldsArePaddedWithZeros) {
     const FixedClock clock(1709629622, 45678); // 2024-03-05 09:07:02.045678
     EXPECT_EQ(Helper::timestamp(), "2024-03-05 09:07:02.045");
 }
 
-TEST(HelperTimestampTest, LastMomentOfAYear) {
+TEST(HelperTimestampTest, LastMillisecondOfAYearIsFormatted) {
     const FixedClock clock(1704067199, 999999);
     EXPECT_EQ(Helper::timestamp(), "2023-12-31 23:59:59.999");
 }
 
-TEST(HelperTimestampTest, FirstMomentOfAYear) {
+TEST(HelperTimestampTest, FirstMillisecondOfAYearIsFormatted) {
     const FixedClock clock(1704067200, 0);
     EXPECT_EQ(Helper::timestamp(), "2024-01-01 00:00:00.000");
 }
 
-TEST(HelperTimestampTest, RunningClockGivesTheSameForm) {
+TEST(HelperTimestampTest, RunningClockYieldsTheSameFormat) {
     EXPECT_TRUE(
         std::regex_match(Helper::timestamp(), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})")));
 }

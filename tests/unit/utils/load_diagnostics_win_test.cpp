@@ -80,7 +80,7 @@ private:
     CurrentFolder current_{dir_.path()};
 };
 
-TEST_F(LoadDiagnosticsTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {
+TEST_F(LoadDiagnosticsTest, LoadableLibraryIsNotReportedAndIsUnloaded) {
     for (const std::string& name :
          {file("fine.dll"), std::string(".\\fine.dll"), std::string("./fine.dll")}) {
         EXPECT_EQ(engine(name), "");
@@ -89,42 +89,42 @@ TEST_F(LoadDiagnosticsTest, OfALibraryThatIsFineNothingIsSaidAndItIsLetGo) {
     EXPECT_EQ(::GetModuleHandleA("fine.dll"), nullptr);
 }
 
-TEST_F(LoadDiagnosticsTest, AFileThatIsMissingIsNamedWithTheSystemsReason) {
+TEST_F(LoadDiagnosticsTest, MissingFileIsReportedWithTheSystemError) {
     const std::string name = file("missing.dll");
     const std::string expected = not_loaded(name, ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LoadDiagnosticsTest, AMissingFolderIsToldToo) {
+TEST_F(LoadDiagnosticsTest, MissingFolderIsReported) {
     const std::string name = file("missing\\engine.dll");
     const std::string expected = not_loaded(name, error_of_system(name));
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LoadDiagnosticsTest, AFileOfTextIsNoLibrary) {
+TEST_F(LoadDiagnosticsTest, TextFileIsNotALibrary) {
     const std::string name = file("text.dll");
     const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LoadDiagnosticsTest, ALibraryForAnotherProcessorIsNotLoaded) {
+TEST_F(LoadDiagnosticsTest, LibraryForAnotherProcessorIsNotLoaded) {
     const std::string name = file("other.dll");
     const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LoadDiagnosticsTest, ALibraryThatLacksWhatItNeedsIsNamedItself) {
+TEST_F(LoadDiagnosticsTest, LibraryWithAMissingDependencyIsReported) {
     const std::string name = file("dependent.dll");
     const std::string expected = not_loaded(name, ERROR_MOD_NOT_FOUND, ": a DLL that it needs is missing");
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
-TEST_F(LoadDiagnosticsTest, ALibraryThatIsSomethingElseLacksTheFunction) {
+TEST_F(LoadDiagnosticsTest, OtherLibraryIsReportedToLackTheFunction) {
     const std::string library = "C:\\windows\\system32\\version.dll";
     const std::string no_engine = has_no("bind_engine", library);
     const std::string no_module = has_no("C_GetFunctionList", library);
@@ -132,7 +132,7 @@ TEST_F(LoadDiagnosticsTest, ALibraryThatIsSomethingElseLacksTheFunction) {
     EXPECT_EQ(module(library), no_module);
 }
 
-TEST_F(LoadDiagnosticsTest, ABareEngineNameIsLookedForWithTheEndingThatOpensslAdds) {
+TEST_F(LoadDiagnosticsTest, BareEngineNameIsSearchedWithTheExtensionThatOpensslAdds) {
     const std::string expected = not_loaded("missing.dll", ERROR_MOD_NOT_FOUND);
     const std::string doubled = not_loaded("fine.dll.dll", ERROR_MOD_NOT_FOUND);
     const std::string text = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
@@ -142,27 +142,27 @@ TEST_F(LoadDiagnosticsTest, ABareEngineNameIsLookedForWithTheEndingThatOpensslAd
     EXPECT_EQ(engine("fine"), "");
 }
 
-TEST_F(LoadDiagnosticsTest, AnEnginePathIsTakenAsItIs) {
+TEST_F(LoadDiagnosticsTest, EnginePathIsUsedUnchanged) {
     for (const char* path : {".\\missing", "./missing", "c:missing"}) {
         const std::string expected = not_loaded(path, error_of_system(path));
         EXPECT_EQ(engine(path), expected);
     }
 }
 
-TEST_F(LoadDiagnosticsTest, AFileThatIsThereIsNamedWithItsWholePath) {
+TEST_F(LoadDiagnosticsTest, ExistingFileIsReportedWithItsFullPath) {
     const std::string expected = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
     for (const char* name : {"text.dll", "text", ".\\text.dll", "./text"})
         EXPECT_EQ(module(name), expected) << name;
 }
 
-TEST_F(LoadDiagnosticsTest, AModuleNameIsTakenAsItIs) {
+TEST_F(LoadDiagnosticsTest, ModuleNameIsUsedUnchanged) {
     const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(module("missing"), expected);
     EXPECT_EQ(module("fine.dll"), "");
     EXPECT_EQ(module("fine"), "") << "here the system adds the ending";
 }
 
-TEST_F(LoadDiagnosticsTest, WhatOpensslSaidStandsBeforeIt) {
+TEST_F(LoadDiagnosticsTest, ErrorFollowsTheEarlierEntriesOfTheQueue) {
     const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
     ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
     append_module_load_error("missing");
@@ -170,7 +170,7 @@ TEST_F(LoadDiagnosticsTest, WhatOpensslSaidStandsBeforeIt) {
     EXPECT_EQ(OsslErrorCode(0).text, expected);
 }
 
-TEST_F(LoadDiagnosticsTest, TheSystemsNumberIsExplainedWhereItIsNotClear) {
+TEST_F(LoadDiagnosticsTest, AmbiguousSystemErrorsAreExplained) {
     EXPECT_EQ(loader_error_cause(ERROR_MOD_NOT_FOUND, true), ": a DLL that it needs is missing");
     EXPECT_EQ(loader_error_cause(ERROR_MOD_NOT_FOUND, false), "");
     for (const bool is_there : {false, true}) {
@@ -192,7 +192,7 @@ private:
     const DWORD before_ = ::GetThreadErrorMode();
 };
 
-TEST_F(LoaderDialogsTest, TheThreadsErrorModeIsAddedToAndPutBack) {
+TEST_F(LoaderDialogsTest, ThreadErrorModeIsExtendedAndRestored) {
     ASSERT_TRUE(::SetThreadErrorMode(with_dialogs, nullptr));
     {
         const ScopedNoLoaderDialogs no_dialogs;
@@ -206,13 +206,13 @@ TEST_F(LoaderDialogsTest, TheThreadsErrorModeIsAddedToAndPutBack) {
     EXPECT_EQ(::GetThreadErrorMode(), with_dialogs);
 }
 
-TEST_F(LoaderDialogsTest, AThreadThatHadNoDialogsBeforeHasNoneAfterwards) {
+TEST_F(LoaderDialogsTest, ThreadWithoutDialogsStaysWithoutDialogs) {
     ASSERT_TRUE(::SetThreadErrorMode(without_dialogs, nullptr));
     { const ScopedNoLoaderDialogs no_dialogs; }
     EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
 }
 
-TEST_F(LoaderDialogsTest, AnExplanationLeavesTheThreadsErrorModeAsItWas) {
+TEST_F(LoaderDialogsTest, DiagnosisDoesNotChangeTheThreadErrorMode) {
     ASSERT_TRUE(::SetThreadErrorMode(with_dialogs, nullptr));
     append_engine_load_error("missing");
     append_module_load_error("fine.dll");

@@ -32,12 +32,12 @@ void log_every_severity() {
         log_line(severity, "severity ", static_cast<std::uint32_t>(severity));
 }
 
-TEST(SeverityMaskNameTest, NamesTheSpecialMasks) {
+TEST(SeverityMaskNameTest, SpecialMasksHaveNames) {
     EXPECT_EQ(severity_mask_name(0), "none");
     EXPECT_EQ(severity_mask_name(0xffff), "all");
 }
 
-TEST(SeverityMaskNameTest, NamesSingleSeverities) {
+TEST(SeverityMaskNameTest, SingleSeveritiesHaveNames) {
     EXPECT_EQ(severity_mask_name(1), "trace");
     EXPECT_EQ(severity_mask_name(2), "debug");
     EXPECT_EQ(severity_mask_name(4), "info");
@@ -46,13 +46,13 @@ TEST(SeverityMaskNameTest, NamesSingleSeverities) {
     EXPECT_EQ(severity_mask_name(32), "fatal");
 }
 
-TEST(SeverityMaskNameTest, JoinsSeveralInTheOrderOfTheirBits) {
+TEST(SeverityMaskNameTest, SeveralNamesAreJoinedInBitOrder) {
     EXPECT_EQ(severity_mask_name(mask_default), "info|warn|error|fatal");
     EXPECT_EQ(severity_mask_name(33), "trace|fatal");
     EXPECT_EQ(severity_mask_name(63), "trace|debug|info|warn|error|fatal");
 }
 
-TEST(SeverityMaskNameTest, BitsWithoutASeverityHaveNoName) {
+TEST(SeverityMaskNameTest, BitsWithoutASeverityAreOmitted) {
     EXPECT_EQ(severity_mask_name(64), "");
     EXPECT_EQ(severity_mask_name(64 + 2), "debug");
     EXPECT_EQ(severity_mask_name(0xfffe), "debug|info|warn|error|fatal");
@@ -60,7 +60,7 @@ TEST(SeverityMaskNameTest, BitsWithoutASeverityHaveNoName) {
     EXPECT_EQ(severity_mask_name(0xffff0000U), "");
 }
 
-TEST(NullOstreamTest, TakesEverythingAndNeverFails) {
+TEST(NullOstreamTest, AcceptsAllOutputAndNeverFails) {
     NullOstream out;
     out << "text " << 4711 << ' ' << 1.5 << std::string(100000, 'x') << std::endl;
     out.put('c').write("raw", 3).flush();
@@ -87,7 +87,7 @@ TEST_F(LoggerLineTest, MaskOf16BitsWritesEverySeverity) {
                               "<warn> severity 8", "<error> severity 16", "<fatal> severity 32"}));
 }
 
-TEST_F(LoggerLineTest, Mask60LeavesTraceAndDebugOutInEveryOutputState) {
+TEST_F(LoggerLineTest, Mask60SuppressesTraceAndDebugInEveryOutputState) {
     logger().set_severity_mask(mask_default);
     log_every_severity();
     logger().buffer_output();
@@ -100,7 +100,7 @@ TEST_F(LoggerLineTest, Mask60LeavesTraceAndDebugOutInEveryOutputState) {
     EXPECT_EQ(lines(), twice);
 }
 
-TEST_F(LoggerLineTest, EachBitLetsItsOwnSeverityThrough) {
+TEST_F(LoggerLineTest, EachBitEnablesItsOwnSeverity) {
     logger().register_sink(file(), false);
     for (const Severity bit : severities) {
         logger().set_severity_mask(static_cast<std::uint32_t>(bit));
@@ -112,7 +112,7 @@ TEST_F(LoggerLineTest, EachBitLetsItsOwnSeverityThrough) {
                               "<warn> severity 8", "<error> severity 16", "<fatal> severity 32"}));
 }
 
-TEST_F(LoggerLineTest, SeverityOfSeveralBitsNeedsThemAll) {
+TEST_F(LoggerLineTest, SeverityOfSeveralBitsRequiresAllOfThem) {
     const auto info_and_warn = static_cast<Severity>(12);
     logger().set_severity_mask(4);
     EXPECT_FALSE(logger().is_enabled(info_and_warn));
@@ -120,7 +120,7 @@ TEST_F(LoggerLineTest, SeverityOfSeveralBitsNeedsThemAll) {
     EXPECT_TRUE(logger().is_enabled(info_and_warn));
 }
 
-TEST_F(LoggerLineTest, SuppressedSeverityGetsTheNullStreamInEveryOutputState) {
+TEST_F(LoggerLineTest, SuppressedSeverityReturnsTheNullStreamInEveryOutputState) {
     logger().set_severity_mask(mask_default);
     std::ostream* in_null_state = &logger().log(Severity::debug);
     EXPECT_NE(dynamic_cast<NullOstream*>(in_null_state), nullptr);
@@ -132,7 +132,7 @@ TEST_F(LoggerLineTest, SuppressedSeverityGetsTheNullStreamInEveryOutputState) {
     EXPECT_NE(&logger().log(Severity::info), in_null_state);
 }
 
-TEST_F(LoggerLineTest, HeaderHasTimeSeverityAndThread) {
+TEST_F(LoggerLineTest, HeaderContainsTimeSeverityAndThread) {
     const test::FixedClock clock(1709629622, 45999);
     logger().register_sink(file(), false);
     log_info("using OpenSSL smart card interface version ", 4);
@@ -140,7 +140,7 @@ TEST_F(LoggerLineTest, HeaderHasTimeSeverityAndThread) {
                                      ": using OpenSSL smart card interface version 4\n");
 }
 
-TEST_F(LoggerLineTest, HeaderOfTheRunningClockHasTheSameForm) {
+TEST_F(LoggerLineTest, HeaderOfTheRunningClockHasTheSameFormat) {
     logger().register_sink(file(), false);
     log_every_severity();
     const std::regex form(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <(trace|debug|info|warn|error|fatal)> )"
@@ -149,7 +149,7 @@ TEST_F(LoggerLineTest, HeaderOfTheRunningClockHasTheSameForm) {
         EXPECT_TRUE(std::regex_match(line, form)) << line;
 }
 
-TEST_F(LoggerLineTest, FunctionStandsAfterTheSeverity) {
+TEST_F(LoggerLineTest, FunctionFollowsTheSeverity) {
     const test::FixedClock clock(1709629622, 45999);
     logger().register_sink(file(), false);
     logger().log(Severity::fatal, "Kes::Some::function") << "text" << std::endl;
@@ -172,7 +172,7 @@ TEST_F(LoggerLineTest, HeaderShowsTheThreadThatLogs) {
     EXPECT_NE(read_text(file()).find(" tid=" + std::to_string(tid) + ": text\n"), std::string::npos);
 }
 
-TEST_F(LoggerLineTest, HeaderDoesNotFollowTheStreamsState) {
+TEST_F(LoggerLineTest, HeaderIgnoresTheStreamState) {
     const test::FixedClock clock(1709629622, 45999);
     logger().register_sink(file(), false);
     logger().log(Severity::info) << std::hex << std::showbase << std::setfill('*') << 255 << std::endl;
@@ -188,7 +188,7 @@ struct GroupedNumbers final : std::numpunct<char> {
     std::string do_grouping() const override { return "\3"; }
 };
 
-TEST_F(LoggerLineTest, NumbersDoNotFollowTheClientsLocale) {
+TEST_F(LoggerLineTest, NumbersIgnoreTheLocaleOfTheClient) {
     const std::locale before = std::locale::global(std::locale(std::locale(), new GroupedNumbers));
     logger().buffer_output();
     log_info(65535, ' ', 4711.5);
@@ -198,7 +198,7 @@ TEST_F(LoggerLineTest, NumbersDoNotFollowTheClientsLocale) {
     EXPECT_EQ(lines(), (Lines{"<info> 65535 4711.5", "<info> 65535 4711.5"}));
 }
 
-TEST_F(LoggerLineTest, LinesOfSeveralPartsAndSeveralLinesComeWhole) {
+TEST_F(LoggerLineTest, EntriesOfSeveralPartsOrLinesAreWrittenCompletely) {
     logger().register_sink(file(), false);
     log_line(Severity::info, "a=", 1, ", b=", 2.5, ", c=", std::string("text"), ", d=", true);
     log_lines(Severity::debug, "one\n", "two\n");
@@ -206,7 +206,7 @@ TEST_F(LoggerLineTest, LinesOfSeveralPartsAndSeveralLinesComeWhole) {
     EXPECT_EQ(lines(), (Lines{"<info> a=1, b=2.5, c=text, d=1", "<debug> one", "two", "<error> "}));
 }
 
-TEST_F(LoggerLineTest, EachShortFormHasItsSeverity) {
+TEST_F(LoggerLineTest, EachShortFormLogsAtItsSeverity) {
     logger().register_sink(file(), false);
     log_trace("a");
     log_debug("b");

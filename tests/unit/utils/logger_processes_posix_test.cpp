@@ -13,7 +13,7 @@ namespace {
 
 class LoggerProcessesTest : public test::LoggerFixture {};
 
-TEST_F(LoggerProcessesTest, LinesOfSeveralProcessesThatAppendAreWhole) {
+TEST_F(LoggerProcessesTest, LinesAppendedBySeveralProcessesAreComplete) {
     logger().register_sink(file(), true);
     std::vector<pid_t> children;
     for (int child = 0; child < test::writer_count; ++child) {

@@ -23,7 +23,7 @@ protected:
     bool is_open(const std::string& name) const { return test::is_open(file(name)); }
 };
 
-TEST_F(LoggerTest, StartsByWritingNowhereWithEverySeverityOn) {
+TEST_F(LoggerTest, StartsWithoutOutputAndWithEverySeverityEnabled) {
     EXPECT_TRUE(logger().is_enabled(Severity::trace));
     EXPECT_TRUE(logger().is_enabled(Severity::fatal));
     log_info("lost");
@@ -31,7 +31,7 @@ TEST_F(LoggerTest, StartsByWritingNowhereWithEverySeverityOn) {
     EXPECT_EQ(read_text(file()), "");
 }
 
-TEST_F(LoggerTest, BufferedLinesStandAtTheTopOfATruncatedFile) {
+TEST_F(LoggerTest, BufferedLinesStartATruncatedFile) {
     logger().buffer_output();
     log_info("one");
     log_warn("two");
@@ -40,7 +40,7 @@ TEST_F(LoggerTest, BufferedLinesStandAtTheTopOfATruncatedFile) {
     EXPECT_EQ(lines(), (Lines{"<info> one", "<warn> two", "<info> three"}));
 }
 
-TEST_F(LoggerTest, BufferedLinesStandAfterTheBannerOfAnAppendedFile) {
+TEST_F(LoggerTest, BufferedLinesFollowTheBannerOfAnAppendedFile) {
     logger().buffer_output();
     log_info("one");
     log_warn("two");
@@ -49,7 +49,7 @@ TEST_F(LoggerTest, BufferedLinesStandAfterTheBannerOfAnAppendedFile) {
     EXPECT_EQ(lines(), (Lines{"[banner]", "<info> one", "<warn> two", "<info> three"}));
 }
 
-TEST_F(LoggerTest, BufferedLinesKeepTheHeaderOfTheirTime) {
+TEST_F(LoggerTest, BufferedLinesKeepTheirOriginalHeader) {
     const test::FixedClock clock(1709629622, 45000);
     logger().buffer_output();
     log_info("one");
@@ -61,7 +61,7 @@ TEST_F(LoggerTest, BufferedLinesKeepTheHeaderOfTheirTime) {
                                      tid + ": one\n");
 }
 
-TEST_F(LoggerTest, TruncatedFileLosesItsOldContentAndHasNoBanner) {
+TEST_F(LoggerTest, TruncatedFileHasNoOldContentAndNoBanner) {
     logger().register_sink(file(), false);
     log_info("old");
     logger().register_sink(file(), false);
@@ -77,12 +77,12 @@ TEST_F(LoggerTest, AppendedFileKeepsItsOldContentAboveTheBanner) {
     EXPECT_EQ(lines(), (Lines{"<info> old", "[banner]", "<info> new"}));
 }
 
-TEST_F(LoggerTest, AppendingMakesAMissingFile) {
+TEST_F(LoggerTest, AppendingCreatesAMissingFile) {
     logger().register_sink(file(), true);
     EXPECT_EQ(lines(), (Lines{"[banner]"}));
 }
 
-TEST_F(LoggerTest, LinesAreInTheFileAsSoonAsTheyAreLogged) {
+TEST_F(LoggerTest, LinesReachTheFileImmediately) {
     logger().register_sink(file(), false);
     log_info("one");
     EXPECT_EQ(lines(), (Lines{"<info> one"}));
@@ -90,7 +90,7 @@ TEST_F(LoggerTest, LinesAreInTheFileAsSoonAsTheyAreLogged) {
     EXPECT_EQ(lines(), (Lines{"<info> one", "<info> two"}));
 }
 
-TEST_F(LoggerTest, SecondSinkClosesTheFirstAndGetsNewLinesOnly) {
+TEST_F(LoggerTest, SecondSinkClosesTheFirstAndReceivesOnlyNewLines) {
     logger().buffer_output();
     log_info("buffered");
     logger().register_sink(file("first"), false);
@@ -114,7 +114,7 @@ TEST_F(LoggerTest, DiscardedLinesAreLostAndTheBufferIsKept) {
     EXPECT_EQ(lines(), (Lines{"<info> kept", "<info> new"}));
 }
 
-TEST_F(LoggerTest, BufferingAnewForgetsWhatWasBuffered) {
+TEST_F(LoggerTest, RestartedBufferingDropsTheBufferedLines) {
     logger().buffer_output();
     log_info("forgotten");
     logger().buffer_output();
@@ -123,7 +123,7 @@ TEST_F(LoggerTest, BufferingAnewForgetsWhatWasBuffered) {
     EXPECT_EQ(lines(), (Lines{"<info> kept"}));
 }
 
-TEST_F(LoggerTest, BufferingAfterASinkLeavesTheFileOpenButUnwritten) {
+TEST_F(LoggerTest, BufferingAfterASinkKeepsTheFileOpenButUnwritten) {
     logger().register_sink(file("first"), false);
     log_info("one");
     logger().buffer_output();
@@ -135,7 +135,7 @@ TEST_F(LoggerTest, BufferingAfterASinkLeavesTheFileOpenButUnwritten) {
     EXPECT_EQ(lines("second"), (Lines{"<info> two"}));
 }
 
-TEST_F(LoggerTest, DiscardingAfterASinkLeavesTheFileOpenButUnwritten) {
+TEST_F(LoggerTest, DiscardingAfterASinkKeepsTheFileOpenButUnwritten) {
     logger().register_sink(file(), false);
     log_info("one");
     logger().discard_output();
@@ -144,7 +144,7 @@ TEST_F(LoggerTest, DiscardingAfterASinkLeavesTheFileOpenButUnwritten) {
     EXPECT_EQ(lines(), (Lines{"<info> one"}));
 }
 
-TEST_F(LoggerTest, DestroyingClosesTheFileAndForgetsEverything) {
+TEST_F(LoggerTest, DestroyingClosesTheFileAndResetsTheState) {
     logger().set_severity_mask(0);
     logger().register_sink(file(), false);
     Logger::destroy_instance();
@@ -168,14 +168,14 @@ TEST_F(LoggerTest, SinkWithoutANameThrows) {
               "logger:90 Kes::Logger::register_sink(): error opening logfile '': val=12 (open_failed)");
 }
 
-TEST_F(LoggerTest, FailedSinkLeavesNullOutput) {
+TEST_F(LoggerTest, FailedSinkKeepsNullOutput) {
     EXPECT_THROW(logger().register_sink(file("missing/log"), false), Error);
     EXPECT_NO_THROW(log_info("lost"));
     logger().register_sink(file(), false);
     EXPECT_EQ(read_text(file()), "");
 }
 
-TEST_F(LoggerTest, FailedSinkLeavesTheBufferInForce) {
+TEST_F(LoggerTest, FailedSinkKeepsTheBufferActive) {
     logger().buffer_output();
     log_info("before");
     EXPECT_THROW(logger().register_sink(file("missing/log"), true), Error);
@@ -184,7 +184,7 @@ TEST_F(LoggerTest, FailedSinkLeavesTheBufferInForce) {
     EXPECT_EQ(lines(), (Lines{"<info> before", "<info> after"}));
 }
 
-TEST_F(LoggerTest, FailedSinkLeavesTheFormerFileInForce) {
+TEST_F(LoggerTest, FailedSinkKeepsTheEarlierFileActive) {
     logger().register_sink(file(), false);
     log_info("before");
     EXPECT_THROW(logger().register_sink(file("missing/log"), false), Error);
@@ -193,7 +193,7 @@ TEST_F(LoggerTest, FailedSinkLeavesTheFormerFileInForce) {
     EXPECT_EQ(lines(), (Lines{"<info> before", "<info> after"}));
 }
 
-TEST_F(LoggerTest, OthersMayReadAndAppendWhileTheFileIsOpen) {
+TEST_F(LoggerTest, OtherWritersCanAppendToTheOpenFile) {
     logger().register_sink(file(), true);
     log_info("one");
     std::ofstream(file(), std::ios::app) << "from elsewhere\n";

@@ -29,7 +29,7 @@ void log_from_threads() {
         thread.join();
 }
 
-TEST_F(LoggerThreadsTest, LinesOfSeveralThreadsAreWholeInTheFile) {
+TEST_F(LoggerThreadsTest, LinesOfSeveralThreadsAreCompleteInTheFile) {
     logger().register_sink(file(), false);
     const test::WriteRecord record;
     log_from_threads();
@@ -37,7 +37,7 @@ TEST_F(LoggerThreadsTest, LinesOfSeveralThreadsAreWholeInTheFile) {
     EXPECT_EQ(record.writes().size(), static_cast<std::size_t>(test::writer_count * test::lines_per_writer));
 }
 
-TEST_F(LoggerThreadsTest, LinesOfSeveralThreadsAreWholeInTheBuffer) {
+TEST_F(LoggerThreadsTest, LinesOfSeveralThreadsAreCompleteInTheBuffer) {
     logger().buffer_output();
     log_from_threads();
     logger().register_sink(file(), false);

@@ -48,7 +48,7 @@ protected:
     }
 };
 
-TEST_F(LoggerWriteTest, LineIsOneWrite) {
+TEST_F(LoggerWriteTest, LineIsWrittenWithOneWrite) {
     logger().register_sink(file(), false);
     const WriteRecord record;
     log_info("a=", 1, ", b=", std::string(50, 'b'), ", c=", 'c', ", d=", 2.5);
@@ -56,7 +56,7 @@ TEST_F(LoggerWriteTest, LineIsOneWrite) {
     EXPECT_EQ(record.writes()[0], read_text(file()));
 }
 
-TEST_F(LoggerWriteTest, LineWithAFunctionIsOneWrite) {
+TEST_F(LoggerWriteTest, LineWithAFunctionIsWrittenWithOneWrite) {
     logger().register_sink(file(), false);
     const WriteRecord record;
     logger().log(Severity::info, "Kes::f") << "text " << 1 << std::endl;
@@ -64,7 +64,7 @@ TEST_F(LoggerWriteTest, LineWithAFunctionIsOneWrite) {
     EXPECT_EQ(record.writes()[0], read_text(file()));
 }
 
-TEST_F(LoggerWriteTest, EveryLineIsOneWriteOfItsOwn) {
+TEST_F(LoggerWriteTest, EachLineIsWrittenSeparately) {
     logger().register_sink(file(), false);
     const WriteRecord record;
     for (int i = 0; i < 100; ++i)
@@ -75,7 +75,7 @@ TEST_F(LoggerWriteTest, EveryLineIsOneWriteOfItsOwn) {
         EXPECT_EQ(without_header(writes[i]), "<info> line " + std::to_string(i) + "\n");
 }
 
-TEST_F(LoggerWriteTest, LineLongerThanAnyBufferIsOneWrite) {
+TEST_F(LoggerWriteTest, LineLongerThanAnyBufferIsWrittenWithOneWrite) {
     logger().register_sink(file(), false);
     for (const std::size_t length : {8000U, 8191U, 8192U, 8193U, 100000U, 3000000U}) {
         const WriteRecord record;
@@ -86,7 +86,7 @@ TEST_F(LoggerWriteTest, LineLongerThanAnyBufferIsOneWrite) {
     EXPECT_EQ(split_lines(read_text(file())).size(), 6U);
 }
 
-TEST_F(LoggerWriteTest, EntryOfSeveralLinesIsOneWrite) {
+TEST_F(LoggerWriteTest, EntryOfSeveralLinesIsWrittenWithOneWrite) {
     logger().register_sink(file(), false);
     const WriteRecord record;
     log_lines(Severity::info, "settings:\n", "  a=", 1, "\n", std::string(9000, 'b'), "\n");
@@ -94,7 +94,7 @@ TEST_F(LoggerWriteTest, EntryOfSeveralLinesIsOneWrite) {
     EXPECT_EQ(record.writes()[0], read_text(file()));
 }
 
-TEST_F(LoggerWriteTest, LineBreakInsideALineDoesNotDivideIt) {
+TEST_F(LoggerWriteTest, LineBreakInsideALineDoesNotSplitTheWrite) {
     logger().register_sink(file(), false);
     const WriteRecord record;
     log_error("first\n", "second");
@@ -102,7 +102,7 @@ TEST_F(LoggerWriteTest, LineBreakInsideALineDoesNotDivideIt) {
     EXPECT_EQ(without_header(record.writes()[0]), "<error> first\nsecond\n");
 }
 
-TEST_F(LoggerWriteTest, BufferedLinesReachTheFileTogether) {
+TEST_F(LoggerWriteTest, BufferedLinesAreWrittenTogether) {
     logger().buffer_output();
     for (int i = 0; i < 1000; ++i)
         log_info("line ", i);
@@ -124,7 +124,7 @@ TEST_F(LoggerWriteTest, SuppressedAndDiscardedLinesWriteNothing) {
     EXPECT_EQ(record.writes(), Lines());
 }
 
-TEST_F(LoggerWriteTest, LineWithoutAnEndIsWrittenWhenItsFileIsClosed) {
+TEST_F(LoggerWriteTest, UnterminatedLineIsWrittenWhenTheFileIsClosed) {
     logger().register_sink(file(), false);
     logger().log(Severity::info) << "unfinished";
     EXPECT_EQ(read_text(file()), "");
@@ -132,7 +132,7 @@ TEST_F(LoggerWriteTest, LineWithoutAnEndIsWrittenWhenItsFileIsClosed) {
     EXPECT_EQ(without_header(read_text(file())), "<info> unfinished");
 }
 
-TEST_F(LoggerWriteTest, FailingFileIsNotNoticedAndStaysSilent) {
+TEST_F(LoggerWriteTest, FailedWriteIsNotReportedAndStopsFurtherWrites) {
     logger().register_sink(file(), false);
     const test::FullDisk full;
     log_info("the first fails");
@@ -142,7 +142,7 @@ TEST_F(LoggerWriteTest, FailingFileIsNotNoticedAndStaysSilent) {
     EXPECT_FALSE(logger().log(Severity::info).good());
 }
 
-TEST_F(LoggerWriteTest, NewFileWorksAfterAFailedOne) {
+TEST_F(LoggerWriteTest, NewFileIsWrittenAfterAFailedOne) {
     {
         const test::FullDisk full;
         EXPECT_NO_THROW(logger().register_sink(file("full"), true));
@@ -173,7 +173,7 @@ TEST_F(LoggerWriteTest, SuppressedLineRendersNothingAndAllocatesNothing) {
     EXPECT_EQ(test::clock_read_count(), clock_reads + 1);
 }
 
-TEST_F(LoggerWriteTest, SuppressedLogCallBuildsNoHeader) {
+TEST_F(LoggerWriteTest, SuppressedLogCallCreatesNoHeader) {
     logger().register_sink(file(), false);
     logger().set_severity_mask(60);
     const std::size_t allocations = allocation_count();
@@ -183,7 +183,7 @@ TEST_F(LoggerWriteTest, SuppressedLogCallBuildsNoHeader) {
     EXPECT_EQ(test::clock_read_count(), clock_reads);
 }
 
-TEST_F(LoggerWriteTest, WrittenLineAllocatesNothingOnceThereWasALongerOne) {
+TEST_F(LoggerWriteTest, LineAllocatesNothingAfterALongerLine) {
     logger().register_sink(file(), false);
     log_info(std::string(200, 'x'));
     const std::size_t allocations = allocation_count();
@@ -191,7 +191,7 @@ TEST_F(LoggerWriteTest, WrittenLineAllocatesNothingOnceThereWasALongerOne) {
     EXPECT_EQ(allocation_count(), allocations);
 }
 
-TEST_F(LoggerWriteTest, PartThatLogsDoesNotLock) {
+TEST_F(LoggerWriteTest, PartThatLogsDoesNotDeadlock) {
     logger().register_sink(file(), false);
     log_info("outer ", LoggingPart());
     const std::string text = read_text(file());

@@ -24,31 +24,31 @@ protected:
     const OsslCert plain{unit_cert("plain")};
 };
 
-TEST_F(OsslHelperTest, SubjectAndIssuerAreTold) {
+TEST_F(OsslHelperTest, ReturnsSubjectAndIssuer) {
     EXPECT_EQ(OsslHelper::cert_name_to_str(plain.x509(), OsslHelper::subject), "CN=a");
     EXPECT_EQ(OsslHelper::cert_name_to_str(plain.x509(), OsslHelper::issuer), "CN=b");
 }
 
-TEST_F(OsslHelperTest, OneIsTheSubjectAndEveryOtherValueTheIssuer) {
+TEST_F(OsslHelperTest, OneSelectsTheSubjectAndEveryOtherValueTheIssuer) {
     EXPECT_EQ(OsslHelper::cert_name_to_str(plain.x509(), 1), "CN=a");
     for (const int which : {0, 2, 3, -1, 255})
         EXPECT_EQ(OsslHelper::cert_name_to_str(plain.x509(), which), "CN=b") << which;
 }
 
-TEST_F(OsslHelperTest, NameWithoutPartsIsEmpty) {
+TEST_F(OsslHelperTest, NameWithoutAttributesIsEmpty) {
     const OsslCert cert(unit_cert("no_names"));
     EXPECT_EQ(OsslHelper::cert_name_to_str(cert.x509(), OsslHelper::subject), "");
     EXPECT_EQ(OsslHelper::cert_name_to_str(cert.x509(), OsslHelper::issuer), "");
 }
 
-TEST_F(OsslHelperTest, NameOfSeveralPartsIsWhatOpensslMakesOfIt) {
+TEST_F(OsslHelperTest, NameOfSeveralAttributesIsFormattedByOpenssl) {
     const OsslCert cert(unit_cert("long_names"));
     const std::string name = OsslHelper::cert_name_to_str(cert.x509(), OsslHelper::subject);
     EXPECT_TRUE(name.starts_with("C=DE, O=M\\xC3\\xBCller, S\\xC3\\xB6hne ")) << name;
     EXPECT_NE(name.find(", OU='quoted', CN=a"), std::string::npos) << name;
 }
 
-TEST_F(OsslHelperTest, OpensslIsAskedForTheCompatibleFormWithIndentTwo) {
+TEST_F(OsslHelperTest, NameIsPrintedInTheCompatibleFormatWithIndentTwo) {
     const OsslCalls calls;
     OsslHelper::cert_name_to_str(plain.x509(), OsslHelper::subject);
     EXPECT_EQ(calls.name_print_indent, 2);
@@ -69,7 +69,7 @@ TEST_F(OsslHelperTest, NullCertificateThrows) {
                   "(bad_argument)");
 }
 
-TEST_F(OsslHelperTest, FailedPrintThrowsItsResult) {
+TEST_F(OsslHelperTest, FailedPrintThrowsTheResult) {
     for (const int result : {0, -1, 2}) {
         OsslCalls calls;
         calls.name_print_result = result;
@@ -81,7 +81,7 @@ TEST_F(OsslHelperTest, FailedPrintThrowsItsResult) {
     }
 }
 
-TEST_F(OsslHelperTest, FailedPrintTellsWhatStandsOnTheErrorQueue) {
+TEST_F(OsslHelperTest, FailedPrintReportsTheErrorQueue) {
     OsslCalls calls;
     calls.name_print_result = 0;
     ERR_raise(ERR_LIB_USER, 1);
@@ -91,7 +91,7 @@ TEST_F(OsslHelperTest, FailedPrintTellsWhatStandsOnTheErrorQueue) {
     EXPECT_EQ(::ERR_peek_error(), 0UL);
 }
 
-TEST_F(OsslHelperTest, RefusedMemoryBioIsAFailedPrint) {
+TEST_F(OsslHelperTest, FailureToCreateTheMemoryBioIsReportedAsAFailedPrint) {
     OsslCalls calls;
     calls.is_bio_refused = true;
     const std::string text =

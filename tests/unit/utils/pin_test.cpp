@@ -27,13 +27,13 @@ concept Streamable = requires(std::ostream& out, const T& value) {
 };
 static_assert(Streamable<int> && !Streamable<Pin>);
 
-TEST(PinTest, DefaultIsEmpty) {
+TEST(PinTest, DefaultPinIsEmpty) {
     const Pin pin;
     EXPECT_TRUE(pin.is_empty());
     EXPECT_STREQ(pin.c_str(), "");
 }
 
-TEST(PinTest, NullIsEmpty) {
+TEST(PinTest, NullPinIsEmpty) {
     const Pin pin(nullptr);
     EXPECT_TRUE(pin.is_empty());
     EXPECT_STREQ(pin.c_str(), "");
@@ -45,7 +45,7 @@ TEST(PinTest, EmptyTextIsEmpty) {
     EXPECT_STREQ(pin.c_str(), "");
 }
 
-TEST(PinTest, KeepsItsOwnCopyOfTheCharacters) {
+TEST(PinTest, CopiesTheCharacters) {
     std::string given = "canary-4711";
     const Pin pin(given.c_str());
     given.assign(given.size(), '#');
@@ -59,7 +59,7 @@ TEST(PinTest, EveryByteIsKept) {
     EXPECT_EQ(Pin(long_pin.c_str()).c_str(), long_pin);
 }
 
-TEST(PinTest, DestructionOverwritesBeforeTheMemoryIsFreed) {
+TEST(PinTest, DestructorOverwritesThePinBeforeTheMemoryIsFreed) {
     auto pin = std::make_unique<Pin>("canary-4711");
     const FreedMemory freed(pin->c_str(), 11);
     EXPECT_EQ(freed.content(), std::nullopt);
@@ -67,7 +67,7 @@ TEST(PinTest, DestructionOverwritesBeforeTheMemoryIsFreed) {
     EXPECT_EQ(freed.content(), "xxxxxxxxxxx");
 }
 
-TEST(PinTest, ClearOverwritesBeforeTheMemoryIsFreed) {
+TEST(PinTest, ClearOverwritesThePinBeforeTheMemoryIsFreed) {
     Pin pin("canary-4711");
     const FreedMemory freed(pin.c_str(), 11);
     pin.clear();
@@ -76,28 +76,28 @@ TEST(PinTest, ClearOverwritesBeforeTheMemoryIsFreed) {
     EXPECT_STREQ(pin.c_str(), "");
 }
 
-TEST(PinTest, LongPinIsOverwrittenToItsLastCharacter) {
+TEST(PinTest, LongPinIsOverwrittenCompletely) {
     auto pin = std::make_unique<Pin>(std::string(250, '7').c_str());
     const FreedMemory freed(pin->c_str(), 250);
     pin.reset();
     EXPECT_EQ(freed.content(), std::string(250, 'x'));
 }
 
-TEST(PinTest, ClearedTwiceIsEmpty) {
+TEST(PinTest, PinClearedTwiceIsEmpty) {
     Pin pin("1234");
     pin.clear();
     pin.clear();
     EXPECT_TRUE(pin.is_empty());
 }
 
-TEST(PinTest, ClearedPinTakesANewOne) {
+TEST(PinTest, ClearedPinCanBeAssignedAgain) {
     Pin pin("1234");
     pin.clear();
     pin = Pin("5678");
     EXPECT_STREQ(pin.c_str(), "5678");
 }
 
-TEST(PinTest, MoveHandsTheCharactersOverWithoutACopy) {
+TEST(PinTest, MoveTransfersTheCharactersWithoutACopy) {
     Pin from("canary-4711");
     const char* characters = from.c_str();
     const FreedMemory freed(characters, 11);
@@ -109,7 +109,7 @@ TEST(PinTest, MoveHandsTheCharactersOverWithoutACopy) {
     EXPECT_EQ(freed.content(), std::nullopt);
 }
 
-TEST(PinTest, AssignmentOverwritesTheFormerPin) {
+TEST(PinTest, AssignmentOverwritesTheEarlierPin) {
     Pin pin("canary-4711");
     const FreedMemory freed(pin.c_str(), 11);
     pin = Pin("5678");
@@ -125,7 +125,7 @@ TEST(PinTest, AssignmentLeavesTheSourceEmpty) {
     EXPECT_STREQ(from.c_str(), "");
 }
 
-TEST(PinTest, AssignedEmptyPinForgetsTheFormer) {
+TEST(PinTest, AssignedEmptyPinOverwritesTheEarlierPin) {
     Pin pin("canary-4711");
     const FreedMemory freed(pin.c_str(), 11);
     pin = Pin();
@@ -133,7 +133,7 @@ TEST(PinTest, AssignedEmptyPinForgetsTheFormer) {
     EXPECT_TRUE(pin.is_empty());
 }
 
-TEST(PinTest, AssignedToItselfKeepsThePin) {
+TEST(PinTest, SelfAssignmentKeepsThePin) {
     Pin pin("1234");
     Pin& same = pin;
     pin = std::move(same);
@@ -147,7 +147,7 @@ TEST(OverwriteTest, ReplacesExactlyTheCharacters) {
     EXPECT_EQ(std::string(characters.data(), characters.size()), "axxxxf");
 }
 
-TEST(OverwriteTest, NothingAtNullIsAllowed) { overwrite(nullptr, 0); }
+TEST(OverwriteTest, NullPointerWithLengthZeroIsAllowed) { overwrite(nullptr, 0); }
 
 } // namespace
 } // namespace Kes

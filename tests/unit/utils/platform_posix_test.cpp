@@ -12,7 +12,7 @@ namespace {
 using test::EnvVar;
 using test::FixedClock;
 
-TEST(LocalTimePosixTest, IsNow) {
+TEST(LocalTimePosixTest, IsTheCurrentTime) {
     const std::time_t before = std::time(nullptr);
     const LocalTime now = local_time();
     const std::time_t after = std::time(nullptr);
@@ -31,7 +31,7 @@ TEST(LocalTimePosixTest, IsNow) {
     EXPECT_LE(now.millisecond, 999);
 }
 
-TEST(LocalTimePosixTest, IsThatOfTheTimeZone) {
+TEST(LocalTimePosixTest, IsInTheTimeZone) {
     const FixedClock clock(1709629622, 999999); // 2024-03-05 09:07:02 UTC
     const EnvVar zone("TZ", "KES-05:30");
     ::tzset();
@@ -42,17 +42,17 @@ TEST(LocalTimePosixTest, IsThatOfTheTimeZone) {
     EXPECT_EQ(now.millisecond, 999);
 }
 
-TEST(EnvValuePosixTest, NamesDifferByCase) {
+TEST(EnvValuePosixTest, NamesAreCaseSensitive) {
     const EnvVar variable("KES_PLATFORM_TEST", "value");
     EXPECT_EQ(env_value("kes_platform_test"), "");
 }
 
-TEST(SystemMessagePosixTest, ThereIsNoneOutsideWindows) {
+TEST(SystemMessagePosixTest, NoMessageExistsOutsideWindows) {
     EXPECT_EQ(system_message(2, 1033), std::nullopt);
     EXPECT_EQ(system_message(2, 0), std::nullopt);
 }
 
-TEST(SystemMessagePosixTest, NumbersOfWindowsAreUnknownElsewhere) {
+TEST(SystemMessagePosixTest, WindowsErrorsAreUnknownOutsideWindows) {
     EXPECT_EQ(WinErrorCode(2).to_string(), "val=2 [0x2] (unknown winerror)");
 }
 

@@ -22,9 +22,9 @@ TEST(LocalTimeTest, MonthAndDayCountFromOne) {
     EXPECT_EQ(now.hour, 0);
 }
 
-TEST(ThreadIdTest, IsTheSystemsNumber) { EXPECT_EQ(thread_id(), system_thread_id()); }
+TEST(ThreadIdTest, IsTheNumberOfTheSystem) { EXPECT_EQ(thread_id(), system_thread_id()); }
 
-TEST(ThreadIdTest, DiffersFromThreadToThread) {
+TEST(ThreadIdTest, DiffersBetweenThreads) {
     const unsigned long mine = thread_id();
     unsigned long other = 0;
     unsigned long others_own = 0;
@@ -37,7 +37,7 @@ TEST(ThreadIdTest, DiffersFromThreadToThread) {
     EXPECT_EQ(thread_id(), mine);
 }
 
-TEST(EnvValueTest, GivesTheValueOrNothing) {
+TEST(EnvValueTest, ReturnsTheValueOrAnEmptyText) {
     {
         const EnvVar variable("KES_PLATFORM_TEST", "value");
         EXPECT_EQ(env_value("KES_PLATFORM_TEST"), "value");
@@ -45,7 +45,7 @@ TEST(EnvValueTest, GivesTheValueOrNothing) {
     EXPECT_EQ(env_value("KES_PLATFORM_TEST"), "");
 }
 
-TEST(EnvValueTest, AnEmptyVariableGivesNothing) {
+TEST(EnvValueTest, EmptyVariableReturnsAnEmptyText) {
     const EnvVar variable("KES_PLATFORM_TEST", "");
     EXPECT_EQ(env_value("KES_PLATFORM_TEST"), "");
 }

@@ -90,7 +90,7 @@ TEST_F(FileWinTest, BannerAndLinesOfAnAppendedLogEndWithCrLf) {
                   tid + ": one\r\n");
 }
 
-TEST_F(FileWinTest, LongLinesAreWholeWhereverTheRuntimeDividesThem) {
+TEST_F(FileWinTest, LongLinesAreCompleteWhereverTheRuntimeSplitsThem) {
     logger().register_sink(file(), false);
     std::string text;
     for (int i = 0; i < 20000; ++i)
@@ -103,13 +103,13 @@ TEST_F(FileWinTest, LongLinesAreWholeWhereverTheRuntimeDividesThem) {
     EXPECT_EQ(written.substr(written.find(": ") + 2), expected + "\r\n");
 }
 
-TEST_F(FileWinTest, AFileOfBytesIsNotChanged) {
+TEST_F(FileWinTest, BinaryFileIsWrittenUnchanged) {
     const std::string bytes("\n\r\n\x1a\0\n\n\xff", 8);
     Helper::write_file(file("out.bin"), {bytes.begin(), bytes.end()});
     EXPECT_EQ(read_file(file("out.bin")), bytes);
 }
 
-TEST_F(FileWinTest, OthersMayReadAndWriteTheOpenLog) {
+TEST_F(FileWinTest, OtherProgramsCanReadAndWriteTheOpenLog) {
     for (const bool append : {false, true}) {
         logger().register_sink(file(), append);
         log_info("one");
@@ -123,14 +123,14 @@ TEST_F(FileWinTest, OthersMayReadAndWriteTheOpenLog) {
                               "<info> two"}));
 }
 
-TEST_F(FileWinTest, ALogThatOthersReadAndWriteIsOpened) {
+TEST_F(FileWinTest, LogOpenInAnotherProgramCanBeOpened) {
     const Handle other(file(), GENERIC_READ | GENERIC_WRITE, everything, CREATE_NEW);
     ASSERT_TRUE(other.is_open());
     for (const bool append : {false, true})
         EXPECT_EQ(register_error(file(), append), "no exception");
 }
 
-TEST_F(FileWinTest, AnOpenLogCannotBeTakenAloneOrDeleted) {
+TEST_F(FileWinTest, OpenLogCannotBeOpenedExclusivelyOrDeleted) {
     logger().register_sink(file(), false);
     EXPECT_FALSE(Handle(file(), GENERIC_READ, 0).is_open());
     EXPECT_EQ(::GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
@@ -138,7 +138,7 @@ TEST_F(FileWinTest, AnOpenLogCannotBeTakenAloneOrDeleted) {
     EXPECT_EQ(::GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
 }
 
-TEST_F(FileWinTest, ALogThatSomebodyHasTakenAloneThrowsAndIsLeftAsItWas) {
+TEST_F(FileWinTest, ExclusivelyOpenedLogThrowsAndIsNotChanged) {
     std::ofstream(file()) << "old";
     for (const bool append : {false, true}) {
         const Handle other(file(), GENERIC_READ | GENERIC_WRITE, 0);
@@ -148,14 +148,14 @@ TEST_F(FileWinTest, ALogThatSomebodyHasTakenAloneThrowsAndIsLeftAsItWas) {
     EXPECT_EQ(read_file(file()), "old");
 }
 
-TEST_F(FileWinTest, ALogInAMissingFolderOrNamedAsAFolderThrows) {
+TEST_F(FileWinTest, LogWithAnUnusableNameThrows) {
     std::filesystem::create_directory(file("folder"));
     for (const std::string& name : {file("missing\\log"), file("folder"), file("what?"), file("a|b")})
         for (const bool append : {false, true})
             EXPECT_EQ(register_error(name, append), refused(name));
 }
 
-TEST_F(FileWinTest, AFileOfBytesThatSomebodyHasTakenAloneThrowsAndIsLeftAsItWas) {
+TEST_F(FileWinTest, ExclusivelyOpenedBinaryFileThrowsAndIsNotChanged) {
     const std::string name = file("out.bin");
     std::ofstream(name) << "old";
     {
@@ -167,7 +167,7 @@ TEST_F(FileWinTest, AFileOfBytesThatSomebodyHasTakenAloneThrowsAndIsLeftAsItWas)
     EXPECT_EQ(read_file(name), "old");
 }
 
-TEST_F(FileWinTest, NamesAreInTheCodePageOfTheSystem) {
+TEST_F(FileWinTest, FileNamesAreInTheCodePageOfTheSystem) {
     std::array<char, 8> name{};
     BOOL is_replaced = FALSE;
     // "Key" in French and a sign, or what the code page has of it.

@@ -42,7 +42,7 @@ std::uint64_t ticks(const SYSTEMTIME& time) {
 
 WORD word(int number) { return static_cast<WORD>(number); }
 
-TEST(LocalTimeWinTest, IsNow) {
+TEST(LocalTimeWinTest, IsTheCurrentTime) {
     SYSTEMTIME before{};
     SYSTEMTIME after{};
     ::GetLocalTime(&before);
@@ -55,7 +55,7 @@ TEST(LocalTimeWinTest, IsNow) {
     EXPECT_LE(ticks(time), ticks(after));
 }
 
-TEST(ThreadIdWinTest, IsTheOneOfTheSystemInEveryThread) {
+TEST(ThreadIdWinTest, IsTheNumberOfTheSystemInEveryThread) {
     EXPECT_EQ(thread_id(), ::GetCurrentThreadId());
     std::thread([] { EXPECT_EQ(thread_id(), ::GetCurrentThreadId()); }).join();
 }
@@ -71,7 +71,7 @@ protected:
     static constexpr const char* name = "KES_PLATFORM_TEST";
 };
 
-TEST_F(EnvValueWinTest, WhatTheRuntimeSetsIsSeenByBoth) {
+TEST_F(EnvValueWinTest, VariableSetByTheRuntimeIsVisibleToBoth) {
     ASSERT_EQ(::_putenv("KES_PLATFORM_TEST=value"), 0);
     EXPECT_EQ(env_value(name), "value");
     char value[16] = "";
@@ -79,13 +79,13 @@ TEST_F(EnvValueWinTest, WhatTheRuntimeSetsIsSeenByBoth) {
     EXPECT_STREQ(value, "value");
 }
 
-TEST_F(EnvValueWinTest, WhatTheRuntimeUnsetsIsGone) {
+TEST_F(EnvValueWinTest, VariableUnsetByTheRuntimeIsRemoved) {
     ASSERT_EQ(::_putenv("KES_PLATFORM_TEST=value"), 0);
     ASSERT_EQ(::_putenv("KES_PLATFORM_TEST="), 0);
     EXPECT_EQ(env_value(name), "");
 }
 
-TEST_F(EnvValueWinTest, WhatIsSetInTheSystemsEnvironmentAloneIsNotSeen) {
+TEST_F(EnvValueWinTest, VariableSetOnlyInTheSystemEnvironmentIsIgnored) {
     ASSERT_TRUE(::SetEnvironmentVariableA(name, "value"));
     EXPECT_EQ(env_value(name), "");
     ASSERT_EQ(::_putenv("KES_PLATFORM_TEST=first"), 0);
@@ -93,12 +93,12 @@ TEST_F(EnvValueWinTest, WhatIsSetInTheSystemsEnvironmentAloneIsNotSeen) {
     EXPECT_EQ(env_value(name), "first");
 }
 
-TEST_F(EnvValueWinTest, NamesDoNotDifferByCase) {
+TEST_F(EnvValueWinTest, NamesAreNotCaseSensitive) {
     ASSERT_EQ(::_putenv("KES_PLATFORM_TEST=value"), 0);
     EXPECT_EQ(env_value("kes_platform_Test"), "value");
 }
 
-TEST(SystemMessageWinTest, IsTheSystemsTextInBothLanguages) {
+TEST(SystemMessageWinTest, IsTheTextOfTheSystemInBothLanguages) {
     for (const unsigned long error : {2UL, 5UL, 126UL, 259UL})
         for (const unsigned long language : {english, system_default}) {
             const std::string text = text_of_system(error, language);
@@ -107,14 +107,14 @@ TEST(SystemMessageWinTest, IsTheSystemsTextInBothLanguages) {
         }
 }
 
-TEST(SystemMessageWinTest, NumbersWithoutATextHaveNone) {
+TEST(SystemMessageWinTest, NumberWithoutATextHasNoMessage) {
     for (const unsigned long language : {english, system_default}) {
         ASSERT_EQ(text_of_system(number_without_text, language), "");
         EXPECT_EQ(system_message(number_without_text, language), std::nullopt);
     }
 }
 
-TEST(SystemMessageWinTest, IsAskedForWithoutInsertsOfOurs) {
+TEST(SystemMessageWinTest, IsRequestedWithoutInserts) {
     const MessageCalls calls;
     system_message(2, english);
     system_message(5, system_default);
@@ -122,7 +122,7 @@ TEST(SystemMessageWinTest, IsAskedForWithoutInsertsOfOurs) {
                                                                     {0x1100, nullptr, 5, 0, 0, nullptr}}));
 }
 
-TEST(SystemMessageWinTest, GivesTheSystemsMemoryBack) {
+TEST(SystemMessageWinTest, FreesTheMemoryOfTheSystem) {
     const MessageCalls calls;
     system_message(2, english);
     system_message(5, system_default);
@@ -131,7 +131,7 @@ TEST(SystemMessageWinTest, GivesTheSystemsMemoryBack) {
     EXPECT_EQ(calls.freed, calls.given);
 }
 
-TEST(WinErrorCodeWinTest, TextIsTheSystemsOnOneLine) {
+TEST(WinErrorCodeWinTest, TextIsTheSystemTextOnOneLine) {
     const std::string text = text_of_system(2, english);
     ASSERT_TRUE(text.ends_with("\r\n"));
     EXPECT_EQ(WinErrorCode(2).to_string(), "val=2 [0x2] (" + without_line_ends(text) + ")");
@@ -146,7 +146,7 @@ TEST(WinErrorCodeWinTest, NumbersOfCryptoApiAreUnsigned) {
               "val=2148073494 [0x80090016] (" + without_line_ends(text) + ")");
 }
 
-TEST(WinErrorCodeWinTest, NumberWithoutATextIsUnknownAfterTwoQuestions) {
+TEST(WinErrorCodeWinTest, NumberWithoutATextIsUnknownAfterTwoQueries) {
     const MessageCalls calls;
     EXPECT_EQ(WinErrorCode(number_without_text).to_string(), "val=805306367 [0x2fffffff] (unknown winerror)");
     ASSERT_EQ(calls.questions.size(), 2U);
@@ -155,7 +155,7 @@ TEST(WinErrorCodeWinTest, NumberWithoutATextIsUnknownAfterTwoQuestions) {
     EXPECT_EQ(calls.freed.size(), 0U);
 }
 
-TEST(WinErrorCodeWinTest, ErrorOfAFailedCallEndsWithTheSystemsText) {
+TEST(WinErrorCodeWinTest, ErrorOfAFailedCallEndsWithTheSystemText) {
     ASSERT_EQ(::GetFileAttributesA("no such file here"), INVALID_FILE_ATTRIBUTES);
     const WinErrorCode code(::GetLastError());
     EXPECT_STREQ(WinError(code, "GetFileAttributesA() failed", "file:1 f()").what(),

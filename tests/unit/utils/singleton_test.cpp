@@ -49,7 +49,7 @@ protected:
     ~SingletonTest() override { Counter::destroy_instance(); }
 };
 
-TEST_F(SingletonTest, IsMadeOnFirstUseOnly) {
+TEST_F(SingletonTest, IsCreatedOnFirstUse) {
     EXPECT_FALSE(Counter::exists());
     EXPECT_EQ(Counter::made, 0);
     Counter::instance().value = 5;
@@ -58,13 +58,13 @@ TEST_F(SingletonTest, IsMadeOnFirstUseOnly) {
     EXPECT_EQ(Counter::made, 1);
 }
 
-TEST_F(SingletonTest, AskingWhetherItExistsMakesNone) {
+TEST_F(SingletonTest, ExistsDoesNotCreateAnInstance) {
     EXPECT_FALSE(Counter::exists());
     EXPECT_FALSE(Counter::exists());
     EXPECT_EQ(Counter::made, 0);
 }
 
-TEST_F(SingletonTest, DestroyedInstanceIsForgotten) {
+TEST_F(SingletonTest, DestroyedInstanceIsReplacedOnNextUse) {
     Counter::instance().value = 5;
     Counter::destroy_instance();
     EXPECT_FALSE(Counter::exists());
@@ -73,7 +73,7 @@ TEST_F(SingletonTest, DestroyedInstanceIsForgotten) {
     EXPECT_EQ(Counter::made, 2);
 }
 
-TEST_F(SingletonTest, DestroyingNoneDoesNothing) {
+TEST_F(SingletonTest, DestroyingWithoutAnInstanceDoesNothing) {
     Counter::destroy_instance();
     EXPECT_EQ(Counter::ended, 0);
     EXPECT_FALSE(Counter::exists());
@@ -89,7 +89,7 @@ TEST_F(SingletonTest, FailedConstructionStoresNothing) {
     Refusing::destroy_instance();
 }
 
-TEST_F(SingletonTest, DestructorThatAsksForTheInstanceMeetsItself) {
+TEST_F(SingletonTest, DestructorThatRequestsTheInstanceGetsItself) {
     const AsksForItself* instance = &AsksForItself::instance();
     AsksForItself::destroy_instance();
     EXPECT_EQ(AsksForItself::met, instance);

@@ -30,7 +30,7 @@ TEST_F(UniqueHandleTest, CannotBeCopiedOrMoved) {
     EXPECT_EQ(sizeof(Number), sizeof(int));
 }
 
-TEST_F(UniqueHandleTest, AnEmptyOneIsFalseAndClosesNothing) {
+TEST_F(UniqueHandleTest, EmptyHandleIsFalseAndClosesNothing) {
     {
         const Number handle;
         EXPECT_FALSE(handle);
@@ -39,7 +39,7 @@ TEST_F(UniqueHandleTest, AnEmptyOneIsFalseAndClosesNothing) {
     EXPECT_EQ(closed, Closed());
 }
 
-TEST_F(UniqueHandleTest, ClosesWhatItHoldsOnceAtItsEnd) {
+TEST_F(UniqueHandleTest, ClosesItsHandleOnceOnDestruction) {
     {
         const Number handle(7);
         EXPECT_TRUE(handle);
@@ -49,7 +49,7 @@ TEST_F(UniqueHandleTest, ClosesWhatItHoldsOnceAtItsEnd) {
     EXPECT_EQ(closed, Closed{7});
 }
 
-TEST_F(UniqueHandleTest, WhatWasGivenAwayIsNotClosed) {
+TEST_F(UniqueHandleTest, ReleasedHandleIsNotClosed) {
     {
         Number handle(7);
         EXPECT_EQ(handle.release(), 7);
@@ -59,7 +59,7 @@ TEST_F(UniqueHandleTest, WhatWasGivenAwayIsNotClosed) {
     EXPECT_EQ(closed, Closed());
 }
 
-TEST_F(UniqueHandleTest, ResetClosesTheOneBeforeAndHoldsTheNew) {
+TEST_F(UniqueHandleTest, ResetClosesTheEarlierHandleAndOwnsTheNewOne) {
     {
         Number handle(7);
         handle.reset(8);
@@ -73,7 +73,7 @@ TEST_F(UniqueHandleTest, ResetClosesTheOneBeforeAndHoldsTheNew) {
     EXPECT_EQ(closed, (Closed{7, 8}));
 }
 
-TEST_F(UniqueHandleTest, ThePlaceForAnOutParameterIsEmptyAndWhatIsPutThereIsOwned) {
+TEST_F(UniqueHandleTest, PutClosesTheHandleAndOwnsTheOneWrittenToIt) {
     {
         Number handle(7);
         int* place = handle.put();
@@ -90,7 +90,7 @@ struct PointerTraits {
     static void close(void*) noexcept { closed.push_back(1); }
 };
 
-TEST_F(UniqueHandleTest, APointerThatIsNullIsNoHandle) {
+TEST_F(UniqueHandleTest, NullPointerIsNotAHandle) {
     int object = 0;
     {
         UniqueHandle<PointerTraits> handle(nullptr);
