@@ -40,7 +40,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(OsslEngineTest, WithoutTheDynamicEngineThereIsNothingToFree) {
+TEST_F(OsslEngineTest, NothingIsFreedWithoutTheDynamicEngine) {
     script().fail_function("ENGINE_by_id");
     EXPECT_EQ(
         error_text([] { PlainEngine(); }),
@@ -57,7 +57,7 @@ TEST_F(OsslEngineTest, UnloadsInOrderAndFreesLast) {
     EXPECT_EQ(log.lines(), Lines{"<info> unloading engine: id=pkcs11"});
 }
 
-TEST_F(OsslEngineTest, FailuresWhileUnloadingAreWarnedOfAndDoNotStopIt) {
+TEST_F(OsslEngineTest, FailuresDuringUnloadAreLoggedAsWarningsAndDoNotStopIt) {
     {
         const PlainEngine plain;
         script().take_calls();
@@ -70,7 +70,7 @@ TEST_F(OsslEngineTest, FailuresWhileUnloadingAreWarnedOfAndDoNotStopIt) {
                      "<warn> ENGINE_finish() returned error"}));
 }
 
-TEST_F(OsslEngineTest, ReadsAPrivateKeyByItsName) {
+TEST_F(OsslEngineTest, ReadsAPrivateKeyByName) {
     PlainEngine plain;
     const EvpPkeyPtr key = plain.read_private_key("my key");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
@@ -78,7 +78,7 @@ TEST_F(OsslEngineTest, ReadsAPrivateKeyByItsName) {
     EXPECT_EQ(log.lines(), Lines{"<info> read private key: my key"});
 }
 
-TEST_F(OsslEngineTest, APrivateKeyThatIsNotThereIsAnError) {
+TEST_F(OsslEngineTest, MissingPrivateKeyThrows) {
     PlainEngine plain;
     script().fail_function("ENGINE_load_private_key");
     EXPECT_EQ(error_text([&] { plain.read_private_key("my key"); }),
@@ -86,7 +86,7 @@ TEST_F(OsslEngineTest, APrivateKeyThatIsNotThereIsAnError) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(OsslEngineTest, TheErrorQueueStandsInTheErrorTextAndIsEmptyAfterwards) {
+TEST_F(OsslEngineTest, ErrorTextContainsTheErrorQueueAndEmptiesIt) {
     PlainEngine plain;
     script().fail_function("ENGINE_load_private_key", {.queue_text = "no such key"});
     EXPECT_EQ(without_thread(error_text([&] { plain.read_private_key("my key"); })),
@@ -97,7 +97,7 @@ TEST_F(OsslEngineTest, TheErrorQueueStandsInTheErrorTextAndIsEmptyAfterwards) {
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0");
 }
 
-TEST_F(OsslEngineTest, ReadsAPublicKeyByItsName) {
+TEST_F(OsslEngineTest, ReadsAPublicKeyByName) {
     PlainEngine plain;
     const EvpPkeyPtr key = plain.read_public_key("my key");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
@@ -105,14 +105,14 @@ TEST_F(OsslEngineTest, ReadsAPublicKeyByItsName) {
     EXPECT_EQ(log.lines(), Lines{"<info> read public key: my key"});
 }
 
-TEST_F(OsslEngineTest, APublicKeyThatIsNotThereIsAnError) {
+TEST_F(OsslEngineTest, MissingPublicKeyThrows) {
     PlainEngine plain;
     script().fail_function("ENGINE_load_public_key");
     EXPECT_EQ(error_text([&] { plain.read_public_key("my key"); }),
               "ossl_engine:100 Kes::OsslEngine::read_public_key(): ENGINE_load_public_key() failed: rc=0");
 }
 
-TEST_F(OsslEngineTest, AnEngineWithoutPublicKeysIsNotAsked) {
+TEST_F(OsslEngineTest, EngineWithoutPublicKeysIsNotCalled) {
     PlainEngine plain(false);
     script().take_calls();
     EXPECT_EQ(error_text([&] { plain.read_public_key("my key"); }),
@@ -121,7 +121,7 @@ TEST_F(OsslEngineTest, AnEngineWithoutPublicKeysIsNotAsked) {
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(OsslEngineTest, TheBaseReadsNoCertificates) {
+TEST_F(OsslEngineTest, BaseClassDoesNotReadCertificates) {
     PlainEngine plain;
     const std::string text = "ossl_engine:130 Kes::OsslEngine::read_certificate(): engine function not "
                              "supported: val=4 (unsupported)";
@@ -129,7 +129,7 @@ TEST_F(OsslEngineTest, TheBaseReadsNoCertificates) {
     EXPECT_EQ(error_text([&] { plain.read_public_key_by_certificate("my cert"); }), text);
 }
 
-TEST_F(OsslEngineTest, TheBaseIgnoresKeyTypeAndPin) {
+TEST_F(OsslEngineTest, BaseClassIgnoresKeyTypeAndPin) {
     PlainEngine plain;
     script().take_calls();
     plain.set_key_type(1);
@@ -138,7 +138,7 @@ TEST_F(OsslEngineTest, TheBaseIgnoresKeyTypeAndPin) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(OsslEngineTest, APublicKeyOutOfACertificateFreesTheCertificateAtOnce) {
+TEST_F(OsslEngineTest, ReadingAPublicKeyFromACertificateFreesTheCertificate) {
     CertEngine certs;
     script().take_calls();
     const EvpPkeyPtr key = certs.read_public_key_by_certificate("my cert");
@@ -147,7 +147,7 @@ TEST_F(OsslEngineTest, APublicKeyOutOfACertificateFreesTheCertificateAtOnce) {
     EXPECT_EQ(log.lines(), Lines{"<info> read public key from certificate: my cert"});
 }
 
-TEST_F(OsslEngineTest, ACertificateWithoutAKeyIsFreedToo) {
+TEST_F(OsslEngineTest, CertificateWithoutAKeyIsFreed) {
     CertEngine certs;
     certs.has_key = false;
     script().take_calls();
@@ -160,7 +160,7 @@ TEST_F(OsslEngineTest, ACertificateWithoutAKeyIsFreedToo) {
     ::ERR_clear_error(); // OpenSSL's own reason, which this error does not show
 }
 
-TEST_F(OsslEngineTest, FreeingLogsWhatWasFreedAndNothingForNull) {
+TEST_F(OsslEngineTest, FreeingLogsTheObjectAndNothingForNull) {
     OsslEngine::free_certificate(nullptr);
     OsslEngine::free_key(nullptr);
     EXPECT_EQ(log.lines(), Lines());

@@ -56,7 +56,7 @@ private:
     std::vector<std::unique_ptr<EnvVar>> clean_;
 };
 
-TEST_F(OsslScardCfgEnvTest, WithoutVariablesNothingChangesAndNothingIsLogged) {
+TEST_F(OsslScardCfgEnvTest, NothingChangesAndNothingIsLoggedWithoutVariables) {
     const LogCapture log;
     const std::string before = dump(*cfg);
     cfg->load_from_env(prefix);
@@ -75,7 +75,7 @@ TEST_F(OsslScardCfgEnvTest, EmptyVariablesChangeNothing) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(OsslScardCfgEnvTest, AllSeventeenAreAppliedAndLoggedInOrder) {
+TEST_F(OsslScardCfgEnvTest, AllSeventeenVariablesAreAppliedAndLoggedInOrder) {
     const char* const values[] = {"pkcs11", "a b",   "csp", "1",    "p11engine", "p11module",
                                   "engine", "store", "key", "cert", "1",         "0x80",
                                   "2",      "1.2.3", "log", "63",   "1"};
@@ -116,7 +116,7 @@ TEST_F(OsslScardCfgEnvTest, AllSeventeenAreAppliedAndLoggedInOrder) {
                           "  logfile_append=true\n");
 }
 
-TEST_F(OsslScardCfgEnvTest, BackEndsAreMatchedExactly) {
+TEST_F(OsslScardCfgEnvTest, BackEndNamesAreMatchedExactly) {
     const struct {
         const char* text;
         unsigned int value;
@@ -130,7 +130,7 @@ TEST_F(OsslScardCfgEnvTest, BackEndsAreMatchedExactly) {
     }
 }
 
-TEST_F(OsslScardCfgEnvTest, NumbersAreReadInAnyBaseAndGarbageIsZero) {
+TEST_F(OsslScardCfgEnvTest, NumbersAreReadInAnyBaseAndInvalidTextIsZero) {
     const struct {
         const char* text;
         unsigned int value;
@@ -171,7 +171,7 @@ TEST_F(OsslScardCfgEnvTest, NumbersAreReadInAnyBaseAndGarbageIsZero) {
     }
 }
 
-TEST_F(OsslScardCfgEnvTest, NegativeNumbersWrapAsTheyDoOn32Bits) {
+TEST_F(OsslScardCfgEnvTest, NegativeNumbersWrapAround32Bits) {
     const struct {
         const char* text;
         unsigned int value;
@@ -193,7 +193,7 @@ TEST_F(OsslScardCfgEnvTest, NegativeNumbersWrapAsTheyDoOn32Bits) {
     EXPECT_TRUE(cfg->get_logfile_append());
 }
 
-TEST_F(OsslScardCfgEnvTest, NumbersAreLoggedByTheirNames) {
+TEST_F(OsslScardCfgEnvTest, NumbersAreLoggedByName) {
     const struct {
         const char* key;
         const char* text;
@@ -218,14 +218,14 @@ TEST_F(OsslScardCfgEnvTest, NumbersAreLoggedByTheirNames) {
         EXPECT_EQ(load(row.key, row.text), Lines{std::string("<debug> env: ") + row.line});
 }
 
-TEST_F(OsslScardCfgEnvTest, AppendingIsTurnedOffToo) {
+TEST_F(OsslScardCfgEnvTest, AppendingCanBeTurnedOff) {
     const EnvVar variable(std::string(prefix) + "logfile_append", "0");
     cfg->enable_logfile_append();
     cfg->load_from_env(prefix);
     EXPECT_FALSE(cfg->get_logfile_append());
 }
 
-TEST_F(OsslScardCfgEnvTest, TextsAreTakenAsTheyAre) {
+TEST_F(OsslScardCfgEnvTest, TextsAreStoredUnchanged) {
     const std::string values[] = {" ", "\xff\xfe no UTF-8", "a=b;c%20", std::string(32000, 'v')};
     const struct {
         const char* key;
@@ -249,13 +249,13 @@ TEST_F(OsslScardCfgEnvTest, TextsAreTakenAsTheyAre) {
     }
 }
 
-TEST_F(OsslScardCfgEnvTest, SettingNamesOfTheDumpAreNoKeys) {
+TEST_F(OsslScardCfgEnvTest, SettingNamesOfTheDumpAreNotVariableNames) {
     for (const char* key : {"kuse_filter_type", "kuse_filter", "xkuse_filter_type", "xkuse_nid_filter",
                             "log_severity", "log_append"})
         EXPECT_EQ(load(key, "1"), Lines()) << key;
 }
 
-TEST_F(OsslScardCfgEnvTest, OnlyVariablesWithThePrefixCount) {
+TEST_F(OsslScardCfgEnvTest, OnlyVariablesWithThePrefixAreRead) {
     const EnvVar other("other_cert_name", "mine");
     const LogCapture log;
     cfg->load_from_env(prefix);
@@ -265,7 +265,7 @@ TEST_F(OsslScardCfgEnvTest, OnlyVariablesWithThePrefixCount) {
     EXPECT_EQ(log.lines(), Lines{"<debug> env: cert_name=mine"});
 }
 
-TEST_F(OsslScardCfgEnvTest, ALineThatIsNotLoggedAsksTheConfigurationForNothing) {
+TEST_F(OsslScardCfgEnvTest, SuppressedLinesDoNotReadTheConfiguration) {
     std::vector<std::unique_ptr<EnvVar>> variables;
     for (const char* key : keys)
         variables.push_back(std::make_unique<EnvVar>(std::string(prefix) + key, "1"));
@@ -284,7 +284,7 @@ TEST_F(OsslScardCfgEnvTest, ALineThatIsNotLoggedAsksTheConfigurationForNothing) 
     EXPECT_EQ(logged.num_reads, std::size(keys));
 }
 
-TEST_F(OsslScardCfgEnvTest, NullTextOfAClientsOwnConfigurationIsLoggedAsEmpty) {
+TEST_F(OsslScardCfgEnvTest, NullTextOfAClientConfigurationIsLoggedAsEmpty) {
     ClientCfg client;
     client.has_texts = false;
     const EnvVar variable(std::string(prefix) + "cert_name", "mine");
@@ -293,7 +293,7 @@ TEST_F(OsslScardCfgEnvTest, NullTextOfAClientsOwnConfigurationIsLoggedAsEmpty) {
     EXPECT_EQ(log.lines(), Lines{"<debug> env: cert_name="});
 }
 
-TEST_F(OsslScardCfgEnvTest, LinesAreOfSeverityDebugAlone) {
+TEST_F(OsslScardCfgEnvTest, LinesAreLoggedAtSeverityDebugOnly) {
     const EnvVar variable(std::string(prefix) + "cert_name", "mine");
     const LogCapture log(60);
     cfg->load_from_env(prefix);

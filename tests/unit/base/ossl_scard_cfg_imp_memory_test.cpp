@@ -45,7 +45,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(OsslScardCfgImpMemoryTest, SetterThatCannotStoreItsValueKeepsTheOldOneAndLogsAnError) {
+TEST_F(OsslScardCfgImpMemoryTest, SetterThatCannotStoreItsValueKeepsTheOldValueAndLogsAnError) {
     Lines expected;
     for (const TextSetting& setting : text_settings) {
         (*cfg.*setting.set)(old_value.c_str());
@@ -60,7 +60,7 @@ TEST_F(OsslScardCfgImpMemoryTest, SetterThatCannotStoreItsValueKeepsTheOldOneAnd
     EXPECT_EQ(log.lines(), expected);
 }
 
-TEST_F(OsslScardCfgImpMemoryTest, SetterThrowsForTheLibrarysOwnCalls) {
+TEST_F(OsslScardCfgImpMemoryTest, SetterThrowsWhenTheLibraryItselfCallsIt) {
     const ThrowingSetters throwing_setters;
     for (const TextSetting& setting : text_settings) {
         (*cfg.*setting.set)(old_value.c_str());
@@ -73,7 +73,7 @@ TEST_F(OsslScardCfgImpMemoryTest, SetterThrowsForTheLibrarysOwnCalls) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(OsslScardCfgImpMemoryTest, CloneReturnsNullAndLogsAnError) {
+TEST_F(OsslScardCfgImpMemoryTest, FailedCloneReturnsNullAndLogsAnError) {
     for (const TextSetting& setting : text_settings)
         (*cfg.*setting.set)(old_value.c_str());
     OsslScardCfgPtr copy;
@@ -83,7 +83,7 @@ TEST_F(OsslScardCfgImpMemoryTest, CloneReturnsNullAndLogsAnError) {
     EXPECT_EQ(log.lines(), Lines(failures, "<error> configuration cannot be cloned: std::bad_alloc"));
 }
 
-TEST_F(OsslScardCfgImpMemoryTest, DumpIsCutToWhatCouldBeMadeAndTerminated) {
+TEST_F(OsslScardCfgImpMemoryTest, DumpIsTruncatedAndTerminatedWhenMemoryRunsOut) {
     std::array<char, 4096> whole{};
     cfg->dump_settings(whole.data(), whole.size());
     std::array<char, 4096> cut{};
@@ -101,7 +101,7 @@ TEST_F(OsslScardCfgImpMemoryTest, DumpIsCutToWhatCouldBeMadeAndTerminated) {
     EXPECT_EQ(log.lines(), Lines(failures, "<error> settings dump is cut: std::bad_alloc"));
 }
 
-TEST_F(OsslScardCfgImpMemoryTest, DescriptionIsCutToWhatCouldBeMadeAndTerminated) {
+TEST_F(OsslScardCfgImpMemoryTest, DescriptionIsTruncatedAndTerminatedWhenMemoryRunsOut) {
     std::array<char, 4096> whole{};
     cfg->get_crypto_if_description(OsslScardCfg::capi, whole.data(), whole.size());
     std::array<char, 4096> cut{};
@@ -119,7 +119,7 @@ TEST_F(OsslScardCfgImpMemoryTest, DescriptionIsCutToWhatCouldBeMadeAndTerminated
     EXPECT_EQ(log.lines(), Lines(failures, "<error> description is cut: std::bad_alloc"));
 }
 
-TEST_F(OsslScardCfgImpMemoryTest, EnvironmentValueThatCannotBeStoredFailsTheOperation) {
+TEST_F(OsslScardCfgImpMemoryTest, EnvironmentValueThatCannotBeStoredThrows) {
     const EnvVar variable("ossl_scard_cfg_cert_name", new_value);
     bool has_thrown = false;
     for_each_failing_allocation(

@@ -101,17 +101,17 @@ TEST_F(OsslScardCfgImpTest, StartsWithTheDefaults) {
     EXPECT_EQ(dump(cfg), default_dump);
 }
 
-TEST_F(OsslScardCfgImpTest, StartsWithTheBackEndThatItIsMadeFor) {
+TEST_F(OsslScardCfgImpTest, StartsWithTheBackEndOfTheConstructor) {
     EXPECT_EQ(OsslScardCfgImp(Cfg::pkcs11).get_crypto_if(), Cfg::pkcs11);
 }
 
-TEST_F(OsslScardCfgImpTest, NamesTheProvidersThatItKnows) {
+TEST_F(OsslScardCfgImpTest, DefinesTheNamesOfTheKnownProviders) {
     EXPECT_STREQ(OsslScardCfgImp::csp_base_smart_card, "Microsoft Base Smart Card Crypto Provider");
     EXPECT_STREQ(OsslScardCfgImp::csp_strong, "Microsoft Strong Cryptographic Provider");
     EXPECT_STREQ(OsslScardCfgImp::csp_it_solution, "IT Solution GmbH CSP");
 }
 
-TEST_F(OsslScardCfgImpTest, EachTextIsStoredAsItIsAndInItsOwnSetting) {
+TEST_F(OsslScardCfgImpTest, EachTextIsStoredUnchangedInItsOwnSetting) {
     const std::string values[] = {"plain", " ", "with;signs%\n\t", "\xff\xfe\x80 no UTF-8",
                                   std::string(10000, 'n')};
     for (const TextSetting& row : text_settings) {
@@ -129,7 +129,7 @@ TEST_F(OsslScardCfgImpTest, EachTextIsStoredAsItIsAndInItsOwnSetting) {
     }
 }
 
-TEST_F(OsslScardCfgImpTest, ANullTextIsStoredAsEmpty) {
+TEST_F(OsslScardCfgImpTest, NullTextIsStoredAsEmpty) {
     for (const TextSetting& row : text_settings) {
         (cfg.*row.set)("before");
         (cfg.*row.set)(nullptr);
@@ -138,20 +138,20 @@ TEST_F(OsslScardCfgImpTest, ANullTextIsStoredAsEmpty) {
     }
 }
 
-TEST_F(OsslScardCfgImpTest, ATextStaysValidUntilItsSettingChanges) {
+TEST_F(OsslScardCfgImpTest, TextStaysValidUntilItsSettingChanges) {
     cfg.set_cert_name("the name of a certificate, too long for a short string");
     const char* name = cfg.get_cert_name();
     cfg.set_priv_key_name("something else that is long enough to need memory");
     EXPECT_STREQ(name, "the name of a certificate, too long for a short string");
 }
 
-TEST_F(OsslScardCfgImpTest, ASettingMayBeSetToItself) {
+TEST_F(OsslScardCfgImpTest, SettingCanBeSetToItsOwnValue) {
     cfg.set_cert_name("the name of a certificate, too long for a short string");
     cfg.set_cert_name(cfg.get_cert_name());
     EXPECT_STREQ(cfg.get_cert_name(), "the name of a certificate, too long for a short string");
 }
 
-TEST_F(OsslScardCfgImpTest, EachNumberIsStoredAsItIsAndInItsOwnSetting) {
+TEST_F(OsslScardCfgImpTest, EachNumberIsStoredUnchangedInItsOwnSetting) {
     for (const NumberSetting& row : number_settings) {
         for (const unsigned int value : {0U, 1U, 7U, std::numeric_limits<unsigned int>::max()}) {
             OsslScardCfgImp changed(Cfg::capi);
@@ -174,7 +174,7 @@ TEST_F(OsslScardCfgImpTest, AppendingIsTurnedOnAndOff) {
     EXPECT_FALSE(cfg.get_logfile_append());
 }
 
-TEST_F(OsslScardCfgImpTest, AnUnknownBackEndIsStoredAndNamedUnknown) {
+TEST_F(OsslScardCfgImpTest, UnknownBackEndIsStoredAndShownAsUnknown) {
     const struct {
         unsigned int value;
         const char* name;
@@ -187,7 +187,7 @@ TEST_F(OsslScardCfgImpTest, AnUnknownBackEndIsStoredAndNamedUnknown) {
     }
 }
 
-TEST_F(OsslScardCfgImpTest, TheDumpRendersEachNumberByItsNames) {
+TEST_F(OsslScardCfgImpTest, DumpShowsNumbersByName) {
     const struct {
         const char* label;
         void (Cfg::*set)(unsigned int);
@@ -242,7 +242,7 @@ void expect_cut(const std::function<char*(char*, size_t)>& operation, const std:
     EXPECT_EQ(untouched, '#');
 }
 
-TEST_F(OsslScardCfgImpTest, TextsAreCutToTheBufferAndAlwaysTerminated) {
+TEST_F(OsslScardCfgImpTest, TextsAreTruncatedToTheBufferAndAlwaysTerminated) {
     expect_cut([&](char* buffer, size_t size) { return cfg.dump_settings(buffer, size); }, default_dump);
     expect_cut([&](char* buffer,
                    size_t size) { return cfg.get_crypto_if_description(Cfg::capi_store, buffer, size); },
@@ -253,13 +253,13 @@ TEST_F(OsslScardCfgImpTest, TextsAreCutToTheBufferAndAlwaysTerminated) {
         "pkcs11 (PKCS#11 with module '" + std::string(10000, 'm') + "')");
 }
 
-TEST_F(OsslScardCfgImpTest, AnEmptyDescriptionFitsTheSmallestBuffer) {
+TEST_F(OsslScardCfgImpTest, EmptyDescriptionFitsTheSmallestBuffer) {
     char buffer = '#';
     EXPECT_EQ(cfg.get_crypto_if_description(static_cast<Cfg::CryptoIf>(0), &buffer, 1), &buffer);
     EXPECT_EQ(buffer, '\0');
 }
 
-TEST_F(OsslScardCfgImpTest, ACloneHasEverySettingAndItsOwnLife) {
+TEST_F(OsslScardCfgImpTest, CloneHasEverySettingAndIsIndependent) {
     for (const TextSetting& row : text_settings)
         (cfg.*row.set)(row.label);
     unsigned int number = 100;
@@ -284,7 +284,7 @@ TEST_F(OsslScardCfgImpTest, ACloneHasEverySettingAndItsOwnLife) {
     EXPECT_STREQ(copy->get_cert_name(), "cert_name");
 }
 
-TEST_F(OsslScardCfgImpTest, ACloneOutlivesItsOriginal) {
+TEST_F(OsslScardCfgImpTest, CloneOutlivesItsOriginal) {
     auto original = std::make_unique<OsslScardCfgImp>(Cfg::capi_store);
     original->set_cert_name("a name that needs memory of its own to be stored");
     const OsslScardCfgPtr copy(original->clone());
@@ -293,7 +293,7 @@ TEST_F(OsslScardCfgImpTest, ACloneOutlivesItsOriginal) {
 }
 
 // The sanitizers tell of memory that is not given back, or given back twice.
-TEST_F(OsslScardCfgImpTest, AConfigurationEndsByReleaseByDeleteAndByTheEntry) {
+TEST_F(OsslScardCfgImpTest, ReleaseDeleteAndTheDestructorEntryFreeTheConfiguration) {
     cfg.clone()->release();
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
@@ -303,14 +303,14 @@ TEST_F(OsslScardCfgImpTest, AConfigurationEndsByReleaseByDeleteAndByTheEntry) {
     EXPECT_EQ(third->destructor_entry(1), third);
 }
 
-TEST_F(OsslScardCfgImpTest, TheEntryWithoutTheFreeBitEndsTheObjectButKeepsItsMemory) {
+TEST_F(OsslScardCfgImpTest, DestructorEntryWithoutTheFreeBitKeepsTheMemory) {
     alignas(OsslScardCfgImp) std::array<unsigned char, sizeof(OsslScardCfgImp)> memory{};
     OsslScardCfg* placed = ::new (memory.data()) OsslScardCfgImp(Cfg::capi);
     placed->set_cert_name("a name that needs memory of its own, which must be given back");
     EXPECT_EQ(placed->destructor_entry(0), placed);
 }
 
-TEST_F(OsslScardCfgImpTest, ChoosingOnTheConsoleNeedsAPlaceForTheChoice) {
+TEST_F(OsslScardCfgImpTest, SelectionFromTheConsoleRejectsANullPointer) {
     const LogCapture log;
     EXPECT_EQ(cfg.select_crypto_if_from_console(nullptr), 1);
     EXPECT_EQ(log.lines(), Lines{"<error> ossl_scard_cfg_imp:352 "
@@ -335,7 +335,7 @@ private:
 };
 
 /// The three kinds of configuration that a client gets hold of.
-class ConfigurationAtTheConsoleTest : public ScardTest {
+class OsslScardCfgConsoleTest : public ScardTest {
 protected:
     /// Asks by each of them for a back-end, which must fail. @return each one's status and new log lines
     static Lines ask_each() {
@@ -358,7 +358,7 @@ protected:
     }
 };
 
-TEST_F(ConfigurationAtTheConsoleTest, AnExceptionOfAnUnknownKindIsStatus255AndLeavesTheArgument) {
+TEST_F(OsslScardCfgConsoleTest, UnknownExceptionReturnsStatus255AndDoesNotChangeTheArgument) {
     const DesertedConsole console;
     Lines answers;
     {
@@ -369,7 +369,7 @@ TEST_F(ConfigurationAtTheConsoleTest, AnExceptionOfAnUnknownKindIsStatus255AndLe
     EXPECT_EQ(console.output(), "");
 }
 
-TEST_F(ConfigurationAtTheConsoleTest, EndOfInputIsAUserAbortOfEachConfiguration) {
+TEST_F(OsslScardCfgConsoleTest, EndOfInputIsAUserAbort) {
     const DesertedConsole console;
     EXPECT_EQ(ask_each(),
               Lines(3, "1 <error> cons_select_menu:143 Kes::ConsSelectMenu<enum "

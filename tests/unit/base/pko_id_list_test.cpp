@@ -45,7 +45,7 @@ protected:
     PkoIdList list;
 };
 
-TEST_F(PkoIdListTest, TypeNamesCoverEveryValue) {
+TEST_F(PkoIdListTest, EveryTypeValueHasAName) {
     EXPECT_EQ(pko_type_name(PkoType::private_key), "private_key");
     EXPECT_EQ(pko_type_name(PkoType::public_key), "public_key");
     EXPECT_EQ(pko_type_name(PkoType::certificate), "certificate");
@@ -53,7 +53,7 @@ TEST_F(PkoIdListTest, TypeNamesCoverEveryValue) {
     EXPECT_EQ(pko_type_name(static_cast<PkoType>(0xffffffffU)), "unknown");
 }
 
-TEST_F(PkoIdListTest, ARecordPrintsAsOneLineAndTheListAsALineEach) {
+TEST_F(PkoIdListTest, RecordIsPrintedAsOneLineAndTheListAsOneLinePerRecord) {
     const PkoId* key = list.add(PkoType::private_key, 0, "pkcs11:token=Token1;id=%01;type=private", "%01",
                                 "Token1: Auth key", nullptr);
     list.add(static_cast<PkoType>(9), 4294967295U, "", "", "", std::make_unique<const CertKeyUsage>());
@@ -63,7 +63,7 @@ TEST_F(PkoIdListTest, ARecordPrintsAsOneLineAndTheListAsALineEach) {
     EXPECT_EQ(text_of(list), first + " [type=unknown, key_type=4294967295, name=, cluster_name=]\n");
 }
 
-TEST_F(PkoIdListTest, AnEmptyListPrintsNothingAndFindsNothing) {
+TEST_F(PkoIdListTest, EmptyListPrintsNothingAndFindsNothing) {
     EXPECT_EQ(text_of(list), "");
     EXPECT_TRUE(list.is_empty());
     EXPECT_EQ(list.find_first(PkoType::private_key), nullptr);
@@ -72,13 +72,13 @@ TEST_F(PkoIdListTest, AnEmptyListPrintsNothingAndFindsNothing) {
     EXPECT_EQ(list.find_matching(PkoType::private_key, nullptr), nullptr);
 }
 
-TEST_F(PkoIdListTest, ScanWithoutAScannerThrowsAndLeavesTheRecords) {
+TEST_F(PkoIdListTest, ScanWithoutAScannerThrowsAndKeepsTheRecords) {
     const PkoId* record = add(PkoType::private_key, "%01");
     EXPECT_EQ(error_text([&] { list.scan(Pin("1")); }), not_registered);
     EXPECT_EQ(list.find_first(PkoType::private_key), record);
 }
 
-TEST_F(PkoIdListTest, EachScanStartsFromAnEmptyListAndPassesThePinOn) {
+TEST_F(PkoIdListTest, EachScanStartsWithAnEmptyListAndPassesThePinToTheScanner) {
     list.register_scanner(std::make_unique<TestScanner>());
     add(PkoType::public_key, "%77");
     list.scan(Pin("first"));
@@ -90,7 +90,7 @@ TEST_F(PkoIdListTest, EachScanStartsFromAnEmptyListAndPassesThePinOn) {
     EXPECT_EQ(TestScanner::pins, (Lines{"first", "second"}));
 }
 
-TEST_F(PkoIdListTest, AFailingScanKeepsWhatItAddedUntilTheNextScan) {
+TEST_F(PkoIdListTest, RecordsOfAFailedScanAreKeptUntilTheNextScan) {
     bool is_failing = true;
     list.register_scanner(std::make_unique<TestScanner>([&] {
         if (is_failing) throw ErrorString("card gone");
@@ -102,7 +102,7 @@ TEST_F(PkoIdListTest, AFailingScanKeepsWhatItAddedUntilTheNextScan) {
     EXPECT_EQ(split_lines(text_of(list)).size(), 2U);
 }
 
-TEST_F(PkoIdListTest, RegisteringAScannerDeletesTheOneBefore) {
+TEST_F(PkoIdListTest, RegisteringAScannerDeletesTheEarlierOne) {
     list.register_scanner(std::make_unique<TestScanner>());
     const Lines before{"<trace> created PkoIdList object", "<trace> created PkoIdScanner object"};
     EXPECT_EQ(log.lines(), before);
@@ -113,7 +113,7 @@ TEST_F(PkoIdListTest, RegisteringAScannerDeletesTheOneBefore) {
     EXPECT_EQ(error_text([&] { list.scan(Pin()); }), not_registered);
 }
 
-TEST_F(PkoIdListTest, AScannerGivenToTheConstructorScansAtOnce) {
+TEST_F(PkoIdListTest, ConstructorRunsTheScannerThatItReceives) {
     {
         const PkoIdList scanned(std::make_unique<TestScanner>(), Pin("0815"));
         EXPECT_EQ(TestScanner::pins, Lines{"0815"});
@@ -124,7 +124,7 @@ TEST_F(PkoIdListTest, AScannerGivenToTheConstructorScansAtOnce) {
                                   "<trace> destroyed PkoIdList object"}));
 }
 
-TEST_F(PkoIdListTest, AScannerFailingInTheConstructorIsDeletedAndItsErrorBecomesTheCommonType) {
+TEST_F(PkoIdListTest, ScannerThatFailsInTheConstructorIsDeletedAndTheCommonErrorTypeIsThrown) {
     const auto make = [] {
         const PkoIdList failing(std::make_unique<TestScanner>(
             [] { throw Error(ErrorCodeType::timeout, "too slow", "here:1 f()"); }));
@@ -142,7 +142,7 @@ TEST_F(PkoIdListTest, AScannerFailingInTheConstructorIsDeletedAndItsErrorBecomes
                      "<trace> destroyed PkoIdScanner object"}));
 }
 
-TEST_F(PkoIdListTest, OtherExceptionsOfAScannerLeaveTheConstructorUnchanged) {
+TEST_F(PkoIdListTest, ConstructorPropagatesOtherExceptionsOfTheScannerUnchanged) {
     const auto make = [](std::function<void()> thrower) {
         const PkoIdList failing(std::make_unique<TestScanner>(thrower));
     };
@@ -161,12 +161,12 @@ public:
     }
 };
 
-TEST_F(PkoIdListTest, AddMakesItsRecordThroughTheVirtualOperation) {
+TEST_F(PkoIdListTest, AddCreatesTheRecordWithTheVirtualFunction) {
     MarkingList marking;
     EXPECT_EQ(marking.add(PkoType::certificate, 0, "n", "c", "d", nullptr)->display_name, "marked d");
 }
 
-TEST_F(PkoIdListTest, CreatingARecordDoesNotAddItAndAddingOneMadeElsewhereDoes) {
+TEST_F(PkoIdListTest, CreatedRecordIsNotInTheListUntilItIsAdded) {
     auto record =
         list.create_pko_id(PkoType::certificate, 3, "n", "c", "d", std::make_unique<const CertKeyUsage>());
     EXPECT_TRUE(list.is_empty());
@@ -175,7 +175,7 @@ TEST_F(PkoIdListTest, CreatingARecordDoesNotAddItAndAddingOneMadeElsewhereDoes) 
     EXPECT_EQ(list.find(PkoType::certificate, 3, "c"), made);
 }
 
-TEST_F(PkoIdListTest, FirstAndNextWalkTheRecordsOfOneTypeInOrder) {
+TEST_F(PkoIdListTest, FindFirstAndFindNextVisitTheRecordsOfOneTypeInOrder) {
     const PkoId* key1 = add(PkoType::private_key, "%01");
     const PkoId* cert = add(PkoType::certificate, "%01");
     const PkoId* key2 = add(PkoType::private_key, "%02");
@@ -189,7 +189,7 @@ TEST_F(PkoIdListTest, FirstAndNextWalkTheRecordsOfOneTypeInOrder) {
     EXPECT_EQ(list.find_first(static_cast<PkoType>(7)), nullptr);
 }
 
-TEST_F(PkoIdListTest, FindNextGivesNothingForRecordsOfOtherListsAndEndedOnes) {
+TEST_F(PkoIdListTest, FindNextReturnsNullForRecordsOfOtherListsAndForDeletedRecords) {
     const PkoId* ended = add(PkoType::private_key, "%01");
     list.clear();
     add(PkoType::certificate, "%01");
@@ -202,7 +202,7 @@ TEST_F(PkoIdListTest, FindNextGivesNothingForRecordsOfOtherListsAndEndedOnes) {
     }
 }
 
-TEST_F(PkoIdListTest, GenerationGrowsWhenRecordsAreDeletedAndNotWhenTheyAreAdded) {
+TEST_F(PkoIdListTest, GenerationIncreasesOnlyWhenRecordsAreDeleted) {
     const std::uint64_t before = list.generation();
     add(PkoType::private_key, "%01");
     EXPECT_EQ(list.generation(), before);
@@ -221,7 +221,7 @@ TEST_F(PkoIdListTest, FindComparesTypeKeyTypeAndTheWholeClusterName) {
     EXPECT_EQ(list.find(PkoType::certificate, 1, "%01%02"), nullptr);
 }
 
-TEST_F(PkoIdListTest, OfRecordsOfOneClusterTheFirstIsFound) {
+TEST_F(PkoIdListTest, FindReturnsTheFirstRecordOfACluster) {
     const PkoId* first = add(PkoType::certificate, "%01");
     add(PkoType::certificate, "%01");
     const PkoId* key = add(PkoType::private_key, "%01");
@@ -230,7 +230,7 @@ TEST_F(PkoIdListTest, OfRecordsOfOneClusterTheFirstIsFound) {
     EXPECT_EQ(list.find_matching(PkoType::public_key, key), nullptr);
 }
 
-TEST_F(PkoIdListTest, AClearedListFindsNothingAndTakesNewRecords) {
+TEST_F(PkoIdListTest, ClearedListFindsNothingAndAcceptsNewRecords) {
     add(PkoType::certificate, "%01");
     list.clear();
     EXPECT_EQ(list.find(PkoType::certificate, 0, "%01"), nullptr);
@@ -239,13 +239,13 @@ TEST_F(PkoIdListTest, AClearedListFindsNothingAndTakesNewRecords) {
     EXPECT_EQ(list.find(PkoType::certificate, 0, "%01"), fresh);
 }
 
-TEST_F(PkoIdListTest, AScannerWithoutAFilterLetsEveryCertificatePass) {
+TEST_F(PkoIdListTest, ScannerWithoutAFilterAcceptsEveryCertificate) {
     const TestScanner scanner;
     EXPECT_TRUE(scanner.passes(CertKeyUsage()));
     EXPECT_TRUE(scanner.passes(CertKeyUsage(TestData::instance().client.get())));
 }
 
-TEST_F(PkoIdListTest, PairingTwentyThousandRecordsTakesNoQuadraticTime) {
+TEST_F(PkoIdListTest, PairingTwentyThousandRecordsDoesNotTakeQuadraticTime) {
     constexpr int pairs = 10000;
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < pairs; ++i)
