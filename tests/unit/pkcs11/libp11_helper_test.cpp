@@ -22,7 +22,7 @@ TEST_F(Libp11InitTest, LoadsTheModuleAndReleasesItsContextInOrder) {
                                   "<info> libp11 initialized", "<info> libp11 destroyed"}));
 }
 
-TEST_F(Libp11InitTest, WithoutAContextNothingIsLoadedOrFreed) {
+TEST_F(Libp11InitTest, NothingIsLoadedOrFreedWhenNoContextCanBeCreated) {
     script().fail_function("PKCS11_CTX_new");
     EXPECT_EQ(
         error_text([] { Libp11Init("module.so"); }),
@@ -31,7 +31,7 @@ TEST_F(Libp11InitTest, WithoutAContextNothingIsLoadedOrFreed) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(Libp11InitTest, AModuleThatCannotBeLoadedIsQuotedAndItsContextOnlyFreed) {
+TEST_F(Libp11InitTest, ErrorNamesAModuleThatCannotBeLoadedAndItsContextIsFreedWithoutUnload) {
     script().fail_function("PKCS11_CTX_load", {.rc = -1});
     EXPECT_EQ(
         error_text([] { Libp11Init("./no such.so"); }),
@@ -43,7 +43,7 @@ TEST_F(Libp11InitTest, AModuleThatCannotBeLoadedIsQuotedAndItsContextOnlyFreed) 
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(Libp11InitTest, TextsThatTheModuleDoesNotGiveAreEmpty) {
+TEST_F(Libp11InitTest, TextsMissingFromTheModuleAreLoggedAsEmpty) {
     libp11().manufacturer.reset();
     libp11().description.reset();
     libp11().slots[0].manufacturer.reset();
@@ -82,7 +82,7 @@ TEST_F(Libp11InitTest, ReadsTheTokenAndReleasesTheSlotsBeforeTheModule) {
                "<info>   secureLogin:   0", "<info> libp11 read smart card", "<info> libp11 destroyed"}));
 }
 
-TEST_F(Libp11InitTest, TheSlotThatLibp11ChoosesIsTheOneInUse) {
+TEST_F(Libp11InitTest, SlotThatLibp11FindsIsUsedForTheLogin) {
     ScriptedSlot empty;
     ScriptedSlot blank;
     blank.token.emplace();
@@ -94,7 +94,7 @@ TEST_F(Libp11InitTest, TheSlotThatLibp11ChoosesIsTheOneInUse) {
     EXPECT_THAT(script().calls(), testing::Contains("PKCS11_login(slot1.3, user, right pin)"));
 }
 
-TEST_F(Libp11InitTest, ALoginIsRequiredWithoutAProtectedPathOnly) {
+TEST_F(Libp11InitTest, LoginIsRequiredOnlyWithoutAProtectedAuthenticationPath) {
     const struct {
         unsigned char login_required, secure_login;
         bool expected;
@@ -110,7 +110,7 @@ TEST_F(Libp11InitTest, ALoginIsRequiredWithoutAProtectedPathOnly) {
     EXPECT_THAT(log.lines(), testing::Contains("<info>   secureLogin:   1"));
 }
 
-TEST_F(Libp11InitTest, FailedSlotEnumerationLeavesNothingToReleaseAndNoLogin) {
+TEST_F(Libp11InitTest, FailedSlotEnumerationLeavesNoSlotsAndNoLoginRequirement) {
     Libp11Init context("module.so");
     script().fail_function("PKCS11_enumerate_slots", {.rc = 5});
     EXPECT_EQ(error_text([&] { context.read_scard(); }),
@@ -118,7 +118,7 @@ TEST_F(Libp11InitTest, FailedSlotEnumerationLeavesNothingToReleaseAndNoLogin) {
     EXPECT_FALSE(context.is_login_required());
 }
 
-TEST_F(Libp11InitTest, WithoutATokenTheSlotArrayIsForgotten) {
+TEST_F(Libp11InitTest, SlotArrayIsNotReleasedWhenNoTokenIsFound) {
     libp11().slots = {ScriptedSlot()};
     forgotten_slot_arrays = 1;
     {
@@ -132,7 +132,7 @@ TEST_F(Libp11InitTest, WithoutATokenTheSlotArrayIsForgotten) {
     EXPECT_EQ(script().calls(), (Lines{"PKCS11_CTX_unload(ctx1)", "PKCS11_CTX_free(ctx1)"}));
 }
 
-TEST_F(Libp11InitTest, AModuleWithoutAnySlotHasNoToken) {
+TEST_F(Libp11InitTest, ModuleWithoutSlotsHasNoToken) {
     libp11().slots.clear();
     forgotten_slot_arrays = 1;
     Libp11Init context("module.so");
@@ -140,7 +140,7 @@ TEST_F(Libp11InitTest, AModuleWithoutAnySlotHasNoToken) {
               "libp11_helper:140 Kes::Libp11Init::read_scard(): PKCS11_find_token() failed: val=11 (empty)");
 }
 
-TEST_F(Libp11InitTest, ReadingAgainKeepsTheEarlierSlotsUntilTheEnd) {
+TEST_F(Libp11InitTest, SlotsOfAnEarlierReadingAreKeptUntilDestruction) {
     {
         Libp11Init context("module.so");
         context.read_scard();
@@ -156,7 +156,7 @@ TEST_F(Libp11InitTest, ReadingAgainKeepsTheEarlierSlotsUntilTheEnd) {
                      "PKCS11_CTX_unload(ctx1)", "PKCS11_CTX_free(ctx1)"}));
 }
 
-TEST_F(Libp11InitTest, ReleasedSlotsTakeTheTokenAlongAndMayBeReadAnew) {
+TEST_F(Libp11InitTest, ReleasingTheSlotsRemovesTheTokenUntilTheNextReading) {
     Libp11Init context("module.so");
     context.read_scard();
     script().take_calls();
@@ -168,7 +168,7 @@ TEST_F(Libp11InitTest, ReleasedSlotsTakeTheTokenAlongAndMayBeReadAnew) {
     EXPECT_STREQ(context.get_token()->label, "Token 1");
 }
 
-TEST_F(Libp11InitTest, ErrorsThatAModuleLeavesBehindWhenItLoadsWellAreForgotten) {
+TEST_F(Libp11InitTest, ErrorsQueuedByASuccessfulModuleLoadAreCleared) {
     script().fail_function("PKCS11_CTX_load", {.rc = 0, .queue_text = "harmless"});
     // The planned "failure" answers 0, so the test double has loaded nothing; only the queue matters here.
     EXPECT_NE(error_text([] {
@@ -181,7 +181,7 @@ TEST_F(Libp11InitTest, ErrorsThatAModuleLeavesBehindWhenItLoadsWellAreForgotten)
     script().reset();
 }
 
-TEST_F(Libp11InitTest, APinIsAskedForOnlyWhereALoginIsStillToBeMade) {
+TEST_F(Libp11InitTest, PinIsRequiredOnlyBeforeTheLogin) {
     Libp11Init context("module.so");
     context.read_scard();
     EXPECT_EQ(error_text([&] { context.require_pin(Pin()); }),
@@ -191,7 +191,7 @@ TEST_F(Libp11InitTest, APinIsAskedForOnlyWhereALoginIsStillToBeMade) {
     context.require_pin(Pin());
 }
 
-TEST_F(Libp11InitTest, AFailedSecondReadingLeavesNoTokenAndNoLogin) {
+TEST_F(Libp11InitTest, FailedSecondReadingLeavesNoTokenAndNoLoginRequirement) {
     Libp11Init context("module.so");
     context.read_scard();
     script().fail_function("PKCS11_enumerate_slots");
@@ -201,13 +201,13 @@ TEST_F(Libp11InitTest, AFailedSecondReadingLeavesNoTokenAndNoLogin) {
               "libp11_helper:203 Kes::Libp11Init::get_token(): no token has been read: val=11 (empty)");
 }
 
-TEST_F(Libp11InitTest, ThereIsNoTokenBeforeReading) {
+TEST_F(Libp11InitTest, NoTokenIsAvailableBeforeReading) {
     const Libp11Init context("module.so");
     EXPECT_EQ(error_text([&] { context.get_token(); }),
               "libp11_helper:203 Kes::Libp11Init::get_token(): no token has been read: val=11 (empty)");
 }
 
-TEST_F(Libp11InitTest, ATokenThatIsNotInitialisedIsRefusedBeforeAnyCall) {
+TEST_F(Libp11InitTest, UninitialisedTokenIsRejectedBeforeAnyCall) {
     token().is_initialized = false;
     for (const auto login_required : std::initializer_list<unsigned char>{1, 0}) {
         token().loginRequired = login_required;
@@ -245,7 +245,7 @@ protected:
     std::size_t lines_before_ = 0;
 };
 
-TEST_F(Libp11LoginTest, LogsInOnceAndFindsTheLoginAfterwards) {
+TEST_F(Libp11LoginTest, LogsInOnceAndDetectsTheExistingLoginAfterwards) {
     EXPECT_FALSE(context_.is_logged_in());
     context_.authenticate(Pin("1234"));
     EXPECT_TRUE(context_.is_logged_in());
@@ -258,14 +258,14 @@ TEST_F(Libp11LoginTest, LogsInOnceAndFindsTheLoginAfterwards) {
                                   "<info> pin required but already logged-in"}));
 }
 
-TEST_F(Libp11LoginTest, AuthenticateWithEmptyPinLogsTheNeedThenThrows) {
+TEST_F(Libp11LoginTest, EmptyPinLogsTheRequiredLoginAndThrows) {
     EXPECT_EQ(error_text([&] { context_.authenticate(Pin()); }),
               "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
     EXPECT_EQ(script().calls(), Lines{"PKCS11_is_logged_in(slot1.1, user)"});
     EXPECT_EQ(new_lines(), Lines{"<info> pin required - need login"});
 }
 
-TEST_F(Libp11LoginTest, AWrongPinCostsOneLoginAndTellsTheTokensReason) {
+TEST_F(Libp11LoginTest, WrongPinUsesOneLoginAttemptAndReportsTheReasonOfTheToken) {
     EXPECT_EQ(without_thread(error_text([&] { context_.authenticate(Pin("0000")); })),
               "libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
               "THREAD:error:400000A0:lib(128):scripted:reason(160):double.c:1:PIN incorrect");
@@ -274,7 +274,7 @@ TEST_F(Libp11LoginTest, AWrongPinCostsOneLoginAndTellsTheTokensReason) {
     EXPECT_EQ(new_lines(), Lines{"<info> pin required - need login"});
 }
 
-TEST_F(Libp11LoginTest, AFailedLoginQueryIsReportedBeforeAnyLogin) {
+TEST_F(Libp11LoginTest, FailedLoginQueryIsReportedBeforeAnyLogin) {
     script().fail_function("PKCS11_is_logged_in", {.rc = -2});
     EXPECT_EQ(error_text([&] { context_.authenticate(Pin("1234")); }),
               "libp11_helper:163 Kes::Libp11Init::is_logged_in(): PKCS11_is_logged_in() failed: rc=-2");
@@ -282,7 +282,7 @@ TEST_F(Libp11LoginTest, AFailedLoginQueryIsReportedBeforeAnyLogin) {
     EXPECT_EQ(new_lines(), Lines());
 }
 
-TEST_F(Libp11LoginTest, WithoutLoginRequiredNothingIsAskedOrLogged) {
+TEST_F(Libp11LoginTest, NothingIsCalledOrLoggedWhenNoLoginIsRequired) {
     const struct { unsigned char login_required, secure_login; } rows[] = {{0, 0}, {1, 1}};
     for (const auto& row : rows) {
         token().loginRequired = row.login_required;

@@ -31,7 +31,7 @@ TEST_F(Pkcs11OsslEngineTest, LoadsInOrderAndLogsTheId) {
     EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"});
 }
 
-TEST_F(Pkcs11OsslEngineTest, NoPinSendsNoCommandAndAnEmptyOneIsSentAsItIs) {
+TEST_F(Pkcs11OsslEngineTest, NoPinCommandIsSentWithoutAPinButAnEmptyPinIsSent) {
     load(nullptr);
     EXPECT_THAT(script().take_calls(), testing::Not(testing::Contains(testing::HasSubstr("PIN"))));
     const Pin empty;
@@ -39,7 +39,7 @@ TEST_F(Pkcs11OsslEngineTest, NoPinSendsNoCommandAndAnEmptyOneIsSentAsItIs) {
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine2, PIN, empty pin)"));
 }
 
-TEST_F(Pkcs11OsslEngineTest, VerboseIsAskedForAfterInitAndBeforeThePin) {
+TEST_F(Pkcs11OsslEngineTest, VerboseIsSetAfterInitAndBeforeThePin) {
     const auto loaded = load(&pin, true);
     EXPECT_EQ(script().calls(),
               (load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, VERBOSE, null)",
@@ -47,7 +47,7 @@ TEST_F(Pkcs11OsslEngineTest, VerboseIsAskedForAfterInitAndBeforeThePin) {
                                   "ENGINE_set_default(engine1, 65535)", "ENGINE_get_id(engine1)"}));
 }
 
-TEST_F(Pkcs11OsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
+TEST_F(Pkcs11OsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder) {
     const std::string constructor = " Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): ";
     const Lines freed{"ENGINE_free(engine1)"};
     const Lines finished{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"};
@@ -71,15 +71,15 @@ TEST_F(Pkcs11OsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(Pkcs11OsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
+TEST_F(Pkcs11OsslEngineTest, OtherExceptionsAfterInitPropagateWithoutFinish) {
     expect_other_exceptions_to_leave_without_finish([this] { load(&pin); });
 }
 
-TEST_F(Pkcs11OsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
+TEST_F(Pkcs11OsslEngineTest, ErrorQueueIsReadBeforeTheCleanUp) {
     expect_error_queue_taken_before_clean_up([this] { load(&pin); });
 }
 
-TEST_F(Pkcs11OsslEngineTest, ANewPinReplacesTheOneBeforeAndIsNotLogged) {
+TEST_F(Pkcs11OsslEngineTest, NewPinReplacesTheEarlierOneAndIsNotLogged) {
     const auto loaded = load(nullptr);
     script().take_calls();
     loaded->set_pin(Pin("4321"));
@@ -93,14 +93,14 @@ TEST_F(Pkcs11OsslEngineTest, ANewPinReplacesTheOneBeforeAndIsNotLogged) {
         "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed: rc=0");
 }
 
-TEST_F(Pkcs11OsslEngineTest, TheKeyTypeIsOfNoInterest) {
+TEST_F(Pkcs11OsslEngineTest, KeyTypeIsIgnored) {
     const auto loaded = load(nullptr);
     script().take_calls();
     loaded->set_key_type(1);
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(Pkcs11OsslEngineTest, ReadsACertificateByItsName) {
+TEST_F(Pkcs11OsslEngineTest, ReadsACertificateByName) {
     const auto loaded = load(nullptr);
     const X509Ptr cert = loaded->read_certificate(cert_uri);
     EXPECT_EQ(::X509_cmp(cert.get(), data().client.get()), 0);
@@ -109,7 +109,7 @@ TEST_F(Pkcs11OsslEngineTest, ReadsACertificateByItsName) {
     EXPECT_EQ(log.lines().back(), std::string("<info> read certificate: ") + cert_uri);
 }
 
-TEST_F(Pkcs11OsslEngineTest, ANullNameFailsBeforeAnyCall) {
+TEST_F(Pkcs11OsslEngineTest, NullNameIsRejectedBeforeAnyCall) {
     const auto loaded = load(nullptr);
     script().take_calls();
     EXPECT_EQ(error_text([&] { loaded->read_certificate(nullptr); }),
@@ -118,7 +118,7 @@ TEST_F(Pkcs11OsslEngineTest, ANullNameFailsBeforeAnyCall) {
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(Pkcs11OsslEngineTest, AFailedCertificateCommandIsAnErrorAndLeaksNoCertificate) {
+TEST_F(Pkcs11OsslEngineTest, FailedCertificateCommandThrowsAndLeaksNoCertificate) {
     const auto loaded = load(nullptr);
     for (const bool gives_certificate : {false, true}) {
         engine().gives_certificate_on_failure = gives_certificate;
@@ -132,7 +132,7 @@ TEST_F(Pkcs11OsslEngineTest, AFailedCertificateCommandIsAnErrorAndLeaksNoCertifi
     }
 }
 
-TEST_F(Pkcs11OsslEngineTest, ASuccessWithoutACertificateIsNotFound) {
+TEST_F(Pkcs11OsslEngineTest, CommandThatReturnsNoCertificateThrowsNotFound) {
     const auto loaded = load(nullptr);
     engine().certificate = nullptr;
     EXPECT_EQ(error_text([&] { loaded->read_certificate("c"); }),
@@ -140,20 +140,20 @@ TEST_F(Pkcs11OsslEngineTest, ASuccessWithoutACertificateIsNotFound) {
               "val=8 (not_found)");
 }
 
-TEST_F(Pkcs11OsslEngineTest, PublicKeysComeFromTheEngine) {
+TEST_F(Pkcs11OsslEngineTest, ReadsPublicKeysFromTheEngine) {
     const auto loaded = load(nullptr);
     const EvpPkeyPtr key = loaded->read_public_key("p");
     EXPECT_EQ(script().calls().back(), "ENGINE_load_public_key(engine1, p)");
 }
 
-TEST_F(Pkcs11OsslEngineTest, PublicKeysComeFromCertificatesToo) {
+TEST_F(Pkcs11OsslEngineTest, ReadsPublicKeysFromCertificates) {
     const auto loaded = load(nullptr);
     const EvpPkeyPtr key = loaded->read_public_key_by_certificate("c");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
     EXPECT_EQ(engine().live_objects(), 0U);
 }
 
-TEST_F(Pkcs11OsslEngineTest, ThePrivateKeyThatIsHandedOutIsTheEnginesKey) {
+TEST_F(Pkcs11OsslEngineTest, ReturnedPrivateKeyIsTheKeyOfTheEngine) {
     const auto loaded = load(&pin);
     const EvpPkeyPtr key = loaded->read_private_key(private_uri);
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);

@@ -8,7 +8,7 @@ namespace {
 
 using Pkcs11EngineRegistryPosixTest = Pkcs11EngineRegistryTest;
 
-TEST_F(Pkcs11EngineRegistryPosixTest, ALibraryIsKnownByItsSymbolicLinkToo) {
+TEST_F(Pkcs11EngineRegistryPosixTest, LibraryIsRecognisedByItsSymbolicLink) {
     std::ofstream(library) << "an engine";
     std::filesystem::create_symlink(library, library + ".link");
     live_and_free(library);

@@ -11,19 +11,19 @@ namespace {
 constexpr const char* refused = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                 "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
 
-TEST_F(Pkcs11EngineRegistryTest, AnEngineThatDoesNotLetGoCleansUpAfterItsFinish) {
+TEST_F(Pkcs11EngineRegistryTest, EngineThatKeepsReferencesIsCleanedUpAfterItsFinish) {
     live_and_free(library);
     EXPECT_EQ(last_calls(5), (Lines{"ENGINE_finish(engine1)", "ENGINE_init(engine1)", "clean_up(engine1)",
                                     "ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AnEngineThatLetsGoIsLeftAlone) {
+TEST_F(Pkcs11EngineRegistryTest, EngineThatReleasesItselfIsNotCleanedUpAgain) {
     engine().holds_on = false;
     live_and_free(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
 
-TEST_F(Pkcs11EngineRegistryTest, WhileTheClientHoldsAKeyNothingIsCleanedUp) {
+TEST_F(Pkcs11EngineRegistryTest, EngineIsNotCleanedUpWhileTheClientHoldsAKey) {
     live(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
     script().take_calls();
@@ -36,7 +36,7 @@ TEST_F(Pkcs11EngineRegistryTest, WhileTheClientHoldsAKeyNothingIsCleanedUp) {
               (Lines{"ENGINE_init(engine1)", "clean_up(engine1)", "ENGINE_finish(engine1)"}));
 }
 
-TEST_F(Pkcs11EngineRegistryTest, ADuplicateOfAKeyCountsToo) {
+TEST_F(Pkcs11EngineRegistryTest, DuplicateOfAKeyPostponesTheCleanUpToo) {
     live(library);
     EvpPkeyPtr duplicate(::EVP_PKEY_dup(key.get()));
     ASSERT_NE(duplicate, nullptr);
@@ -49,7 +49,7 @@ TEST_F(Pkcs11EngineRegistryTest, ADuplicateOfAKeyCountsToo) {
     EXPECT_EQ(engine().initialised_engines(), 0U);
 }
 
-TEST_F(Pkcs11EngineRegistryTest, WhereOpensslRefusesTheLibraryTheEngineIsSetUpAgain) {
+TEST_F(Pkcs11EngineRegistryTest, EngineIsSetUpAgainWhenOpensslRefusesToReloadItsLibrary) {
     live_and_free(library);
     script().take_calls();
     const Pkcs11OsslEngine again(library.c_str(), "other.so", &pin, false);
@@ -63,7 +63,7 @@ TEST_F(Pkcs11EngineRegistryTest, WhereOpensslRefusesTheLibraryTheEngineIsSetUpAg
     EXPECT_EQ(::ERR_peek_error(), 0UL);
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AStepThatFailsWithAnEngineSetUpAgainIsUndoneAndTheNextLoadWorks) {
+TEST_F(Pkcs11EngineRegistryTest, FailedStepOfARepeatedSetUpIsUndoneAndTheNextLoadSucceeds) {
     live_and_free(library);
     script().fail_function("ENGINE_set_default");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
@@ -75,7 +75,7 @@ TEST_F(Pkcs11EngineRegistryTest, AStepThatFailsWithAnEngineSetUpAgainIsUndoneAnd
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AModuleThatFailsWithAnEngineLoadedAnewLeavesTheNextLoadPossible) {
+TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialise) {
     script().fail_function("ENGINE_init");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_init() failed: rc=7" +
@@ -84,14 +84,14 @@ TEST_F(Pkcs11EngineRegistryTest, AModuleThatFailsWithAnEngineLoadedAnewLeavesThe
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AKeyThatIsHeldMakesTheLoadFailAndTheLogTellsWhy) {
+TEST_F(Pkcs11EngineRegistryTest, LoadFailsWhileTheClientHoldsAKeyAndTheLogSaysWhy) {
     live(library);
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
     EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again: the client still uses a private "
                                   "key of an earlier load");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AKeyThatWasFreedTooLateMakesTheLoadFailUntilTheNextBeginning) {
+TEST_F(Pkcs11EngineRegistryTest, KeyFreedAfterTheUnloadMakesLoadsFailUntilTheNextInit) {
     live(library);
     key.reset();
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
@@ -101,7 +101,7 @@ TEST_F(Pkcs11EngineRegistryTest, AKeyThatWasFreedTooLateMakesTheLoadFailUntilThe
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AnotherReasonForARefusalIsReportedAsItIs) {
+TEST_F(Pkcs11EngineRegistryTest, OtherLoadErrorsAreReportedUnchanged) {
     live_and_free(library);
     script().fail_function("ENGINE_ctrl_cmd_string", {0, "cannot bind"});
     const std::size_t lines_before = log.lines().size();
@@ -122,14 +122,14 @@ TEST_F(Pkcs11EngineRegistryTest, EnginesOfTwoLibrariesAreBothRemembered) {
     EXPECT_THAT(script().take_calls(), testing::Contains("ENGINE_add(engine2)"));
 }
 
-TEST_F(Pkcs11EngineRegistryTest, ALibraryIsKnownByItsHardLinkToo) {
+TEST_F(Pkcs11EngineRegistryTest, LibraryIsRecognisedByItsHardLink) {
     std::ofstream(library) << "an engine";
     std::filesystem::create_hard_link(library, library + ".link");
     live_and_free(library);
     EXPECT_EQ(load_error(library + ".link"), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) {
+TEST_F(Pkcs11EngineRegistryTest, LibraryOfTheSameNameInAnotherFolderIsADifferentLibrary) {
     const std::filesystem::path folder = std::filesystem::path(library).parent_path() / "other";
     std::filesystem::create_directory(folder);
     std::ofstream(library) << "an engine";
@@ -138,7 +138,7 @@ TEST_F(Pkcs11EngineRegistryTest, ALibraryOfTheSameNameInAnotherFolderIsAnother) 
     EXPECT_EQ(load_error((folder / "engine.so").string()).rfind(refused, 0), 0U);
 }
 
-TEST_F(Pkcs11EngineRegistryTest, ARelativePathIsKnownFromAnotherFolderToo) {
+TEST_F(Pkcs11EngineRegistryTest, RelativePathIsRecognisedAfterTheCurrentFolderChanges) {
     {
         const CurrentFolder folder(std::filesystem::path(library).parent_path());
         live_and_free("./engine.so");
@@ -146,7 +146,7 @@ TEST_F(Pkcs11EngineRegistryTest, ARelativePathIsKnownFromAnotherFolderToo) {
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AnEngineWithoutAFinishFunctionIsSetUpAgainAndForgetsThePinToo) {
+TEST_F(Pkcs11EngineRegistryTest, EngineWithoutAFinishFunctionIsSetUpAgainWithItsPinCleared) {
     engine().holds_on = false;
     engine().has_finish_function = false;
     live_and_free(library);
@@ -155,7 +155,7 @@ TEST_F(Pkcs11EngineRegistryTest, AnEngineWithoutAFinishFunctionIsSetUpAgainAndFo
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_add(engine1)"));
 }
 
-TEST_F(Pkcs11EngineRegistryTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOfItAndNothingIsCleanedUp) {
+TEST_F(Pkcs11EngineRegistryTest, EngineKeyIsReturnedAsItIsWhenNoKeyCanBeCreatedFromIt) {
     engine().refuses_key_engine = true;
     live_and_free(library);
     EXPECT_EQ(::ERR_peek_error(), 0UL);
@@ -164,7 +164,7 @@ TEST_F(Pkcs11EngineRegistryTest, TheEnginesOwnKeyIsHandedOutWhereNoneCanBeMadeOf
     engine().drop_circles(); // what nobody can end here
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AKeyOfAnotherKindIsHandedOutAsItIsWithoutAnErrorLeft) {
+TEST_F(Pkcs11EngineRegistryTest, KeyOfAnotherTypeIsReturnedAsItIsAndTheErrorQueueIsEmpty) {
     const EvpPkeyPtr other(::EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
     engine().private_key = other.get();
     live_and_free(library);
@@ -173,13 +173,13 @@ TEST_F(Pkcs11EngineRegistryTest, AKeyOfAnotherKindIsHandedOutAsItIsWithoutAnErro
     engine().drop_circles();
 }
 
-TEST_F(Pkcs11EngineRegistryTest, TheEngineForgetsThePinBeforeItIsLetGo) {
+TEST_F(Pkcs11EngineRegistryTest, PinIsClearedBeforeTheEngineIsReleased) {
     live_and_free(library);
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)"));
     EXPECT_EQ(script().calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, AnEngineThatWasGivenNoPinIsSentNone) {
+TEST_F(Pkcs11EngineRegistryTest, EngineReceivesNoPinCommandWhenNoPinIsGiven) {
     { const Pkcs11OsslEngine loaded(library.c_str(), "module.so", nullptr, false); }
     EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("PIN"))));
 }

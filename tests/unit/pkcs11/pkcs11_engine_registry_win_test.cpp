@@ -9,7 +9,7 @@ namespace {
 
 using Pkcs11EngineRegistryWinTest = Pkcs11EngineRegistryTest;
 
-TEST_F(Pkcs11EngineRegistryWinTest, ALibraryIsKnownWithSlashesOfEitherKind) {
+TEST_F(Pkcs11EngineRegistryWinTest, LibraryIsRecognisedWithSlashesOfEitherKind) {
     std::ofstream(library) << "an engine";
     live_and_free(library);
     std::string slashes = library;
@@ -18,7 +18,7 @@ TEST_F(Pkcs11EngineRegistryWinTest, ALibraryIsKnownWithSlashesOfEitherKind) {
     EXPECT_EQ(load_error(slashes), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryWinTest, ALibraryIsKnownInLettersOfEitherCase) {
+TEST_F(Pkcs11EngineRegistryWinTest, LibraryIsRecognisedRegardlessOfLetterCase) {
     std::ofstream(library) << "an engine";
     live_and_free(library);
     const std::filesystem::path path = library;

@@ -76,7 +76,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, LogsItsCreationAndDestruction) {
                      "<trace> destroyed PkoIdScanner object"}));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, WithoutAListItFailsBeforeAnyCall) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, ScanWithoutAListFailsBeforeAnyCall) {
     Libp11Init context("module.so");
     script().take_calls();
     Pkcs11Libp11PkoIdScanner scanner(&context, nullptr);
@@ -88,7 +88,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, WithoutAListItFailsBeforeAnyCall) {
     EXPECT_EQ(log.lines().back(), "<info> started scanning of PKCS#11 objects");
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, EachEnumerationThatFailsIsNamedAndKeepsTheRecordsBefore) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, FailedEnumerationIsNamedAndKeepsTheEarlierRecords) {
     const struct {
         const char* function;
         const char* line;
@@ -113,13 +113,13 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, EachEnumerationThatFailsIsNamedAndKeepsTheR
     }
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AFailedLoginLeavesTheTokenUnread) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, TokenIsNotEnumeratedAfterAFailedLogin) {
     EXPECT_EQ(error_text([&] { scan(nullptr, ""); }),
               "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
     EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("PKCS11_enumerate"))));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, TwoScansOfOneTokenGiveTheSameRecords) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, RepeatedScanReturnsTheSameRecords) {
     Libp11Init context("module.so");
     context.read_scard();
     PkoIdList list;
@@ -129,7 +129,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, TwoScansOfOneTokenGiveTheSameRecords) {
     EXPECT_EQ(text_of(list), cert + key + public_key);
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AnEmptyTokenGivesAnEmptyList) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, EmptyTokenGivesAnEmptyList) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys.clear();
@@ -137,7 +137,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, AnEmptyTokenGivesAnEmptyList) {
     EXPECT_EQ(lines.back(), "<info> finished scanning of PKCS#11 objects");
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AKeyWithoutACertificateOfItsIdIsSkippedWithOneWarning) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, KeyWithoutAMatchingCertificateIsSkippedWithAWarning) {
     token().private_keys.push_back({"Lone", {0x01}});
     EXPECT_EQ(scan(), cert + key + public_key);
     const std::string lone = "Token 1: Lone [type=private_key, key_type=0, "
@@ -147,7 +147,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, AKeyWithoutACertificateOfItsIdIsSkippedWith
                                       "<warn> corresponding cert not found; skipping private key: " + lone}));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, TheFilterJudgesKeysAndNeverCertificates) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, FilterAppliesToKeysAndNeverToCertificates) {
     const auto all = FilterType::all;
     const auto exact = FilterType::exact;
     const auto exact_none = FilterType::exact_none;
@@ -183,7 +183,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, TheFilterJudgesKeysAndNeverCertificates) {
     }
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AFailingFilterSkipsTheKeyWithoutAnotherWord) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, KeyThatFailsTheFilterIsSkippedWithoutAFurtherLogLine) {
     token().certs[0].x509 = data().encipher.get();
     scan(filter(FilterType::exact, 0x80));
     const auto checked = std::find(lines.begin(), lines.end(), "<info> key usage check returned: 0");
@@ -191,7 +191,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, AFailingFilterSkipsTheKeyWithoutAnotherWord
     EXPECT_EQ(*std::next(checked), "<info> handling " + public_key.substr(0, public_key.size() - 1));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, ACertificateThatCannotBeReadGetsTheEmptyKeyUsage) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, UnreadableCertificateGetsAnEmptyKeyUsage) {
     token().certs[0].x509 = nullptr;
     EXPECT_EQ(scan(), cert + key + public_key);
     const auto warning = std::find(lines.begin(), lines.end(),
@@ -213,7 +213,7 @@ public:
     }
 };
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AKeyWhoseCertificateHasNoKeyUsageIsSkippedWithAWarning) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, KeyWhoseCertificateHasNoKeyUsageIsSkippedWithAWarning) {
     Libp11Init context("module.so");
     context.read_scard();
     ForgetfulList list;
@@ -224,7 +224,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, AKeyWhoseCertificateHasNoKeyUsageIsSkippedW
                                                key.substr(0, key.size() - 1)));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, OfTwoCertificatesWithOneIdTheFirstIsThePair) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, KeyIsPairedWithTheFirstOfTwoCertificatesWithItsId) {
     token().certs = {object(data().encipher.get()), object(data().client.get())};
     EXPECT_EQ(scan(filter(FilterType::exact, 0x80)), cert + cert + public_key);
     token().certs = {object(data().client.get()), object(data().encipher.get())};
@@ -232,21 +232,21 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, OfTwoCertificatesWithOneIdTheFirstIsThePair
     EXPECT_EQ(scan(filter(FilterType::exact, 0x80)), cert + cert + key + public_key);
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AnEmptyIdIsALonePercentSign) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, EmptyIdIsWrittenAsAPercentSign) {
     token().certs[0].id.clear();
     token().private_keys[0].id.clear();
     token().public_keys.clear();
     EXPECT_EQ(scan(), line("certificate", "cert", "%") + line("private_key", "private", "%"));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, IdsAreAnyBytesInLowerCaseHexadecimal) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, IdBytesAreWrittenInLowerCaseHexadecimal) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys = {{"Long", {0x00, 0x0a, 0xff, 0x25, 0x80}}};
     EXPECT_EQ(scan(), line("public_key", "public", "%00%0a%ff%25%80", "Token 1: Long"));
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AbsentLabelsAreEmptyTexts) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, MissingLabelsAreEmptyTexts) {
     token().label.reset();
     token().certs.clear();
     token().private_keys.clear();
@@ -255,7 +255,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, AbsentLabelsAreEmptyTexts) {
                       "cluster_name=%01]\n");
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, LabelsStandUnescaped) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, LabelsAreNotEscaped) {
     token().label = "T\xc3\xb6ken;50%\xff";
     token().certs.clear();
     token().private_keys.clear();
@@ -264,7 +264,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, LabelsStandUnescaped) {
                       "name=pkcs11:token=T\xc3\xb6ken;50%\xff;id=%01;type=public, cluster_name=%01]\n");
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, AThousandKeysCostThreeEnumerationsAndKeepTheirOrder) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, ThousandKeysNeedThreeEnumerationsAndKeepTheirOrder) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys.clear();
