@@ -153,7 +153,7 @@ const std::string store_loading = R"(<info> called: Kes::OsslScardIfImp::get_key
                                   logged_certificate("C=AT, O=Test Makers, CN=Exchanger",
                                                      "C=AT, O=Test Makers, CN=Exchanger");
 
-class OsslScardIfCapiLogTest : public CapiScardTest {
+class CapiBackendLogTest : public CapiScardTest {
 protected:
     void run(OsslScardCfg::CryptoIf crypto_if, unsigned int key_type, const char* key_id) {
         ASSERT_EQ(scard().version_check(4), 0);
@@ -191,13 +191,13 @@ protected:
     TempDir dir;
 };
 
-TEST_F(OsslScardIfCapiLogTest, ATypicalRunWithAProviderInFull) {
+TEST_F(CapiBackendLogTest, TypicalRunWithAProviderIsLoggedInFull) {
     run(OsslScardCfg::capi, AT_SIGNATURE, "c1");
     EXPECT_EQ(log(), start("capi") + capi_reading + capi_discovery + capi_loading + end +
                          "<trace> destroyed CapiPkoIdScanner object\n" + lists_end);
 }
 
-TEST_F(OsslScardIfCapiLogTest, ATypicalRunWithAStoreInFull) {
+TEST_F(CapiBackendLogTest, TypicalRunWithAStoreIsLoggedInFull) {
     capi().stores.at(0).certs.resize(2);
     run(OsslScardCfg::capi_store, 0, "AT, Test Makers, Exchanger");
     EXPECT_EQ(log(), start("capi_store") + store_discovery + store_loading + end +

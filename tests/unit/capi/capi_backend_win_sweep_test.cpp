@@ -161,13 +161,13 @@ std::string filled(std::string text, DWORD code) {
     return text;
 }
 
-struct Road {
+struct BackEnd {
     const char* name;
     OsslScardCfg::CryptoIf crypto_if;
     const std::vector<Row>* rows;
 };
 
-class OsslScardIfCapiSweepTest : public CapiScardTest, public ::testing::WithParamInterface<Road> {
+class CapiBackendSweepTest : public CapiScardTest, public ::testing::WithParamInterface<BackEnd> {
 protected:
     struct Operation {
         std::string name;
@@ -236,7 +236,7 @@ protected:
     };
 };
 
-TEST_P(OsslScardIfCapiSweepTest, ARunWithoutFailureMakesAsManyCallsAsTheTableHas) {
+TEST_P(CapiBackendSweepTest, RunWithoutFailureMakesAsManyCallsAsTheTableLists) {
     set_up();
     EXPECT_EQ(run_from(0), operations.size()) << last_error();
     EXPECT_EQ(num_keys, 1U);
@@ -244,7 +244,7 @@ TEST_P(OsslScardIfCapiSweepTest, ARunWithoutFailureMakesAsManyCallsAsTheTableHas
     expect_all_released();
 }
 
-TEST_P(OsslScardIfCapiSweepTest, EachFailingCallIsReportedReleasedAndGoneWithItsCause) {
+TEST_P(CapiBackendSweepTest, EachFailedCallIsReportedAndTheRunSucceedsOnceItsCauseIsGone) {
     std::size_t done = 0;
     for (const Row& row : *GetParam().rows) {
         for (const DWORD code : row.codes) {
@@ -256,10 +256,10 @@ TEST_P(OsslScardIfCapiSweepTest, EachFailingCallIsReportedReleasedAndGoneWithIts
     EXPECT_EQ(done, GetParam().rows->back().call * std::size(all_codes));
 }
 
-INSTANTIATE_TEST_SUITE_P(BothRoads, OsslScardIfCapiSweepTest,
-                         ::testing::Values(Road{"capi", OsslScardCfg::capi, &capi_rows},
-                                           Road{"capi_store", OsslScardCfg::capi_store, &store_rows}),
-                         [](const auto& road) { return std::string(road.param.name); });
+INSTANTIATE_TEST_SUITE_P(BothBackEnds, CapiBackendSweepTest,
+                         ::testing::Values(BackEnd{"capi", OsslScardCfg::capi, &capi_rows},
+                                           BackEnd{"capi_store", OsslScardCfg::capi_store, &store_rows}),
+                         [](const auto& back_end) { return std::string(back_end.param.name); });
 
 } // namespace
 } // namespace Kes::test

@@ -12,7 +12,7 @@ protected:
 
 const std::string location = "capi_helper:79 Kes::CapiInit::CapiInit(): ";
 
-TEST_F(CapiInitTest, OpensAContainerWithTheFlagsGivenAndReleasesItAtItsEnd) {
+TEST_F(CapiInitTest, OpensAContainerWithTheGivenFlagsAndReleasesItOnDestruction) {
     { const CapiInit capi(csp, "c1", 0); }
     EXPECT_EQ(script().calls(),
               (Lines{"CryptAcquireContextA(c1, Test CSP, 1, 0x0)", "CryptReleaseContext(prov:c1)"}));
@@ -20,7 +20,7 @@ TEST_F(CapiInitTest, OpensAContainerWithTheFlagsGivenAndReleasesItAtItsEnd) {
                                   "<info> capi destroyed"}));
 }
 
-TEST_F(CapiInitTest, WithoutContainerAndFlagsTheContextIsForTheProviderAlone) {
+TEST_F(CapiInitTest, ContextWithoutContainerAndFlagsIsOpenedForTheProviderAlone) {
     { const CapiInit capi(csp, nullptr, 0); }
     EXPECT_EQ(script().calls(), (Lines{"CryptAcquireContextA(null, Test CSP, 1, 0xf0000000)",
                                        "CryptGetProvParam(prov, 6, 0, size)",
@@ -32,7 +32,7 @@ TEST_F(CapiInitTest, WithoutContainerAndFlagsTheContextIsForTheProviderAlone) {
                                   "<info> capi destroyed"}));
 }
 
-TEST_F(CapiInitTest, FlagsThatAreGivenAreKept) {
+TEST_F(CapiInitTest, GivenFlagsAreNotChanged) {
     { const CapiInit capi(csp, nullptr, 0x20); }
     { const CapiInit capi(csp, "c1", 0xabc); }
     EXPECT_EQ(script().calls().front(), "CryptAcquireContextA(null, Test CSP, 1, 0x20)");
@@ -43,7 +43,7 @@ TEST_F(CapiInitTest, FlagsThatAreGivenAreKept) {
              "<info> capi initialized (provider=Test CSP, key_container=c1, flags=0xabc)"}));
 }
 
-TEST_F(CapiInitTest, WithoutProviderTheDefaultOneTellsItsName) {
+TEST_F(CapiInitTest, NameOfTheDefaultProviderIsReadWhenNoProviderIsGiven) {
     { const CapiInit capi(nullptr, "c1", 0); }
     EXPECT_EQ(script().calls(),
               (Lines{"CryptAcquireContextA(c1, null, 1, 0x0)", "CryptGetProvParam(prov:c1, 4, 0, size)",
@@ -52,14 +52,14 @@ TEST_F(CapiInitTest, WithoutProviderTheDefaultOneTellsItsName) {
               "<info> capi initialized (provider=Test CSP (default), key_container=c1, flags=0x0)");
 }
 
-TEST_F(CapiInitTest, NamesWithoutATerminatingNulAreTakenWhole) {
+TEST_F(CapiInitTest, NamesWithoutATerminatingNulAreReadCompletely) {
     provider().ends_names = false;
     { const CapiInit capi(nullptr, nullptr, 0); }
     EXPECT_EQ(log.lines().at(4), "<info> capi initialized (provider=Test CSP (default), "
                                  "key_container=default (default), flags=0xf0000000)");
 }
 
-TEST_F(CapiInitTest, EmptyNamesAreNoError) {
+TEST_F(CapiInitTest, EmptyNamesAreAccepted) {
     capi().odd_answers["CryptGetProvParam 4"] = {.size = 0};
     capi().odd_answers["CryptGetProvParam 6"] = {.size = 0};
     { const CapiInit capi(nullptr, nullptr, 0); }
@@ -67,7 +67,7 @@ TEST_F(CapiInitTest, EmptyNamesAreNoError) {
                                  "flags=0xf0000000)");
 }
 
-TEST_F(CapiInitTest, AContextThatIsRefusedIsReportedWithAllThatWasAsked) {
+TEST_F(CapiInitTest, ErrorOfARefusedContextContainsAllArguments) {
     const struct {
         const char* provider;
         const char* container;
@@ -93,7 +93,7 @@ TEST_F(CapiInitTest, AContextThatIsRefusedIsReportedWithAllThatWasAsked) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(CapiInitTest, ErrorsOfWindowsAreWinErrorsThatKeepTheNumber) {
+TEST_F(CapiInitTest, WindowsErrorsAreThrownAsWinErrorWithTheErrorNumber) {
     try {
         const CapiInit capi("Nobody's CSP", nullptr, 0);
         FAIL() << "no exception";
@@ -107,7 +107,7 @@ TEST_F(CapiInitTest, ErrorsOfWindowsAreWinErrorsThatKeepTheNumber) {
     }
 }
 
-TEST_F(CapiInitTest, AProviderThatDoesNotTellItsNameIsAnErrorAndIsReleased) {
+TEST_F(CapiInitTest, ProviderWhoseNameCannotBeReadIsReportedAndReleased) {
     const struct {
         std::size_t step;
         DWORD code;
@@ -137,7 +137,7 @@ TEST_F(CapiInitTest, AProviderThatDoesNotTellItsNameIsAnErrorAndIsReleased) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(CapiInitTest, WithoutACurrentContainerAWarningIsAllThereIs) {
+TEST_F(CapiInitTest, UnreadableCurrentContainerIsOnlyAWarning) {
     for (const std::size_t step : {2U, 3U}) {
         for (const DWORD code : all_codes) {
             if (code == no_more_items || (step == 2 && code == bad_type)) continue; // below
@@ -158,7 +158,7 @@ TEST_F(CapiInitTest, WithoutACurrentContainerAWarningIsAllThereIs) {
     }
 }
 
-TEST_F(CapiInitTest, NoMoreItemsIsNoErrorInAnyReadOfAProvider) {
+TEST_F(CapiInitTest, NoMoreItemsIsNotAnErrorWhenReadingAProviderParameter) {
     for (const std::size_t step : {2U, 3U}) {
         const LogCapture own_log;
         restart_script();
@@ -169,7 +169,7 @@ TEST_F(CapiInitTest, NoMoreItemsIsNoErrorInAnyReadOfAProvider) {
     }
 }
 
-TEST_F(CapiInitTest, AProviderThatKnowsNoCurrentContainerCannotBeOpenedWithoutOne) {
+TEST_F(CapiInitTest, ProviderWithoutTheCurrentContainerParameterCannotBeOpenedWithoutAContainer) {
     capi().errors["CryptGetProvParam 6"] = bad_type;
     EXPECT_EQ(error_text([] { const CapiInit capi(csp, nullptr, 0); }),
               "capi_helper:244 Kes::CapiProvParamReader::read_len(): CryptGetProvParam() with param=6, "
@@ -177,7 +177,7 @@ TEST_F(CapiInitTest, AProviderThatKnowsNoCurrentContainerCannotBeOpenedWithoutOn
     EXPECT_EQ(script().calls().back(), "CryptReleaseContext(prov)");
 }
 
-TEST_F(CapiInitTest, FetchesAKeyAndDestroysItBeforeTheContextIsReleased) {
+TEST_F(CapiInitTest, DestroysAFetchedKeyBeforeItReleasesTheContext) {
     {
         CapiInit capi(csp, "c1", 0);
         EXPECT_EQ(capi.key(), 0U);
@@ -193,7 +193,7 @@ TEST_F(CapiInitTest, FetchesAKeyAndDestroysItBeforeTheContextIsReleased) {
                      "<info> fetched user key with key_type=KEYEXCHANGE", "<info> capi destroyed"}));
 }
 
-TEST_F(CapiInitTest, ASecondFetchDestroysTheFirstKeyBeforeItAsks) {
+TEST_F(CapiInitTest, SecondFetchDestroysTheFirstKeyBeforeItRequestsTheNext) {
     CapiInit capi(csp, "c1", 0);
     capi.fetch_key(AT_KEYEXCHANGE);
     script().take_calls();
@@ -202,7 +202,7 @@ TEST_F(CapiInitTest, ASecondFetchDestroysTheFirstKeyBeforeItAsks) {
     EXPECT_EQ(log.lines().back(), "<info> fetched user key with key_type=SIGNATURE");
 }
 
-TEST_F(CapiInitTest, AKeyThatIsNotThereIsAnErrorThatNamesIt) {
+TEST_F(CapiInitTest, MissingKeyIsReportedWithItsKeyType) {
     const struct {
         std::uint32_t key_type;
         const char* name;
@@ -220,7 +220,7 @@ TEST_F(CapiInitTest, AKeyThatIsNotThereIsAnErrorThatNamesIt) {
     }
 }
 
-TEST_F(CapiInitTest, AFailedFetchLeavesNoKeyEvenIfThereWasOneBefore) {
+TEST_F(CapiInitTest, FailedFetchLeavesNoKeyEvenAfterASuccessfulFetch) {
     CapiInit capi(csp, "c2", 0);
     capi.fetch_key(AT_SIGNATURE);
     EXPECT_EQ(error_text([&] { capi.fetch_key(AT_KEYEXCHANGE); }),
@@ -230,7 +230,7 @@ TEST_F(CapiInitTest, AFailedFetchLeavesNoKeyEvenIfThereWasOneBefore) {
     EXPECT_EQ(capi.key(), 0U);
 }
 
-TEST_F(CapiInitTest, TryingForAKeyThatIsNotThereLogsTheFindingAlone) {
+TEST_F(CapiInitTest, TryFetchOfAMissingKeyLogsOnlyThatItIsMissing) {
     CapiInit capi(csp, "c2", 0);
     EXPECT_FALSE(capi.try_fetch_key(AT_KEYEXCHANGE));
     EXPECT_TRUE(capi.try_fetch_key(AT_SIGNATURE));
@@ -239,7 +239,7 @@ TEST_F(CapiInitTest, TryingForAKeyThatIsNotThereLogsTheFindingAlone) {
                                   "<info> fetched user key with key_type=SIGNATURE"}));
 }
 
-TEST_F(CapiInitTest, TryingForAKeyThatCannotBeFetchedWarnsOfTheReason) {
+TEST_F(CapiInitTest, TryFetchThatFailsLogsAWarningWithTheReason) {
     CapiInit capi(csp, "c1", 0);
     for (const DWORD code : all_codes) {
         const LogCapture own_log;
@@ -253,7 +253,7 @@ TEST_F(CapiInitTest, TryingForAKeyThatCannotBeFetchedWarnsOfTheReason) {
     }
 }
 
-TEST_F(CapiInitTest, WhatAFailingProviderLeavesAsAHandleIsNotClosed) {
+TEST_F(CapiInitTest, HandleWrittenByAFailedCallIsNotClosed) {
     ScriptedCapi::instance().junk_handle = 0xdead;
     EXPECT_NE(error_text([] { const CapiInit capi(csp, "gone", 0); }), "no exception");
     EXPECT_EQ(script().calls(), Lines{"CryptAcquireContextA(gone, Test CSP, 1, 0x0)"});
@@ -271,7 +271,7 @@ TEST_F(CapiInitTest, WhatAFailingProviderLeavesAsAHandleIsNotClosed) {
                      "CryptDestroyKey(key:c2/2)", "CryptReleaseContext(prov:c2)"}));
 }
 
-TEST_F(CapiInitTest, ReleasesThatFailAreLoggedAndNothingElse) {
+TEST_F(CapiInitTest, FailedReleasesAreOnlyLogged) {
     for (const DWORD code : all_codes) {
         const LogCapture own_log;
         restart_script();

@@ -45,7 +45,7 @@ TEST_F(CapiProvParamTest, ReadsTheSizeThenTheDataAndLogsTheObjectAtTrace) {
               (Lines{"CryptGetProvParam(prov:c1, 4, 0, size)", "CryptGetProvParam(prov:c1, 4, 0, read)"}));
 }
 
-TEST_F(CapiProvParamTest, WhatIsSaidToHaveNoLengthIsNotRead) {
+TEST_F(CapiProvParamTest, ParameterOfLengthZeroIsNotRead) {
     capi().odd_answers["CryptGetProvParam 4"] = {.size = 0};
     const CapiProvParamReader reader(handle(), PP_NAME, 0);
     EXPECT_TRUE(reader.data().empty());
@@ -53,7 +53,7 @@ TEST_F(CapiProvParamTest, WhatIsSaidToHaveNoLengthIsNotRead) {
     EXPECT_EQ(script().calls().back(), "CryptGetProvParam(prov:c1, 4, 0, size)");
 }
 
-TEST_F(CapiProvParamTest, AReadThatGivesLessThanItSaidCountsWithWhatItGave) {
+TEST_F(CapiProvParamTest, ReadThatReturnsLessThanAnnouncedIsAccepted) {
     const Bytes few{'a', 'b'};
     for (const Bytes& given : {few, Bytes()}) {
         capi().odd_answers["CryptGetProvParam 4"] = {.size = 100, .data = given};
@@ -62,14 +62,14 @@ TEST_F(CapiProvParamTest, AReadThatGivesLessThanItSaidCountsWithWhatItGave) {
     }
 }
 
-TEST_F(CapiProvParamTest, AReadThatClaimsMoreThanTheBufferHoldsCountsWithTheBuffer) {
+TEST_F(CapiProvParamTest, ReadThatReportsMoreThanTheBufferHoldsIsLimitedToTheBuffer) {
     capi().odd_answers["CryptGetProvParam 4"] = {.size = 4, .data = Bytes{'a', 'b'}, .said = 4000000000U};
     const CapiProvParamReader reader(handle(), PP_NAME, 0);
     EXPECT_EQ(reader.data(), (Bytes{'a', 'b', 0, 0}));
     EXPECT_EQ(reader.text(), "ab");
 }
 
-TEST_F(CapiProvParamTest, ASizeThatGrewUntilTheReadIsAnError) {
+TEST_F(CapiProvParamTest, SizeThatGrowsBeforeTheReadThrows) {
     capi().odd_answers["CryptGetProvParam 4"] = {.size = 3};
     EXPECT_EQ(error_text([&] { const CapiProvParamReader reader(handle(), PP_NAME, 0); }),
               "capi_helper:289 Kes::CapiProvParamReader::read(): CryptGetProvParam(param=4, flags=0) failed: "
@@ -77,7 +77,7 @@ TEST_F(CapiProvParamTest, ASizeThatGrewUntilTheReadIsAnError) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(CapiProvParamTest, TextsEndAtTheirNulOrWithTheData) {
+TEST_F(CapiProvParamTest, TextsEndAtTheFirstNulOrAtTheEndOfTheData) {
     const std::string cut("one\0two", 7);
     capi().odd_answers["CryptGetProvParam 4"] = {.size = 7, .data = Bytes(cut.begin(), cut.end())};
     EXPECT_EQ(CapiProvParamReader(handle(), PP_NAME, 0).text(), "one");
@@ -87,7 +87,7 @@ TEST_F(CapiProvParamTest, TextsEndAtTheirNulOrWithTheData) {
 }
 
 /// What a failing size query and a failing read of a parameter come to.
-TEST_F(CapiProvParamTest, EachFailureHasItsTextWithParameterAndFlagsInDecimal) {
+TEST_F(CapiProvParamTest, ErrorsContainTheParameterAndTheFlagsInDecimal) {
     const std::string unsupported = "capi_helper:244 Kes::CapiProvParamReader::read_len(): "
                                     "CryptGetProvParam() with param=39, flags=17 is not supported: val=4 "
                                     "(unsupported)";
@@ -122,12 +122,12 @@ TEST_F(CapiProvParamTest, EachFailureHasItsTextWithParameterAndFlagsInDecimal) {
     script().reset();
 }
 
-TEST_F(CapiProvParamTest, AnUnsupportedParameterIsNoErrorOfWindows) {
+TEST_F(CapiProvParamTest, UnsupportedParameterIsNotReportedAsAWindowsError) {
     capi().errors["CryptGetProvParam 39"] = bad_type;
     EXPECT_THROW(CapiProvParamReader(handle(), PP_KEYSPEC, 0), Error);
 }
 
-TEST_F(CapiProvParamTest, ListsTheContainersInTheProvidersOrder) {
+TEST_F(CapiProvParamTest, ListsTheContainersInTheOrderOfTheProvider) {
     provider().containers = {{"zebra", {}}, {"c1", {}}, {"Ärger", {}}, {"", {}}, {"c 2", {}}};
     EXPECT_EQ(containers(), (Lines{"zebra", "c1", "Ärger", "", "c 2"}));
     Lines expected{"CryptGetProvParam(prov:c1, 2, 1, size)", "CryptGetProvParam(prov:c1, 2, 1, read)"};
@@ -137,14 +137,14 @@ TEST_F(CapiProvParamTest, ListsTheContainersInTheProvidersOrder) {
     EXPECT_EQ(script().calls(), expected + Lines{"CryptGetProvParam(prov:c1, 2, 2, size)"});
 }
 
-TEST_F(CapiProvParamTest, AnEmptyProviderHasNoContainersAndThatIsNoError) {
+TEST_F(CapiProvParamTest, EmptyProviderHasNoContainers) {
     provider().containers.clear();
     EXPECT_EQ(containers(), Lines());
     provider().tells_end_by_read = true;
     EXPECT_EQ(containers(), Lines());
 }
 
-TEST_F(CapiProvParamTest, TheEndOfTheContainersMayShowInTheSizeOrInTheRead) {
+TEST_F(CapiProvParamTest, EndOfTheContainersIsDetectedInTheSizeQueryAndInTheRead) {
     for (const bool tells_end_by_read : {false, true}) {
         provider().tells_end_by_read = tells_end_by_read;
         EXPECT_EQ(containers(), (Lines{"c1", "c2"}));
@@ -152,19 +152,19 @@ TEST_F(CapiProvParamTest, TheEndOfTheContainersMayShowInTheSizeOrInTheRead) {
     EXPECT_EQ(script().calls().back(), "CryptGetProvParam(prov:c1, 2, 2, read)");
 }
 
-TEST_F(CapiProvParamTest, ContainerNamesWithoutATerminatingNulAreTakenWhole) {
+TEST_F(CapiProvParamTest, ContainerNamesWithoutATerminatingNulAreReadCompletely) {
     provider().ends_names = false;
     EXPECT_EQ(containers(), (Lines{"c1", "c2"}));
 }
 
-TEST_F(CapiProvParamTest, AContainerNameThatDoesNotFitTheSizeThatWasSaidIsAnError) {
+TEST_F(CapiProvParamTest, ContainerNameLongerThanTheAnnouncedSizeThrows) {
     capi().odd_answers["CryptGetProvParam 2"] = {.size = 2};
     EXPECT_EQ(error_text([&] { containers(); }),
               "capi_helper:289 Kes::CapiProvParamReader::read(): CryptGetProvParam(param=2, flags=1) failed: "
               "val=234 [0xea] (unknown winerror)");
 }
 
-TEST_F(CapiProvParamTest, ANameWithoutAnyByteEndsTheContainers) {
+TEST_F(CapiProvParamTest, NameWithoutBytesEndsTheContainerList) {
     capi().odd_answers["CryptGetProvParam 2"] = {.size = 10, .data = Bytes()};
     EXPECT_EQ(containers(), Lines());
 }
@@ -179,7 +179,7 @@ TEST_F(CapiProvParamTest, ThousandContainersAreListed) {
     EXPECT_EQ(containers(), expected);
 }
 
-TEST_F(CapiProvParamTest, AContainerListThatFailsIsAnErrorWithTheFlagsOfThatRead) {
+TEST_F(CapiProvParamTest, ErrorOfAFailedContainerListContainsTheFlagsOfTheRead) {
     const std::string first = "CryptGetProvParam(param=2, flags=1) failed: ";
     const std::string later = "CryptGetProvParam(param=2, flags=2) failed: ";
     const std::string size = "capi_helper:252 Kes::CapiProvParamReader::read_len(): ";
@@ -192,7 +192,7 @@ TEST_F(CapiProvParamTest, AContainerListThatFailsIsAnErrorWithTheFlagsOfThatRead
     }
 }
 
-TEST_F(CapiProvParamTest, TheMaskOfKeySpecificationsIsSplitInAscendingOrder) {
+TEST_F(CapiProvParamTest, KeySpecificationMaskIsSplitInAscendingOrder) {
     const struct {
         DWORD mask;
         std::vector<std::uint32_t> list;
@@ -215,7 +215,7 @@ TEST_F(CapiProvParamTest, TheMaskOfKeySpecificationsIsSplitInAscendingOrder) {
 
 const std::string mask_warning = "<warn> keyspec mask is 0 -> updating it to 3";
 
-TEST_F(CapiProvParamTest, AMaskOfZeroStandsForBothKeysAndIsWarnedOf) {
+TEST_F(CapiProvParamTest, MaskZeroMeansBothKeysAndLogsAWarning) {
     provider().key_specs = 0;
     const CapiKeySpecs key_specs = read_capi_key_specs(handle());
     EXPECT_EQ(key_specs.mask, 3U);
@@ -224,7 +224,7 @@ TEST_F(CapiProvParamTest, AMaskOfZeroStandsForBothKeysAndIsWarnedOf) {
                                   "<trace> destroyed CapiProvParamReader object", mask_warning}));
 }
 
-TEST_F(CapiProvParamTest, AMaskOfAnotherLengthCountsAsZero) {
+TEST_F(CapiProvParamTest, MaskOfAnotherLengthIsTreatedAsZero) {
     for (const Bytes& mask : {Bytes{}, Bytes{1}, Bytes{1, 0, 0}, Bytes{1, 0, 0, 0, 0}, Bytes(8, 1)}) {
         for (const DWORD size : {0U, 4U, 100U}) {
             SCOPED_TRACE(std::to_string(mask.size()) + " " + std::to_string(size));
@@ -236,7 +236,7 @@ TEST_F(CapiProvParamTest, AMaskOfAnotherLengthCountsAsZero) {
     }
 }
 
-TEST_F(CapiProvParamTest, AMaskThatCannotBeReadStandsForBothKeysAndTheReasonIsLogged) {
+TEST_F(CapiProvParamTest, UnreadableMaskMeansBothKeysAndLogsTheReason) {
     const std::string failed = "CryptGetProvParam(param=39, flags=0) failed: ";
     const struct {
         std::size_t step;
@@ -269,7 +269,7 @@ TEST_F(CapiProvParamTest, AMaskThatCannotBeReadStandsForBothKeysAndTheReasonIsLo
     }
 }
 
-TEST_F(CapiKeyParamTest, GivesTheCertificateAsItIsOnTheCard) {
+TEST_F(CapiKeyParamTest, ReturnsTheCertificateOfTheCardUnchanged) {
     EXPECT_EQ(certificate(), cert_der("sign"));
     EXPECT_EQ(script().calls(),
               (Lines{"CryptGetKeyParam(key:c1/2, 26, 0, size)", "CryptGetKeyParam(key:c1/2, 26, 0, read)"}));
@@ -277,18 +277,18 @@ TEST_F(CapiKeyParamTest, GivesTheCertificateAsItIsOnTheCard) {
                                    "<trace> destroyed CapiKeyParamReader object"}));
 }
 
-TEST_F(CapiKeyParamTest, ACertificateWithoutLengthIsEmptyAndNotRead) {
+TEST_F(CapiKeyParamTest, CertificateOfLengthZeroIsEmptyAndNotRead) {
     container(0).keys[AT_SIGNATURE].certificate = Bytes();
     EXPECT_EQ(certificate(), Bytes());
     EXPECT_EQ(script().calls(), Lines{"CryptGetKeyParam(key:c1/2, 26, 0, size)"});
 }
 
-TEST_F(CapiKeyParamTest, AShortReadIsTakenAsItIs) {
+TEST_F(CapiKeyParamTest, ShortReadIsAccepted) {
     capi().odd_answers["CryptGetKeyParam 26"] = {.size = 5000};
     EXPECT_EQ(certificate(), cert_der("sign"));
 }
 
-TEST_F(CapiKeyParamTest, EachFailureHasItsTextAndNoMoreItemsIsOneToo) {
+TEST_F(CapiKeyParamTest, EachFailureIncludingNoMoreItemsThrows) {
     const std::string failed = "CryptGetKeyParam(param=26, flags=0) failed: ";
     const std::string size = "capi_helper:426 Kes::CapiKeyParamReader::read_len(): " + failed;
     const std::string read = "capi_helper:459 Kes::CapiKeyParamReader::read(): " + failed;
@@ -315,7 +315,7 @@ TEST_F(CapiKeyParamTest, EachFailureHasItsTextAndNoMoreItemsIsOneToo) {
     EXPECT_EQ(log->lines(), Lines());
 }
 
-TEST_F(CapiKeyParamTest, ASizeThatGrewUntilTheReadIsAnError) {
+TEST_F(CapiKeyParamTest, SizeThatGrowsBeforeTheReadThrows) {
     capi().odd_answers["CryptGetKeyParam 26"] = {.size = 10};
     EXPECT_EQ(error_text([&] { certificate(); }),
               "capi_helper:459 Kes::CapiKeyParamReader::read(): CryptGetKeyParam(param=26, flags=0) failed: "

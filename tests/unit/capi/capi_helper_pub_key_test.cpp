@@ -14,19 +14,19 @@ protected:
     Bytes der() const { return CapiPubKey(opened.provider(), AT_SIGNATURE).der(); }
 };
 
-TEST_F(CapiPubKeyTest, IsTheSubjectPublicKeyInfoOfTheKey) {
+TEST_F(CapiPubKeyTest, ReturnsTheSubjectPublicKeyInfoOfTheKey) {
     EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
     EXPECT_EQ(script().calls(), (Lines{"CryptExportPublicKeyInfoEx(prov:c1, 2, size)",
                                        "CryptExportPublicKeyInfoEx(prov:c1, 2, read)",
                                        "CryptEncodeObjectEx(size)", "CryptEncodeObjectEx(read)"}));
 }
 
-TEST_F(CapiPubKeyTest, AKeyWithParametersKeepsThem) {
+TEST_F(CapiPubKeyTest, KeyParametersAreKept) {
     container(0).keys[AT_SIGNATURE].public_key = CapiKeys::instance().ec.get();
     EXPECT_EQ(der(), public_key_der(CapiKeys::instance().ec.get()));
 }
 
-TEST_F(CapiPubKeyTest, EachFailingCallHasItsTextAndIsTheLast) {
+TEST_F(CapiPubKeyTest, FailedCallIsNamedAndNoFurtherCallFollows) {
     const std::string errors[] = {
         "capi_helper:512 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: ",
         "capi_helper:520 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: ",
@@ -43,7 +43,7 @@ TEST_F(CapiPubKeyTest, EachFailingCallHasItsTextAndIsTheLast) {
     }
 }
 
-TEST_F(CapiPubKeyTest, SizesThatGrewUntilTheReadAreErrors) {
+TEST_F(CapiPubKeyTest, SizesThatGrowBeforeTheReadThrow) {
     for (const DWORD size : {0U, 1U, 100U}) {
         capi().odd_answers = {{"CryptExportPublicKeyInfoEx", {.size = size}}};
         EXPECT_EQ(error_text([&] { der(); }), "capi_helper:520 Kes::CapiPubKey::CapiPubKey(): "
@@ -55,23 +55,23 @@ TEST_F(CapiPubKeyTest, SizesThatGrewUntilTheReadAreErrors) {
                                           "CryptEncodeObjectEx() failed: val=234 [0xea] (unknown winerror)");
 }
 
-TEST_F(CapiPubKeyTest, SizesThatShrankUntilTheReadAreTakenAsTheyAre) {
+TEST_F(CapiPubKeyTest, SizesThatShrinkBeforeTheReadAreAccepted) {
     capi().odd_answers = {{"CryptExportPublicKeyInfoEx", {.size = 5000}},
                           {"CryptEncodeObjectEx", {.size = 5000}}};
     EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
 }
 
-TEST_F(CapiPubKeyTest, AnEncodingWithoutLengthIsEmpty) {
+TEST_F(CapiPubKeyTest, EncodingOfLengthZeroIsEmpty) {
     capi().odd_answers = {{"CryptEncodeObjectEx", {.size = 0}}};
     EXPECT_EQ(der(), Bytes());
 }
 
-TEST_F(CapiPubKeyTest, AnEncodingThatClaimsMoreThanTheBufferHoldsCountsWithTheBuffer) {
+TEST_F(CapiPubKeyTest, EncodingThatReportsMoreThanTheBufferHoldsIsLimitedToTheBuffer) {
     capi().odd_answers = {{"CryptEncodeObjectEx", {.said = 4000000000U}}};
     EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
 }
 
-TEST_F(CapiPubKeyTest, AContainerWithoutThatKeyIsAnError) {
+TEST_F(CapiPubKeyTest, ContainerWithoutTheKeyThrows) {
     container(0).keys.erase(AT_SIGNATURE);
     EXPECT_EQ(error_text([&] { der(); }),
               "capi_helper:512 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: " +

@@ -8,7 +8,7 @@ namespace {
 
 class CapiInitTest : public CardTest {};
 
-TEST_F(CapiInitTest, ASecondKeyIsFetchedAfterTheFirstWasDestroyed) {
+TEST_F(CapiInitTest, FirstKeyIsDestroyedBeforeTheSecondIsFetched) {
     {
         CapiInit capi(card_provider, "both", 0);
         capi.fetch_key(signature);
@@ -23,7 +23,7 @@ TEST_F(CapiInitTest, ASecondKeyIsFetchedAfterTheFirstWasDestroyed) {
                      "<info> fetched user key with key_type=KEYEXCHANGE", "<info> capi destroyed"}));
 }
 
-TEST_F(CapiInitTest, WithoutNamesItTellsWhichProviderIsTheDefault) {
+TEST_F(CapiInitTest, NameOfTheDefaultProviderIsLoggedWhenNoNamesAreGiven) {
     HCRYPTPROV provider = 0;
     ASSERT_TRUE(::CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
     char name[256] = "";
@@ -39,7 +39,7 @@ TEST_F(CapiInitTest, WithoutNamesItTellsWhichProviderIsTheDefault) {
                                       " (default), flags=0xf0000000)");
 }
 
-TEST_F(CapiInitTest, AContainerThatDoesNotExistIsReported) {
+TEST_F(CapiInitTest, MissingContainerIsReported) {
     EXPECT_EQ(error_text([] { const CapiInit capi(card_provider, "gone", 0); }),
               "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Microsoft Base "
               "Smart Card "
@@ -47,7 +47,7 @@ TEST_F(CapiInitTest, AContainerThatDoesNotExistIsReported) {
                   windows_error(0x80090016));
 }
 
-TEST_F(CapiInitTest, AKeyThatTheContainerDoesNotHaveIsReported) {
+TEST_F(CapiInitTest, KeyMissingFromTheContainerIsReported) {
     card.add("sign");
     CapiInit capi(card_provider, "sign", 0);
     EXPECT_EQ(
@@ -56,7 +56,7 @@ TEST_F(CapiInitTest, AKeyThatTheContainerDoesNotHaveIsReported) {
             windows_error(0x8009000d));
 }
 
-TEST_F(CapiInitTest, ACertificateOfTheCardIsReadByteForByte) {
+TEST_F(CapiInitTest, CertificateOfTheCardIsReadByteForByte) {
     CapiInit capi(card_provider, "both", 0);
     for (const unsigned int key_spec : {key_exchange, signature}) {
         capi.fetch_key(key_spec);
@@ -64,14 +64,14 @@ TEST_F(CapiInitTest, ACertificateOfTheCardIsReadByteForByte) {
     }
 }
 
-TEST_F(CapiInitTest, APublicKeyIsReadAsItStandsInTheCertificate) {
+TEST_F(CapiInitTest, PublicKeyEqualsThatOfTheCertificate) {
     const CapiInit capi(card_provider, "both", 0);
     for (const unsigned int key_spec : {key_exchange, signature})
         EXPECT_EQ(CapiPubKey(capi.provider(), key_spec).der(),
                   public_key_of(prepared_certificate("both", key_spec)));
 }
 
-TEST_F(CapiInitTest, AParameterThatTheProviderDoesNotKnowIsUnsupported) {
+TEST_F(CapiInitTest, ParameterUnknownToTheProviderIsUnsupported) {
     CapiInit capi(card_provider, "both", 0);
     capi.fetch_key(signature);
     card.fail("key_specs_size", bad_type);

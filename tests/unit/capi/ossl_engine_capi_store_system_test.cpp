@@ -27,7 +27,7 @@ protected:
     std::unique_ptr<CapiStoreOsslEngine> engine;
 };
 
-TEST_F(CapiStoreOsslEngineTest, ReadsTheCertificateAndTheKeysThatBelongToIt) {
+TEST_F(CapiStoreOsslEngineTest, ReadsTheCertificateAndItsKeys) {
     const X509Ptr certificate = engine->read_certificate("Berta");
     EXPECT_EQ(der_of(certificate.get()), prepared_certificate("both", signature));
     EXPECT_EQ(
@@ -36,14 +36,14 @@ TEST_F(CapiStoreOsslEngineTest, ReadsTheCertificateAndTheKeysThatBelongToIt) {
               public_key_der(::X509_get0_pubkey(certificate.get())));
 }
 
-TEST_F(CapiStoreOsslEngineTest, AKeyTypeChangesNothing) {
+TEST_F(CapiStoreOsslEngineTest, KeyTypeIsIgnored) {
     engine->set_key_type(key_exchange);
     const X509Ptr certificate = engine->read_certificate("Berta");
     EXPECT_EQ(
         signing_problem(engine->read_private_key("Berta").get(), certificate.get(), pkcs1_with_any_sha2), "");
 }
 
-TEST_F(CapiStoreOsslEngineTest, ANameThatNoSubjectContainsIsNotFound) {
+TEST_F(CapiStoreOsslEngineTest, NameContainedInNoSubjectIsNotFound) {
     const std::string text = "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): error "
                              "finding certificate with subject "
                              "name='Nobody': rc=0";
@@ -54,7 +54,7 @@ TEST_F(CapiStoreOsslEngineTest, ANameThatNoSubjectContainsIsNotFound) {
               "error:engine routines:failed loading private key:");
 }
 
-TEST_F(CapiStoreOsslEngineTest, OfEqualSubjectsTheFirstOfTheStoreIsRead) {
+TEST_F(CapiStoreOsslEngineTest, FirstCertificateOfEqualSubjectsIsRead) {
     Lines twins{"twin_1", "twin_2", "other_twin"};
     for (const std::string& twin : twins)
         card.add(twin);
@@ -75,7 +75,7 @@ TEST_F(CapiStoreOsslEngineTest, OfEqualSubjectsTheFirstOfTheStoreIsRead) {
     } while (std::next_permutation(twins.begin(), twins.end()));
 }
 
-TEST_F(CapiStoreOsslEngineTest, TheFirstOfTheStoreWhoseSubjectContainsTheNameIsRead) {
+TEST_F(CapiStoreOsslEngineTest, FirstCertificateWhoseSubjectContainsTheNameIsRead) {
     for (const char* twin : {"other_twin", "twin_1", "twin_2"}) {
         card.add(twin);
         const KeyPlace place = on_card(twin, signature);
@@ -97,14 +97,14 @@ TEST_F(CapiStoreOsslEngineTest, TheFirstOfTheStoreWhoseSubjectContainsTheNameIsR
         "");
 }
 
-TEST_F(CapiStoreOsslEngineTest, AStoreThatIsGoneIsReported) {
+TEST_F(CapiStoreOsslEngineTest, MissingStoreIsReported) {
     system_store.remove();
     EXPECT_EQ(error_text([&] { engine->read_certificate("Berta"); }),
               "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=" +
                   system_store.name() + " failed: " + windows_error(2));
 }
 
-TEST_F(CapiStoreOsslEngineTest, KeyInformationThatPointsNowhereFailsTheKeyAlone) {
+TEST_F(CapiStoreOsslEngineTest, DanglingKeyInformationFailsOnlyTheKey) {
     const KeyPlace place = on_card("gone", signature);
     system_store.add(prepared_certificate("plain"), &place);
     EXPECT_EQ(der_of(engine->read_certificate("Paul Plain").get()), prepared_certificate("plain"));

@@ -40,13 +40,13 @@ TEST_F(CapiStoreOsslEngineTest, LoadsInOrderAndLogsTheId) {
     EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"}); // so the test double calls itself
 }
 
-TEST_F(CapiStoreOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {
+TEST_F(CapiStoreOsslEngineTest, DebugFileIsSetAfterTheDebugLevel) {
     const auto loaded = load("debug.txt");
     EXPECT_EQ(script().calls(),
               load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, debug_file, debug.txt)"} + choice_calls);
 }
 
-TEST_F(CapiStoreOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
+TEST_F(CapiStoreOsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder) {
     const std::string constructor = " Kes::CapiStoreOsslEngine::CapiStoreOsslEngine(): ";
     const std::vector<EngineStep> steps{
         {2, "ossl_engine_capi_store:114" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
@@ -67,11 +67,11 @@ TEST_F(CapiStoreOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     EXPECT_EQ(log.lines(), Lines());
 }
 
-TEST_F(CapiStoreOsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
+TEST_F(CapiStoreOsslEngineTest, OtherExceptionsAfterInitPropagateWithoutFinish) {
     expect_other_exceptions_to_leave_without_finish([] { load(); });
 }
 
-TEST_F(CapiStoreOsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
+TEST_F(CapiStoreOsslEngineTest, ErrorQueueIsReadBeforeTheCleanUp) {
     expect_error_queue_taken_before_clean_up([] { load(); });
 }
 
@@ -83,7 +83,7 @@ TEST_F(CapiStoreOsslEngineTest, UnloadsInOrderAndFreesLast) {
     EXPECT_EQ(log.lines().back(), "<info> unloading engine: id=pkcs11");
 }
 
-TEST_F(CapiStoreOsslEngineTest, KeyTypesAndPinsAreOfNoInterest) {
+TEST_F(CapiStoreOsslEngineTest, KeyTypesAndPinsAreIgnored) {
     const auto loaded = load();
     script().take_calls();
     loaded->set_key_type(AT_KEYEXCHANGE);
@@ -91,14 +91,14 @@ TEST_F(CapiStoreOsslEngineTest, KeyTypesAndPinsAreOfNoInterest) {
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(CapiStoreOsslEngineTest, ThePrivateKeyIsTheEngines) {
+TEST_F(CapiStoreOsslEngineTest, PrivateKeyIsReadFromTheEngine) {
     const auto loaded = load();
     const EvpPkeyPtr key = loaded->read_private_key("Signer");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
     EXPECT_EQ(script().calls().back(), "ENGINE_load_private_key(engine1, Signer)");
 }
 
-TEST_F(CapiStoreOsslEngineTest, TheCertificateIsACopyOfTheFirstInTheStoreThatHasTheText) {
+TEST_F(CapiStoreOsslEngineTest, CertificateIsACopyOfTheFirstWhoseSubjectContainsTheText) {
     const auto loaded = load();
     script().take_calls();
     const X509Ptr cert = loaded->read_certificate("test makers");
@@ -114,14 +114,14 @@ TEST_F(CapiStoreOsslEngineTest, TheCertificateIsACopyOfTheFirstInTheStoreThatHas
                      "<trace> destroyed WinCertStoreImp [MY]", "<trace> destroyed CertStore [MY]"}));
 }
 
-TEST_F(CapiStoreOsslEngineTest, ThePublicKeyIsThatOfTheCertificate) {
+TEST_F(CapiStoreOsslEngineTest, PublicKeyIsReadFromTheCertificate) {
     const auto loaded = load();
     const EvpPkeyPtr key = loaded->read_public_key("Exchanger");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), CapiKeys::instance().rsa.get()), 1);
     EXPECT_EQ(log.lines().back(), "<info> read public key from certificate: Exchanger");
 }
 
-TEST_F(CapiStoreOsslEngineTest, ASubjectThatNobodyHasIsAnErrorOfTheStoreForKeysToo) {
+TEST_F(CapiStoreOsslEngineTest, UnknownSubjectThrowsForCertificatesAndForPublicKeys) {
     const auto loaded = load();
     const std::string error =
         "ossl_engine_capi_store:236 Kes::CapiStoreOsslEngine::read_certificate(): error "
@@ -131,7 +131,7 @@ TEST_F(CapiStoreOsslEngineTest, ASubjectThatNobodyHasIsAnErrorOfTheStoreForKeysT
     EXPECT_EQ(capi().live_handles(), 0U);
 }
 
-TEST_F(CapiStoreOsslEngineTest, AStoreThatDoesNotExistIsAnErrorOfEachRead) {
+TEST_F(CapiStoreOsslEngineTest, EachReadOfAMissingStoreThrows) {
     const auto loaded = load("", "NONE");
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(error_text([&] { loaded->read_certificate("Signer"); }),
@@ -139,7 +139,7 @@ TEST_F(CapiStoreOsslEngineTest, AStoreThatDoesNotExistIsAnErrorOfEachRead) {
                   "failed: val=2 [0x2] (unknown winerror)");
 }
 
-TEST_F(CapiStoreOsslEngineTest, WhatIsNoCertificateForOpensslIsAnError) {
+TEST_F(CapiStoreOsslEngineTest, CertificateThatOpensslCannotDecodeThrows) {
     store().certs = {Bytes{0x30, 0x01}};
     const auto loaded = load();
     const std::string error = error_text([&] { loaded->read_certificate(""); });
@@ -149,7 +149,7 @@ TEST_F(CapiStoreOsslEngineTest, WhatIsNoCertificateForOpensslIsAnError) {
     EXPECT_EQ(capi().live_handles(), 0U);
 }
 
-TEST_F(CapiStoreOsslEngineTest, ACertificateThatCannotBeCopiedIsAnErrorAndAllIsReleased) {
+TEST_F(CapiStoreOsslEngineTest, CertificateThatCannotBeCopiedThrowsAndAllHandlesAreReleased) {
     const auto loaded = load();
     is_copying_broken = true;
     const std::string error = error_text([&] { loaded->read_certificate("Signer"); });
@@ -160,7 +160,7 @@ TEST_F(CapiStoreOsslEngineTest, ACertificateThatCannotBeCopiedIsAnErrorAndAllIsR
     EXPECT_EQ(capi().live_handles(), 0U);
 }
 
-TEST_F(CapiStoreOsslEngineTest, EachFailingCallIsReportedOrLoggedAndAllIsReleased) {
+TEST_F(CapiStoreOsslEngineTest, EachFailedCallIsReportedOrLoggedAndAllHandlesAreReleased) {
     const auto loaded = load();
     for (const DWORD code : all_codes) {
         script().heal();
@@ -181,7 +181,7 @@ TEST_F(CapiStoreOsslEngineTest, EachFailingCallIsReportedOrLoggedAndAllIsRelease
     }
 }
 
-TEST_F(CapiStoreOsslEngineTest, KeepsItsOwnCopyOfTheStoresName) {
+TEST_F(CapiStoreOsslEngineTest, CopiesTheStoreName) {
     std::string name = "MY";
     const auto loaded = load("", name.c_str());
     name = "??";

@@ -22,7 +22,7 @@ protected:
     std::optional<CapiOsslEngine> engine;
 };
 
-TEST_F(CapiOsslEngineTest, TheKeyTypeTellsWhichOfTwoKeysIsMeant) {
+TEST_F(CapiOsslEngineTest, KeyTypeSelectsOneOfTwoKeys) {
     for (const unsigned int key_type : {signature, key_exchange, signature}) {
         SCOPED_TRACE(key_type);
         engine->set_key_type(key_type);
@@ -36,12 +36,12 @@ TEST_F(CapiOsslEngineTest, TheKeyTypeTellsWhichOfTwoKeysIsMeant) {
     }
 }
 
-TEST_F(CapiOsslEngineTest, ThePublicKeyComesFromTheCertificateToo) {
+TEST_F(CapiOsslEngineTest, ReadsThePublicKeyFromTheCertificate) {
     EXPECT_EQ(public_key_der(engine->read_public_key_by_certificate("both").get()),
               public_key_of(prepared_certificate("both", signature)));
 }
 
-TEST_F(CapiOsslEngineTest, WhatIsReadFromTheProviderIsReleasedBeforeItIsHandedOut) {
+TEST_F(CapiOsslEngineTest, ProviderHandlesAreReleasedBeforeAReadReturns) {
     const std::size_t before = card.calls().size();
     const EvpPkeyPtr key = engine->read_public_key("both");
     const X509Ptr certificate = engine->read_certificate("both");
@@ -49,7 +49,7 @@ TEST_F(CapiOsslEngineTest, WhatIsReadFromTheProviderIsReleasedBeforeItIsHandedOu
     EXPECT_EQ(card.calls().at(before), "acquire@both");
 }
 
-TEST_F(CapiOsslEngineTest, EachFailureOfReadingThePublicKeyIsReported) {
+TEST_F(CapiOsslEngineTest, EachFailureToReadThePublicKeyIsReported) {
     const std::string no_export =
         "capi_helper:512 Kes::CapiPubKey::CapiPubKey(): CryptExportPublicKeyInfoEx() failed: ";
     const std::pair<const char*, std::string> failures[] = {
@@ -69,7 +69,7 @@ TEST_F(CapiOsslEngineTest, EachFailureOfReadingThePublicKeyIsReported) {
     }
 }
 
-TEST_F(CapiOsslEngineTest, AKeyWithoutCertificateIsReportedAndCanBeLoaded) {
+TEST_F(CapiOsslEngineTest, MissingCertificateIsReportedAndItsKeyCanStillBeLoaded) {
     card.remove_certificate("both", signature);
     EXPECT_EQ(
         error_text([&] { engine->read_certificate("both"); }),
@@ -79,7 +79,7 @@ TEST_F(CapiOsslEngineTest, AKeyWithoutCertificateIsReportedAndCanBeLoaded) {
               public_key_of(prepared_certificate("both", signature)));
 }
 
-TEST_F(CapiOsslEngineTest, WhatIsStoredAsACertificateAndIsNoneIsReported) {
+TEST_F(CapiOsslEngineTest, InvalidCertificateIsReported) {
     for (const Bytes& content : {Bytes{'n', 'o', 'n', 'e'}, Bytes{}}) {
         card.replace_certificate("both", signature, content);
         const std::string text = error_text([&] { engine->read_certificate("both"); });
@@ -90,7 +90,7 @@ TEST_F(CapiOsslEngineTest, WhatIsStoredAsACertificateAndIsNoneIsReported) {
     }
 }
 
-TEST_F(CapiOsslEngineTest, AKeyTypeThatTheContainerHasNoKeyOfIsReported) {
+TEST_F(CapiOsslEngineTest, KeyTypeMissingFromTheContainerIsReported) {
     card.add("sign");
     engine->set_key_type(key_exchange);
     const std::string text =
@@ -104,7 +104,7 @@ TEST_F(CapiOsslEngineTest, AKeyTypeThatTheContainerHasNoKeyOfIsReported) {
               "error:engine routines:failed loading private key:");
 }
 
-TEST_F(CapiOsslEngineTest, AnotherOneIsMadeOnceTheFirstIsGone) {
+TEST_F(CapiOsslEngineTest, SecondEngineCanBeLoadedOnlyAfterTheFirstIsDestroyed) {
     EXPECT_EQ(
         masked_errors(
             error_text([] { const CapiOsslEngine other(".\\capi.dll", card_provider, signature, ""); })),
@@ -116,7 +116,7 @@ TEST_F(CapiOsslEngineTest, AnotherOneIsMadeOnceTheFirstIsGone) {
     EXPECT_THAT(log.lines(), ::testing::Contains("<debug> capi engine is using key_type=KEYEXCHANGE"));
 }
 
-TEST_F(CapiOsslEngineTest, TheDebugFileTellsWhatTheEngineDoes) {
+TEST_F(CapiOsslEngineTest, DebugFileContainsTheOutputOfTheEngine) {
     engine.reset();
     const TempDir dir;
     CapiOsslEngine other(".\\capi.dll", card_provider, signature, dir.file("debug"));

@@ -42,13 +42,13 @@ TEST_F(CapiOsslEngineTest, LoadsInOrderAndLogsTheIdAndTheProvider) {
     EXPECT_EQ(log.lines(), (Lines{"<debug> capi engine is using key_type=SIGNATURE", loaded_line}));
 }
 
-TEST_F(CapiOsslEngineTest, ADebugFileIsNamedAfterTheDebugLevel) {
+TEST_F(CapiOsslEngineTest, DebugFileIsSetAfterTheDebugLevel) {
     const auto loaded = load(AT_SIGNATURE, "debug.txt");
     EXPECT_EQ(script().calls(),
               load_calls + Lines{"ENGINE_ctrl_cmd_string(engine1, debug_file, debug.txt)"} + choice_calls);
 }
 
-TEST_F(CapiOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
+TEST_F(CapiOsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder) {
     const std::string constructor = " Kes::CapiOsslEngine::CapiOsslEngine(): ";
     const std::vector<EngineStep> steps{
         {2, "ossl_engine_capi:109" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
@@ -69,7 +69,7 @@ TEST_F(CapiOsslEngineTest, EachStepThatFailsIsNamedAndUndoneInOrder) {
     EXPECT_EQ(log.lines(), Lines(3, "<debug> capi engine is using key_type=SIGNATURE"));
 }
 
-TEST_F(CapiOsslEngineTest, WithoutTheDynamicEngineThereIsNothingToUndo) {
+TEST_F(CapiOsslEngineTest, NothingIsUndoneWithoutTheDynamicEngine) {
     script().fail_step(1, {});
     EXPECT_EQ(error_text([] { load(); }),
               "ossl_engine:58 Kes::OsslEngine::OsslEngine(): dynamic engine not available: val=2 "
@@ -77,11 +77,11 @@ TEST_F(CapiOsslEngineTest, WithoutTheDynamicEngineThereIsNothingToUndo) {
     EXPECT_EQ(script().calls(), Lines{"ENGINE_by_id(dynamic)"});
 }
 
-TEST_F(CapiOsslEngineTest, OtherExceptionsAfterInitLeaveWithoutFinish) {
+TEST_F(CapiOsslEngineTest, OtherExceptionsAfterInitPropagateWithoutFinish) {
     expect_other_exceptions_to_leave_without_finish([] { load(); });
 }
 
-TEST_F(CapiOsslEngineTest, TheErrorQueueIsTakenBeforeTheCleanUp) {
+TEST_F(CapiOsslEngineTest, ErrorQueueIsReadBeforeTheCleanUp) {
     expect_error_queue_taken_before_clean_up([] { load(); });
 }
 
@@ -93,7 +93,7 @@ TEST_F(CapiOsslEngineTest, UnloadsInOrderAndFreesLast) {
     EXPECT_EQ(log.lines().back(), "<info> unloading engine: id=pkcs11");
 }
 
-TEST_F(CapiOsslEngineTest, AnUnloadThatFailsIsWarnedOfAndCompleted) {
+TEST_F(CapiOsslEngineTest, FailuresDuringUnloadAreLoggedAsWarningsAndDoNotStopIt) {
     auto loaded = load();
     script().fail_function("ENGINE_remove", {.rc = 0});
     script().fail_function("ENGINE_finish", {.rc = 0});
@@ -122,7 +122,7 @@ TEST_F(CapiOsslEngineTest, KeyTypesAreSentInDecimalAndLoggedByName) {
     }
 }
 
-TEST_F(CapiOsslEngineTest, AKeyTypeThatIsRefusedLeavesTheOneBefore) {
+TEST_F(CapiOsslEngineTest, RefusedKeyTypeKeepsTheEarlierOne) {
     const auto loaded = load(AT_KEYEXCHANGE);
     script().fail_function("ENGINE_ctrl_cmd_string", {.rc = -3});
     EXPECT_EQ(error_text([&] { loaded->set_key_type(AT_SIGNATURE); }),
@@ -132,7 +132,7 @@ TEST_F(CapiOsslEngineTest, AKeyTypeThatIsRefusedLeavesTheOneBefore) {
     EXPECT_THAT(script().calls(), testing::Contains("CryptGetUserKey(prov:c1, 1)"));
 }
 
-TEST_F(CapiOsslEngineTest, ThePrivateKeyIsTheEngines) {
+TEST_F(CapiOsslEngineTest, PrivateKeyIsReadFromTheEngine) {
     const auto loaded = load();
     const EvpPkeyPtr key = loaded->read_private_key("c1");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), data().key.get()), 1);
@@ -140,14 +140,14 @@ TEST_F(CapiOsslEngineTest, ThePrivateKeyIsTheEngines) {
     EXPECT_EQ(log.lines().back(), "<info> read private key: c1");
 }
 
-TEST_F(CapiOsslEngineTest, PinsAreOfNoInterest) {
+TEST_F(CapiOsslEngineTest, PinsAreIgnored) {
     const auto loaded = load();
     script().take_calls();
     loaded->set_pin(Pin("1234"));
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(CapiOsslEngineTest, TheCertificateComesFromTheProvider) {
+TEST_F(CapiOsslEngineTest, CertificateIsReadFromTheProvider) {
     const auto loaded = load();
     script().take_calls();
     const X509Ptr cert = loaded->read_certificate("c1");
@@ -162,7 +162,7 @@ TEST_F(CapiOsslEngineTest, TheCertificateComesFromTheProvider) {
                               "<info> read certificate: c1", "<info> capi destroyed"}));
 }
 
-TEST_F(CapiOsslEngineTest, ThePublicKeyComesFromTheProviderToo) {
+TEST_F(CapiOsslEngineTest, PublicKeyIsReadFromTheProvider) {
     const auto loaded = load();
     loaded->set_key_type(AT_KEYEXCHANGE);
     script().take_calls();
@@ -181,7 +181,7 @@ TEST_F(CapiOsslEngineTest, ThePublicKeyComesFromTheProviderToo) {
                               "<info> read public key: c1", "<info> capi destroyed"}));
 }
 
-TEST_F(CapiOsslEngineTest, ThePublicKeyMayComeFromTheCertificate) {
+TEST_F(CapiOsslEngineTest, PublicKeyCanBeReadFromTheCertificate) {
     const auto loaded = load();
     const EvpPkeyPtr key = loaded->read_public_key_by_certificate("c2");
     EXPECT_EQ(::EVP_PKEY_eq(key.get(), CapiKeys::instance().rsa.get()), 1);
@@ -191,7 +191,7 @@ TEST_F(CapiOsslEngineTest, ThePublicKeyMayComeFromTheCertificate) {
 /// The first line: behind it stands what OpenSSL says of the bytes.
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
 
-TEST_F(CapiOsslEngineTest, BytesThatAreNoCertificateAreAnError) {
+TEST_F(CapiOsslEngineTest, InvalidCertificateThrows) {
     const auto loaded = load();
     for (const Bytes& bytes : {Bytes(), Bytes{0x30}, Bytes(100, 0xff)}) {
         container(0).keys[AT_SIGNATURE].certificate = bytes;
@@ -203,7 +203,7 @@ TEST_F(CapiOsslEngineTest, BytesThatAreNoCertificateAreAnError) {
     }
 }
 
-TEST_F(CapiOsslEngineTest, BytesThatAreNoPublicKeyAreAnError) {
+TEST_F(CapiOsslEngineTest, InvalidPublicKeyThrows) {
     const auto loaded = load();
     for (const OddAnswer& answer : {OddAnswer{.size = 0}, OddAnswer{.size = 9, .data = Bytes(9, 0xff)}}) {
         capi().odd_answers["CryptEncodeObjectEx"] = answer;
@@ -214,7 +214,7 @@ TEST_F(CapiOsslEngineTest, BytesThatAreNoPublicKeyAreAnError) {
     }
 }
 
-TEST_F(CapiOsslEngineTest, WhatWindowsRefusesComesThroughUnchangedAndAllIsReleased) {
+TEST_F(CapiOsslEngineTest, WindowsErrorsAreReportedUnchangedAndAllHandlesAreReleased) {
     const auto loaded = load();
     const std::string acquire =
         "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Test CSP, "
@@ -264,7 +264,7 @@ TEST_F(CapiOsslEngineTest, WhatWindowsRefusesComesThroughUnchangedAndAllIsReleas
     }
 }
 
-TEST_F(CapiOsslEngineTest, ReleasesThatFailDoNotSpoilARead) {
+TEST_F(CapiOsslEngineTest, FailedReleasesDoNotFailARead) {
     const auto loaded = load();
     script().fail_function("CryptDestroyKey", win_failure(ordinary));
     script().fail_function("CryptReleaseContext", win_failure(ordinary));
@@ -274,14 +274,14 @@ TEST_F(CapiOsslEngineTest, ReleasesThatFailDoNotSpoilARead) {
                 testing::Contains("<error> CryptReleaseContext() failed: " + win_code(ordinary)));
 }
 
-TEST_F(CapiOsslEngineTest, AContainerThatDoesNotExistIsAnError) {
+TEST_F(CapiOsslEngineTest, MissingContainerThrows) {
     const auto loaded = load();
     EXPECT_EQ(error_text([&] { loaded->read_certificate("gone"); }),
               "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Test CSP, "
               "key_container_name=gone, flags=0x0 failed: val=2148073494 [0x80090016] (unknown winerror)");
 }
 
-TEST_F(CapiOsslEngineTest, KeepsItsOwnCopyOfTheProvidersName) {
+TEST_F(CapiOsslEngineTest, CopiesTheProviderName) {
     std::string name = csp;
     CapiOsslEngine loaded("./capi.so", name.c_str(), AT_SIGNATURE, "");
     std::fill(name.begin(), name.end(), '?');

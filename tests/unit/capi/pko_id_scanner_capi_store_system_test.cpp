@@ -26,7 +26,7 @@ protected:
     TempStore system_store;
 };
 
-TEST_F(CapiStorePkoIdScannerTest, RecordsThreeObjectsNamedByTheSubject) {
+TEST_F(CapiStorePkoIdScannerTest, AddsThreeRecordsNamedAfterTheSubject) {
     system_store.add(prepared_certificate("several"));
     const PkoIdList list(make_scanner(), Pin());
     std::string expected;
@@ -36,20 +36,20 @@ TEST_F(CapiStorePkoIdScannerTest, RecordsThreeObjectsNamedByTheSubject) {
     EXPECT_EQ(text_of(list), expected);
 }
 
-TEST_F(CapiStorePkoIdScannerTest, EqualSubjectsAreRecordedEachAndTheFirstIsFound) {
+TEST_F(CapiStorePkoIdScannerTest, EachOfSeveralEqualSubjectsIsRecordedAndTheFirstIsFound) {
     system_store.add({prepared_certificate("twin_1"), prepared_certificate("twin_2")});
     const PkoIdList list(make_scanner(), Pin());
     EXPECT_EQ(private_keys(list), (Lines{"Twin", "Twin"}));
     EXPECT_EQ(list.find(PkoType::private_key, 0, "Twin"), list.find_first(PkoType::private_key));
 }
 
-TEST_F(CapiStorePkoIdScannerTest, ACertificateWithoutSubjectIsRecordedWithoutName) {
+TEST_F(CapiStorePkoIdScannerTest, CertificateWithoutASubjectIsRecordedWithAnEmptyName) {
     system_store.add(prepared_certificate("empty"));
     const PkoIdList list(make_scanner(), Pin());
     EXPECT_EQ(private_keys(list), Lines{""});
 }
 
-TEST_F(CapiStorePkoIdScannerTest, AThousandCertificatesAreFoundEach) {
+TEST_F(CapiStorePkoIdScannerTest, AllOfAThousandCertificatesAreFound) {
     std::vector<Bytes> certificates;
     Lines names;
     for (int number = 0; number < 1000; ++number) {

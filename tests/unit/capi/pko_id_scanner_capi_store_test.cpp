@@ -25,7 +25,7 @@ const Lines signer = store_records("AT, Test Makers, Signer");
 const Lines exchanger = store_records("AT, Test Makers, Exchanger");
 const Lines no_usage = store_records("No Usage");
 
-TEST_F(CapiStorePkoIdScannerTest, EachCertificateGivesThreeRecordsNamedByItsSimpleSubject) {
+TEST_F(CapiStorePkoIdScannerTest, EachCertificateYieldsThreeRecordsNamedAfterItsSimpleSubject) {
     store().certs.resize(1);
     EXPECT_EQ(scan(), good);
     const std::string name = "AT, Test Makers, Signer";
@@ -38,7 +38,7 @@ TEST_F(CapiStorePkoIdScannerTest, EachCertificateGivesThreeRecordsNamedByItsSimp
         EXPECT_EQ(list.find_first(type)->key_usage, nullptr);
 }
 
-TEST_F(CapiStorePkoIdScannerTest, CertificatesThatTheFilterKeepsOutAreCountedAndGiveNoRecords) {
+TEST_F(CapiStorePkoIdScannerTest, CertificatesRejectedByTheFilterAreCountedAndYieldNoRecords) {
     store().certs = {cert_der("exchange"), cert_der("sign"), cert_der("exchange"), cert_der("bare")};
     const LogCapture log(4);
     EXPECT_EQ(scan(without_encipherment_alone()), good);
@@ -64,7 +64,7 @@ TEST_F(CapiStorePkoIdScannerTest, LogsEachStepOfAScan) {
                      "<trace> destroyed WinCertStoreImp [MY]", "<trace> destroyed CertStore [MY]"}));
 }
 
-TEST_F(CapiStorePkoIdScannerTest, WithoutAListNothingIsAsked) {
+TEST_F(CapiStorePkoIdScannerTest, ScanWithoutAListFailsBeforeAnyCall) {
     CapiStorePkoIdScanner scanner("MY", nullptr);
     const LogCapture log(4);
     EXPECT_EQ(error_text([&] { scanner.scan(Pin()); }),
@@ -74,7 +74,7 @@ TEST_F(CapiStorePkoIdScannerTest, WithoutAListNothingIsAsked) {
     EXPECT_EQ(log.lines(), Lines{"<info> scanning CAPI store key containers"});
 }
 
-TEST_F(CapiStorePkoIdScannerTest, LogsItsEndAtTrace) {
+TEST_F(CapiStorePkoIdScannerTest, LogsItsDestructionAtTrace) {
     const LogCapture log;
     { const CapiStorePkoIdScanner scanner("MY", nullptr); }
     EXPECT_EQ(
@@ -83,7 +83,7 @@ TEST_F(CapiStorePkoIdScannerTest, LogsItsEndAtTrace) {
                "<trace> destroyed CapiStorePkoIdScanner object", "<trace> destroyed PkoIdScanner object"}));
 }
 
-TEST_F(CapiStorePkoIdScannerTest, AnEmptyStoreIsWarnedOfAndClosed) {
+TEST_F(CapiStorePkoIdScannerTest, EmptyStoreLogsAWarningAndIsClosed) {
     store().certs.clear();
     const LogCapture log(0xffff & ~1U);
     EXPECT_EQ(scan(), good);
@@ -93,27 +93,27 @@ TEST_F(CapiStorePkoIdScannerTest, AnEmptyStoreIsWarnedOfAndClosed) {
     EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");
 }
 
-TEST_F(CapiStorePkoIdScannerTest, AStoreThatDoesNotExistIsAnError) {
+TEST_F(CapiStorePkoIdScannerTest, MissingStoreThrows) {
     EXPECT_EQ(scan(nullptr, "NONE"),
               "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=NONE "
               "failed: val=2 [0x2] (unknown winerror)");
     EXPECT_TRUE(list.is_empty());
 }
 
-TEST_F(CapiStorePkoIdScannerTest, ANullNameCountsAsAnEmptyOne) {
+TEST_F(CapiStorePkoIdScannerTest, NullNameIsTreatedAsAnEmptyName) {
     EXPECT_EQ(scan(nullptr, nullptr),
               "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name= failed: "
               "val=2 [0x2] (unknown winerror)");
 }
 
-TEST_F(CapiStorePkoIdScannerTest, EqualSubjectsGiveEqualNamesAndTheFirstIsTheOneThatIsFound) {
+TEST_F(CapiStorePkoIdScannerTest, EqualSubjectsYieldEqualNamesAndTheFirstIsFound) {
     store().certs = {cert_der("bare"), cert_der("bare"), cert_der("sign")};
     EXPECT_EQ(scan(), good);
     EXPECT_EQ(records(list), no_usage + no_usage + signer);
     EXPECT_EQ(list.find(PkoType::private_key, 0, "No Usage"), list.find_first(PkoType::private_key));
 }
 
-TEST_F(CapiStorePkoIdScannerTest, NamesOfAllKindsAreTakenAsWindowsWritesThem) {
+TEST_F(CapiStorePkoIdScannerTest, NamesAreUsedAsWindowsFormatsThem) {
     const struct {
         const char* cert;
         std::string name;
@@ -134,7 +134,7 @@ TEST_F(CapiStorePkoIdScannerTest, NamesOfAllKindsAreTakenAsWindowsWritesThem) {
     }
 }
 
-TEST_F(CapiStorePkoIdScannerTest, WhatIsNoCertificateForOpensslEndsTheScanAndTheStoreIsClosed) {
+TEST_F(CapiStorePkoIdScannerTest, CertificateThatOpensslCannotDecodeEndsTheScanAndTheStoreIsClosed) {
     store().certs.insert(store().certs.begin() + 1, Bytes{0x30, 0x01});
     const std::string error = scan();
     EXPECT_EQ(error.substr(0, error.find('\n')),
@@ -145,7 +145,7 @@ TEST_F(CapiStorePkoIdScannerTest, WhatIsNoCertificateForOpensslEndsTheScanAndThe
     EXPECT_EQ(capi().live_handles(), 0U);
 }
 
-TEST_F(CapiStorePkoIdScannerTest, ThousandCertificatesAreScannedAndAllIsReleased) {
+TEST_F(CapiStorePkoIdScannerTest, AllHandlesAreReleasedAfterAScanOfAThousandCertificates) {
     store().certs.clear();
     Lines expected;
     for (int i = 0; i < 1000; ++i) {
@@ -175,7 +175,7 @@ Lines calls_for(const std::string& cert) {
 const Lines open_calls{"CertOpenStore(MY)", "CertEnumCertificatesInStore(store:MY, null)"};
 const Lines close_calls{"CertCloseStore(store:MY)"};
 
-TEST_F(CapiStorePkoIdScannerTest, AScanMakesExactlyTheseCalls) {
+TEST_F(CapiStorePkoIdScannerTest, ScanMakesExactlyTheExpectedCalls) {
     store().certs.resize(2);
     EXPECT_EQ(scan(), good);
     EXPECT_EQ(script().calls(), open_calls + calls_for("cert:MY/0") + calls_for("cert:MY/1") + close_calls);
@@ -183,7 +183,7 @@ TEST_F(CapiStorePkoIdScannerTest, AScanMakesExactlyTheseCalls) {
 
 /// What comes of the n-th call that fails, in a store with two certificates. Two functions cannot fail and
 /// are not counted.
-TEST_F(CapiStorePkoIdScannerTest, EachFailingCallIsAnErrorAnEndOrAnEmptyNameWhateverTheCode) {
+TEST_F(CapiStorePkoIdScannerTest, EachFailedCallHasTheSameOutcomeForEveryCode) {
     const Lines one = calls_for("cert:MY/0");
     const Lines two = calls_for("cert:MY/1");
     const auto from = [](const Lines& calls, std::ptrdiff_t first) {
@@ -231,7 +231,7 @@ TEST_F(CapiStorePkoIdScannerTest, EachFailingCallIsAnErrorAnEndOrAnEmptyNameWhat
             expect(n, rows[n - 1], code);
 }
 
-TEST_F(CapiStorePkoIdScannerTest, AStoreThatCannotBeClosedIsLoggedAndTheRecordsAreKept) {
+TEST_F(CapiStorePkoIdScannerTest, FailedCloseOfTheStoreIsLoggedAndTheRecordsAreKept) {
     for (const DWORD code : all_codes) {
         script().fail_function("CertCloseStore", win_failure(code));
         const LogCapture log(8 | 16);

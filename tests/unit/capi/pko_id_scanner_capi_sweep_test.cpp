@@ -153,7 +153,7 @@ std::string filled(std::string text, DWORD code) {
     return at == std::string::npos ? text : text.replace(at, 4, win_code(code));
 }
 
-class CapiScanSweepTest : public CapiTest {
+class CapiPkoIdScannerSweepTest : public CapiTest {
 protected:
     void expect(const Row& row, DWORD code) {
         restart_script();
@@ -179,7 +179,7 @@ protected:
     }
 };
 
-TEST_F(CapiScanSweepTest, AScanWithoutFailureMakesExactlyTheCallsOfTheTable) {
+TEST_F(CapiPkoIdScannerSweepTest, ScanWithoutFailureMakesExactlyTheListedCalls) {
     PkoIdList list;
     list.register_scanner(std::make_unique<CapiPkoIdScanner>(csp, nullptr));
     list.scan(Pin());
@@ -188,7 +188,7 @@ TEST_F(CapiScanSweepTest, AScanWithoutFailureMakesExactlyTheCallsOfTheTable) {
     EXPECT_EQ(records(list), all);
 }
 
-TEST_F(CapiScanSweepTest, EachFailingCallIsReportedAsItsCodeAsksAndAllIsReleasedInOrder) {
+TEST_F(CapiPkoIdScannerSweepTest, EachFailedCallIsReportedByItsCodeAndAllHandlesAreReleasedInOrder) {
     std::vector<std::pair<std::size_t, DWORD>> done;
     for (const Row& row : rows) {
         for (const DWORD code : row.codes) {

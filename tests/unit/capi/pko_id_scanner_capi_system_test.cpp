@@ -10,7 +10,7 @@ namespace {
 
 class CapiPkoIdScannerTest : public CardTest {};
 
-TEST_F(CapiPkoIdScannerTest, RecordsThreeObjectsForEachKeyInAscendingOrder) {
+TEST_F(CapiPkoIdScannerTest, AddsThreeRecordsForEachKeyInAscendingOrder) {
     card.add("sign");
     PkoIdList list(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr), Pin());
     std::string expected;
@@ -22,7 +22,7 @@ TEST_F(CapiPkoIdScannerTest, RecordsThreeObjectsForEachKeyInAscendingOrder) {
     EXPECT_EQ(text_of(list), expected);
 }
 
-TEST_F(CapiPkoIdScannerTest, AProviderWithoutCertificatesEndsTheScan) {
+TEST_F(CapiPkoIdScannerTest, ProviderWithoutCertificatesEndsTheScan) {
     card.fail("certificate_size", bad_type);
     PkoIdList list;
     list.register_scanner(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr));

@@ -23,7 +23,7 @@ protected:
 
 constexpr const char* good = "no exception";
 
-TEST_F(CapiPkoIdScannerTest, EachKeyGivesThreeRecordsNamedByTheContainer) {
+TEST_F(CapiPkoIdScannerTest, EachKeyYieldsThreeRecordsNamedAfterTheContainer) {
     EXPECT_EQ(scan(), good);
     EXPECT_EQ(records(list),
               (Lines{"c1 (KEYEXCHANGE) [type=private_key, key_type=1, name=c1, cluster_name=c1]",
@@ -77,7 +77,7 @@ TEST_F(CapiPkoIdScannerTest, LogsEachStepOfAScan) {
             "<info> capi destroyed"}));
 }
 
-TEST_F(CapiPkoIdScannerTest, WithoutAListNothingIsAsked) {
+TEST_F(CapiPkoIdScannerTest, ScanWithoutAListFailsBeforeAnyCall) {
     CapiPkoIdScanner scanner(csp, nullptr);
     const LogCapture log(4);
     EXPECT_EQ(error_text([&] { scanner.scan(Pin()); }),
@@ -87,7 +87,7 @@ TEST_F(CapiPkoIdScannerTest, WithoutAListNothingIsAsked) {
     EXPECT_EQ(log.lines(), Lines{"<info> scanning CAPI key containers"});
 }
 
-TEST_F(CapiPkoIdScannerTest, LogsItsEndAtTrace) {
+TEST_F(CapiPkoIdScannerTest, LogsItsDestructionAtTrace) {
     const LogCapture log;
     { const CapiPkoIdScanner scanner(csp, nullptr); }
     EXPECT_EQ(log.lines(),
@@ -95,12 +95,12 @@ TEST_F(CapiPkoIdScannerTest, LogsItsEndAtTrace) {
                      "<trace> destroyed CapiPkoIdScanner object", "<trace> destroyed PkoIdScanner object"}));
 }
 
-TEST_F(CapiPkoIdScannerTest, KeysThatTheFilterKeepsOutGiveNoRecordsAndTheScanGoesOn) {
+TEST_F(CapiPkoIdScannerTest, KeysRejectedByTheFilterYieldNoRecordsAndTheScanContinues) {
     EXPECT_EQ(scan(signers()), good);
     EXPECT_EQ(records(list), capi_records("c1", AT_SIGNATURE) + capi_records("c2", AT_SIGNATURE));
 }
 
-TEST_F(CapiPkoIdScannerTest, AMaskOfZeroScansForBothKeysAfterOneWarning) {
+TEST_F(CapiPkoIdScannerTest, MaskZeroScansForBothKeysAfterOneWarning) {
     provider().key_specs = 0;
     const LogCapture log(8);
     EXPECT_EQ(scan(), good);
@@ -109,7 +109,7 @@ TEST_F(CapiPkoIdScannerTest, AMaskOfZeroScansForBothKeysAfterOneWarning) {
                                  capi_records("c2", AT_SIGNATURE));
 }
 
-TEST_F(CapiPkoIdScannerTest, OnlyTheKeysOfTheMaskAreLookedFor) {
+TEST_F(CapiPkoIdScannerTest, OnlyTheKeysInTheMaskAreFetched) {
     container(0).keys[0x80000000] = container(0).keys[AT_KEYEXCHANGE];
     const struct {
         DWORD mask;
@@ -132,13 +132,13 @@ TEST_F(CapiPkoIdScannerTest, OnlyTheKeysOfTheMaskAreLookedFor) {
               "c1 (unknown [val=2147483648])");
 }
 
-TEST_F(CapiPkoIdScannerTest, AnEmptyProviderGivesNoRecords) {
+TEST_F(CapiPkoIdScannerTest, EmptyProviderYieldsNoRecords) {
     provider().containers.clear();
     EXPECT_EQ(scan(), good);
     EXPECT_TRUE(list.is_empty());
 }
 
-TEST_F(CapiPkoIdScannerTest, AContainerThatCannotBeOpenedIsSkippedWithADebugMessage) {
+TEST_F(CapiPkoIdScannerTest, ContainerThatCannotBeOpenedIsSkippedWithADebugMessage) {
     constexpr auto bad_keyset = static_cast<DWORD>(NTE_BAD_KEYSET);
     capi().errors["CryptAcquireContextA c1"] = bad_keyset;
     const LogCapture log(2 | 8 | 16 | 32);
@@ -150,7 +150,7 @@ TEST_F(CapiPkoIdScannerTest, AContainerThatCannotBeOpenedIsSkippedWithADebugMess
                   win_code(bad_keyset));
 }
 
-TEST_F(CapiPkoIdScannerTest, AKeyWithoutACertificateCostsWhatFollowsInItsContainerAlone) {
+TEST_F(CapiPkoIdScannerTest, KeyWithoutACertificateSkipsOnlyTheRestOfItsContainer) {
     container(0).keys[AT_KEYEXCHANGE].certificate.reset();
     const LogCapture log(2);
     EXPECT_EQ(scan(), good);
@@ -160,7 +160,7 @@ TEST_F(CapiPkoIdScannerTest, AKeyWithoutACertificateCostsWhatFollowsInItsContain
               "flags=0) failed: val=2148532268 [0x8010002c] (unknown winerror)");
 }
 
-TEST_F(CapiPkoIdScannerTest, WhatIsStoredAsACertificateAndIsNoneEndsTheScan) {
+TEST_F(CapiPkoIdScannerTest, InvalidCertificateEndsTheScan) {
     for (const Bytes& bytes : {Bytes(), Bytes{0x30, 0x01}}) {
         container(0).keys[AT_SIGNATURE].certificate = bytes;
         const std::string error = scan();
@@ -172,14 +172,14 @@ TEST_F(CapiPkoIdScannerTest, WhatIsStoredAsACertificateAndIsNoneEndsTheScan) {
     }
 }
 
-TEST_F(CapiPkoIdScannerTest, AProviderThatIsNotThereIsAnError) {
+TEST_F(CapiPkoIdScannerTest, MissingProviderThrows) {
     EXPECT_EQ(scan(nullptr, "Other CSP"),
               "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() with prov_name=Other CSP, "
               "key_container_name=nullptr, flags=0xf0000000 failed: val=2148073497 [0x80090019] (unknown "
               "winerror)");
 }
 
-TEST_F(CapiPkoIdScannerTest, ContainerNamesAreTakenAsTheyAre) {
+TEST_F(CapiPkoIdScannerTest, ContainerNamesAreUsedUnchanged) {
     const std::string odd_names[] = {"le-{1234}\\a b; c", "J\xf6rg", std::string(200, 'n')};
     Lines expected;
     provider().containers.resize(1);
@@ -191,7 +191,7 @@ TEST_F(CapiPkoIdScannerTest, ContainerNamesAreTakenAsTheyAre) {
     }
 }
 
-TEST_F(CapiPkoIdScannerTest, ThousandContainersAreScannedAndAllIsReleased) {
+TEST_F(CapiPkoIdScannerTest, AllHandlesAreReleasedAfterAScanOfAThousandContainers) {
     const ScriptedContainer pattern = container(1);
     provider().containers.assign(1000, pattern);
     Lines expected;
