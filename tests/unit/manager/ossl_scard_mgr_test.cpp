@@ -26,7 +26,7 @@ protected:
     static const PkoId* first(PkoType type) { return manager().find_first(type); }
 };
 
-TEST_F(OsslScardMgrTest, InitTakesACopyThatLaterChangesDoNotReach) {
+TEST_F(OsslScardMgrTest, InitCopiesTheConfiguration) {
     OsslScardCfg& cfg = make_config();
     manager().init(&cfg);
     EXPECT_NE(manager().get_config_used(), &cfg);
@@ -34,14 +34,14 @@ TEST_F(OsslScardMgrTest, InitTakesACopyThatLaterChangesDoNotReach) {
     EXPECT_STREQ(manager().get_config_used()->get_pkcs11_module_dll(), "module.so");
 }
 
-TEST_F(OsslScardMgrTest, InitMayBeGivenTheConfigurationInUse) {
+TEST_F(OsslScardMgrTest, InitAcceptsTheConfigurationInUse) {
     manager().get_config_used()->set_cert_name("a name that needs memory of its own to be stored");
     manager().init(manager().get_config_used());
     EXPECT_STREQ(manager().get_config_used()->get_cert_name(),
                  "a name that needs memory of its own to be stored");
 }
 
-TEST_F(OsslScardMgrTest, ASecondInitLeavesTheConfigurationInUse) {
+TEST_F(OsslScardMgrTest, SecondInitDoesNotChangeTheConfigurationInUse) {
     go_to(CfgState::initialized);
     const OsslScardCfg* used = manager().get_config_used();
     OsslScardCfg& other = make_config();
@@ -52,7 +52,7 @@ TEST_F(OsslScardMgrTest, ASecondInitLeavesTheConfigurationInUse) {
     EXPECT_STREQ(used->get_pkcs11_module_dll(), "module.so");
 }
 
-TEST_F(OsslScardMgrTest, TheEnvironmentOverridesTheClientInInitAndAgainWhenDone) {
+TEST_F(OsslScardMgrTest, EnvironmentOverridesTheClientInInitAndInNotifyConfigDone) {
     OsslScardCfg& cfg = make_config();
     {
         const EnvVar module("ossl_scard_cfg_pkcs11_module_dll", "from_env.so");
@@ -65,14 +65,14 @@ TEST_F(OsslScardMgrTest, TheEnvironmentOverridesTheClientInInitAndAgainWhenDone)
     EXPECT_STREQ(manager().get_config_used()->get_cert_name(), "env cert");
 }
 
-TEST_F(OsslScardMgrTest, TheEnvironmentMayChooseTheBackEnd) {
+TEST_F(OsslScardMgrTest, EnvironmentCanSelectTheBackEnd) {
     const EnvVar crypto_if("ossl_scard_cfg_crypto_if", "capi_store");
     manager().init(&make_config());
     EXPECT_EQ(script().calls(), Lines());
     EXPECT_EQ(manager().get_config_used()->get_crypto_if(), OsslScardCfg::capi_store);
 }
 
-TEST_F(OsslScardMgrTest, EachDefaultConfigurationIsNewAndHoldsTheDefaults) {
+TEST_F(OsslScardMgrTest, EachDefaultConfigurationIsNewAndContainsTheDefaults) {
     manager().get_config_default()->set_cert_name("changed");
     const OsslScardCfg* next = manager().get_config_default();
     EXPECT_STREQ(next->get_cert_name(), "");
@@ -80,7 +80,7 @@ TEST_F(OsslScardMgrTest, EachDefaultConfigurationIsNewAndHoldsTheDefaults) {
     EXPECT_STREQ(next->get_pkcs11_module_dll(), "itp11.dll");
 }
 
-TEST_F(OsslScardMgrTest, ReadingTheCardEmptiesTheListAndKeepsTheScanner) {
+TEST_F(OsslScardMgrTest, ReadingTheCardClearsTheListAndKeepsTheScanner) {
     go_to(CfgState::configuring);
     EXPECT_FALSE(manager().is_empty());
     manager().read_scard();
@@ -90,7 +90,7 @@ TEST_F(OsslScardMgrTest, ReadingTheCardEmptiesTheListAndKeepsTheScanner) {
     EXPECT_NE(first(PkoType::private_key), nullptr);
 }
 
-TEST_F(OsslScardMgrTest, AFailedReadingHasEmptiedTheListAndClearedThePinRequirement) {
+TEST_F(OsslScardMgrTest, FailedReadingClearsTheListAndThePinRequirement) {
     go_to(CfgState::configuring);
     ASSERT_TRUE(manager().is_pin_required());
     script().fail_function("PKCS11_enumerate_slots");
@@ -102,7 +102,7 @@ TEST_F(OsslScardMgrTest, AFailedReadingHasEmptiedTheListAndClearedThePinRequirem
               "libp11_helper:203 Kes::Libp11Init::get_token(): no token has been read: val=11 (empty)");
 }
 
-TEST_F(OsslScardMgrTest, AFailedReadingLeavesTheState) {
+TEST_F(OsslScardMgrTest, FailedReadingDoesNotChangeTheState) {
     for (const auto before : {CfgState::initialized, CfgState::configuring, CfgState::configured}) {
         set_up_doubles();
         go_to(before);
@@ -119,7 +119,7 @@ TEST_F(OsslScardMgrTest, AFailedReadingLeavesTheState) {
     }
 }
 
-TEST_F(OsslScardMgrTest, ATokenWithoutLoginEmptiesTheStoredPin) {
+TEST_F(OsslScardMgrTest, TokenWithoutLoginClearsTheStoredPin) {
     go_to(CfgState::configuring);
     token().loginRequired = 0;
     manager().read_scard();
@@ -131,7 +131,7 @@ TEST_F(OsslScardMgrTest, ATokenWithoutLoginEmptiesTheStoredPin) {
               "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
 }
 
-TEST_F(OsslScardMgrTest, ATokenWithLoginKeepsTheStoredPin) {
+TEST_F(OsslScardMgrTest, TokenWithLoginKeepsTheStoredPin) {
     go_to(CfgState::configuring);
     libp11().is_logged_in = false;
     manager().read_scard();
@@ -139,7 +139,7 @@ TEST_F(OsslScardMgrTest, ATokenWithLoginKeepsTheStoredPin) {
     EXPECT_THAT(script().calls(), testing::Contains("PKCS11_login(slot2.1, user, right pin)"));
 }
 
-TEST_F(OsslScardMgrTest, TheSlotsOfEarlierReadingsEndBeforeTheModule) {
+TEST_F(OsslScardMgrTest, SlotsOfEarlierReadingsAreReleasedBeforeTheModule) {
     go_to(CfgState::configured);
     manager().ossl_load();
     manager().read_scard();
@@ -153,7 +153,7 @@ TEST_F(OsslScardMgrTest, TheSlotsOfEarlierReadingsEndBeforeTheModule) {
     EXPECT_EQ(calls.back(), "PKCS11_CTX_free(ctx1)");
 }
 
-TEST_F(OsslScardMgrTest, TheFilterOfTheConfigurationDecidesWhichKeysAreOffered) {
+TEST_F(OsslScardMgrTest, FilterOfTheConfigurationSelectsTheKeys) {
     go_to(CfgState::configuring);
     OsslScardCfg& cfg = *manager().get_config_used();
     cfg.set_kuse_filter_type(1);
@@ -173,7 +173,7 @@ TEST_F(OsslScardMgrTest, TheFilterOfTheConfigurationDecidesWhichKeysAreOffered) 
     EXPECT_NE(first(PkoType::private_key), nullptr);
 }
 
-TEST_F(OsslScardMgrTest, NullRecordsAreRefusedByEachSetter) {
+TEST_F(OsslScardMgrTest, NullRecordsAreRejectedByEachSetter) {
     go_to(CfgState::configuring);
     const std::string refused = ": pko_id is a null pointer: val=3 (bad_argument)";
     EXPECT_EQ(error_text([] { manager().set_key_type(nullptr); }),
@@ -184,7 +184,7 @@ TEST_F(OsslScardMgrTest, NullRecordsAreRefusedByEachSetter) {
               "ossl_scard_mgr:301 Kes::OsslScardMgr::set_cert_name_from_priv_key()" + refused);
 }
 
-TEST_F(OsslScardMgrTest, OnlyPrivateKeysGiveNamesButAnyRecordGivesAKeyType) {
+TEST_F(OsslScardMgrTest, NamesAreTakenOnlyFromPrivateKeysButTheKeyTypeFromAnyRecord) {
     go_to(CfgState::configuring);
     for (const auto type : {PkoType::certificate, PkoType::public_key}) {
         const PkoId* other = first(type);
@@ -201,7 +201,7 @@ TEST_F(OsslScardMgrTest, OnlyPrivateKeysGiveNamesButAnyRecordGivesAKeyType) {
     EXPECT_EQ(manager().get_config_used()->get_capi_key_type(), 77U);
 }
 
-TEST_F(OsslScardMgrTest, AKeyWithoutItsCertificateInTheListIsNotFound) {
+TEST_F(OsslScardMgrTest, KeyWithoutItsCertificateInTheListIsNotFound) {
     go_to(CfgState::configuring);
     const PkoId stranger{PkoType::private_key, 0, "n", "%01", "d", nullptr};
     const PkoId of_other_type{PkoType::private_key, 1, "n", "%01%ab", "d", nullptr};
@@ -212,7 +212,7 @@ TEST_F(OsslScardMgrTest, AKeyWithoutItsCertificateInTheListIsNotFound) {
     EXPECT_STREQ(manager().get_config_used()->get_cert_name(), "");
 }
 
-TEST_F(OsslScardMgrTest, ThePkcs11BackEndChosenAfterInitIsRefusedAtEachUse) {
+TEST_F(OsslScardMgrTest, Pkcs11BackEndSelectedAfterInitIsRejectedAtEachUse) {
     init_with(3);
     choose(2);
     const std::string refused = "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11(): crypto interface "
@@ -226,7 +226,7 @@ TEST_F(OsslScardMgrTest, ThePkcs11BackEndChosenAfterInitIsRefusedAtEachUse) {
     EXPECT_EQ(script().calls(), Lines());
 }
 
-TEST_F(OsslScardMgrTest, AnUnknownBackEndWithoutAScannerCannotDiscoverAndNotLoad) {
+TEST_F(OsslScardMgrTest, UnknownBackEndFailsToDiscoverAndToLoad) {
     for (const unsigned int unknown : {0U, 7U}) {
         init_with(unknown);
         manager().read_scard();
@@ -244,7 +244,7 @@ TEST_F(OsslScardMgrTest, AnUnknownBackEndWithoutAScannerCannotDiscoverAndNotLoad
     }
 }
 
-TEST_F(OsslScardMgrTest, ASecondLoadDoesNothingUntilTheConfigurationIsDoneAgain) {
+TEST_F(OsslScardMgrTest, RepeatedLoadDoesNothing) {
     go_to(CfgState::configured);
     manager().ossl_load();
     const EVP_PKEY* key = manager().get_private_key();
@@ -258,7 +258,7 @@ TEST_F(OsslScardMgrTest, ASecondLoadDoesNothingUntilTheConfigurationIsDoneAgain)
     EXPECT_EQ(manager().get_certificate(), cert);
 }
 
-TEST_F(OsslScardMgrTest, AnUnloadThatIsFollowedByALoadLeavesNothingLoaded) {
+TEST_F(OsslScardMgrTest, LoadAfterAnUnloadLoadsNothing) {
     go_to(CfgState::configured);
     manager().ossl_unload();
     manager().ossl_load();
@@ -271,7 +271,7 @@ TEST_F(OsslScardMgrTest, AnUnloadThatIsFollowedByALoadLeavesNothingLoaded) {
     EXPECT_EQ(manager().get_certificate(), nullptr);
 }
 
-TEST_F(OsslScardMgrTest, AnotherRoundFreesTheOldAndReusesTheEngine) {
+TEST_F(OsslScardMgrTest, NextLoadFreesTheOldKeyAndReusesTheEngine) {
     go_to(CfgState::configured);
     manager().ossl_load();
     read_and_discover();
@@ -289,7 +289,7 @@ TEST_F(OsslScardMgrTest, AnotherRoundFreesTheOldAndReusesTheEngine) {
                "X509_NAME_print_ex()", "X509_NAME_print_ex()"}));
 }
 
-TEST_F(OsslScardMgrTest, AFailedPrintOfTheCertificateFreesTheKeyAndLeavesTheCertificate) {
+TEST_F(OsslScardMgrTest, FailedPrintOfTheCertificateFreesTheKeyAndKeepsTheCertificate) {
     go_to(CfgState::configured);
     script().fail_function("X509_NAME_print_ex", {.rc = 0});
     EXPECT_EQ(error_text([] { manager().ossl_load(); }),
@@ -298,7 +298,7 @@ TEST_F(OsslScardMgrTest, AFailedPrintOfTheCertificateFreesTheKeyAndLeavesTheCert
     EXPECT_NE(manager().get_certificate(), nullptr);
 }
 
-TEST_F(OsslScardMgrTest, AFailedLoadIsThrownAsTheCommonErrorType) {
+TEST_F(OsslScardMgrTest, FailedLoadThrowsTheCommonErrorType) {
     go_to(CfgState::configured);
     script().fail_function("ENGINE_load_private_key");
     try {
@@ -309,7 +309,7 @@ TEST_F(OsslScardMgrTest, AFailedLoadIsThrownAsTheCommonErrorType) {
     }
 }
 
-TEST_F(OsslScardMgrTest, AnExceptionOfAnotherKindLeavesALoadAsItIs) {
+TEST_F(OsslScardMgrTest, LoadPropagatesOtherExceptionsAndCanBeRepeated) {
     go_to(CfgState::configured);
     script().fail_function("ENGINE_ctrl_cmd", {.throws_int = true});
     EXPECT_THROW(manager().ossl_load(), int);
@@ -318,7 +318,7 @@ TEST_F(OsslScardMgrTest, AnExceptionOfAnotherKindLeavesALoadAsItIs) {
     EXPECT_NE(manager().get_certificate(), nullptr);
 }
 
-TEST_F(OsslScardMgrTest, ALoadWithoutPinIsRefusedBeforeTheTokenIsAskedWhereALoginIsNeeded) {
+TEST_F(OsslScardMgrTest, LoadWithoutThePinForARequiredLoginFailsBeforeTheEngineIsCalled) {
     OsslScardCfg& cfg = make_config();
     manager().init(&cfg);
     manager().read_scard();
@@ -328,7 +328,7 @@ TEST_F(OsslScardMgrTest, ALoadWithoutPinIsRefusedBeforeTheTokenIsAskedWhereALogi
     EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("ENGINE_load"))));
 }
 
-TEST_F(OsslScardMgrTest, AfterInitAloneALoadAsksTheEngineForEmptyNames) {
+TEST_F(OsslScardMgrTest, LoadWithoutASelectedKeyPassesEmptyNamesToTheEngine) {
     go_to(CfgState::initialized);
     manager().notify_config_done();
     manager().ossl_load();
