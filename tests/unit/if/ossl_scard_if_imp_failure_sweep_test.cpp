@@ -124,7 +124,7 @@ std::string words_on_failure(std::size_t n) {
     return is_of_module ? words_on_missing("module.so") : "";
 }
 
-class OsslScardIfFailureSweepTest : public ScardTest {
+class OsslScardIfImpFailureSweepTest : public ScardTest {
 protected:
     struct Operation {
         const char* name;
@@ -172,7 +172,7 @@ protected:
     }
 };
 
-TEST_F(OsslScardIfFailureSweepTest, ARunWithoutFailureMakesExactlyTheCallsOfTheTable) {
+TEST_F(OsslScardIfImpFailureSweepTest, RunWithoutFailureMakesExactlyTheListedCalls) {
     EXPECT_EQ(run_from(0), operations.size());
     EXPECT_EQ(script().steps(), std::size(rows));
     EXPECT_EQ(script().calls(),
@@ -208,7 +208,7 @@ TEST_F(OsslScardIfFailureSweepTest, ARunWithoutFailureMakesExactlyTheCallsOfTheT
     EXPECT_EQ(script().calls(), end_of_engine);
 }
 
-TEST_F(OsslScardIfFailureSweepTest, DestroyingALoadedObjectFreesCertificateKeyEngineAndModuleInOrder) {
+TEST_F(OsslScardIfImpFailureSweepTest, DestroyFreesCertificateKeyEngineAndModuleInOrder) {
     go_to(CfgState::configured);
     ASSERT_EQ(scard().ossl_load(), 0);
     script().take_calls();
@@ -216,7 +216,7 @@ TEST_F(OsslScardIfFailureSweepTest, DestroyingALoadedObjectFreesCertificateKeyEn
     EXPECT_EQ(script().calls(), before("X509_free(cert1)", before("EVP_PKEY_free(lent1)", end_of_engine)));
 }
 
-TEST_F(OsslScardIfFailureSweepTest, EachFailingCallIsReportedAndAllThatWasAcquiredEndsInOrder) {
+TEST_F(OsslScardIfImpFailureSweepTest, EachFailedCallIsReportedAndAllResourcesAreReleasedInOrder) {
     for (std::size_t n = 1; n <= std::size(rows); ++n) {
         SCOPED_TRACE(n);
         expect_failure(n, run_with_failure(n));
@@ -229,7 +229,7 @@ TEST_F(OsslScardIfFailureSweepTest, EachFailingCallIsReportedAndAllThatWasAcquir
     }
 }
 
-TEST_F(OsslScardIfFailureSweepTest, EachFailedOperationWorksOnceTheFailureIsLifted) {
+TEST_F(OsslScardIfImpFailureSweepTest, EachFailedOperationSucceedsOnceItsCauseIsGone) {
     for (std::size_t n = 1; n <= std::size(rows); ++n) {
         SCOPED_TRACE(n);
         const std::size_t failed = run_with_failure(n);
@@ -246,7 +246,7 @@ TEST_F(OsslScardIfFailureSweepTest, EachFailedOperationWorksOnceTheFailureIsLift
     }
 }
 
-TEST_F(OsslScardIfFailureSweepTest, TheSameTwiceIsReportedTwiceAlike) {
+TEST_F(OsslScardIfImpFailureSweepTest, RepeatedFailureIsReportedIdentically) {
     for (std::size_t n = 1; n <= std::size(rows); ++n) {
         SCOPED_TRACE(n);
         const std::size_t failed = run_with_failure(n);

@@ -9,7 +9,7 @@
 namespace Kes::test {
 namespace {
 
-class OsslScardIfInitTest : public ScardTest {
+class OsslScardIfImpInitTest : public ScardTest {
 protected:
     OsslScardCfg& config_with_log(const std::string& name) {
         OsslScardCfg& cfg = make_config();
@@ -33,7 +33,7 @@ protected:
     ClientCfg client;
 };
 
-TEST_F(OsslScardIfInitTest, OpensTheLogFileWithTheLinesSinceTheBeginning) {
+TEST_F(OsslScardIfImpInitTest, LogFileStartsWithTheLinesBufferedSinceTheStart) {
     ASSERT_EQ(init(&config_with_log(dir.file("log"))), "0");
     const Lines lines = logged();
     ASSERT_FALSE(lines.empty());
@@ -41,7 +41,7 @@ TEST_F(OsslScardIfInitTest, OpensTheLogFileWithTheLinesSinceTheBeginning) {
     EXPECT_THAT(lines, testing::Contains("<info> init done."));
 }
 
-TEST_F(OsslScardIfInitTest, AnEmptyOrBlankNameOpensNoFileAndKeepsNoLines) {
+TEST_F(OsslScardIfImpInitTest, EmptyOrBlankNameOpensNoLogFile) {
     const CurrentFolder folder(dir.path());
     for (const char* name : {"", " "}) {
         EXPECT_EQ(init(&config_with_log(name)), "0");
@@ -51,7 +51,7 @@ TEST_F(OsslScardIfInitTest, AnEmptyOrBlankNameOpensNoFileAndKeepsNoLines) {
     EXPECT_EQ(files(), 0U);
 }
 
-TEST_F(OsslScardIfInitTest, NullTextsOfAClientsOwnConfigurationCountAsEmpty) {
+TEST_F(OsslScardIfImpInitTest, NullTextsOfAClientConfigurationAreTreatedAsEmpty) {
     client.has_texts = false;
     EXPECT_EQ(init(&client), "0");
     EXPECT_THAT(script().calls(), testing::Contains("PKCS11_CTX_load(ctx1, )"));
@@ -64,7 +64,7 @@ TEST_F(OsslScardIfInitTest, NullTextsOfAClientsOwnConfigurationCountAsEmpty) {
     EXPECT_EQ(outcome(scard().ossl_load(), last_error()), "0");
 }
 
-TEST_F(OsslScardIfInitTest, NullDumpOfAClientsOwnConfigurationLeavesTheRestOfTheLog) {
+TEST_F(OsslScardIfImpInitTest, NullDumpOfAClientConfigurationIsOmittedFromTheLog) {
     client.has_texts = false;
     ASSERT_EQ(init(&client), "0");
     Logger::instance().register_sink(dir.file("log"), false);
@@ -76,7 +76,7 @@ TEST_F(OsslScardIfInitTest, NullDumpOfAClientsOwnConfigurationLeavesTheRestOfThe
                      "  need_ossl_reload=false", "<info> init done."}));
 }
 
-TEST_F(OsslScardIfInitTest, ALogFileThatCannotBeOpenedFailsButLeavesTheLibraryInitialised) {
+TEST_F(OsslScardIfImpInitTest, FailureToOpenTheLogFileLeavesTheLibraryInitialised) {
     const std::string name = dir.file("missing/log");
     EXPECT_EQ(init(&config_with_log(name)),
               "1 logger:90 Kes::Logger::register_sink(): error opening logfile '" + name +
@@ -89,14 +89,14 @@ TEST_F(OsslScardIfInitTest, ALogFileThatCannotBeOpenedFailsButLeavesTheLibraryIn
     EXPECT_EQ(scard().discover_keys(&count), 0);
 }
 
-TEST_F(OsslScardIfInitTest, TheFailureToOpenTheLogFileIsNotLogged) {
+TEST_F(OsslScardIfImpInitTest, FailureToOpenTheLogFileIsNotLogged) {
     EXPECT_EQ(init(&config_with_log(dir.file("log"))), "0");
     scard().get_config_used()->set_logfile(dir.file("missing/log").c_str());
     EXPECT_THAT(init(nullptr), testing::HasSubstr("error opening logfile"));
     EXPECT_THAT(logged(), testing::Not(testing::Contains(testing::HasSubstr("error opening"))));
 }
 
-TEST_F(OsslScardIfInitTest, AFailedInitWritesItsReasonIntoTheFileThatItWasGiven) {
+TEST_F(OsslScardIfImpInitTest, FailedInitWritesItsReasonToTheConfiguredLogFile) {
     script().fail_function("PKCS11_CTX_load");
     const std::string error =
         "libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to load "
@@ -108,7 +108,7 @@ TEST_F(OsslScardIfInitTest, AFailedInitWritesItsReasonIntoTheFileThatItWasGiven)
     EXPECT_EQ(state(), "uninitialized");
 }
 
-TEST_F(OsslScardIfInitTest, AFailedInitMayBeRepeatedAndEmptiesTheFile) {
+TEST_F(OsslScardIfImpInitTest, FailedInitCanBeRepeatedAndTruncatesTheLogFile) {
     script().fail_function("PKCS11_CTX_load");
     OsslScardCfg& cfg = config_with_log(dir.file("log"));
     ASSERT_EQ(scard().init(&cfg), 1);
@@ -119,7 +119,7 @@ TEST_F(OsslScardIfInitTest, AFailedInitMayBeRepeatedAndEmptiesTheFile) {
     EXPECT_EQ(logged().front(), "<info> called: Kes::OsslScardIfImp::read_scard()");
 }
 
-TEST_F(OsslScardIfInitTest, ARepeatedInitEmptiesTheFileOrAppendsToIt) {
+TEST_F(OsslScardIfImpInitTest, RepeatedInitTruncatesTheLogFileOrAppendsToIt) {
     OsslScardCfg& cfg = config_with_log(dir.file("log"));
     ASSERT_EQ(scard().init(&cfg), 0);
     EXPECT_EQ(scard().init(&cfg), 1);
@@ -139,7 +139,7 @@ TEST_F(OsslScardIfInitTest, ARepeatedInitEmptiesTheFileOrAppendsToIt) {
                                                 "....-..-.. ..:..:..\\.... ------\\]\\]\\]"));
 }
 
-TEST_F(OsslScardIfInitTest, TheConfiguredSeverityHoldsFromInitOn) {
+TEST_F(OsslScardIfImpInitTest, ConfiguredSeverityAppliesFromInit) {
     OsslScardCfg& cfg = config_with_log(dir.file("log"));
     cfg.set_logfile_severity(16);
     ASSERT_EQ(init(&cfg), "0");
@@ -153,7 +153,7 @@ TEST_F(OsslScardIfInitTest, TheConfiguredSeverityHoldsFromInitOn) {
         "<error> operation not allowed in current state (cfg_state=configuring): val=6 (invalid_state)");
 }
 
-TEST_F(OsslScardIfInitTest, TheEnvironmentNamesTheLogFile) {
+TEST_F(OsslScardIfImpInitTest, EnvironmentCanSetTheLogFile) {
     const EnvVar name("ossl_scard_cfg_logfile", dir.file("from_env"));
     const EnvVar severity("ossl_scard_cfg_logfile_severity", "63");
     const EnvVar append("ossl_scard_cfg_logfile_append", "1");
@@ -164,7 +164,7 @@ TEST_F(OsslScardIfInitTest, TheEnvironmentNamesTheLogFile) {
     EXPECT_THAT(logged("from_env"), testing::Contains("<debug> env: log_append=true"));
 }
 
-TEST_F(OsslScardIfInitTest, AConfigurationThatCannotBeClonedFailsAndTheOldOneStays) {
+TEST_F(OsslScardIfImpInitTest, InitKeepsTheOldConfigurationWhenTheNewOneCannotBeCloned) {
     ClientCfg unclonable;
     unclonable.is_clonable = false;
     OsslScardCfg* before = scard().get_config_used();
@@ -175,7 +175,7 @@ TEST_F(OsslScardIfInitTest, AConfigurationThatCannotBeClonedFailsAndTheOldOneSta
     EXPECT_EQ(scard().get_config_used(), before);
 }
 
-TEST_F(OsslScardIfInitTest, ANullConfigurationFailsAndOpensTheDefaultsLog) {
+TEST_F(OsslScardIfImpInitTest, NullConfigurationFailsAndOpensTheDefaultLogFile) {
     scard().get_config_used()->set_logfile(dir.file("log").c_str());
     const std::string error =
         "ossl_scard_mgr:112 Kes::OsslScardMgr::init(): cfg is a null pointer: val=3 (bad_argument)";
@@ -185,7 +185,7 @@ TEST_F(OsslScardIfInitTest, ANullConfigurationFailsAndOpensTheDefaultsLog) {
     EXPECT_EQ(logged().at(logged().size() - 2), "<error> " + error);
 }
 
-TEST_F(OsslScardIfInitTest, AConfigurationOfTheClientsOwnClassServesAsWell) {
+TEST_F(OsslScardIfImpInitTest, InitAcceptsAConfigurationClassOfTheClient) {
     client.set_pkcs11_module_dll("client.so");
     client.set_logfile(dir.file("log").c_str());
     client.set_logfile_severity(63);
@@ -206,7 +206,7 @@ TEST_F(OsslScardIfInitTest, AConfigurationOfTheClientsOwnClassServesAsWell) {
     EXPECT_EQ(scard().ossl_load(), 0) << last_error();
 }
 
-TEST_F(OsslScardIfInitTest, AClientsNullNameOpensNoFileAndLeavesTheOutcome) {
+TEST_F(OsslScardIfImpInitTest, NullLogFileNameOfAClientConfigurationOpensNoFile) {
     client.set_pkcs11_module_dll("client.so");
     client.has_logfile = false;
     script().fail_function("PKCS11_CTX_load");
@@ -220,7 +220,7 @@ TEST_F(OsslScardIfInitTest, AClientsNullNameOpensNoFileAndLeavesTheOutcome) {
     EXPECT_EQ(files(), 0U);
 }
 
-TEST_F(OsslScardIfInitTest, WhatAClientsCloneThrowsFailsInitAndKeepsTheConfiguration) {
+TEST_F(OsslScardIfImpInitTest, ExceptionInACloneOfTheClientFailsInitAndKeepsTheConfiguration) {
     scard().get_config_used()->set_logfile("");
     const OsslScardCfg* used = scard().get_config_used();
     client.on_clone = [] { throw 42; };
@@ -233,7 +233,7 @@ TEST_F(OsslScardIfInitTest, WhatAClientsCloneThrowsFailsInitAndKeepsTheConfigura
     EXPECT_EQ(init(&client), "0");
 }
 
-TEST_F(OsslScardIfInitTest, WhatAClientsSettingThrowsWhileTheLogOpensIsAFailureOfInit) {
+TEST_F(OsslScardIfImpInitTest, ExceptionInAClientSettingWhileTheLogOpensFailsInit) {
     client.set_logfile(dir.file("log").c_str());
     client.on_get_severity = [] { throw std::runtime_error("no severity"); };
     EXPECT_EQ(init(&client), "1 no severity");
@@ -241,7 +241,7 @@ TEST_F(OsslScardIfInitTest, WhatAClientsSettingThrowsWhileTheLogOpensIsAFailureO
     EXPECT_EQ(state(), "initialized");
 }
 
-TEST_F(OsslScardIfInitTest, OtherExceptionsWhileTheLogOpensLeaveInit) {
+TEST_F(OsslScardIfImpInitTest, OtherExceptionsWhileTheLogOpensPropagateFromInit) {
     client.set_logfile(dir.file("log").c_str());
     client.on_get_severity = [] { throw 42; };
     EXPECT_THROW(scard().init(&client), int);

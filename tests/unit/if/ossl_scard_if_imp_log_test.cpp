@@ -77,7 +77,7 @@ const std::string end = R"(<info> libp11 destroyed
 <trace> destroyed PkoIdList object
 )";
 
-class OsslScardIfLogTest : public ScardTest {
+class OsslScardIfImpLogTest : public ScardTest {
 protected:
     /// From the first call to the PIN; what follows depends on the PIN.
     void begin(const char* pin, bool append = false) {
@@ -132,13 +132,13 @@ protected:
     TempDir dir;
 };
 
-TEST_F(OsslScardIfLogTest, ATypicalRunInFull) {
+TEST_F(OsslScardIfImpLogTest, TypicalRunIsLoggedInFull) {
     begin("1234");
     run_to_the_end();
     EXPECT_EQ(as_text(log()), as_text(expected(start + reading + discovery + loading + end)));
 }
 
-TEST_F(OsslScardIfLogTest, AppendingAddsASecondRunBelowARestartLine) {
+TEST_F(OsslScardIfImpLogTest, AppendedRunFollowsARestartLine) {
     begin("1234");
     run_to_the_end();
     libp11().is_logged_in = false;
@@ -152,7 +152,7 @@ TEST_F(OsslScardIfLogTest, AppendingAddsASecondRunBelowARestartLine) {
     EXPECT_EQ(as_text(log()), as_text(lines));
 }
 
-TEST_F(OsslScardIfLogTest, AFailingLoginInFull) {
+TEST_F(OsslScardIfImpLogTest, FailedLoginIsLoggedInFull) {
     begin("0000");
     std::size_t count = 0;
     ASSERT_EQ(scard().discover_keys(&count), 1);
@@ -166,7 +166,7 @@ TEST_F(OsslScardIfLogTest, AFailingLoginInFull) {
     EXPECT_EQ(as_text(log()), as_text(expected(start + reading + failure + end)));
 }
 
-TEST_F(OsslScardIfLogTest, FailuresOfTheEnginesEndAreWarnedOf) {
+TEST_F(OsslScardIfImpLogTest, FailuresDuringEngineUnloadAreLoggedAsWarnings) {
     begin("1234");
     script().fail_function("ENGINE_remove", {.rc = 0});
     script().fail_function("ENGINE_finish", {.rc = 0});
@@ -177,7 +177,7 @@ TEST_F(OsslScardIfLogTest, FailuresOfTheEnginesEndAreWarnedOf) {
                                                end)));
 }
 
-TEST_F(OsslScardIfLogTest, AnExceptionOfAnUnknownKindIsLoggedAsUnhandled) {
+TEST_F(OsslScardIfImpLogTest, UnknownExceptionIsLoggedAsUnhandled) {
     begin("1234");
     script().fail_function("PKCS11_enumerate_certs", {.throws_int = true});
     std::size_t count = 0;
@@ -185,7 +185,7 @@ TEST_F(OsslScardIfLogTest, AnExceptionOfAnUnknownKindIsLoggedAsUnhandled) {
     EXPECT_EQ(log().back(), "<error> unhandled exception");
 }
 
-TEST_F(OsslScardIfLogTest, ARefusedVersionLogsTheFailureAndTheSuccessLineAsWell) {
+TEST_F(OsslScardIfImpLogTest, RejectedVersionLogsTheFailureAndTheSuccessLine) {
     begin("1234");
     ASSERT_EQ(scard().version_check(3), 1);
     const Lines lines = log();
@@ -195,7 +195,7 @@ TEST_F(OsslScardIfLogTest, ARefusedVersionLogsTheFailureAndTheSuccessLineAsWell)
                      "<info> interface version check successful: specified=3, expected=4"}));
 }
 
-TEST_F(OsslScardIfLogTest, AnEmptyListIsAnEmptyLine) {
+TEST_F(OsslScardIfImpLogTest, EmptyListIsLoggedAsAnEmptyLine) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys.clear();
@@ -207,7 +207,7 @@ TEST_F(OsslScardIfLogTest, AnEmptyListIsAnEmptyLine) {
               (Lines{"<info> finished scanning of PKCS#11 objects", "<info> "}));
 }
 
-TEST_F(OsslScardIfLogTest, ADumpIsCutToItsBuffer) {
+TEST_F(OsslScardIfImpLogTest, DumpIsTruncatedToItsBuffer) {
     begin("1234");
     scard().get_config_used()->set_cert_name(std::string(10000, 'c').c_str());
     ASSERT_EQ(scard().notify_config_done(), 0);

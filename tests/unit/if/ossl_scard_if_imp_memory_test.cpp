@@ -6,7 +6,7 @@ namespace {
 
 using OsslScardIfImpMemoryTest = ScardTest;
 
-TEST_F(OsslScardIfImpMemoryTest, SelectedKeyThatCannotBeStoredFailsTheSelection) {
+TEST_F(OsslScardIfImpMemoryTest, SelectionFailsWhenTheSelectedKeyCannotBeStored) {
     go_to(CfgState::configuring);
     read_and_discover();
     OsslScardCfg& used = *scard().get_config_used();

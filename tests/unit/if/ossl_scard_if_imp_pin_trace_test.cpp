@@ -79,13 +79,13 @@ protected:
     TempDir dir;
 };
 
-TEST_F(PinTraceTest, TheSearchFindsACopyThatIsThere) {
+TEST_F(PinTraceTest, SearchFindsAnExistingCopy) {
     EXPECT_EQ(canary.count_in_memory(), 0U);
     canary.with([](const char*) { EXPECT_EQ(canary.count_in_memory(), 1U); });
     EXPECT_EQ(canary.count_in_memory(), 0U);
 }
 
-TEST_F(PinTraceTest, OneCopyIsStoredAndNoneIsLeftByANewPinOrByDestroy) {
+TEST_F(PinTraceTest, StoredPinIsErasedByANewPinAndByDestroy) {
     set_pin(canary);
     EXPECT_EQ(canary.count_in_memory(), 1U);
     set_pin(other);
@@ -95,7 +95,7 @@ TEST_F(PinTraceTest, OneCopyIsStoredAndNoneIsLeftByANewPinOrByDestroy) {
     EXPECT_EQ(other.count_in_memory(), 0U);
 }
 
-TEST_F(PinTraceTest, AnEmptyPinReplacesTheStoredOne) {
+TEST_F(PinTraceTest, EmptyPinReplacesTheStoredOne) {
     set_pin(canary);
     EXPECT_EQ(scard().set_pin(""), 0);
     EXPECT_EQ(canary.count_in_memory(), 0U);
@@ -103,14 +103,14 @@ TEST_F(PinTraceTest, AnEmptyPinReplacesTheStoredOne) {
     EXPECT_EQ(calls_with_pin(), Lines());
 }
 
-TEST_F(PinTraceTest, ATokenWithoutLoginEndsTheStoredPin) {
+TEST_F(PinTraceTest, TokenWithoutLoginErasesTheStoredPin) {
     set_pin(canary);
     token().loginRequired = 0;
     ASSERT_EQ(scard().read_scard(), 0);
     EXPECT_EQ(canary.count_in_memory(), 0U);
 }
 
-TEST_F(PinTraceTest, APinThatIsRefusedInTheWrongStateIsNotKept) {
+TEST_F(PinTraceTest, PinRejectedInTheWrongStateIsNotStored) {
     set_pin(canary);
     ASSERT_EQ(discover(), 0);
     load();
@@ -119,7 +119,7 @@ TEST_F(PinTraceTest, APinThatIsRefusedInTheWrongStateIsNotKept) {
     EXPECT_EQ(canary.count_in_memory(), 1U);
 }
 
-TEST_F(PinTraceTest, AWholeRunLeavesOnlyTheStoredCopyAndDestroyEndsThat) {
+TEST_F(PinTraceTest, CompleteRunLeavesOnlyTheStoredCopyWhichDestroyErases) {
     set_pin(canary);
     ASSERT_EQ(discover(), 0);
     load();
@@ -129,7 +129,7 @@ TEST_F(PinTraceTest, AWholeRunLeavesOnlyTheStoredCopyAndDestroyEndsThat) {
     EXPECT_EQ(canary.count_in_memory(), 0U);
 }
 
-TEST_F(PinTraceTest, AFailedLoginLeavesOnlyTheStoredCopyWhichTheNextPinEnds) {
+TEST_F(PinTraceTest, FailedLoginLeavesOnlyTheStoredCopyWhichTheNextPinErases) {
     set_pin(other);
     ASSERT_EQ(discover(), 1);
     EXPECT_EQ(other.count_in_memory(), 1U);
@@ -138,7 +138,7 @@ TEST_F(PinTraceTest, AFailedLoginLeavesOnlyTheStoredCopyWhichTheNextPinEnds) {
     EXPECT_EQ(discover(), 0) << "the right PIN after a wrong one";
 }
 
-TEST_F(PinTraceTest, AFailedEngineLeavesNoCopyBesideTheStoredOne) {
+TEST_F(PinTraceTest, FailedEngineLoadLeavesOnlyTheStoredCopy) {
     set_pin(canary);
     ASSERT_EQ(discover(), 0);
     ASSERT_EQ(scard().set_key(std::size_t{0}), 0);
@@ -148,7 +148,7 @@ TEST_F(PinTraceTest, AFailedEngineLeavesNoCopyBesideTheStoredOne) {
     EXPECT_EQ(canary.count_in_memory(), 1U);
 }
 
-TEST_F(PinTraceTest, ThePinGoesToOneLoginAndToTheEngineAlone) {
+TEST_F(PinTraceTest, PinIsPassedOnlyToOneLoginAndToTheEngine) {
     set_pin(canary);
     ASSERT_EQ(discover(), 0);
     load();
@@ -158,20 +158,20 @@ TEST_F(PinTraceTest, ThePinGoesToOneLoginAndToTheEngineAlone) {
                                        "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)"}));
 }
 
-TEST_F(PinTraceTest, AWrongPinCostsOneLoginAndNothingIsRetried) {
+TEST_F(PinTraceTest, WrongPinUsesOneLoginAttemptWithoutRetry) {
     set_pin(other);
     EXPECT_EQ(discover(), 1);
     EXPECT_EQ(calls_with_pin(), Lines{"PKCS11_login(slot1.1, user, wrong pin)"});
 }
 
-TEST_F(PinTraceTest, WithoutAPinNobodyIsAsked) {
+TEST_F(PinTraceTest, NoCallReceivesAPinWhenNoneIsSet) {
     EXPECT_EQ(discover(), 1);
     EXPECT_EQ(last_error(),
               "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
     EXPECT_EQ(calls_with_pin(), Lines());
 }
 
-TEST_F(PinTraceTest, APinThatIsWrongOnlyForTheEngineFailsTheLoadAndMayBeMended) {
+TEST_F(PinTraceTest, PinRefusedByTheEngineFailsTheLoadAndCanBeCorrected) {
     engine().needs_right_pin = true;
     set_pin(canary);
     ASSERT_EQ(discover(), 0);
@@ -187,7 +187,7 @@ TEST_F(PinTraceTest, APinThatIsWrongOnlyForTheEngineFailsTheLoadAndMayBeMended) 
     EXPECT_EQ(scard().ossl_load(), 0) << last_error();
 }
 
-TEST_F(PinTraceTest, NoLineOfTheLogAndNoErrorTextHoldsThePin) {
+TEST_F(PinTraceTest, LogAndErrorTextsDoNotContainThePin) {
     set_pin(other);
     ASSERT_EQ(discover(), 1);
     other.with([](const char* pin) { EXPECT_EQ(last_error().find(pin), std::string::npos); });

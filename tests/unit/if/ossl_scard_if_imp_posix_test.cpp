@@ -10,7 +10,7 @@ constexpr const char* capi_only = "crypto interface capi is available on Windows
 constexpr const char* store_only =
     "crypto interface capi_store is available on Windows only: val=4 (unsupported)";
 
-class OsslScardIfPosixTest : public ScardTest {
+class OsslScardIfImpPosixTest : public ScardTest {
 protected:
     static OsslScardMgr& manager() {
         scard(); // owns the manager
@@ -24,7 +24,7 @@ protected:
     TempDir dir;
 };
 
-TEST_F(OsslScardIfPosixTest, TheWindowsBackEndsAreUnsupportedAtTheFirstOperationThatNeedsThem) {
+TEST_F(OsslScardIfImpPosixTest, FirstOperationThatNeedsAWindowsBackEndIsUnsupported) {
     OsslScardCfg& cfg = make_config();
     cfg.set_crypto_if(OsslScardCfg::capi);
     manager().init(&cfg);
@@ -47,7 +47,7 @@ TEST_F(OsslScardIfPosixTest, TheWindowsBackEndsAreUnsupportedAtTheFirstOperation
     EXPECT_EQ(state(), "configured");
 }
 
-TEST_F(OsslScardIfPosixTest, ALogFileNamedWithTwoBlanksIsOpened) {
+TEST_F(OsslScardIfImpPosixTest, LogFileNamedWithTwoBlanksIsOpened) {
     const CurrentFolder folder(dir.path());
     OsslScardCfg& cfg = make_config();
     cfg.set_logfile("  ");
@@ -55,7 +55,7 @@ TEST_F(OsslScardIfPosixTest, ALogFileNamedWithTwoBlanksIsOpened) {
     EXPECT_TRUE(std::filesystem::exists(dir.path() / "  "));
 }
 
-TEST_F(OsslScardIfPosixTest, NamesOfEnvironmentVariablesDifferByCase) {
+TEST_F(OsslScardIfImpPosixTest, NamesOfEnvironmentVariablesAreCaseSensitive) {
     const EnvVar variable("ossl_scard_cfg_PKCS11_MODULE_DLL", "env.so");
     ASSERT_EQ(scard().init(&make_config()), 0);
     EXPECT_STREQ(scard().get_config_used()->get_pkcs11_module_dll(), "module.so");

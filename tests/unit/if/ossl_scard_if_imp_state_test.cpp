@@ -26,7 +26,7 @@ struct Row {
     std::array<Expected, 4> expected; // by state
 };
 
-class OsslScardIfStateTest : public ScardTest {
+class OsslScardIfImpStateTest : public ScardTest {
 protected:
     static std::string settings() {
         std::vector<char> buffer(100000);
@@ -92,7 +92,7 @@ protected:
     }
 };
 
-TEST_F(OsslScardIfStateTest, EveryOperationOfTheInterfaceInEveryState) {
+TEST_F(OsslScardIfImpStateTest, EveryInterfaceOperationIsAllowedOnlyInItsStates) {
     std::size_t count = 0;
     evp_pkey_st* key = nullptr;
     x509_st* cert = nullptr;
@@ -164,7 +164,7 @@ TEST_F(OsslScardIfStateTest, EveryOperationOfTheInterfaceInEveryState) {
     check_all(rows);
 }
 
-TEST_F(OsslScardIfStateTest, EveryOperationOfTheManagerInEveryState) {
+TEST_F(OsslScardIfImpStateTest, EveryManagerOperationIsAllowedOnlyInItsStates) {
     const PkoId key{PkoType::private_key, 0, private_uri, "%01%ab", "Token 1: Auth key", nullptr};
     const auto manager = []() -> OsslScardMgr& { return OsslScardMgr::instance(); };
     check_all({
@@ -204,7 +204,7 @@ TEST_F(OsslScardIfStateTest, EveryOperationOfTheManagerInEveryState) {
     });
 }
 
-TEST_F(OsslScardIfStateTest, TheStateIsCheckedBeforeTheArguments) {
+TEST_F(OsslScardIfImpStateTest, StateIsCheckedBeforeTheArguments) {
     const auto manager = []() -> OsslScardMgr& { return OsslScardMgr::instance(); };
     go_to(configured);
     const std::string expected = forbidden(configured).substr(2);
@@ -214,7 +214,7 @@ TEST_F(OsslScardIfStateTest, TheStateIsCheckedBeforeTheArguments) {
     EXPECT_EQ(error_text([&] { manager().set_cert_name_from_priv_key(nullptr); }), expected);
 }
 
-TEST_F(OsslScardIfStateTest, StateNamesCoverEveryValue) {
+TEST_F(OsslScardIfImpStateTest, EveryStateValueHasAName) {
     EXPECT_EQ(cfg_state_name(uninitialized), "uninitialized");
     EXPECT_EQ(cfg_state_name(initialized), "initialized");
     EXPECT_EQ(cfg_state_name(configuring), "configuring");

@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(OsslScardIfImpTest, OnlyVersionFourPasses) {
+TEST_F(OsslScardIfImpTest, OnlyInterfaceVersionFourIsAccepted) {
     EXPECT_EQ(scard().version_check(4), 0);
     EXPECT_EQ(last_error(), "");
     for (const unsigned int version : {0U, 3U, 5U, 4294967295U}) {
@@ -33,9 +33,9 @@ TEST_F(OsslScardIfImpTest, OnlyVersionFourPasses) {
     }
 }
 
-TEST_F(OsslScardIfImpTest, TheVersionIsThatOfTheLibrary) { EXPECT_STREQ(scard().get_version(), "4.3.0"); }
+TEST_F(OsslScardIfImpTest, ReturnsTheVersionOfTheLibrary) { EXPECT_STREQ(scard().get_version(), "4.3.0"); }
 
-TEST_F(OsslScardIfImpTest, ASuccessAfterAFailureClearsTheText) {
+TEST_F(OsslScardIfImpTest, SuccessfulOperationClearsTheErrorText) {
     EXPECT_EQ(scard().read_scard(), 1);
     EXPECT_EQ(last_error(),
               "operation not allowed in current state (cfg_state=uninitialized): val=6 (invalid_state)");
@@ -46,7 +46,7 @@ TEST_F(OsslScardIfImpTest, ASuccessAfterAFailureClearsTheText) {
     EXPECT_EQ(last_error(), "");
 }
 
-TEST_F(OsslScardIfImpTest, OperationsWithoutAStatusClearTheText) {
+TEST_F(OsslScardIfImpTest, OperationsWithoutAStatusClearTheErrorText) {
     const std::function<void()> operations[] = {
         [] { scard().get_config_default(); }, [] { scard().get_config_used(); },
         [] { scard().is_pin_required(); }, [] { scard().get_version(); }};
@@ -77,7 +77,7 @@ TEST_F(OsslScardIfImpTest, KeysAreNumberedInTheOrderOfTheList) {
                             "val=3 (bad_argument)");
 }
 
-TEST_F(OsslScardIfImpTest, AKeyIsSelectedByItsNumber) {
+TEST_F(OsslScardIfImpTest, KeyIsSelectedByNumber) {
     hold_three_keys();
     go_to(CfgState::configuring);
     EXPECT_EQ(scard().set_key(std::size_t{1}), 0);
@@ -86,7 +86,7 @@ TEST_F(OsslScardIfImpTest, AKeyIsSelectedByItsNumber) {
     EXPECT_EQ(scard().get_config_used()->get_capi_key_type(), 0U);
 }
 
-TEST_F(OsslScardIfImpTest, AKeyIsSelectedByItsTypeAndIdentifier) {
+TEST_F(OsslScardIfImpTest, KeyIsSelectedByTypeAndIdentifier) {
     hold_three_keys();
     go_to(CfgState::configuring);
     EXPECT_EQ(scard().set_key(0U, "%03"), 0);
@@ -105,7 +105,7 @@ TEST_F(OsslScardIfImpTest, AKeyIsSelectedByItsTypeAndIdentifier) {
     EXPECT_EQ(used(&OsslScardCfg::get_priv_key_name), "pkcs11:token=Token 1;id=%03;type=private");
 }
 
-TEST_F(OsslScardIfImpTest, NullArgumentsFailAndAreNotWritten) {
+TEST_F(OsslScardIfImpTest, NullArgumentsAreRejected) {
     const std::string bad = " is a null pointer: val=3 (bad_argument)";
     const auto text_of = [](int status) { return outcome(status, last_error()); };
     go_to(CfgState::configuring);
@@ -125,7 +125,7 @@ TEST_F(OsslScardIfImpTest, NullArgumentsFailAndAreNotWritten) {
     EXPECT_STREQ(scard().get_key_name(0), "Token 1: Auth key") << "the keys are still there";
 }
 
-TEST_F(OsslScardIfImpTest, OutArgumentsOfAFailedOperationAreLeftAlone) {
+TEST_F(OsslScardIfImpTest, FailedOperationDoesNotChangeItsOutArguments) {
     std::size_t count = 77;
     EXPECT_EQ(scard().discover_keys(&count), 1);
     EXPECT_EQ(count, 77U);
@@ -135,7 +135,7 @@ TEST_F(OsslScardIfImpTest, OutArgumentsOfAFailedOperationAreLeftAlone) {
     EXPECT_EQ(count, 77U);
 }
 
-TEST_F(OsslScardIfImpTest, AFailedDiscoveryLeavesNoKeyNumbers) {
+TEST_F(OsslScardIfImpTest, FailedDiscoveryInvalidatesTheKeyNumbers) {
     go_to(CfgState::configuring);
     ASSERT_NE(scard().get_key_name(0), nullptr);
     script().fail_function("PKCS11_enumerate_public_keys");
@@ -144,7 +144,7 @@ TEST_F(OsslScardIfImpTest, AFailedDiscoveryLeavesNoKeyNumbers) {
     EXPECT_EQ(scard().get_key_name(0), nullptr);
 }
 
-TEST_F(OsslScardIfImpTest, ADiscoveryInTheWrongStateForgetsTheKeyNumbersToo) {
+TEST_F(OsslScardIfImpTest, DiscoveryInTheWrongStateInvalidatesTheKeyNumbers) {
     go_to(CfgState::configured);
     ASSERT_NE(scard().get_key_name(0), nullptr);
     std::size_t count = 0;
@@ -153,7 +153,7 @@ TEST_F(OsslScardIfImpTest, ADiscoveryInTheWrongStateForgetsTheKeyNumbersToo) {
 }
 
 // The records that the numbers stood for are gone; the sanitizers tell if one is used.
-TEST_F(OsslScardIfImpTest, KeyNumbersEndWithTheNextReadingOfTheCard) {
+TEST_F(OsslScardIfImpTest, ReadingTheCardInvalidatesTheKeyNumbers) {
     go_to(CfgState::configuring);
     ASSERT_EQ(scard().read_scard(), 0);
     EXPECT_EQ(scard().get_key_name(0), nullptr);
@@ -167,7 +167,7 @@ TEST_F(OsslScardIfImpTest, KeyNumbersEndWithTheNextReadingOfTheCard) {
                             "val=8 (not_found)");
 }
 
-TEST_F(OsslScardIfImpTest, AFailedReadingEndsTheKeyNumbersToo) {
+TEST_F(OsslScardIfImpTest, FailedReadingInvalidatesTheKeyNumbers) {
     go_to(CfgState::configuring);
     script().fail_function("PKCS11_enumerate_slots");
     ASSERT_EQ(scard().read_scard(), 1);
@@ -175,7 +175,7 @@ TEST_F(OsslScardIfImpTest, AFailedReadingEndsTheKeyNumbersToo) {
     EXPECT_EQ(scard().set_key(std::size_t{0}), 1);
 }
 
-TEST_F(OsslScardIfImpTest, AnEmptyTokenHasNoKeysAndThatIsNoFailure) {
+TEST_F(OsslScardIfImpTest, DiscoveryOnAnEmptyTokenSucceedsWithoutKeys) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys.clear();
@@ -188,7 +188,7 @@ TEST_F(OsslScardIfImpTest, AnEmptyTokenHasNoKeysAndThatIsNoFailure) {
     EXPECT_EQ(scard().get_key_name(0), nullptr);
 }
 
-TEST_F(OsslScardIfImpTest, KeyAndCertificateAreLentFromLoadToUnload) {
+TEST_F(OsslScardIfImpTest, KeyAndCertificateAreAvailableFromLoadToUnload) {
     go_to(CfgState::configured);
     evp_pkey_st* key = engine().private_key;
     x509_st* cert = engine().certificate;
@@ -209,7 +209,7 @@ TEST_F(OsslScardIfImpTest, KeyAndCertificateAreLentFromLoadToUnload) {
     EXPECT_EQ(cert, nullptr);
 }
 
-TEST_F(OsslScardIfImpTest, AReferenceThatTheClientTakesOutlivesTheUnload) {
+TEST_F(OsslScardIfImpTest, ClientReferenceToTheKeyOutlivesTheUnload) {
     go_to(CfgState::configured);
     ASSERT_EQ(scard().ossl_load(), 0);
     evp_pkey_st* key = nullptr;
@@ -220,7 +220,7 @@ TEST_F(OsslScardIfImpTest, AReferenceThatTheClientTakesOutlivesTheUnload) {
     ::EVP_PKEY_free(key);
 }
 
-TEST_F(OsslScardIfImpTest, ExceptionsOfAnUnknownKindAreStatus255) {
+TEST_F(OsslScardIfImpTest, UnknownExceptionsReturnStatus255) {
     const std::string unhandled = "255 unhandled exception";
     const auto text_of = [](int status) { return outcome(status, last_error()); };
     const Failure thrown{.throws_int = true};
@@ -249,7 +249,7 @@ TEST_F(OsslScardIfImpTest, ExceptionsOfAnUnknownKindAreStatus255) {
     EXPECT_EQ(state(), "configured");
 }
 
-TEST_F(OsslScardIfImpTest, DestroyEndsEverythingAndTheNextObjectIsFresh) {
+TEST_F(OsslScardIfImpTest, DestroyReleasesEverythingAndTheNextObjectStartsFresh) {
     go_to(CfgState::configuring);
     ASSERT_EQ(scard().init(nullptr), 1);
     scard().destroy();
@@ -261,11 +261,11 @@ TEST_F(OsslScardIfImpTest, DestroyEndsEverythingAndTheNextObjectIsFresh) {
     EXPECT_EQ(scard().get_config_used()->get_crypto_if(), OsslScardCfg::capi);
 }
 
-TEST_F(OsslScardIfImpTest, TheSameObjectIsReturnedUntilDestroy) {
+TEST_F(OsslScardIfImpTest, SameObjectIsReturnedUntilDestroy) {
     EXPECT_EQ(&OsslScardIfImp::instance(), &OsslScardIfImp::instance());
 }
 
-TEST_F(OsslScardIfImpTest, AHundredLivesWithLoginAndLoadLeaveNothing) {
+TEST_F(OsslScardIfImpTest, HundredLifetimesWithLoginAndLoadLeakNothing) {
     for (int life = 0; life < 100; ++life) {
         set_up_doubles();
         go_to(CfgState::configured);

@@ -7,12 +7,12 @@
 namespace Kes::test {
 namespace {
 
-class OsslScardIfWinTest : public ScardTest {
+class OsslScardIfImpWinTest : public ScardTest {
 protected:
     TempDir dir;
 };
 
-TEST_F(OsslScardIfWinTest, ALogFileNamedWithTwoBlanksCannotBeOpened) {
+TEST_F(OsslScardIfImpWinTest, LogFileNamedWithTwoBlanksCannotBeOpened) {
     OsslScardCfg& cfg = make_config();
     cfg.set_logfile("  "); // Windows leaves blanks at the end of a name out
     EXPECT_EQ(scard().init(&cfg), 1);
@@ -21,20 +21,20 @@ TEST_F(OsslScardIfWinTest, ALogFileNamedWithTwoBlanksCannotBeOpened) {
     EXPECT_EQ(state(), "initialized");
 }
 
-TEST_F(OsslScardIfWinTest, NamesOfEnvironmentVariablesDoNotDifferByCase) {
+TEST_F(OsslScardIfImpWinTest, NamesOfEnvironmentVariablesAreNotCaseSensitive) {
     const EnvVar variable("OSSL_Scard_cfg_PKCS11_MODULE_DLL", "env.dll");
     ASSERT_EQ(scard().init(&make_config()), 0);
     EXPECT_STREQ(scard().get_config_used()->get_pkcs11_module_dll(), "env.dll");
 }
 
-TEST_F(OsslScardIfWinTest, WhatIsSetInTheSystemsEnvironmentAloneIsNotSeen) {
+TEST_F(OsslScardIfImpWinTest, VariableSetOnlyInTheSystemEnvironmentIsIgnored) {
     ASSERT_TRUE(::SetEnvironmentVariableA("ossl_scard_cfg_pkcs11_module_dll", "env.dll"));
     EXPECT_EQ(scard().init(&make_config()), 0);
     EXPECT_STREQ(scard().get_config_used()->get_pkcs11_module_dll(), "module.so");
     EXPECT_TRUE(::SetEnvironmentVariableA("ossl_scard_cfg_pkcs11_module_dll", nullptr));
 }
 
-TEST_F(OsslScardIfWinTest, EveryLineOfTheLogEndsWithCrLfAndTheDumpHoldsItsLines) {
+TEST_F(OsslScardIfImpWinTest, EveryLineOfTheLogIncludingTheDumpEndsWithCrLf) {
     OsslScardCfg& cfg = make_config();
     cfg.set_logfile(dir.file("log").c_str());
     ASSERT_EQ(scard().init(&cfg), 0);
