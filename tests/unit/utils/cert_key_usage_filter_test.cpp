@@ -14,16 +14,16 @@ using test::LogCapture;
 using test::unit_cert;
 
 constexpr auto client_auth = "1.3.6.1.5.5.7.3.2";
-constexpr std::uint32_t info_and_above = 60; // leaves out the traces of the certificates
+constexpr std::uint32_t info_and_above = 60; // without the trace lines of the certificates
 
 CertKeyUsage usage_of(const std::string& cert) { return CertKeyUsage(unit_cert(cert)); }
 
-/// The verdicts, from the definition and not from the code: one row for each filter type and kind of
-/// certificate, one character ('1' passes) for each requirement.
+/// The results that the definition of the filters requires: one row for each filter type and certificate, one
+/// character for each requirement ('1' passes).
 struct Row {
     FilterType type;
-    const char* cert; ///< the part of the certificate's name
-    const char* verdicts;
+    const char* cert; ///< part of the name of the certificate
+    const char* results;
 };
 
 constexpr std::array<std::uint32_t, 6> masks{0, 0x80, 0xa0, 0x20, 0x8001, 0x180};
@@ -47,7 +47,7 @@ constexpr std::array key_usage_rows{
     Row{static_cast<FilterType>(7), "20", "000100"},
 };
 
-// Besides whole numbers: nothing, a beginning, a longer one, a name, and one with a blank.
+// Besides complete numbers: an empty text, a prefix, a longer number, a name, and a number with a blank.
 constexpr std::array names{
     "",           "1.3.6.1.5.5.7.3.2", "1.3.6.1.5.5.7.3.4", "1.3.6.1.5.5.7.3", "1.3.6.1.5.5.7.3.22",
     "clientAuth", "1.3.6.1.5.5.7.3.2 "};
@@ -73,24 +73,24 @@ constexpr std::array ext_key_usage_rows{
 
 class CertKeyUsageFilterTest : public testing::Test {
 protected:
-    /// Checks every requirement of the two rows with the certificate that both name.
+    /// Checks every combination of requirements of the two rows with the certificate that both rows name.
     static void check_all(const Row& row, const Row& ext_row) {
         const CertKeyUsage key_usage = usage_of(std::string("ku_") + row.cert + "_eku_" + ext_row.cert);
         const LogCapture log(info_and_above);
         Lines expected_lines;
         for (std::size_t i = 0; i < masks.size(); ++i)
             for (std::size_t j = 0; j < names.size(); ++j) {
-                const char verdict = row.verdicts[i];
-                const char ext_verdict = ext_row.verdicts[j];
+                const char result = row.results[i];
+                const char ext_result = ext_row.results[j];
                 const CertKeyUsageFilter filter(row.type, masks[i], ext_row.type, names[j]);
-                EXPECT_EQ(filter.check(key_usage), verdict == '1' && ext_verdict == '1')
+                EXPECT_EQ(filter.check(key_usage), result == '1' && ext_result == '1')
                     << "types " << static_cast<int>(row.type) << ' ' << static_cast<int>(ext_row.type)
                     << ", certificate " << row.cert << ' ' << ext_row.cert << ", requirement " << masks[i]
                     << " '" << names[j] << "'";
-                expected_lines.push_back(std::string("<info> key usage check returned: ") + verdict);
-                if (verdict == '1')
+                expected_lines.push_back(std::string("<info> key usage check returned: ") + result);
+                if (result == '1')
                     expected_lines.push_back(std::string("<info> extended key usage check returned: ") +
-                                             ext_verdict);
+                                             ext_result);
             }
         EXPECT_EQ(log.lines(), expected_lines);
     }
@@ -107,8 +107,8 @@ TEST_F(CertKeyUsageFilterTest, DigitalSignatureIsRequired) {
     EXPECT_TRUE(filter.check(usage_of("ku_a0_eku_none")));
     EXPECT_FALSE(filter.check(usage_of("ku_20_eku_none")));
     EXPECT_FALSE(filter.check(usage_of("ku_none_eku_none")));
-    const CertKeyUsageFilter lenient(FilterType::exact_none, 0x80, FilterType::all, "");
-    EXPECT_TRUE(lenient.check(usage_of("ku_none_eku_none")));
+    const CertKeyUsageFilter optional_filter(FilterType::exact_none, 0x80, FilterType::all, "");
+    EXPECT_TRUE(optional_filter.check(usage_of("ku_none_eku_none")));
 }
 
 TEST_F(CertKeyUsageFilterTest, ClientAuthenticationIsRequired) {
@@ -116,8 +116,8 @@ TEST_F(CertKeyUsageFilterTest, ClientAuthenticationIsRequired) {
     EXPECT_TRUE(filter.check(usage_of("ku_none_eku_email_client")));
     EXPECT_FALSE(filter.check(usage_of("ku_none_eku_email")));
     EXPECT_FALSE(filter.check(usage_of("ku_none_eku_none")));
-    const CertKeyUsageFilter lenient(FilterType::all, 0, FilterType::exact_none, client_auth);
-    EXPECT_TRUE(lenient.check(usage_of("ku_none_eku_none")));
+    const CertKeyUsageFilter optional_filter(FilterType::all, 0, FilterType::exact_none, client_auth);
+    EXPECT_TRUE(optional_filter.check(usage_of("ku_none_eku_none")));
 }
 
 TEST_F(CertKeyUsageFilterTest, ExactFilterWithoutBitsRejectsEveryCertificateWithKeyUsage) {
@@ -134,7 +134,7 @@ TEST_F(CertKeyUsageFilterTest, BitsAboveTheLowByteAreChecked) {
 }
 
 TEST_F(CertKeyUsageFilterTest, ExtendedMaskIsIgnored) {
-    // An unknown number has no bit in the mask, yet it is what the list holds.
+    // The list contains an unknown number, which has no bit in the mask.
     const CertKeyUsageFilter filter(FilterType::all, 0, FilterType::exact, "1.3.6.1.4.1.99999.1.2.3");
     EXPECT_TRUE(filter.check(usage_of("unknown_ext_key_usage")));
 }

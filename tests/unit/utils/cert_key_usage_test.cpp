@@ -91,7 +91,7 @@ TEST(FilterTypeNameTest, OnlyTheThreeFilterTypesHaveNames) {
     EXPECT_EQ(filter_type_name(static_cast<FilterType>(0xffffffffU)), "");
 }
 
-/// Sees to it that nothing stands on the OpenSSL error queue before, and that nothing is left there after.
+/// Clears the OpenSSL error queue before each test and expects it to be empty afterwards.
 class CertKeyUsageTest : public testing::Test {
 protected:
     CertKeyUsageTest() { ::ERR_clear_error(); }

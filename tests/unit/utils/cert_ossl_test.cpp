@@ -32,9 +32,9 @@ constexpr auto not_decoded =
 
 static_assert(std::is_abstract_v<Cert> && std::has_virtual_destructor_v<Cert>);
 static_assert(!std::is_copy_constructible_v<OsslCert> && !std::is_copy_assignable_v<OsslCert>);
-static_assert(!std::is_constructible_v<OsslCert, X509*>, "there is no way to adopt an X509");
+static_assert(!std::is_constructible_v<OsslCert, X509*>, "an X509 cannot be adopted");
 
-/// Without logging, on an empty OpenSSL error queue.
+/// Disables logging and clears the OpenSSL error queue.
 class OsslCertTest : public testing::Test {
 protected:
     OsslCertTest() {
@@ -47,17 +47,17 @@ protected:
     }
 };
 
-/// A certificate of any other kind, to see what the base class does by itself.
+/// A test double of a certificate, for tests of the base class.
 class NamedCert final : public Cert {
 public:
     Bytes get_der_data() const override { return {}; }
     void write_der_file(const std::string&) const override {}
     std::string get_subject_name() const override {
-        asked += "subject ";
+        read_names += "subject ";
         return subject;
     }
     std::string get_issuer_name() const override {
-        asked += "issuer ";
+        read_names += "issuer ";
         return issuer;
     }
     std::string get_subject_name_simple() const override { return "simple"; }
@@ -65,11 +65,11 @@ public:
 
     std::string subject = "CN=a";
     std::string issuer = "CN=b";
-    mutable std::string asked;
+    mutable std::string read_names;
 };
 
-/// Tells when it was flushed.
-class FlushCounter final : public std::stringbuf {
+/// Records its content at each flush.
+class FlushRecorder final : public std::stringbuf {
 public:
     std::string text_at_flush;
 
@@ -83,7 +83,7 @@ protected:
 TEST(CertTest, TextShowsTheSubjectFirstAlthoughTheIssuerIsReadFirst) {
     const NamedCert cert;
     EXPECT_EQ(cert.to_string(), "subject='CN=a'; issuer='CN=b'");
-    EXPECT_EQ(cert.asked, "issuer subject ");
+    EXPECT_EQ(cert.read_names, "issuer subject ");
 }
 
 TEST(CertTest, NamesAreNotEscaped) {
@@ -94,7 +94,7 @@ TEST(CertTest, NamesAreNotEscaped) {
 }
 
 TEST(CertTest, PrintWritesTheTextWithALineEndAndFlushes) {
-    FlushCounter buffer;
+    FlushRecorder buffer;
     std::ostream out(&buffer);
     EXPECT_EQ(&NamedCert().print(out), &out);
     EXPECT_EQ(buffer.str(), "subject='CN=a'; issuer='CN=b'\n");
@@ -181,19 +181,19 @@ TEST_F(OsslCertTest, X509IsFreedOnceOnDestruction) {
         EXPECT_EQ(calls.freed_x509s, 0);
     }
     EXPECT_EQ(calls.freed_x509s, 1);
-    EXPECT_EQ(calls.made_bios, 2);
+    EXPECT_EQ(calls.created_bios, 2);
     EXPECT_EQ(calls.freed_bios, 2);
 }
 
 TEST_F(OsslCertTest, InvalidCertificateThrowsAndLeaksNothing) {
     const Bytes der = unit_cert("plain");
     const std::vector<Bytes> inputs{
-        {},                                // nothing
+        {},                                // empty
         {0},                               // too short
-        {1, 2, 3, 4},                      // garbage
-        {0x30, 0x84, 0xff, 0xff},          // a length without its bytes
-        Bytes(der.begin(), der.end() - 1), // cut short
-        Bytes(3 * 1024 * 1024, 0x30),      // much garbage
+        {1, 2, 3, 4},                      // invalid
+        {0x30, 0x84, 0xff, 0xff},          // incomplete length
+        Bytes(der.begin(), der.end() - 1), // truncated
+        Bytes(3 * 1024 * 1024, 0x30),      // large and invalid
     };
     for (const Bytes& input : inputs) {
         const LogCapture log;
@@ -305,7 +305,7 @@ TEST_F(OsslCertTest, FailedEncodingDoesNotChangeTheFile) {
     EXPECT_EQ(read_file(name), before);
 }
 
-/// While it lives every log line throws: the disk is full and the stream was told to complain.
+/// Makes every log line throw during its lifetime: the disk is full and exceptions of the stream are enabled.
 class FailingLog {
 public:
     FailingLog() {

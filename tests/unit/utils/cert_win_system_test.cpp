@@ -1,4 +1,4 @@
-// Certificates as the system's own functions read them.
+// Tests of certificates with the functions of Windows itself.
 #include <ostream>
 
 #include "support/csp_card_fixture.h"
@@ -7,7 +7,7 @@
 namespace Kes::test {
 namespace {
 
-/// A text as Windows' functions with an "A" at the end give it: the user's code page may lack some letters.
+/// The text as the "A" functions of Windows return it. The code page may not contain all letters.
 std::string in_code_page(const std::wstring& text) {
     std::string narrow(text.size() * 4, '\0');
     narrow.resize(static_cast<std::size_t>(
@@ -58,7 +58,7 @@ TEST_P(WinCertNameTest, SimpleFormFindsTheCertificateInAStore) {
     const auto store = WinCertStore::open(system_store.name());
     const auto found = store->find_by_subject(GetParam().simple.c_str());
     ASSERT_NE(found, nullptr);
-    // Every name has an empty text in it, but for an empty name: the other certificate is found then.
+    // Every name except an empty one contains the empty text, so that search finds the other certificate.
     const std::string expected = GetParam().simple.empty() ? "number" : GetParam().certificate;
     EXPECT_EQ(found->get_der_data(), prepared_certificate(expected));
 }

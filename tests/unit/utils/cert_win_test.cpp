@@ -8,7 +8,7 @@
 namespace Kes::test {
 namespace {
 
-/// Certificates as an open store gives them.
+/// Tests certificates of an open store.
 class WinCertTest : public CapiTest {
 protected:
     ~WinCertTest() override { capi().end_store(handle); }

@@ -1,4 +1,4 @@
-// Certificate stores of the system.
+// Tests of certificate stores with the functions of Windows itself.
 #include <utility>
 
 #include "support/csp_card_fixture.h"
@@ -9,10 +9,11 @@ namespace {
 
 class WinCertStoreTest : public ::testing::Test {
 protected:
-    /// The certificates in the order of the store.
-    static std::vector<Bytes> walk(const WinCertStore& store) {
+    /// The certificates in the order of enumeration.
+    static std::vector<Bytes> certificates_of(const WinCertStore& store) {
         std::vector<Bytes> certificates;
-        for (auto cert = store.first(); cert; cert = store.next(*cert)) // which ends the one before
+        for (auto cert = store.first(); cert;
+             cert = store.next(*cert)) // the assignment destroys the earlier one
             certificates.push_back(cert->get_der_data());
         return certificates;
     }
@@ -46,7 +47,8 @@ TEST_F(WinCertStoreTest, VisitsEveryCertificateOnceWhileEarlierObjectsAreDestroy
     const std::vector<Bytes> all{prepared_certificate("plain"), prepared_certificate("twin_1"),
                                  prepared_certificate("twin_2"), prepared_certificate("empty")};
     system_store.add(all);
-    EXPECT_THAT(walk(*WinCertStore::open(system_store.name())), ::testing::UnorderedElementsAreArray(all));
+    EXPECT_THAT(certificates_of(*WinCertStore::open(system_store.name())),
+                ::testing::UnorderedElementsAreArray(all));
 }
 
 TEST_F(WinCertStoreTest, EnumerationContinuesWhileVisitedCertificatesAreDeletedFromTheStore) {

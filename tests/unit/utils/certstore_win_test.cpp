@@ -8,8 +8,8 @@ namespace {
 
 class WinCertStoreTest : public CapiTest {
 protected:
-    /// The subjects of the whole store, each certificate ended once the next one is there.
-    static Lines walk(const WinCertStore& opened) {
+    /// The subjects of all certificates. Each certificate is destroyed after the next one is read.
+    static Lines subjects_of(const WinCertStore& opened) {
         Lines subjects;
         for (auto cert = opened.first(); cert; cert = opened.next(*cert))
             subjects.push_back(cert->get_subject_name_simple());
@@ -19,13 +19,13 @@ protected:
     LogCapture log;
 };
 
-const Lines life{"<trace> created CertStore [MY]", "<trace> created WinCertStoreImp [MY]",
-                 "<trace> destroyed WinCertStoreImp [MY]", "<trace> destroyed CertStore [MY]"};
+const Lines lifetime_lines{"<trace> created CertStore [MY]", "<trace> created WinCertStoreImp [MY]",
+                           "<trace> destroyed WinCertStoreImp [MY]", "<trace> destroyed CertStore [MY]"};
 
 TEST_F(WinCertStoreTest, OpensTheNamedStoreAndClosesItOnDestruction) {
     WinCertStore::open("MY");
     EXPECT_EQ(script().calls(), (Lines{"CertOpenStore(MY)", "CertCloseStore(store:MY)"}));
-    EXPECT_EQ(log.lines(), life);
+    EXPECT_EQ(log.lines(), lifetime_lines);
 }
 
 TEST_F(WinCertStoreTest, MissingStoreThrowsAnErrorWithItsName) {
@@ -65,9 +65,9 @@ TEST_F(WinCertStoreTest, FailedCloseIsOnlyLogged) {
         const LogCapture own_log;
         script().fail_function("CertCloseStore", win_failure(code));
         WinCertStore::open("MY");
-        EXPECT_EQ(own_log.lines(),
-                  (Lines{life[0], life[1], "<error> CertCloseStore() failed: " + win_code(code), life[2],
-                         life[3]}));
+        EXPECT_EQ(own_log.lines(), (Lines{lifetime_lines[0], lifetime_lines[1],
+                                          "<error> CertCloseStore() failed: " + win_code(code),
+                                          lifetime_lines[2], lifetime_lines[3]}));
     }
 }
 
@@ -96,7 +96,8 @@ TEST_F(WinCertStoreTest, EmptyStoreHasNoFirstCertificate) {
 
 TEST_F(WinCertStoreTest, EnumerationVisitsAndFreesEachCertificateOnce) {
     const auto opened = WinCertStore::open("MY");
-    EXPECT_EQ(walk(*opened), (Lines{"AT, Test Makers, Signer", "AT, Test Makers, Exchanger", "No Usage"}));
+    EXPECT_EQ(subjects_of(*opened),
+              (Lines{"AT, Test Makers, Signer", "AT, Test Makers, Exchanger", "No Usage"}));
     EXPECT_EQ(capi().live_handles(), 1U);
 }
 
@@ -130,7 +131,7 @@ TEST_F(WinCertStoreTest, EnumerationContinuesWhileEarlierCertificatesAreDeletedF
     const auto opened = WinCertStore::open("MY");
     Lines subjects;
     for (auto cert = opened->first(); cert; cert = opened->next(*cert)) {
-        store().deleted.push_back(subjects.size()); // the one that the walk stands on
+        store().deleted.push_back(subjects.size()); // the current certificate
         subjects.push_back(cert->get_subject_name_simple());
     }
     EXPECT_EQ(subjects, (Lines{"Number 0000", "Number 0001", "Number 0002", "Number 0003"}));
@@ -144,7 +145,7 @@ TEST_F(WinCertStoreTest, ThousandCertificatesAreEnumerated) {
         store().certs.push_back(numbered_cert_der(i));
         expected.push_back("Number " + std::to_string(10000 + i).substr(1));
     }
-    EXPECT_EQ(walk(*WinCertStore::open("MY")), expected);
+    EXPECT_EQ(subjects_of(*WinCertStore::open("MY")), expected);
 }
 
 TEST_F(WinCertStoreTest, FailedEnumerationReturnsNull) {
@@ -168,7 +169,7 @@ TEST_F(WinCertStoreTest, FindsTheFirstCertificateWhoseSubjectContainsTheText) {
         const char* text;
         const char* found;
     } rows[] = {{"Signer", "sign"},
-                {"test MAKERS", "sign"}, // the first of two, without regard to case
+                {"test MAKERS", "sign"}, // the first of two, regardless of case
                 {"Exchanger", "exchange"},
                 {"Makers, Exch", "exchange"},
                 {"", "sign"}};

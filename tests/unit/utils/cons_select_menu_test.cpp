@@ -40,7 +40,7 @@ ColourMenu colour_menu() {
             {{'r', Colour::red, "red as a rose"}, {'b', Colour::blue, "blue"}, {'.', Colour::none, "exit"}}};
 }
 
-/// Stands in for the keyboard and collects standard output.
+/// Replaces the keyboard with a test double and collects standard output.
 class ConsSelectMenuTest : public testing::Test {
 protected:
     ConsSelectMenuTest() : console_(std::cout.rdbuf(output_.rdbuf())) {}

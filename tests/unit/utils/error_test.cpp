@@ -18,7 +18,7 @@ namespace {
 
 using test::error_text;
 
-// Code objects are values: one virtual operation, and nobody deletes them through their base.
+// Error codes are values with one virtual function. They are never deleted through their base class.
 static_assert(std::is_abstract_v<ErrorCodeTempl<int>>);
 static_assert(!std::has_virtual_destructor_v<ErrorCode>);
 static_assert(std::is_copy_constructible_v<ErrorCode> && std::is_copy_constructible_v<WinErrorCode> &&
@@ -34,7 +34,7 @@ struct NoCode {
     std::string to_string() const { return ""; }
 };
 
-/// A code of a system that has no texts.
+/// An error code of a system without error texts.
 WinErrorCode textless(unsigned long code) {
     return WinErrorCode(code, [](unsigned long, unsigned long) { return std::nullopt; });
 }
@@ -157,45 +157,45 @@ TEST(ErrorStringTest, TextIsOnlyTheMessage) {
     EXPECT_STREQ(ErrorString("").what(), "");
 }
 
-/// Answers like the system and notes how it was asked.
+/// Returns prepared texts instead of those of the system and records the queries.
 struct Lookup {
     std::vector<std::optional<std::string>> answers;
-    std::vector<std::pair<unsigned long, unsigned long>> asked;
+    std::vector<std::pair<unsigned long, unsigned long>> queries;
 
     std::string text_of(unsigned long code) {
         return WinErrorCode(code,
                             [this](unsigned long error, unsigned long language) {
-                                asked.emplace_back(error, language);
-                                return answers.at(asked.size() - 1);
+                                queries.emplace_back(error, language);
+                                return answers.at(queries.size() - 1);
                             })
             .to_string();
     }
 };
 
-using Asked = std::vector<std::pair<unsigned long, unsigned long>>;
+using Queries = std::vector<std::pair<unsigned long, unsigned long>>;
 
 TEST(WinErrorCodeTest, EnglishTextIsRequestedFirstAndUsedIfItExists) {
     Lookup lookup{{"The system cannot find the file specified.\r\n"}, {}};
     EXPECT_EQ(lookup.text_of(2), "val=2 [0x2] (The system cannot find the file specified.)");
-    EXPECT_EQ(lookup.asked, (Asked{{2, 1033}}));
+    EXPECT_EQ(lookup.queries, (Queries{{2, 1033}}));
 }
 
 TEST(WinErrorCodeTest, TextInTheDefaultLanguageIsRequestedWhenEnglishIsMissing) {
     Lookup lookup{{std::nullopt, "Datei nicht gefunden.\r\n"}, {}};
     EXPECT_EQ(lookup.text_of(2), "val=2 [0x2] (Datei nicht gefunden.)");
-    EXPECT_EQ(lookup.asked, (Asked{{2, 1033}, {2, 0}}));
+    EXPECT_EQ(lookup.queries, (Queries{{2, 1033}, {2, 0}}));
 }
 
 TEST(WinErrorCodeTest, NumberWithoutATextIsUnknownAfterTwoQueries) {
     Lookup lookup{{std::nullopt, std::nullopt}, {}};
     EXPECT_EQ(lookup.text_of(259), "val=259 [0x103] (unknown winerror)");
-    EXPECT_EQ(lookup.asked, (Asked{{259, 1033}, {259, 0}}));
+    EXPECT_EQ(lookup.queries, (Queries{{259, 1033}, {259, 0}}));
 }
 
 TEST(WinErrorCodeTest, EmptyTextIsUsed) {
     Lookup lookup{{""}, {}};
     EXPECT_EQ(lookup.text_of(1), "val=1 [0x1] ()");
-    EXPECT_EQ(lookup.asked.size(), 1U);
+    EXPECT_EQ(lookup.queries.size(), 1U);
 }
 
 TEST(WinErrorCodeTest, LineEndsAreRemovedEverywhere) {
@@ -211,7 +211,7 @@ TEST(WinErrorCodeTest, TrailingBlankIsKept) {
 TEST(WinErrorCodeTest, NumbersAreUnsigned) {
     Lookup lookup{{"Keyset does not exist."}, {}};
     EXPECT_EQ(lookup.text_of(0x80090016UL), "val=2148073494 [0x80090016] (Keyset does not exist.)");
-    EXPECT_EQ(lookup.asked, (Asked{{0x80090016UL, 1033}}));
+    EXPECT_EQ(lookup.queries, (Queries{{0x80090016UL, 1033}}));
 }
 
 TEST(WinErrorCodeTest, ErrorTextEndsWithTheCode) {
@@ -222,7 +222,7 @@ TEST(WinErrorCodeTest, ErrorTextEndsWithTheCode) {
     EXPECT_EQ(error.code().text, "No.");
 }
 
-/// Works on an empty error queue and sees to it that no other test finds something there.
+/// Clears the OpenSSL error queue before and after each test.
 class OsslErrorCodeTest : public testing::Test {
 protected:
     OsslErrorCodeTest() { ::ERR_clear_error(); }
@@ -234,7 +234,7 @@ protected:
         ::ERR_set_error(ERR_LIB_USER, 100, "%s", data);
     }
 
-    /// The text with "T" for the thread and "C" for the packed number.
+    /// The text with "T" instead of the thread and "C" instead of the packed error code.
     static std::string masked(const OsslErrorCode& code) {
         static const std::regex numbers("[0-9A-F]+:error:[0-9A-F]+:");
         return std::regex_replace(code.to_string(), numbers, "T:error:C:");
@@ -300,7 +300,7 @@ TEST_F(OsslErrorCodeTest, ReleasesItsMemoryBio) {
     const test::OsslCalls calls;
     raise(1, "one");
     OsslErrorCode(0);
-    EXPECT_EQ(calls.made_bios, 1);
+    EXPECT_EQ(calls.created_bios, 1);
     EXPECT_EQ(calls.freed_bios, 1);
 }
 

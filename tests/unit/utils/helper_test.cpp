@@ -81,7 +81,7 @@ TEST(HelperEnvTest, EmptyVariableReturnsAnEmptyText) {
 }
 
 TEST(HelperEnvTest, LongValueIsReturnedCompletely) {
-    const std::string value(32000, 'v'); // more than 32767 with the name is too much for Windows
+    const std::string value(32000, 'v'); // Windows limits name and value together to 32767 characters
     const EnvVar variable("KES_HELPER_TEST", value);
     EXPECT_EQ(Helper::get_env("KES_HELPER_TEST"), value);
 }
@@ -172,7 +172,7 @@ TEST(HelperWriteFileTest, FailedWriteIsNotReported) {
     const LogCapture log;
     const std::string name = dir.file("out.bin");
     {
-        const test::FullDisk full(5000); // for a line of the log there is room
+        const test::FullDisk full(5000); // a line of the log still fits
         EXPECT_EQ(error_text([&] { Helper::write_file(name, Bytes(100000, 'a')); }), "no exception");
     }
     EXPECT_EQ(read_file(name), "");
@@ -181,7 +181,7 @@ TEST(HelperWriteFileTest, FailedWriteIsNotReported) {
 
 TEST(HelperWriteFileTest, FileIsClosedAfterwards) {
     const TempDir dir;
-    const int before = ::dup(STDERR_FILENO); // the lowest number that is free
+    const int before = ::dup(STDERR_FILENO); // the lowest free descriptor
     ::close(before);
     Helper::write_file(dir.file("out.bin"), {1});
     const int after = ::dup(STDERR_FILENO);
@@ -190,7 +190,7 @@ TEST(HelperWriteFileTest, FileIsClosedAfterwards) {
     EXPECT_FALSE(test::is_open(dir.file("out.bin")));
 }
 
-/// A buffer of which every byte beyond what was written is still '#'.
+/// A buffer filled with '#', so that unwritten bytes are visible.
 struct Buffer {
     std::array<char, 8> bytes;
 

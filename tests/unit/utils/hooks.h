@@ -7,29 +7,28 @@
 #include <string>
 #include <vector>
 
-/// What this test program sees and changes of the calls that the library makes: memory (hooks_memory.cpp),
-/// the system (hooks_system.cpp, with what differs between systems in hooks_system_posix.cpp and
-/// hooks_system_win.cpp) and OpenSSL (hooks_ossl.cpp).
+/// Hooks that observe and change the library's calls of the memory functions (hooks_memory.cpp), the system
+/// (hooks_system.cpp, hooks_system_posix.cpp, hooks_system_win.cpp) and OpenSSL (hooks_ossl.cpp).
 namespace Kes::test {
 
-/// How often this thread has asked operator new for memory.
+/// The number of calls of operator new in this thread.
 std::size_t allocation_count() noexcept;
 
-/// Looks at a block of memory in the moment in which operator delete is given it.
+/// Records the content of a block of memory when it is passed to operator delete.
 class FreedMemory {
 public:
-    /// @param address  what operator new returned
+    /// @param address  the result of operator new
     FreedMemory(const void* address, std::size_t count);
     ~FreedMemory();
     FreedMemory(const FreedMemory&) = delete;
     FreedMemory& operator=(const FreedMemory&) = delete;
 
-    /// The bytes that stood there; empty optional while the block is in use.
+    /// The recorded bytes; std::nullopt until the block is freed.
     std::optional<std::string> content() const;
 };
 
-/// Records every write to a file descriptor, also those that the C++ library makes, while it lives. On
-/// Windows that is what the C runtime is given, before it makes the line ends of a text file.
+/// Records every write to a file descriptor during its lifetime, including those of the C++ library. On
+/// Windows it records what the C runtime receives, before the runtime converts the line ends of a text file.
 class WriteRecord {
 public:
     WriteRecord();
@@ -37,11 +36,11 @@ public:
     WriteRecord(const WriteRecord&) = delete;
     WriteRecord& operator=(const WriteRecord&) = delete;
 
-    /// What each write was given, in order.
+    /// The bytes of each write, in order.
     std::vector<std::string> writes() const;
 };
 
-/// A disk with little room left: while it lives, writes of more bytes than that fail.
+/// Simulates a full disk: during its lifetime, each write of more than "room" bytes fails.
 class FullDisk {
 public:
     explicit FullDisk(std::size_t room = 0);
@@ -50,7 +49,7 @@ public:
     FullDisk& operator=(const FullDisk&) = delete;
 };
 
-/// Stops the clock that the library reads, in a time zone without offset.
+/// Stops the clock that the library reads and sets the time zone to UTC.
 class FixedClock {
 public:
     FixedClock(std::time_t seconds, long microseconds);
@@ -59,38 +58,38 @@ public:
     FixedClock& operator=(const FixedClock&) = delete;
 };
 
-/// How often the library has asked for the time.
+/// The number of times that the library has read the clock.
 std::size_t clock_read_count() noexcept;
 
-/// The calling thread's number, asked of the system by another way than the library's where there is one.
+/// The number of the calling thread, read with another system function than the library's where one exists.
 unsigned long system_thread_id() noexcept;
 
-/// Whether the process holds the file open.
+/// Whether this process has the file open.
 bool is_open(const std::string& file);
 
-/// Counts the library's calls of OpenSSL functions and makes some fail, while it lives.
+/// During its lifetime, counts the library's calls of OpenSSL functions and makes some of them fail.
 struct OsslCalls {
     OsslCalls();
     ~OsslCalls();
     OsslCalls(const OsslCalls&) = delete;
     OsslCalls& operator=(const OsslCalls&) = delete;
 
-    int decoded_x509s = 0; ///< by d2i_X509(), without failures
+    int decoded_x509s = 0; ///< successful calls of d2i_X509()
     int freed_x509s = 0;
-    int made_bios = 0;
+    int created_bios = 0;
     int freed_bios = 0;
-    int read_extensions = 0; ///< by X509_get_ext_d2i(), without null pointers
+    int read_extensions = 0; ///< calls of X509_get_ext_d2i() that returned an extension
     int freed_stacks = 0;
 
-    std::vector<bool> encode_has_buffer; ///< of each i2d_X509() call
-    int encode_failing_call = 0;         ///< this call of i2d_X509(), counted from 1, fails
-    int encode_failure = -1;             ///< what it returns then
+    std::vector<bool> encode_has_buffer; ///< for each call of i2d_X509()
+    int encode_failing_call = 0;         ///< number of the i2d_X509() call that fails, from 1
+    int encode_failure = -1;             ///< the result of that call
 
-    std::optional<int> name_print_result; ///< what X509_NAME_print_ex() returns instead of printing
-    int name_print_indent = -1;           ///< what it was given last
+    std::optional<int> name_print_result; ///< result of X509_NAME_print_ex(), which then prints nothing
+    int name_print_indent = -1;           ///< the last argument
     unsigned long name_print_flags = ~0UL;
 
-    bool is_bio_refused = false; ///< whether BIO_new() returns null
+    bool is_bio_refused = false; ///< makes BIO_new() return null
 };
 
 } // namespace Kes::test

@@ -8,7 +8,7 @@ namespace {
 
 thread_local std::size_t allocations = 0;
 
-// Fixed storage: nothing here may allocate.
+// The storage is static because the hooks must not allocate memory.
 const void* watched = nullptr;
 std::size_t watched_count = 0;
 bool is_freed = false;

@@ -14,7 +14,7 @@ HLOCAL WINAPI release(HLOCAL memory);
 
 } // namespace
 
-// By --wrap, see CMakeLists.txt.
+// The linker replaces the import pointers with these (--wrap, see CMakeLists.txt).
 extern "C" {
 extern decltype(&::FormatMessageA) __real___imp_FormatMessageA;
 extern decltype(&::FormatMessageA) __wrap___imp_FormatMessageA;
@@ -31,11 +31,11 @@ DWORD WINAPI format(DWORD flags, const void* source, DWORD error, DWORD language
                     va_list* arguments) {
     const DWORD length = __real___imp_FormatMessageA(flags, source, error, language, text, size, arguments);
     if (calls == nullptr) return length;
-    calls->questions.push_back({flags, source, error, language, size, arguments});
+    calls->queries.push_back({flags, source, error, language, size, arguments});
     if (length == 0 || (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) == 0) return length;
-    const void* given = nullptr;
-    std::memcpy(&given, text, sizeof given); // with that flag the text is the address of a pointer
-    calls->given.push_back(given);
+    const void* allocated = nullptr;
+    std::memcpy(&allocated, text, sizeof allocated); // with this flag, "text" is the address of a pointer
+    calls->allocated.push_back(allocated);
     return length;
 }
 

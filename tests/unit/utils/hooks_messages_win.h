@@ -5,9 +5,9 @@
 
 namespace Kes::test {
 
-/// Records the library's questions for Windows error texts, and what becomes of the answers, while it lives.
+/// During its lifetime, records the library's queries for Windows error texts and the memory of the results.
 struct MessageCalls {
-    struct Question {
+    struct Query {
         unsigned long flags;
         const void* source;
         unsigned long error;
@@ -15,7 +15,7 @@ struct MessageCalls {
         unsigned long size;
         const void* arguments;
 
-        bool operator==(const Question&) const = default;
+        bool operator==(const Query&) const = default;
     };
 
     MessageCalls();
@@ -23,9 +23,9 @@ struct MessageCalls {
     MessageCalls(const MessageCalls&) = delete;
     MessageCalls& operator=(const MessageCalls&) = delete;
 
-    std::vector<Question> questions;
-    std::vector<const void*> given; ///< by the system, which expects them back
-    std::vector<const void*> freed; ///< by LocalFree()
+    std::vector<Query> queries;
+    std::vector<const void*> allocated; ///< by FormatMessageA(); the caller must free them
+    std::vector<const void*> freed;     ///< by LocalFree()
 };
 
 } // namespace Kes::test

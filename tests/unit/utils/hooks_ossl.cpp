@@ -18,8 +18,8 @@ OsslCalls::~OsslCalls() { calls = nullptr; }
 
 } // namespace Kes::test
 
-// The linker leads the library's calls here (--wrap, see CMakeLists.txt); OpenSSL's own calls are not
-// touched.
+// The linker redirects the library's calls to these functions (--wrap, see CMakeLists.txt). Calls inside
+// OpenSSL are not redirected.
 extern "C" {
 
 X509* __real_d2i_X509(X509** x509, const unsigned char** bytes, long length);
@@ -39,7 +39,7 @@ BIO* __real_BIO_new(const BIO_METHOD* method);
 BIO* __wrap_BIO_new(const BIO_METHOD* method) {
     if (calls == nullptr) return __real_BIO_new(method);
     if (calls->is_bio_refused) return nullptr;
-    ++calls->made_bios;
+    ++calls->created_bios;
     return __real_BIO_new(method);
 }
 

@@ -4,14 +4,14 @@
 #include <cstddef>
 #include <string>
 
-/// What the hooks of each system tell to those that are the same for all: hooks_system.cpp.
+/// The system-independent part of the hooks (hooks_system.cpp), called by the hooks of each system.
 namespace Kes::test {
 
 bool is_recording_writes() noexcept;
 
 void record_write(std::string bytes);
 
-/// Whether a write of so many bytes may succeed.
+/// Whether a write of this size may succeed.
 bool has_room_for(std::size_t count) noexcept;
 
 void note_clock_read() noexcept;

@@ -46,8 +46,8 @@ using Kes::test::has_room_for;
 using Kes::test::is_recording_writes;
 using Kes::test::record_write;
 
-// The program's own definitions come before libc's for every library in the process, the C++ library
-// included. Those two are the functions by which it writes files.
+// The definitions in the program take precedence over those of libc for every library in the process,
+// including the C++ library, which writes files with these two functions.
 extern "C" {
 
 __attribute__((visibility("default"))) ssize_t write(int file, const void* bytes, size_t count) {
@@ -72,7 +72,7 @@ __attribute__((visibility("default"))) ssize_t writev(int file, const iovec* par
     return -1;
 }
 
-// By --wrap, see CMakeLists.txt.
+// Called instead of gettimeofday() (--wrap, see CMakeLists.txt).
 int __real_gettimeofday(timeval* now, void* zone);
 int __wrap_gettimeofday(timeval* now, void* zone) {
     Kes::test::note_clock_read();

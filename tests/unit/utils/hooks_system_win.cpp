@@ -14,11 +14,11 @@ WORD word(int number) { return static_cast<WORD>(number); }
 
 } // namespace
 
-// By --wrap, see CMakeLists.txt. A function of a DLL is called through a pointer, whose name begins with
-// "__imp_".
+// The linker redirects the calls to these definitions (--wrap, see CMakeLists.txt). A function of a DLL is
+// called through a pointer whose name begins with "__imp_".
 extern "C" {
 
-// By this function the C++ library, which is in the program, writes files.
+// The C++ library, which is linked statically, writes files with this function.
 int __real_write(int file, const void* bytes, unsigned int count);
 int __wrap_write(int file, const void* bytes, unsigned int count) {
     if (Kes::test::is_recording_writes())
@@ -46,7 +46,7 @@ void WINAPI read_clock(SYSTEMTIME* now) {
 
 namespace Kes::test {
 
-// What the library asks for is local time already: the time zone makes no difference.
+// The library reads the local time, so the time zone has no effect.
 FixedClock::FixedClock(std::time_t seconds, long microseconds) {
     const tm& parts = *::gmtime(&seconds);
     fixed_time = SYSTEMTIME{word(parts.tm_year + 1900), word(parts.tm_mon + 1),
@@ -57,14 +57,14 @@ FixedClock::FixedClock(std::time_t seconds, long microseconds) {
 
 FixedClock::~FixedClock() { fixed_time.reset(); }
 
-// There is one way only, but for the thread's own block.
+// Except for the thread environment block, Windows has no independent source for this number.
 unsigned long system_thread_id() noexcept { return ::GetThreadId(::GetCurrentThread()); }
 
-// Nobody gets a file alone that is open.
+// An open file cannot be opened exclusively.
 bool is_open(const std::string& file) {
-    HANDLE alone = ::CreateFileA(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (alone != INVALID_HANDLE_VALUE) {
-        ::CloseHandle(alone);
+    HANDLE exclusive = ::CreateFileA(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (exclusive != INVALID_HANDLE_VALUE) {
+        ::CloseHandle(exclusive);
         return false;
     }
     return ::GetLastError() == ERROR_SHARING_VIOLATION;

@@ -1,4 +1,4 @@
-# Libraries to be loaded, or not. What one of them needs stands where nobody looks.
+# Libraries for the load diagnostics. The dependency of one of them is outside the DLL search path.
 set(libraries ${CMAKE_CURRENT_BINARY_DIR}/libraries)
 add_library(kes_test_needed SHARED libraries_win/needed.c)
 add_library(kes_test_fine MODULE libraries_win/fine.c)

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Works in a folder of its own, which is the current one and holds "fine.dll" and libraries that are not.
+/// Changes to a temporary folder that contains "fine.dll" and libraries that cannot be loaded.
 class LoadDiagnosticsTest : public testing::Test {
 protected:
     LoadDiagnosticsTest() {
@@ -32,31 +32,27 @@ protected:
 
     std::string file(const std::string& name) const { return dir_.file(name); }
 
-    /// What stands on the error queue after the call, and nothing else does.
+    /// The entries that the call adds to the error queue.
     template <typename Function>
-    static std::string explained_by(Function explain, const std::string& path) {
+    static std::string entries_of(Function explain, const std::string& path) {
         explain(path.c_str());
         return OsslErrorCode(0).text;
     }
-    static std::string engine(const std::string& path) {
-        return explained_by(append_engine_load_error, path);
-    }
-    static std::string module(const std::string& path) {
-        return explained_by(append_module_load_error, path);
-    }
+    static std::string engine(const std::string& path) { return entries_of(append_engine_load_error, path); }
+    static std::string module(const std::string& path) { return entries_of(append_module_load_error, path); }
 
     static std::string not_loaded(const std::string& name, DWORD error, const std::string& hint = "") {
         return queue_line("error loading '" + name + "'" + hint + ": " + windows_error(error));
     }
 
-    static constexpr const char* no_dll = ": it, or a DLL that it needs, is no DLL for 64 bits";
+    static constexpr const char* not_64_bit = ": it, or a DLL that it needs, is no DLL for 64 bits";
 
-    static std::string has_no(const std::string& function, const std::string& name) {
+    static std::string lacks_function(const std::string& function, const std::string& name) {
         return queue_line("'" + name + "' has no function " + function + ": " +
                           windows_error(ERROR_PROC_NOT_FOUND));
     }
 
-    /// Why the system does not load it.
+    /// The error with which the system refuses to load the library.
     static DWORD error_of_system(const std::string& name) {
         const HMODULE library = ::LoadLibraryA(name.c_str());
         const DWORD error = ::GetLastError();
@@ -66,12 +62,12 @@ protected:
     }
 
 private:
-    /// "fine.dll" as if it were made for another processor.
+    /// Copies "fine.dll" and changes the processor in its header.
     void make_32_bit_library() const {
         std::string bytes = read_file(file("fine.dll"));
         const auto header = static_cast<std::size_t>(static_cast<unsigned char>(bytes.at(0x3c)));
         ASSERT_EQ(bytes.substr(header, 6), std::string("PE\0\0\x64\x86", 6));
-        bytes[header + 4] = '\x4c'; // the processor's number, 0x014c
+        bytes[header + 4] = '\x4c'; // the machine type 0x014c
         bytes[header + 5] = '\x01';
         std::ofstream(file("other.dll"), std::ios::binary) << bytes;
     }
@@ -105,14 +101,14 @@ TEST_F(LoadDiagnosticsTest, MissingFolderIsReported) {
 
 TEST_F(LoadDiagnosticsTest, TextFileIsNotALibrary) {
     const std::string name = file("text.dll");
-    const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
+    const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, not_64_bit);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
 
 TEST_F(LoadDiagnosticsTest, LibraryForAnotherProcessorIsNotLoaded) {
     const std::string name = file("other.dll");
-    const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, no_dll);
+    const std::string expected = not_loaded(name, ERROR_BAD_EXE_FORMAT, not_64_bit);
     EXPECT_EQ(engine(name), expected);
     EXPECT_EQ(module(name), expected);
 }
@@ -126,8 +122,8 @@ TEST_F(LoadDiagnosticsTest, LibraryWithAMissingDependencyIsReported) {
 
 TEST_F(LoadDiagnosticsTest, OtherLibraryIsReportedToLackTheFunction) {
     const std::string library = "C:\\windows\\system32\\version.dll";
-    const std::string no_engine = has_no("bind_engine", library);
-    const std::string no_module = has_no("C_GetFunctionList", library);
+    const std::string no_engine = lacks_function("bind_engine", library);
+    const std::string no_module = lacks_function("C_GetFunctionList", library);
     EXPECT_EQ(engine(library), no_engine);
     EXPECT_EQ(module(library), no_module);
 }
@@ -135,7 +131,7 @@ TEST_F(LoadDiagnosticsTest, OtherLibraryIsReportedToLackTheFunction) {
 TEST_F(LoadDiagnosticsTest, BareEngineNameIsSearchedWithTheExtensionThatOpensslAdds) {
     const std::string expected = not_loaded("missing.dll", ERROR_MOD_NOT_FOUND);
     const std::string doubled = not_loaded("fine.dll.dll", ERROR_MOD_NOT_FOUND);
-    const std::string text = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
+    const std::string text = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, not_64_bit);
     EXPECT_EQ(engine("missing"), expected);
     EXPECT_EQ(engine("fine.dll"), doubled);
     EXPECT_EQ(engine("text"), text);
@@ -150,7 +146,7 @@ TEST_F(LoadDiagnosticsTest, EnginePathIsUsedUnchanged) {
 }
 
 TEST_F(LoadDiagnosticsTest, ExistingFileIsReportedWithItsFullPath) {
-    const std::string expected = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, no_dll);
+    const std::string expected = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, not_64_bit);
     for (const char* name : {"text.dll", "text", ".\\text.dll", "./text"})
         EXPECT_EQ(module(name), expected) << name;
 }
@@ -159,7 +155,7 @@ TEST_F(LoadDiagnosticsTest, ModuleNameIsUsedUnchanged) {
     const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(module("missing"), expected);
     EXPECT_EQ(module("fine.dll"), "");
-    EXPECT_EQ(module("fine"), "") << "here the system adds the ending";
+    EXPECT_EQ(module("fine"), "") << "here the system adds the extension";
 }
 
 TEST_F(LoadDiagnosticsTest, ErrorFollowsTheEarlierEntriesOfTheQueue) {
@@ -173,11 +169,10 @@ TEST_F(LoadDiagnosticsTest, ErrorFollowsTheEarlierEntriesOfTheQueue) {
 TEST_F(LoadDiagnosticsTest, AmbiguousSystemErrorsAreExplained) {
     EXPECT_EQ(loader_error_cause(ERROR_MOD_NOT_FOUND, true), ": a DLL that it needs is missing");
     EXPECT_EQ(loader_error_cause(ERROR_MOD_NOT_FOUND, false), "");
-    for (const bool is_there : {false, true}) {
-        EXPECT_EQ(loader_error_cause(ERROR_PROC_NOT_FOUND, is_there),
-                  ": a DLL that it needs lacks a function");
-        EXPECT_EQ(loader_error_cause(ERROR_BAD_EXE_FORMAT, is_there), no_dll);
-        EXPECT_EQ(loader_error_cause(ERROR_ACCESS_DENIED, is_there), "");
+    for (const bool exists : {false, true}) {
+        EXPECT_EQ(loader_error_cause(ERROR_PROC_NOT_FOUND, exists), ": a DLL that it needs lacks a function");
+        EXPECT_EQ(loader_error_cause(ERROR_BAD_EXE_FORMAT, exists), not_64_bit);
+        EXPECT_EQ(loader_error_cause(ERROR_ACCESS_DENIED, exists), "");
     }
 }
 
@@ -185,7 +180,7 @@ class LoaderDialogsTest : public LoadDiagnosticsTest {
 protected:
     ~LoaderDialogsTest() override { ::SetThreadErrorMode(before_, nullptr); }
 
-    static constexpr DWORD with_dialogs = SEM_NOGPFAULTERRORBOX; // something that is not the default
+    static constexpr DWORD with_dialogs = SEM_NOGPFAULTERRORBOX; // not the default
     static constexpr DWORD without_dialogs = SEM_NOGPFAULTERRORBOX | SEM_FAILCRITICALERRORS;
 
 private:
@@ -198,7 +193,7 @@ TEST_F(LoaderDialogsTest, ThreadErrorModeIsExtendedAndRestored) {
         const ScopedNoLoaderDialogs no_dialogs;
         EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
         {
-            const ScopedNoLoaderDialogs still_none;
+            const ScopedNoLoaderDialogs nested;
             EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);
         }
         EXPECT_EQ(::GetThreadErrorMode(), without_dialogs);

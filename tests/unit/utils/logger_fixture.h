@@ -11,7 +11,7 @@
 
 namespace Kes::test {
 
-/// Each test meets a fresh logger and leaves none behind.
+/// Each test starts with a new logger and destroys it.
 class LoggerFixture : public testing::Test {
 protected:
     LoggerFixture() { Logger::destroy_instance(); }
@@ -19,10 +19,10 @@ protected:
 
     static Logger& logger() { return Logger::instance(); }
 
-    /// A file's name in the test's own folder.
+    /// The path of a file in the temporary folder of the test.
     std::string file(const std::string& name = "log") const { return dir_.file(name); }
 
-    /// The file's lines without their headers; the restart banner without its time.
+    /// The lines of the file without headers. The restart banner is replaced by "[banner]".
     Lines lines(const std::string& name = "log") const {
         Lines all = log_lines(file(name));
         for (std::string& line : all)

@@ -11,7 +11,7 @@
 #include "support/support.h"
 #include "utils/logger.h"
 
-/// Which lines are written, and what stands in them.
+/// Which lines are logged, and their content.
 namespace Kes {
 namespace {
 
@@ -26,7 +26,7 @@ constexpr std::uint32_t mask_default = 60;
 constexpr std::array severities{Severity::trace, Severity::debug, Severity::info,
                                 Severity::warn,  Severity::error, Severity::fatal};
 
-/// One line of each severity, each saying which it is.
+/// Logs one line of each severity, which names the severity.
 void log_every_severity() {
     for (const Severity severity : severities)
         log_line(severity, "severity ", static_cast<std::uint32_t>(severity));
@@ -181,7 +181,7 @@ TEST_F(LoggerLineTest, HeaderIgnoresTheStreamState) {
               "2024-03-05 09:07:02.045 <info> tid=" + std::to_string(system_thread_id()) + ": text");
 }
 
-/// "4.711,5" where others write 4711.5.
+/// Formats 4711.5 as "4.711,5".
 struct GroupedNumbers final : std::numpunct<char> {
     char do_decimal_point() const override { return ','; }
     char do_thousands_sep() const override { return '.'; }

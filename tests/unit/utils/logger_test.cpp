@@ -10,7 +10,7 @@
 #include "support/support.h"
 #include "utils/error.h"
 
-/// Where lines go: nowhere, into memory, into a file.
+/// The destinations of log lines: discarded, buffered in memory, written to a file.
 namespace Kes {
 namespace {
 

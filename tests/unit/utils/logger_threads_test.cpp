@@ -10,13 +10,13 @@
 #include "support/support.h"
 #include "utils/logger.h"
 
-/// Several threads that log at once.
+/// Concurrent logging by several threads.
 namespace Kes {
 namespace {
 
 class LoggerThreadsTest : public test::LoggerFixture {};
 
-/// Logs from several threads that begin at once.
+/// Logs from several threads that start at the same time.
 void log_from_threads() {
     std::latch start(test::writer_count);
     std::vector<std::thread> threads;

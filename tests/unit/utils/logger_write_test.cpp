@@ -8,7 +8,7 @@
 #include "logger_fixture.h"
 #include "support/support.h"
 
-/// What a line costs and how it reaches the file.
+/// The cost of a log line and the writes to the file.
 namespace Kes {
 namespace {
 
@@ -19,7 +19,7 @@ using test::split_lines;
 using test::without_header;
 using test::WriteRecord;
 
-/// A part of a line that tells how often it was rendered.
+/// A part of a line that counts how often it is rendered.
 struct CountedPart {
     mutable int rendered = 0;
 };
@@ -39,7 +39,7 @@ std::ostream& operator<<(std::ostream& out, LoggingPart) {
 
 class LoggerWriteTest : public test::LoggerFixture {
 protected:
-    /// What stands in the file, by the writes that brought it there.
+    /// The content of the file according to the recorded writes.
     static std::string joined(const Lines& writes) {
         std::string text;
         for (const std::string& write : writes)

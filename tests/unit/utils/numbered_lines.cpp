@@ -19,7 +19,7 @@ std::string numbered(int writer, int line) {
     return "writer " + std::to_string(writer) + " line " + std::to_string(line) + " " + letters(writer);
 }
 
-/// Gives the others a chance to spoil the line that is being written.
+/// Yields while a line is being written, so that other writers could interleave with it.
 struct Yield {};
 
 std::ostream& operator<<(std::ostream& out, Yield) {

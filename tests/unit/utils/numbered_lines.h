@@ -3,16 +3,16 @@
 
 #include <string>
 
-/// What several threads or processes write at once.
+/// Log lines that several threads or processes write concurrently.
 namespace Kes::test {
 
 constexpr int writer_count = 4;
 constexpr int lines_per_writer = 200;
 
-/// Logs all lines of one writer, each by several parts.
+/// Logs all lines of one writer. Each line has several parts.
 void log_numbered(int writer);
 
-/// Every line of every writer must be there once, whole, and each writer's lines in their order.
+/// Expects each line of each writer exactly once and complete, and the lines of each writer in order.
 void expect_all_lines(const std::string& text);
 
 } // namespace Kes::test

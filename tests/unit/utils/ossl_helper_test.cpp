@@ -58,7 +58,7 @@ TEST_F(OsslHelperTest, NameIsPrintedInTheCompatibleFormatWithIndentTwo) {
 TEST_F(OsslHelperTest, MemoryBioIsReleased) {
     const OsslCalls calls;
     OsslHelper::cert_name_to_str(plain.x509(), OsslHelper::subject);
-    EXPECT_EQ(calls.made_bios, 1);
+    EXPECT_EQ(calls.created_bios, 1);
     EXPECT_EQ(calls.freed_bios, 1);
 }
 
@@ -76,8 +76,8 @@ TEST_F(OsslHelperTest, FailedPrintThrowsTheResult) {
         EXPECT_EQ(error_text([&] { OsslHelper::cert_name_to_str(plain.x509(), OsslHelper::subject); }),
                   "ossl_helper:123 Kes::OsslHelper::cert_name_to_str(): X509_NAME_print_ex() failed: rc=" +
                       std::to_string(result));
-        EXPECT_EQ(calls.freed_bios, calls.made_bios);
-        EXPECT_EQ(calls.made_bios, 2); // the name's and the error's
+        EXPECT_EQ(calls.freed_bios, calls.created_bios);
+        EXPECT_EQ(calls.created_bios, 2); // one for the name and one for the error
     }
 }
 

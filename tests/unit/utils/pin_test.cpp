@@ -15,7 +15,7 @@ namespace {
 
 using test::FreedMemory;
 
-// No copy, no text and no stream output by accident.
+// A PIN cannot be copied, converted to text or printed by accident.
 static_assert(!std::is_copy_constructible_v<Pin> && !std::is_copy_assignable_v<Pin>);
 static_assert(!std::is_convertible_v<Pin, std::string> && !std::is_convertible_v<Pin, const char*>);
 static_assert(!std::is_convertible_v<const char*, Pin>);
@@ -104,7 +104,7 @@ TEST(PinTest, MoveTransfersTheCharactersWithoutACopy) {
     const Pin to(std::move(from));
     EXPECT_EQ(to.c_str(), characters);
     EXPECT_STREQ(to.c_str(), "canary-4711");
-    EXPECT_TRUE(from.is_empty()); // NOLINT: what a moved PIN is, is the question here
+    EXPECT_TRUE(from.is_empty()); // NOLINT: the test checks the state of the moved PIN
     EXPECT_STREQ(from.c_str(), "");
     EXPECT_EQ(freed.content(), std::nullopt);
 }

@@ -25,7 +25,7 @@ TEST(LocalTimePosixTest, IsTheCurrentTime) {
     parts.tm_sec = now.second;
     parts.tm_isdst = -1;
     const std::time_t seconds = std::mktime(&parts);
-    EXPECT_GE(seconds, before - 1); // time() may lag behind the clock by a tick
+    EXPECT_GE(seconds, before - 1); // time() can lag behind the clock by one tick
     EXPECT_LE(seconds, after + 1);
     EXPECT_GE(now.millisecond, 0);
     EXPECT_LE(now.millisecond, 999);

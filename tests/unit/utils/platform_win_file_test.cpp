@@ -11,7 +11,7 @@
 #include "utils/logger.h"
 #include "utils/windows_api.h"
 
-/// Files as Windows has them: line ends, what others may do with an open file, and names.
+/// Windows specifics of files: line ends, sharing of open files, and names.
 namespace Kes {
 namespace {
 
@@ -21,7 +21,7 @@ using test::read_file;
 
 class FileWinTest : public test::LoggerFixture {
 protected:
-    /// Takes hold of a file.
+    /// A file that another program has open.
     class Handle {
     public:
         Handle(const std::string& name, DWORD access, DWORD share, DWORD creation = OPEN_EXISTING)
@@ -53,7 +53,7 @@ protected:
         HANDLE handle_;
     };
 
-    static constexpr DWORD everything = FILE_SHARE_READ | FILE_SHARE_WRITE;
+    static constexpr DWORD share_read_and_write = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
     static std::string register_error(const std::string& name, bool append) {
         return error_text([&] { logger().register_sink(name, append); });
@@ -113,7 +113,7 @@ TEST_F(FileWinTest, OtherProgramsCanReadAndWriteTheOpenLog) {
     for (const bool append : {false, true}) {
         logger().register_sink(file(), append);
         log_info("one");
-        const Handle other(file(), GENERIC_READ | GENERIC_WRITE, everything);
+        const Handle other(file(), GENERIC_READ | GENERIC_WRITE, share_read_and_write);
         ASSERT_TRUE(other.is_open());
         EXPECT_TRUE(other.read().ends_with(": one\r\n"));
         EXPECT_TRUE(other.write_at_end("from elsewhere\r\n"));
@@ -124,7 +124,7 @@ TEST_F(FileWinTest, OtherProgramsCanReadAndWriteTheOpenLog) {
 }
 
 TEST_F(FileWinTest, LogOpenInAnotherProgramCanBeOpened) {
-    const Handle other(file(), GENERIC_READ | GENERIC_WRITE, everything, CREATE_NEW);
+    const Handle other(file(), GENERIC_READ | GENERIC_WRITE, share_read_and_write, CREATE_NEW);
     ASSERT_TRUE(other.is_open());
     for (const bool append : {false, true})
         EXPECT_EQ(register_error(file(), append), "no exception");
@@ -170,13 +170,13 @@ TEST_F(FileWinTest, ExclusivelyOpenedBinaryFileThrowsAndIsNotChanged) {
 TEST_F(FileWinTest, FileNamesAreInTheCodePageOfTheSystem) {
     std::array<char, 8> name{};
     BOOL is_replaced = FALSE;
-    // "Key" in French and a sign, or what the code page has of it.
+    // Letters outside ASCII that are common in code pages.
     const int length = ::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, L"cl\u00e9\u00a7", 4, name.data(),
                                              static_cast<int>(name.size()), nullptr,
                                              ::GetACP() == CP_UTF8 ? nullptr : &is_replaced);
     ASSERT_GT(length, 0);
     ASSERT_FALSE(is_replaced) << "the code page " << ::GetACP() << " lacks the letters";
-    // Not by std::filesystem::path, which does not know of code pages.
+    // The name is appended as bytes because std::filesystem::path does not convert from the code page.
     const std::string log = file() + std::string(name.data(), static_cast<std::size_t>(length));
     logger().register_sink(log, false);
     log_info("text");

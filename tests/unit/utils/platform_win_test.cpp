@@ -18,9 +18,9 @@ using test::MessageCalls;
 constexpr unsigned long english = 1033;
 constexpr unsigned long system_default = 0;
 
-constexpr DWORD number_without_text = 0x2fffffff; // of a customer's range that nobody has
+constexpr DWORD number_without_text = 0x2fffffff; // in the range that is reserved for applications
 
-/// The system's text, asked into a buffer of our own; "" when there is none.
+/// The error text of the system, or "".
 std::string text_of_system(unsigned long error, unsigned long language) {
     std::array<char, 2048> text{};
     const DWORD length = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, language, text.data(),
@@ -60,7 +60,7 @@ TEST(ThreadIdWinTest, IsTheNumberOfTheSystemInEveryThread) {
     std::thread([] { EXPECT_EQ(thread_id(), ::GetCurrentThreadId()); }).join();
 }
 
-/// A variable that nobody has, before and after.
+/// Removes the environment variable after each test.
 class EnvValueWinTest : public testing::Test {
 protected:
     ~EnvValueWinTest() override {
@@ -118,8 +118,8 @@ TEST(SystemMessageWinTest, IsRequestedWithoutInserts) {
     const MessageCalls calls;
     system_message(2, english);
     system_message(5, system_default);
-    EXPECT_EQ(calls.questions, (std::vector<MessageCalls::Question>{{0x1100, nullptr, 2, english, 0, nullptr},
-                                                                    {0x1100, nullptr, 5, 0, 0, nullptr}}));
+    EXPECT_EQ(calls.queries, (std::vector<MessageCalls::Query>{{0x1100, nullptr, 2, english, 0, nullptr},
+                                                               {0x1100, nullptr, 5, 0, 0, nullptr}}));
 }
 
 TEST(SystemMessageWinTest, FreesTheMemoryOfTheSystem) {
@@ -127,8 +127,8 @@ TEST(SystemMessageWinTest, FreesTheMemoryOfTheSystem) {
     system_message(2, english);
     system_message(5, system_default);
     system_message(number_without_text, english);
-    EXPECT_EQ(calls.given.size(), 2U);
-    EXPECT_EQ(calls.freed, calls.given);
+    EXPECT_EQ(calls.allocated.size(), 2U);
+    EXPECT_EQ(calls.freed, calls.allocated);
 }
 
 TEST(WinErrorCodeWinTest, TextIsTheSystemTextOnOneLine) {
@@ -141,7 +141,7 @@ TEST(WinErrorCodeWinTest, TextIsTheSystemTextOnOneLine) {
 TEST(WinErrorCodeWinTest, NumbersOfCryptoApiAreUnsigned) {
     std::string text = text_of_system(0x80090016, english);
     if (text.empty()) text = text_of_system(0x80090016, system_default);
-    if (text.empty()) text = "unknown winerror"; // not every system has one
+    if (text.empty()) text = "unknown winerror"; // not every system has this text
     EXPECT_EQ(WinErrorCode(0x80090016).to_string(),
               "val=2148073494 [0x80090016] (" + without_line_ends(text) + ")");
 }
@@ -149,9 +149,9 @@ TEST(WinErrorCodeWinTest, NumbersOfCryptoApiAreUnsigned) {
 TEST(WinErrorCodeWinTest, NumberWithoutATextIsUnknownAfterTwoQueries) {
     const MessageCalls calls;
     EXPECT_EQ(WinErrorCode(number_without_text).to_string(), "val=805306367 [0x2fffffff] (unknown winerror)");
-    ASSERT_EQ(calls.questions.size(), 2U);
-    EXPECT_EQ(calls.questions[0].language, english);
-    EXPECT_EQ(calls.questions[1].language, system_default);
+    ASSERT_EQ(calls.queries.size(), 2U);
+    EXPECT_EQ(calls.queries[0].language, english);
+    EXPECT_EQ(calls.queries[1].language, system_default);
     EXPECT_EQ(calls.freed.size(), 0U);
 }
 

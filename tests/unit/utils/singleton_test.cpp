@@ -9,14 +9,14 @@ namespace {
 
 class Counter final : public Singleton<Counter> {
 public:
-    static inline int made = 0;
-    static inline int ended = 0;
+    static inline int created = 0;
+    static inline int destroyed = 0;
     int value = 0;
 
 private:
     friend class Singleton<Counter>;
-    Counter() { ++made; }
-    ~Counter() { ++ended; }
+    Counter() { ++created; }
+    ~Counter() { ++destroyed; }
 };
 
 static_assert(!std::is_copy_constructible_v<Counter> && !std::is_copy_assignable_v<Counter>);
@@ -33,49 +33,49 @@ private:
     ~Refusing() = default;
 };
 
-class AsksForItself final : public Singleton<AsksForItself> {
+class RequestsItself final : public Singleton<RequestsItself> {
 public:
-    static inline const AsksForItself* met = nullptr;
+    static inline const RequestsItself* found = nullptr;
 
 private:
-    friend class Singleton<AsksForItself>;
-    AsksForItself() = default;
-    ~AsksForItself() { met = &instance(); }
+    friend class Singleton<RequestsItself>;
+    RequestsItself() = default;
+    ~RequestsItself() { found = &instance(); }
 };
 
 class SingletonTest : public testing::Test {
 protected:
-    SingletonTest() { Counter::made = Counter::ended = 0; }
+    SingletonTest() { Counter::created = Counter::destroyed = 0; }
     ~SingletonTest() override { Counter::destroy_instance(); }
 };
 
 TEST_F(SingletonTest, IsCreatedOnFirstUse) {
     EXPECT_FALSE(Counter::exists());
-    EXPECT_EQ(Counter::made, 0);
+    EXPECT_EQ(Counter::created, 0);
     Counter::instance().value = 5;
     EXPECT_TRUE(Counter::exists());
     EXPECT_EQ(Counter::instance().value, 5);
-    EXPECT_EQ(Counter::made, 1);
+    EXPECT_EQ(Counter::created, 1);
 }
 
 TEST_F(SingletonTest, ExistsDoesNotCreateAnInstance) {
     EXPECT_FALSE(Counter::exists());
     EXPECT_FALSE(Counter::exists());
-    EXPECT_EQ(Counter::made, 0);
+    EXPECT_EQ(Counter::created, 0);
 }
 
 TEST_F(SingletonTest, DestroyedInstanceIsReplacedOnNextUse) {
     Counter::instance().value = 5;
     Counter::destroy_instance();
     EXPECT_FALSE(Counter::exists());
-    EXPECT_EQ(Counter::ended, 1);
+    EXPECT_EQ(Counter::destroyed, 1);
     EXPECT_EQ(Counter::instance().value, 0);
-    EXPECT_EQ(Counter::made, 2);
+    EXPECT_EQ(Counter::created, 2);
 }
 
 TEST_F(SingletonTest, DestroyingWithoutAnInstanceDoesNothing) {
     Counter::destroy_instance();
-    EXPECT_EQ(Counter::ended, 0);
+    EXPECT_EQ(Counter::destroyed, 0);
     EXPECT_FALSE(Counter::exists());
 }
 
@@ -90,10 +90,10 @@ TEST_F(SingletonTest, FailedConstructionStoresNothing) {
 }
 
 TEST_F(SingletonTest, DestructorThatRequestsTheInstanceGetsItself) {
-    const AsksForItself* instance = &AsksForItself::instance();
-    AsksForItself::destroy_instance();
-    EXPECT_EQ(AsksForItself::met, instance);
-    EXPECT_FALSE(AsksForItself::exists());
+    const RequestsItself* instance = &RequestsItself::instance();
+    RequestsItself::destroy_instance();
+    EXPECT_EQ(RequestsItself::found, instance);
+    EXPECT_FALSE(RequestsItself::exists());
 }
 
 } // namespace

@@ -76,10 +76,10 @@ TEST_F(UniqueHandleTest, ResetClosesTheEarlierHandleAndOwnsTheNewOne) {
 TEST_F(UniqueHandleTest, PutClosesTheHandleAndOwnsTheOneWrittenToIt) {
     {
         Number handle(7);
-        int* place = handle.put();
+        int* handle_address = handle.put();
         EXPECT_EQ(closed, Closed{7});
-        EXPECT_EQ(*place, 0);
-        *place = 8;
+        EXPECT_EQ(*handle_address, 0);
+        *handle_address = 8;
         EXPECT_EQ(handle.get(), 8);
     }
     EXPECT_EQ(closed, (Closed{7, 8}));

@@ -8,11 +8,10 @@
 
 namespace Kes::test {
 
-/// A certificate that tests/data/make-certificates made.
+/// A certificate created by tests/data/make-certificates.
 inline Bytes unit_cert(const std::string& name) { return read_bytes(KES_TEST_CERTS "/" + name + ".der"); }
 
-/// An error text with "<queue>" instead of the lines that OpenSSL wrote: their wording changes with its
-/// version.
+/// The error text with "<queue>" instead of the lines of OpenSSL, whose wording depends on its version.
 inline std::string mask_queue(const std::string& text) {
     static const std::regex lines(R"((\n[0-9A-F]+:error:[0-9A-F]+:[^\n]*)+)");
     return std::regex_replace(text, lines, "\n<queue>");

@@ -1,2 +1,2 @@
-/* What dependent.c needs, and does not find. */
+/* The dependency of dependent.c, which the loader does not find. */
 __declspec(dllexport) int needed(void) { return 0; }
