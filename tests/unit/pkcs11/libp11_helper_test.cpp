@@ -170,7 +170,7 @@ TEST_F(Libp11InitTest, ReleasingTheSlotsRemovesTheTokenUntilTheNextReading) {
 
 TEST_F(Libp11InitTest, ErrorsQueuedByASuccessfulModuleLoadAreCleared) {
     script().fail_function("PKCS11_CTX_load", {.rc = 0, .queue_text = "harmless"});
-    // The planned "failure" answers 0, so the test double has loaded nothing; only the queue matters here.
+    // The scripted failure returns success but loads nothing. This test checks only the error queue.
     EXPECT_NE(error_text([] {
                   Libp11Init context("module.so");
                   EXPECT_EQ(OsslErrorCode(0).text, "");

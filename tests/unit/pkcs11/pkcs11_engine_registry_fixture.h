@@ -10,7 +10,8 @@
 
 namespace Kes::test {
 
-/// An engine as in libp11 0.4.12, which keeps what it has read, and an OpenSSL that loads no library twice.
+/// Simulates the engine of libp11 0.4.12, whose keys keep references to the engine, and an OpenSSL that does
+/// not load a library twice.
 class Pkcs11EngineRegistryTest : public CoreTest {
 protected:
     Pkcs11EngineRegistryTest() {
@@ -25,15 +26,16 @@ protected:
         CoreTest::TearDown();
     }
 
-    /// Loads the engine, reads a key, and ends the engine. The key is in use until it is reset.
-    void live(const std::string& engine_path) {
+    /// Loads the engine, reads a key and unloads the engine. The key stays in use until it is reset.
+    void load_and_keep_key(const std::string& engine_path) {
         key.reset();
         Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
         key = loaded.read_private_key("key");
         script().take_calls();
     }
 
-    void live_and_free(const std::string& engine_path) {
+    /// Loads the engine, reads a key, frees it and unloads the engine.
+    void load_and_free_key(const std::string& engine_path) {
         key.reset();
         Pkcs11OsslEngine loaded(engine_path.c_str(), "module.so", &pin, false);
         key = loaded.read_private_key("key");
@@ -54,7 +56,7 @@ private:
     TempDir dir;
 
 protected:
-    /// A name of the test's own: engines are remembered for as long as the process lives.
+    /// A path unique to the test, because the registry keeps engines until the process ends.
     const std::string library = dir.file("engine.so");
     const Pin pin{"1234"};
     EvpPkeyPtr key;

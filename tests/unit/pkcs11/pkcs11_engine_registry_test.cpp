@@ -12,19 +12,19 @@ constexpr const char* refused = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::P
                                 "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
 
 TEST_F(Pkcs11EngineRegistryTest, EngineThatKeepsReferencesIsCleanedUpAfterItsFinish) {
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(last_calls(5), (Lines{"ENGINE_finish(engine1)", "ENGINE_init(engine1)", "clean_up(engine1)",
                                     "ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
 
 TEST_F(Pkcs11EngineRegistryTest, EngineThatReleasesItselfIsNotCleanedUpAgain) {
     engine().holds_on = false;
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
 
 TEST_F(Pkcs11EngineRegistryTest, EngineIsNotCleanedUpWhileTheClientHoldsAKey) {
-    live(library);
+    load_and_keep_key(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
     script().take_calls();
     Pkcs11EngineRegistry::instance().clean_up_pending();
@@ -37,7 +37,7 @@ TEST_F(Pkcs11EngineRegistryTest, EngineIsNotCleanedUpWhileTheClientHoldsAKey) {
 }
 
 TEST_F(Pkcs11EngineRegistryTest, DuplicateOfAKeyPostponesTheCleanUpToo) {
-    live(library);
+    load_and_keep_key(library);
     EvpPkeyPtr duplicate(::EVP_PKEY_dup(key.get()));
     ASSERT_NE(duplicate, nullptr);
     key.reset();
@@ -50,7 +50,7 @@ TEST_F(Pkcs11EngineRegistryTest, DuplicateOfAKeyPostponesTheCleanUpToo) {
 }
 
 TEST_F(Pkcs11EngineRegistryTest, EngineIsSetUpAgainWhenOpensslRefusesToReloadItsLibrary) {
-    live_and_free(library);
+    load_and_free_key(library);
     script().take_calls();
     const Pkcs11OsslEngine again(library.c_str(), "other.so", &pin, false);
     EXPECT_EQ(script().calls(),
@@ -64,7 +64,7 @@ TEST_F(Pkcs11EngineRegistryTest, EngineIsSetUpAgainWhenOpensslRefusesToReloadIts
 }
 
 TEST_F(Pkcs11EngineRegistryTest, FailedStepOfARepeatedSetUpIsUndoneAndTheNextLoadSucceeds) {
-    live_and_free(library);
+    load_and_free_key(library);
     script().fail_function("ENGINE_set_default");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_set_default() failed: rc=7");
@@ -85,14 +85,14 @@ TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialis
 }
 
 TEST_F(Pkcs11EngineRegistryTest, LoadFailsWhileTheClientHoldsAKeyAndTheLogSaysWhy) {
-    live(library);
+    load_and_keep_key(library);
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
     EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again: the client still uses a private "
                                   "key of an earlier load");
 }
 
 TEST_F(Pkcs11EngineRegistryTest, KeyFreedAfterTheUnloadMakesLoadsFailUntilTheNextInit) {
-    live(library);
+    load_and_keep_key(library);
     key.reset();
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
     EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again before the next init: a private "
@@ -102,7 +102,7 @@ TEST_F(Pkcs11EngineRegistryTest, KeyFreedAfterTheUnloadMakesLoadsFailUntilTheNex
 }
 
 TEST_F(Pkcs11EngineRegistryTest, OtherLoadErrorsAreReportedUnchanged) {
-    live_and_free(library);
+    load_and_free_key(library);
     script().fail_function("ENGINE_ctrl_cmd_string", {0, "cannot bind"});
     const std::size_t lines_before = log.lines().size();
     EXPECT_EQ(load_error(library).find("ENGINE_add"), std::string::npos);
@@ -112,8 +112,8 @@ TEST_F(Pkcs11EngineRegistryTest, OtherLoadErrorsAreReportedUnchanged) {
 
 TEST_F(Pkcs11EngineRegistryTest, EnginesOfTwoLibrariesAreBothRemembered) {
     engine().refuses_loaded_library = false;
-    live_and_free(library);
-    live_and_free(library + ".other");
+    load_and_free_key(library);
+    load_and_free_key(library + ".other");
     engine().refuses_loaded_library = true;
     script().take_calls();
     EXPECT_EQ(load_error(library), "no exception");
@@ -125,7 +125,7 @@ TEST_F(Pkcs11EngineRegistryTest, EnginesOfTwoLibrariesAreBothRemembered) {
 TEST_F(Pkcs11EngineRegistryTest, LibraryIsRecognisedByItsHardLink) {
     std::ofstream(library) << "an engine";
     std::filesystem::create_hard_link(library, library + ".link");
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(load_error(library + ".link"), "no exception");
 }
 
@@ -134,14 +134,14 @@ TEST_F(Pkcs11EngineRegistryTest, LibraryOfTheSameNameInAnotherFolderIsADifferent
     std::filesystem::create_directory(folder);
     std::ofstream(library) << "an engine";
     std::ofstream(folder / "engine.so") << "an engine";
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(load_error((folder / "engine.so").string()).rfind(refused, 0), 0U);
 }
 
 TEST_F(Pkcs11EngineRegistryTest, RelativePathIsRecognisedAfterTheCurrentFolderChanges) {
     {
         const CurrentFolder folder(std::filesystem::path(library).parent_path());
-        live_and_free("./engine.so");
+        load_and_free_key("./engine.so");
     }
     EXPECT_EQ(load_error(library), "no exception");
 }
@@ -149,7 +149,7 @@ TEST_F(Pkcs11EngineRegistryTest, RelativePathIsRecognisedAfterTheCurrentFolderCh
 TEST_F(Pkcs11EngineRegistryTest, EngineWithoutAFinishFunctionIsSetUpAgainWithItsPinCleared) {
     engine().holds_on = false;
     engine().has_finish_function = false;
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(script().take_calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
     EXPECT_EQ(load_error(library), "no exception");
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_add(engine1)"));
@@ -157,24 +157,24 @@ TEST_F(Pkcs11EngineRegistryTest, EngineWithoutAFinishFunctionIsSetUpAgainWithIts
 
 TEST_F(Pkcs11EngineRegistryTest, EngineKeyIsReturnedAsItIsWhenNoKeyCanBeCreatedFromIt) {
     engine().refuses_key_engine = true;
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(::ERR_peek_error(), 0UL);
     EXPECT_EQ(engine().initialised_engines(), 1U);
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
-    engine().drop_circles(); // what nobody can end here
+    engine().drop_circles(); // the library cannot break these reference cycles
 }
 
 TEST_F(Pkcs11EngineRegistryTest, KeyOfAnotherTypeIsReturnedAsItIsAndTheErrorQueueIsEmpty) {
     const EvpPkeyPtr other(::EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
     engine().private_key = other.get();
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_EQ(::ERR_peek_error(), 0UL);
     EXPECT_EQ(engine().initialised_engines(), 1U);
     engine().drop_circles();
 }
 
 TEST_F(Pkcs11EngineRegistryTest, PinIsClearedBeforeTheEngineIsReleased) {
-    live_and_free(library);
+    load_and_free_key(library);
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)"));
     EXPECT_EQ(script().calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
 }

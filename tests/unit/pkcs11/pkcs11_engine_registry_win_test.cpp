@@ -11,7 +11,7 @@ using Pkcs11EngineRegistryWinTest = Pkcs11EngineRegistryTest;
 
 TEST_F(Pkcs11EngineRegistryWinTest, LibraryIsRecognisedWithSlashesOfEitherKind) {
     std::ofstream(library) << "an engine";
-    live_and_free(library);
+    load_and_free_key(library);
     std::string slashes = library;
     std::replace(slashes.begin(), slashes.end(), '\\', '/');
     ASSERT_NE(slashes, library);
@@ -20,7 +20,7 @@ TEST_F(Pkcs11EngineRegistryWinTest, LibraryIsRecognisedWithSlashesOfEitherKind) 
 
 TEST_F(Pkcs11EngineRegistryWinTest, LibraryIsRecognisedRegardlessOfLetterCase) {
     std::ofstream(library) << "an engine";
-    live_and_free(library);
+    load_and_free_key(library);
     const std::filesystem::path path = library;
     EXPECT_EQ(load_error((path.parent_path() / "ENGINE.SO").string()), "no exception");
 }

@@ -10,8 +10,7 @@ constexpr const char* client_oids = "1.3.6.1.5.5.7.3.2";
 
 class Pkcs11Libp11PkoIdScannerTest : public CoreTest {
 protected:
-    /// Reads the card and scans it into a list; what the scan did to libp11 is in calls(), what it logged in
-    /// lines().
+    /// Reads the card and scans it into a list. The calls of libp11 are in "calls", the log lines in "lines".
     std::string scan(std::unique_ptr<CertKeyUsageFilter> filter = nullptr, const char* pin = "1234") {
         Libp11Init context("module.so");
         context.read_scard();
@@ -55,17 +54,18 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, ListsCertificatesThenPrivateThenPublicKeys)
 
 TEST_F(Pkcs11Libp11PkoIdScannerTest, LogsEachStepInFull) {
     scan();
-    const auto without_end = [](std::string text) { return text.substr(0, text.size() - 1); };
-    EXPECT_EQ(
-        lines,
-        (Lines{"<info> started scanning of PKCS#11 objects", "<info> pin required - need login",
-               "<info> logged-in successfully", "<info> handling " + without_end(cert),
-               "<info> handling " + without_end(key), "<info>   corresponding cert:", without_end(cert),
-               "<info> key usage:", "  _kuse_mask=\"key_encipherment|digital_signature\" (0xa0)",
-               "  _xkuse_mask=\"ssl_client|smime\" (0x6)",
-               "  _xkuse_nid_list=\"1.3.6.1.5.5.7.3.2,1.3.6.1.5.5.7.3.4\"",
-               "<info> key usage check returned: 1", "<info> extended key usage check returned: 1",
-               "<info> handling " + without_end(public_key), "<info> finished scanning of PKCS#11 objects"}));
+    const auto without_newline = [](std::string text) { return text.substr(0, text.size() - 1); };
+    EXPECT_EQ(lines,
+              (Lines{"<info> started scanning of PKCS#11 objects", "<info> pin required - need login",
+                     "<info> logged-in successfully", "<info> handling " + without_newline(cert),
+                     "<info> handling " + without_newline(key),
+                     "<info>   corresponding cert:", without_newline(cert),
+                     "<info> key usage:", "  _kuse_mask=\"key_encipherment|digital_signature\" (0xa0)",
+                     "  _xkuse_mask=\"ssl_client|smime\" (0x6)",
+                     "  _xkuse_nid_list=\"1.3.6.1.5.5.7.3.2,1.3.6.1.5.5.7.3.4\"",
+                     "<info> key usage check returned: 1", "<info> extended key usage check returned: 1",
+                     "<info> handling " + without_newline(public_key),
+                     "<info> finished scanning of PKCS#11 objects"}));
 }
 
 TEST_F(Pkcs11Libp11PkoIdScannerTest, LogsItsCreationAndDestruction) {
@@ -203,8 +203,8 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, UnreadableCertificateGetsAnEmptyKeyUsage) {
                                               "  _xkuse_mask=\"none\" (0x0)", "  _xkuse_nid_list=\"\""}));
 }
 
-/// Forgets every key usage that it is given.
-class ForgetfulList final : public PkoIdList {
+/// A list whose records have no key usage.
+class ListWithoutKeyUsage final : public PkoIdList {
 public:
     std::unique_ptr<PkoId> create_pko_id(PkoType type, std::uint32_t key_type, const std::string& name,
                                          const std::string& cluster_name, const std::string& display_name,
@@ -216,7 +216,7 @@ public:
 TEST_F(Pkcs11Libp11PkoIdScannerTest, KeyWhoseCertificateHasNoKeyUsageIsSkippedWithAWarning) {
     Libp11Init context("module.so");
     context.read_scard();
-    ForgetfulList list;
+    ListWithoutKeyUsage list;
     list.register_scanner(std::make_unique<Pkcs11Libp11PkoIdScanner>(&context, nullptr));
     list.scan(Pin("1234"));
     EXPECT_EQ(text_of(list), cert + public_key);
