@@ -8,7 +8,7 @@
 namespace Kes::test {
 namespace {
 
-/// An engine that is initialised, and can be told which certificate it reads.
+/// An engine that is loaded and initialised in its constructor.
 class PlainEngine : public OsslEngine {
 public:
     explicit PlainEngine(bool has_public_keys = true) : OsslEngine(has_public_keys, true) {
@@ -24,6 +24,7 @@ public:
     ~PlainEngine() override { unload(); }
 };
 
+/// An engine that reads a certificate with or without a public key.
 class CertEngine final : public PlainEngine {
 public:
     X509Ptr read_certificate(const char*) override {
@@ -157,7 +158,7 @@ TEST_F(OsslEngineTest, CertificateWithoutAKeyIsFreed) {
         "certificate: val=8 (not_found)");
     EXPECT_EQ(script().calls(), Lines{"X509_free(cert1)"});
     EXPECT_EQ(log.lines(), Lines());
-    ::ERR_clear_error(); // OpenSSL's own reason, which this error does not show
+    ::ERR_clear_error(); // the reason that OpenSSL queued, which this error does not contain
 }
 
 TEST_F(OsslEngineTest, FreeingLogsTheObjectAndNothingForNull) {

@@ -36,7 +36,7 @@ protected:
             clean_.push_back(std::make_unique<EnvVar>(std::string(prefix) + key, std::nullopt));
     }
 
-    /// What a fresh configuration logs and shows when the one variable is set.
+    /// Loads a new configuration with one variable set. @return the log lines
     Lines load(const std::string& key, const std::string& value) {
         const EnvVar variable(prefix + key, value);
         const LogCapture log;

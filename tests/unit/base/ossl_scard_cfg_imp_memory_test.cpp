@@ -13,7 +13,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-const std::string old_value(100, 'o'); // long enough to need memory of its own
+const std::string old_value(100, 'o'); // too long for the small-string optimisation
 const std::string new_value(200, 'n');
 
 struct TextSetting {
@@ -79,7 +79,7 @@ TEST_F(OsslScardCfgImpMemoryTest, FailedCloneReturnsNullAndLogsAnError) {
     OsslScardCfgPtr copy;
     const std::size_t failures = for_each_failing_allocation(
         [&] { copy.reset(cfg->clone()); }, [&](bool has_failed) { EXPECT_EQ(copy == nullptr, has_failed); });
-    EXPECT_GE(failures, 11U); // the object, and each of the ten texts
+    EXPECT_GE(failures, 11U); // the object and each of the ten texts
     EXPECT_EQ(log.lines(), Lines(failures, "<error> configuration cannot be cloned: std::bad_alloc"));
 }
 

@@ -226,9 +226,9 @@ TEST_F(OsslScardCfgImpTest, DescriptionsShowTheCurrentNames) {
     EXPECT_EQ(description(cfg, 7), "");
 }
 
-/// Calls a text operation with a buffer that is longer than the size it is told, and checks that nothing
-/// beyond is touched.
-void expect_cut(const std::function<char*(char*, size_t)>& operation, const std::string& whole) {
+/// Calls a text operation with a buffer that is longer than the size passed, and checks that the bytes beyond
+/// that size are not changed.
+void expect_truncation(const std::function<char*(char*, size_t)>& operation, const std::string& whole) {
     for (const std::size_t size : {std::size_t{1}, std::size_t{2}, whole.size() - 1, whole.size(),
                                    whole.size() + 1, whole.size() + 2}) {
         std::vector<char> buffer(whole.size() + 16, '#');
@@ -243,12 +243,15 @@ void expect_cut(const std::function<char*(char*, size_t)>& operation, const std:
 }
 
 TEST_F(OsslScardCfgImpTest, TextsAreTruncatedToTheBufferAndAlwaysTerminated) {
-    expect_cut([&](char* buffer, size_t size) { return cfg.dump_settings(buffer, size); }, default_dump);
-    expect_cut([&](char* buffer,
-                   size_t size) { return cfg.get_crypto_if_description(Cfg::capi_store, buffer, size); },
-               "capi_store (MS CryptoAPI using Windows Cert Store)");
+    expect_truncation([&](char* buffer, size_t size) { return cfg.dump_settings(buffer, size); },
+                      default_dump);
+    expect_truncation(
+        [&](char* buffer, size_t size) {
+            return cfg.get_crypto_if_description(Cfg::capi_store, buffer, size);
+        },
+        "capi_store (MS CryptoAPI using Windows Cert Store)");
     cfg.set_pkcs11_module_dll(std::string(10000, 'm').c_str());
-    expect_cut(
+    expect_truncation(
         [&](char* buffer, size_t size) { return cfg.get_crypto_if_description(Cfg::pkcs11, buffer, size); },
         "pkcs11 (PKCS#11 with module '" + std::string(10000, 'm') + "')");
 }
@@ -292,7 +295,7 @@ TEST_F(OsslScardCfgImpTest, CloneOutlivesItsOriginal) {
     EXPECT_STREQ(copy->get_cert_name(), "a name that needs memory of its own to be stored");
 }
 
-// The sanitizers tell of memory that is not given back, or given back twice.
+// The sanitizers report memory that is not freed or freed twice.
 TEST_F(OsslScardCfgImpTest, ReleaseDeleteAndTheDestructorEntryFreeTheConfiguration) {
     cfg.clone()->release();
 #pragma GCC diagnostic push
@@ -318,13 +321,13 @@ TEST_F(OsslScardCfgImpTest, SelectionFromTheConsoleRejectsANullPointer) {
                                  "pointer: val=3 (bad_argument)"});
 }
 
-/// A console that fails with something that is no std::exception, which the stream passes on.
-class FaultyConsole final : private std::streambuf {
+/// A console that throws an exception not derived from std::exception, which the stream rethrows.
+class FailingConsole final : private std::streambuf {
 public:
-    FaultyConsole() : console_(std::cout.rdbuf(this)) { std::cout.exceptions(std::ios::badbit); }
-    ~FaultyConsole() override {
+    FailingConsole() : console_(std::cout.rdbuf(this)) { std::cout.exceptions(std::ios::badbit); }
+    ~FailingConsole() override {
         std::cout.exceptions(std::ios::goodbit);
-        std::cout.rdbuf(console_); // and clears the state
+        std::cout.rdbuf(console_); // this clears the error state too
     }
 
 private:
@@ -334,44 +337,44 @@ private:
     std::streambuf* console_;
 };
 
-/// The three kinds of configuration that a client gets hold of.
+/// Tests the three kinds of configuration that a client can obtain: used, default and cloned.
 class OsslScardCfgConsoleTest : public ScardTest {
 protected:
-    /// Asks by each of them for a back-end, which must fail. @return each one's status and new log lines
-    static Lines ask_each() {
+    /// Selects a back-end with each configuration, which must fail. @return the statuses and new log lines
+    static Lines select_with_each() {
         OsslScardCfg& cfg = *scard().get_config_default();
         const std::unique_ptr<OsslScardCfg, void (*)(OsslScardCfg*)> clone(
             cfg.clone(), [](OsslScardCfg* copy) { copy->release(); });
-        Lines answers;
-        for (OsslScardCfg* asked : {scard().get_config_used(), &cfg, clone.get()}) {
-            std::cout.clear(); // of the failure before
+        Lines results;
+        for (OsslScardCfg* configuration : {scard().get_config_used(), &cfg, clone.get()}) {
+            std::cout.clear(); // the error state of the previous selection
             const LogCapture log;
-            const std::size_t num_before = log.lines().size(); // the library's start
+            const std::size_t num_before = log.lines().size(); // lines logged at the start of the library
             auto selected = static_cast<Cfg::CryptoIf>(77);
-            const int status = asked->select_crypto_if_from_console(&selected);
+            const int status = configuration->select_crypto_if_from_console(&selected);
             EXPECT_EQ(static_cast<unsigned int>(selected), 77U);
             const Lines lines = log.lines();
             for (std::size_t i = num_before; i < lines.size(); ++i)
-                answers.push_back(std::to_string(status) + " " + lines[i]);
+                results.push_back(std::to_string(status) + " " + lines[i]);
         }
-        return answers;
+        return results;
     }
 };
 
 TEST_F(OsslScardCfgConsoleTest, UnknownExceptionReturnsStatus255AndDoesNotChangeTheArgument) {
     const DesertedConsole console;
-    Lines answers;
+    Lines results;
     {
-        const FaultyConsole faulty;
-        answers = ask_each();
+        const FailingConsole failing;
+        results = select_with_each();
     }
-    EXPECT_EQ(answers, Lines(3, "255 <error> unhandled exception"));
+    EXPECT_EQ(results, Lines(3, "255 <error> unhandled exception"));
     EXPECT_EQ(console.output(), "");
 }
 
 TEST_F(OsslScardCfgConsoleTest, EndOfInputIsAUserAbort) {
     const DesertedConsole console;
-    EXPECT_EQ(ask_each(),
+    EXPECT_EQ(select_with_each(),
               Lines(3, "1 <error> cons_select_menu:143 Kes::ConsSelectMenu<enum "
                        "Kes::OsslScardCfg::CryptoIf>::select(): user abort <end of input>: val=16 "
                        "(user_abort)"));

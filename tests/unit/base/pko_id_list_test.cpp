@@ -12,7 +12,7 @@ namespace {
 constexpr const char* not_registered =
     "pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 (not_registered)";
 
-/// Adds two records, then does what the test wants.
+/// A test double that adds two records and then calls a function of the test.
 class TestScanner final : public PkoIdScanner {
 public:
     explicit TestScanner(std::function<void()> after = [] {}) : PkoIdScanner(nullptr), after_(after) {}
@@ -143,14 +143,14 @@ TEST_F(PkoIdListTest, ScannerThatFailsInTheConstructorIsDeletedAndTheCommonError
 }
 
 TEST_F(PkoIdListTest, ConstructorPropagatesOtherExceptionsOfTheScannerUnchanged) {
-    const auto make = [](std::function<void()> thrower) {
-        const PkoIdList failing(std::make_unique<TestScanner>(thrower));
+    const auto make = [](std::function<void()> throw_exception) {
+        const PkoIdList failing(std::make_unique<TestScanner>(throw_exception));
     };
     EXPECT_THROW(make([] { throw 42; }), int);
     EXPECT_THROW(make([] { throw std::out_of_range("x"); }), std::out_of_range);
 }
 
-/// Changes each record that it is asked for.
+/// A list that marks the display name of each record it creates.
 class MarkingList final : public PkoIdList {
 public:
     std::unique_ptr<PkoId> create_pko_id(PkoType type, std::uint32_t key_type, const std::string& name,
@@ -190,15 +190,15 @@ TEST_F(PkoIdListTest, FindFirstAndFindNextVisitTheRecordsOfOneTypeInOrder) {
 }
 
 TEST_F(PkoIdListTest, FindNextReturnsNullForRecordsOfOtherListsAndForDeletedRecords) {
-    const PkoId* ended = add(PkoType::private_key, "%01");
+    const PkoId* deleted = add(PkoType::private_key, "%01");
     list.clear();
     add(PkoType::certificate, "%01");
     PkoIdList other;
     const PkoId* foreign = other.add(PkoType::private_key, 0, "n", "%01", "d", nullptr);
     EXPECT_EQ(list.find_next(PkoType::certificate, foreign), nullptr);
     EXPECT_EQ(list.find_next(PkoType::certificate, nullptr), nullptr);
-    if (list.find_first(PkoType::certificate) != ended) { // the memory may have been given out anew
-        EXPECT_EQ(list.find_next(PkoType::certificate, ended), nullptr);
+    if (list.find_first(PkoType::certificate) != deleted) { // the allocator may have reused the memory
+        EXPECT_EQ(list.find_next(PkoType::certificate, deleted), nullptr);
     }
 }
 
@@ -259,7 +259,8 @@ TEST_F(PkoIdListTest, PairingTwentyThousandRecordsDoesNotTakeQuadraticTime) {
         ++count;
     }
     EXPECT_EQ(count, pairs);
-    // A nested search compares 50 million pairs of names, twice; this takes some hundredths of a second.
+    // A quadratic search compares 50 million pairs of names twice. A linear one takes a few hundredths of a
+    // second.
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
