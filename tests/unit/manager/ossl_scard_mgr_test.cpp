@@ -8,7 +8,7 @@ namespace {
 class OsslScardMgrTest : public ScardTest {
 protected:
     static OsslScardMgr& manager() {
-        scard(); // owns the manager
+        scard(); // creates and owns the manager
         return OsslScardMgr::instance();
     }
 
@@ -16,7 +16,7 @@ protected:
         manager().get_config_used()->set_crypto_if(static_cast<OsslScardCfg::CryptoIf>(crypto_if));
     }
 
-    /// init() with a configuration for another back-end.
+    /// Calls init() with a configuration for the given back-end.
     static void init_with(unsigned int crypto_if) {
         OsslScardCfg& cfg = make_config();
         cfg.set_crypto_if(static_cast<OsslScardCfg::CryptoIf>(crypto_if));
@@ -86,7 +86,7 @@ TEST_F(OsslScardMgrTest, ReadingTheCardClearsTheListAndKeepsTheScanner) {
     manager().read_scard();
     EXPECT_TRUE(manager().is_empty());
     choose(7);
-    manager().discover_keys(); // by the scanner of before
+    manager().discover_keys(); // with the scanner of the earlier back-end
     EXPECT_NE(first(PkoType::private_key), nullptr);
 }
 
@@ -203,9 +203,9 @@ TEST_F(OsslScardMgrTest, NamesAreTakenOnlyFromPrivateKeysButTheKeyTypeFromAnyRec
 
 TEST_F(OsslScardMgrTest, KeyWithoutItsCertificateInTheListIsNotFound) {
     go_to(CfgState::configuring);
-    const PkoId stranger{PkoType::private_key, 0, "n", "%01", "d", nullptr};
+    const PkoId unknown_key{PkoType::private_key, 0, "n", "%01", "d", nullptr};
     const PkoId of_other_type{PkoType::private_key, 1, "n", "%01%ab", "d", nullptr};
-    for (const PkoId* key : {&stranger, &of_other_type})
+    for (const PkoId* key : {&unknown_key, &of_other_type})
         EXPECT_EQ(error_text([&] { manager().set_cert_name_from_priv_key(key); }),
                   "ossl_scard_mgr:307 Kes::OsslScardMgr::set_cert_name_from_priv_key(): no certificate for "
                   "private key found: val=8 (not_found)");
@@ -314,7 +314,7 @@ TEST_F(OsslScardMgrTest, LoadPropagatesOtherExceptionsAndCanBeRepeated) {
     script().fail_function("ENGINE_ctrl_cmd", {.throws_int = true});
     EXPECT_THROW(manager().ossl_load(), int);
     script().heal();
-    manager().ossl_load(); // wanted still; frees what was left
+    manager().ossl_load(); // the load is still pending and frees the remaining key
     EXPECT_NE(manager().get_certificate(), nullptr);
 }
 
