@@ -22,11 +22,11 @@ Lines before(const std::string& first, Lines rest) {
     return rest;
 }
 
-/// What happens when one call of a typical run fails with the return code 7.
+/// The effects when one call of a typical run fails with return code 7.
 struct Row {
-    const char* operation; // the one that fails
+    const char* operation; // the operation that fails
     std::string error;
-    const char* state; // afterwards
+    const char* state; // after the failure
     Lines undone;      // the calls of the failing operation after the failing call
     Lines destroyed;   // the calls of destroy()
 };
@@ -113,11 +113,11 @@ const Row rows[] = {
 };
 constexpr std::size_t find_token_step = 4;
 
-/// What the system adds to the error of step n.
-std::string words_on_failure(std::size_t n) {
+/// The load diagnosis that follows the error of step n.
+std::string load_diagnosis(std::size_t n) {
     constexpr std::size_t load_engine_step = 13;
     if (n == load_engine_step) return words_on_missing("./engine.so");
-    // An engine may load the module in any of the later ones.
+    // An engine may load the module in any of the later steps.
     constexpr std::size_t steps_of_module[] = {2, 15, 19, 20};
     const bool is_of_module =
         std::find(std::begin(steps_of_module), std::end(steps_of_module), n) != std::end(steps_of_module);
@@ -131,7 +131,7 @@ protected:
         std::function<int()> run;
     };
 
-    /// Runs the operations from the given one on. @return the number of the one that failed, or of the end
+    /// Runs the operations from the given number. @return the number of the failed one, or operations.size()
     std::size_t run_from(std::size_t first) {
         while (first < operations.size() && operations[first].run() == 0)
             ++first;
@@ -151,7 +151,7 @@ protected:
         {"ossl_unload", [] { return scard().ossl_unload(); }},
     };
 
-    /// Fails step n in a run on a fresh object and fresh test doubles. @return the failing operation's number
+    /// Runs with new test doubles that fail step n. @return the number of the operation that failed
     std::size_t run_with_failure(std::size_t n) {
         set_up_doubles();
         script().fail_step(n, {});
@@ -163,7 +163,7 @@ protected:
         const Row& row = rows[n - 1];
         ASSERT_LT(operation, operations.size());
         EXPECT_STREQ(operations[operation].name, row.operation);
-        EXPECT_EQ(last_error(), row.error + words_on_failure(n));
+        EXPECT_EQ(last_error(), row.error + load_diagnosis(n));
         EXPECT_EQ(state(), row.state);
         EXPECT_EQ(script().calls_after_step(n), row.undone);
         evp_pkey_st* key = nullptr;
@@ -252,7 +252,7 @@ TEST_F(OsslScardIfImpFailureSweepTest, RepeatedFailureIsReportedIdentically) {
         const std::size_t failed = run_with_failure(n);
         const std::string first = last_error();
         const std::string before_retry = state();
-        // The failed function fails wherever it is called from now on.
+        // From here on, every call of the failed function fails.
         const std::string call =
             script().calls().at(script().calls().size() - 1 - script().calls_after_step(n).size());
         script().heal();

@@ -14,7 +14,7 @@ constexpr const char* pin_requirement = R"(<info> called: Kes::OsslScardIfImp::i
 <info> pin required - need login
 )";
 
-/// The settings as they are after init().
+/// The settings after init().
 const ShownSettings initialized{
     .pkcs11_engine = "./engine.so", .pkcs11_module = "module.so", .append = "APPEND"};
 
@@ -79,7 +79,7 @@ const std::string end = R"(<info> libp11 destroyed
 
 class OsslScardIfImpLogTest : public ScardTest {
 protected:
-    /// From the first call to the PIN; what follows depends on the PIN.
+    /// Runs the calls from version_check() to set_pin().
     void begin(const char* pin, bool append = false) {
         ASSERT_EQ(scard().version_check(4), 0);
         OsslScardCfg& cfg = make_config();
@@ -92,7 +92,7 @@ protected:
         ASSERT_EQ(scard().set_pin(pin), 0);
     }
 
-    void run_to_the_end() {
+    void finish_run() {
         std::size_t count = 0;
         evp_pkey_st* key = nullptr;
         x509_st* cert = nullptr;
@@ -111,7 +111,7 @@ protected:
         scard().destroy();
     }
 
-    /// The log without what differs from run to run and from build to build.
+    /// The log without the parts that differ between runs or builds.
     Lines log() const {
         Lines lines = log_lines(dir.file("log"));
         for (std::string& line : lines)
@@ -134,16 +134,16 @@ protected:
 
 TEST_F(OsslScardIfImpLogTest, TypicalRunIsLoggedInFull) {
     begin("1234");
-    run_to_the_end();
+    finish_run();
     EXPECT_EQ(as_text(log()), as_text(expected(start + reading + discovery + loading + end)));
 }
 
 TEST_F(OsslScardIfImpLogTest, AppendedRunFollowsARestartLine) {
     begin("1234");
-    run_to_the_end();
+    finish_run();
     libp11().is_logged_in = false;
     begin("1234", true);
-    run_to_the_end();
+    finish_run();
     Lines lines = expected(start + reading + discovery + loading + end);
     const Lines second = expected("[[[ ------ restart logger at TIME ------]]]\n" + start + reading +
                                       discovery + loading + end,
@@ -170,7 +170,7 @@ TEST_F(OsslScardIfImpLogTest, FailuresDuringEngineUnloadAreLoggedAsWarnings) {
     begin("1234");
     script().fail_function("ENGINE_remove", {.rc = 0});
     script().fail_function("ENGINE_finish", {.rc = 0});
-    run_to_the_end();
+    finish_run();
     EXPECT_EQ(as_text(log()), as_text(expected(start + reading + discovery + loading +
                                                "<warn> ENGINE_remove() returned error\n"
                                                "<warn> ENGINE_finish() returned error\n" +

@@ -7,36 +7,36 @@
 namespace Kes::test {
 namespace {
 
-/// A PIN that stands in memory only while it is handed over. Elsewhere it is kept with its bits turned.
+/// A PIN whose plain text is in memory only while a function uses it. It is stored with inverted bits.
 class Canary {
 public:
     explicit constexpr Canary(unsigned char first) {
         for (std::size_t i = 0; i < size; ++i)
-            turned_[i] = static_cast<unsigned char>((first + i * i * 5U) % 89U + '!') ^ veil;
+            inverted_[i] = static_cast<unsigned char>((first + i * i * 5U) % 89U + '!') ^ inversion_mask;
     }
 
-    /// Calls the function with the PIN in memory that is overwritten afterwards.
+    /// Calls the function with the plain PIN, then overwrites the memory.
     template <typename Function>
     void with(Function function) const {
         volatile char* pin = new char[size + 1];
         for (std::size_t i = 0; i < size; ++i)
-            pin[i] = static_cast<char>(turned_[i] ^ veil);
+            pin[i] = static_cast<char>(inverted_[i] ^ inversion_mask);
         pin[size] = '\0';
         function(const_cast<const char*>(pin));
         overwrite(const_cast<char*>(pin), size);
         delete[] pin;
     }
 
-    /// How often the PIN stands in writable memory of this process, whole or but for its beginning.
+    /// The number of copies of the PIN, or of its second half, in the writable memory of this process.
     std::size_t count_in_memory() const {
-        return test::count_in_memory({std::span(turned_).subspan(size / 2), veil});
+        return test::count_in_memory({std::span(inverted_).subspan(size / 2), inversion_mask});
     }
 
 private:
     static constexpr std::size_t size = 64;
-    static constexpr unsigned char veil = 0xff;
+    static constexpr unsigned char inversion_mask = 0xff;
 
-    std::array<unsigned char, size> turned_{};
+    std::array<unsigned char, size> inverted_{};
 };
 
 constexpr Canary canary(3);
@@ -62,7 +62,7 @@ protected:
         return scard().discover_keys(&count);
     }
 
-    /// The calls that were given a PIN, with what it was worth.
+    /// The calls that received a PIN. Each entry says whether it was right, wrong or empty.
     static Lines calls_with_pin() {
         Lines found;
         for (const std::string& call : script().calls())

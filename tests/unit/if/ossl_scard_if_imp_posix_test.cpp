@@ -2,7 +2,7 @@
 
 #include "support/core_fixture.h"
 
-/// What differs on Windows.
+/// Behaviour that differs on Windows.
 namespace Kes::test {
 namespace {
 
@@ -13,7 +13,7 @@ constexpr const char* store_only =
 class OsslScardIfImpPosixTest : public ScardTest {
 protected:
     static OsslScardMgr& manager() {
-        scard(); // owns the manager
+        scard(); // creates and owns the manager
         return OsslScardMgr::instance();
     }
 
@@ -32,7 +32,7 @@ TEST_F(OsslScardIfImpPosixTest, FirstOperationThatNeedsAWindowsBackEndIsUnsuppor
               std::string("capi_backend:15 Kes::capi_backend::probe(): ") + capi_only);
     EXPECT_EQ(state(), "initialized");
     choose(OsslScardCfg::capi_store);
-    manager().read_scard(); // needs nothing of the store
+    manager().read_scard(); // does not use the store
     EXPECT_EQ(error_text([] { manager().discover_keys(); }),
               std::string("capi_backend:23 Kes::capi_backend::create_store_scanner(): ") + store_only);
     choose(OsslScardCfg::capi);

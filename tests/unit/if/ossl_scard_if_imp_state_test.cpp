@@ -14,9 +14,9 @@ std::string forbidden(CfgState state) {
            "): val=6 (invalid_state)";
 }
 
-/// What an operation answers in a state and where it leads; an empty answer stands for "forbidden".
+/// The result of an operation in one state and the following state. An empty result means "forbidden".
 struct Expected {
-    std::string answer;
+    std::string result;
     CfgState next;
 };
 
@@ -33,7 +33,7 @@ protected:
         return scard().get_config_used()->dump_settings(buffer.data(), buffer.size());
     }
 
-    /// Runs every row in every state, each time in an object of its own.
+    /// Runs every row in every state, each time with a new object.
     void check_all(const std::vector<Row>& rows) {
         for (const Row& row : rows) {
             for (const CfgState from : states) {
@@ -49,10 +49,10 @@ protected:
 
     void check(const Row& row, CfgState from) {
         const Expected& expected = row.expected[static_cast<std::size_t>(from)];
-        const bool is_forbidden = expected.answer.empty();
+        const bool is_forbidden = expected.result.empty();
         const std::string before = settings();
         script().take_calls();
-        EXPECT_EQ(row.run(), is_forbidden ? forbidden(from) : expected.answer);
+        EXPECT_EQ(row.run(), is_forbidden ? forbidden(from) : expected.result);
         EXPECT_EQ(state(), cfg_state_name(is_forbidden ? from : expected.next));
         if (!is_forbidden) return;
         EXPECT_EQ(script().calls(), Lines());
@@ -65,18 +65,18 @@ protected:
         return outcome(status, last_error());
     }
 
-    /// As status_of(), for what throws.
+    /// Like status_of(), for functions that throw.
     template <typename Function>
     static std::string thrown_by(Function function) {
         const std::string text = error_text(function);
         return text == "no exception" ? "0" : "1 " + text;
     }
 
-    static std::string choose_key_at_a_deserted_console() {
+    static std::string select_key_without_input() {
         const DesertedConsole console;
         std::size_t key = 77;
-        const std::string answer = status_of([&] { return scard().select_key_from_console(&key); });
-        return key == 77 ? answer : "wrote " + std::to_string(key);
+        const std::string result = status_of([&] { return scard().select_key_from_console(&key); });
+        return key == 77 ? result : "wrote " + std::to_string(key);
     }
 
     static constexpr auto uninitialized = CfgState::uninitialized;
@@ -85,10 +85,10 @@ protected:
     static constexpr auto configured = CfgState::configured;
     const Expected no{"", uninitialized};
 
-    /// Allowed everywhere, changing nothing.
-    static std::array<Expected, 4> always(const std::string& answer) {
-        return {Expected{answer, uninitialized}, Expected{answer, initialized}, Expected{answer, configuring},
-                Expected{answer, configured}};
+    /// The operation is allowed in every state and does not change the state.
+    static std::array<Expected, 4> always(const std::string& result) {
+        return {Expected{result, uninitialized}, Expected{result, initialized}, Expected{result, configuring},
+                Expected{result, configured}};
     }
 };
 
@@ -103,8 +103,9 @@ TEST_F(OsslScardIfImpStateTest, EveryInterfaceOperationIsAllowedOnlyInItsStates)
         "(0): val=3 (bad_argument)";
     const std::string no_id = "1 ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key(): specified key not "
                               "found: val=8 (not_found)";
-    const std::string nobody = "1 cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user "
-                               "abort <end of input>: val=16 (user_abort)";
+    const std::string no_input =
+        "1 cons_select_menu:143 Kes::ConsSelectMenu<unsigned __int64>::select(): user "
+        "abort <end of input>: val=16 (user_abort)";
     const std::vector<Row> rows{
         {"version_check", [] { return status_of([] { return scard().version_check(4); }); }, always("0")},
         {"get_config_default", [] { return outcome(scard().get_config_default() == nullptr, ""); },
@@ -151,7 +152,7 @@ TEST_F(OsslScardIfImpStateTest, EveryInterfaceOperationIsAllowedOnlyInItsStates)
          [&] { return status_of([&] { return scard().ossl_get_certificate(&cert); }); }, always("0")},
         {"get_version", [] { return std::string(scard().get_version()); }, always("4.3.0")},
         {"get_last_error_msg", [] { return "text: " + last_error(); }, always("text: ")},
-        {"select_key_from_console", [] { return choose_key_at_a_deserted_console(); }, always(nobody)},
+        {"select_key_from_console", [] { return select_key_without_input(); }, always(no_input)},
         {"destroy",
          [] { return scard().destroy(), std::string("0"); },
          {Expected{"0", uninitialized}, Expected{"0", uninitialized}, Expected{"0", uninitialized},

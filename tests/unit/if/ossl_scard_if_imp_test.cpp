@@ -7,8 +7,8 @@ namespace {
 
 class OsslScardIfImpTest : public ScardTest {
 protected:
-    /// Three certificates with their keys, ids 01 to 03.
-    static void hold_three_keys() {
+    /// Replaces the objects of the token by three certificates with their keys, ids 01 to 03.
+    static void put_three_keys_on_token() {
         token().certs.clear();
         token().private_keys.clear();
         for (const auto id : std::initializer_list<unsigned char>{1, 2, 3}) {
@@ -58,7 +58,7 @@ TEST_F(OsslScardIfImpTest, OperationsWithoutAStatusClearTheErrorText) {
 }
 
 TEST_F(OsslScardIfImpTest, KeysAreNumberedInTheOrderOfTheList) {
-    hold_three_keys();
+    put_three_keys_on_token();
     go_to(CfgState::configuring);
     std::size_t count = 0;
     EXPECT_EQ(scard().discover_keys(&count), 0);
@@ -78,7 +78,7 @@ TEST_F(OsslScardIfImpTest, KeysAreNumberedInTheOrderOfTheList) {
 }
 
 TEST_F(OsslScardIfImpTest, KeyIsSelectedByNumber) {
-    hold_three_keys();
+    put_three_keys_on_token();
     go_to(CfgState::configuring);
     EXPECT_EQ(scard().set_key(std::size_t{1}), 0);
     EXPECT_EQ(used(&OsslScardCfg::get_priv_key_name), "pkcs11:token=Token 1;id=%02;type=private");
@@ -87,7 +87,7 @@ TEST_F(OsslScardIfImpTest, KeyIsSelectedByNumber) {
 }
 
 TEST_F(OsslScardIfImpTest, KeyIsSelectedByTypeAndIdentifier) {
-    hold_three_keys();
+    put_three_keys_on_token();
     go_to(CfgState::configuring);
     EXPECT_EQ(scard().set_key(0U, "%03"), 0);
     EXPECT_EQ(used(&OsslScardCfg::get_priv_key_name), "pkcs11:token=Token 1;id=%03;type=private");
@@ -152,7 +152,7 @@ TEST_F(OsslScardIfImpTest, DiscoveryInTheWrongStateInvalidatesTheKeyNumbers) {
     EXPECT_EQ(scard().get_key_name(0), nullptr);
 }
 
-// The records that the numbers stood for are gone; the sanitizers tell if one is used.
+// Reading the card deletes the records that the numbers refer to. The sanitizers report any use of them.
 TEST_F(OsslScardIfImpTest, ReadingTheCardInvalidatesTheKeyNumbers) {
     go_to(CfgState::configuring);
     ASSERT_EQ(scard().read_scard(), 0);
@@ -266,7 +266,7 @@ TEST_F(OsslScardIfImpTest, SameObjectIsReturnedUntilDestroy) {
 }
 
 TEST_F(OsslScardIfImpTest, HundredLifetimesWithLoginAndLoadLeakNothing) {
-    for (int life = 0; life < 100; ++life) {
+    for (int lifetime = 0; lifetime < 100; ++lifetime) {
         set_up_doubles();
         go_to(CfgState::configured);
         ASSERT_EQ(scard().ossl_load(), 0) << last_error();

@@ -3,7 +3,7 @@
 #include "support/core_fixture.h"
 #include "utils/windows_api.h"
 
-/// What differs from other systems.
+/// Behaviour that differs from other systems.
 namespace Kes::test {
 namespace {
 
@@ -14,7 +14,7 @@ protected:
 
 TEST_F(OsslScardIfImpWinTest, LogFileNamedWithTwoBlanksCannotBeOpened) {
     OsslScardCfg& cfg = make_config();
-    cfg.set_logfile("  "); // Windows leaves blanks at the end of a name out
+    cfg.set_logfile("  "); // Windows removes blanks from the end of a name
     EXPECT_EQ(scard().init(&cfg), 1);
     EXPECT_EQ(last_error(),
               "logger:90 Kes::Logger::register_sink(): error opening logfile '  ': val=12 (open_failed)");
