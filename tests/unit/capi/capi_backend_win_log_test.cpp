@@ -72,7 +72,7 @@ c2 (SIGNATURE) [type=public_key, key_type=2, name=c2, cluster_name=c2]
 c2 (SIGNATURE) [type=certificate, key_type=2, name=c2, cluster_name=c2]
 )";
 
-// The test double of the engine calls itself "pkcs11" once it is loaded, whatever it was loaded from.
+// The test double of the engine always has the id "pkcs11".
 const std::string capi_loading = R"(<info> called: Kes::OsslScardIfImp::get_key_name()
 <info> called: Kes::OsslScardIfImp::set_key(key_num)
 )" + logged_selection("1", "c1", "c1") +
@@ -180,7 +180,7 @@ protected:
         scard().destroy();
     }
 
-    /// The log without what differs from run to run, from build to build and from folder to folder.
+    /// The log without the parts that differ between runs, builds and folders.
     std::string log() const {
         std::string text;
         for (const std::string& line : without_addresses(log_lines(dir.file("log"))))

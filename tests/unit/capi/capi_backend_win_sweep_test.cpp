@@ -5,12 +5,12 @@
 namespace Kes::test {
 namespace {
 
-/// What comes of one call of a typical run, if it fails with one of the codes. In the error CODE stands for
-/// the text of a Windows error, RC for the number alone.
+/// The effects when one call of a typical run fails with one of the codes. In the error text, CODE is a
+/// placeholder for the text of the Windows error and RC for its number.
 struct Row {
-    std::size_t call; // from 1, of those that can fail
+    std::size_t call; // number among the calls that can fail, from 1
     std::vector<DWORD> codes;
-    const char* operation; // the one that fails; "" when none does
+    const char* operation; // the operation that fails, or ""
     std::string error;
 };
 
@@ -67,18 +67,18 @@ std::string store_engine_step(const std::string& line, const std::string& step) 
 
 std::string command(const std::string& name) { return "ENGINE_ctrl_cmd_string(" + name + ")"; }
 
-/// One container with one key, for signatures.
+/// For one container with one signature key.
 const std::vector<Row> capi_rows{
     {1, every, "read_scard", open_provider},
     {2, not_type, "", ""},
     {2, only_type, "read_scard", prov_param_unknown("param=6, flags=0")},
     {3, every, "", ""},
-    {4, every, "", ""}, // the release
+    {4, every, "", ""}, // release of the provider
     {5, every, "discover_keys", open_provider},
     {6, not_type, "", ""},
     {6, only_type, "discover_keys", prov_param_unknown("param=6, flags=0")},
     {7, every, "", ""},
-    {8, every, "", ""}, // the mask
+    {8, every, "", ""}, // key specification mask
     {9, every, "", ""},
     {10, only_ordinary, "discover_keys", prov_param(prov_len, "param=2, flags=1")},
     {10, only_type, "discover_keys", prov_param_unknown("param=2, flags=1")},
@@ -88,13 +88,13 @@ const std::vector<Row> capi_rows{
     {12, only_ordinary, "discover_keys", prov_param(prov_len, "param=2, flags=2")},
     {12, only_type, "discover_keys", prov_param_unknown("param=2, flags=2")},
     {12, only_end, "", ""},
-    {13, every, "set_key", no_key}, // the container
-    {14, every, "", ""},            // the key for the exchange of keys, which it lacks
+    {13, every, "set_key", no_key}, // opening the container
+    {14, every, "", ""},            // fetching the key exchange key, which does not exist
     {15, every, "set_key", no_key},
     {16, not_type, "set_key", no_key},
     {16, only_type, "discover_keys", key_param_unknown},
     {17, every, "set_key", no_key},
-    {18, every, "", ""}, // the releases
+    {18, every, "", ""}, // releases
     {19, every, "", ""},
     {20, every, "", ""},
     {21, every, "ossl_load", no_engine},
@@ -115,23 +115,23 @@ const std::vector<Row> capi_rows{
     {35, not_type, "ossl_load", "capi_helper:426 Kes::CapiKeyParamReader::read_len(): " + key_param},
     {35, only_type, "ossl_load", key_param_unknown},
     {36, every, "ossl_load", "capi_helper:459 Kes::CapiKeyParamReader::read(): " + key_param},
-    {37, every, "", ""}, // the releases
+    {37, every, "", ""}, // releases
     {38, every, "", ""},
     {39, every, "ossl_load", not_printed},
     {40, every, "ossl_load", not_printed},
 };
 
-/// One certificate.
+/// For one certificate.
 const std::vector<Row> store_rows{
     {1, every, "discover_keys", no_store},
     {2, every, "set_key", no_key},
-    {3, every, "", ""}, // the names in the log
+    {3, every, "", ""}, // names in the log
     {4, every, "", ""},
     {5, every, "", ""},
     {6, every, "", ""},
-    {7, every, "", ""}, // the key's own name: every subject has an empty text in it
+    {7, every, "", ""}, // name of the key, which becomes empty and then matches every subject
     {8, every, "", ""},
-    {9, every, "", ""}, // the end
+    {9, every, "", ""}, // end of the enumeration and close of the store
     {10, every, "", ""},
     {11, every, "ossl_load", no_engine},
     {12, every, "ossl_load", store_engine_step("114", command("SO_PATH"))},
@@ -153,7 +153,7 @@ const std::vector<Row> store_rows{
     {25, every, "ossl_load", not_printed},
 };
 
-std::string filled(std::string text, DWORD code) {
+std::string with_code(std::string text, DWORD code) {
     if (const std::size_t at = text.find("CODE"); at != std::string::npos)
         return text.replace(at, 4, win_code(code));
     if (const std::size_t at = text.find("=RC"); at != std::string::npos)
@@ -196,7 +196,7 @@ protected:
         EXPECT_EQ(capi().live_handles() + engine().live_engines() + engine().live_objects(), 0U);
     }
 
-    /// Where to go on after a failure. A key that was not found is looked for again.
+    /// The operation to repeat after a failure. If set_key() did not find the key, the discovery is repeated.
     static std::size_t retry_from(std::size_t failed) { return failed == set_key ? discover_keys : failed; }
 
     void expect(const Row& row, DWORD code) {
@@ -208,7 +208,7 @@ protected:
         } else {
             ASSERT_LT(failed, operations.size());
             EXPECT_EQ(operations[failed].name, row.operation);
-            EXPECT_EQ(last_error(), filled(row.error, code));
+            EXPECT_EQ(last_error(), with_code(row.error, code));
             EXPECT_EQ(state(), failed == 1         ? "initialized"
                                : failed <= set_key ? "configuring"
                                                    : "configured");

@@ -3,10 +3,10 @@
 
 #include "support/types.h"
 
-/// What both classes that load the capi engine ask of OpenSSL.
+/// The OpenSSL calls that are common to both classes that load the capi engine.
 namespace Kes::test {
 
-/// From the start of a load to the debug level.
+/// The calls of a load up to setting the debug level.
 inline const Lines load_calls{"ENGINE_by_id(dynamic)",
                               "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./capi.so)",
                               "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
@@ -14,8 +14,8 @@ inline const Lines load_calls{"ENGINE_by_id(dynamic)",
                               "ENGINE_init(engine1)",
                               "ENGINE_ctrl_cmd_string(engine1, debug_level, 2)"};
 
-/// How a failed load is undone: before LOAD; after it, which puts the engine into OpenSSL's list, where it
-/// would bar the next load; and after ENGINE_init().
+/// The calls that undo a failed load: before LOAD, after LOAD, and after ENGINE_init(). LOAD adds the engine to
+/// OpenSSL's list, where it would prevent the next load.
 inline const Lines freed{"ENGINE_free(engine1)"};
 inline const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
 inline const Lines finished{"ENGINE_finish(engine1)", "ENGINE_remove(engine1)", "ENGINE_free(engine1)"};

@@ -72,7 +72,7 @@ TEST_F(CapiInitTest, ErrorOfARefusedContextContainsAllArguments) {
         const char* provider;
         const char* container;
         std::uint32_t flags;
-        const char* told;
+        const char* arguments;
     } rows[] = {
         {csp, "c1", 0, "prov_name=Test CSP, key_container_name=c1, flags=0x0"},
         {csp, nullptr, 0, "prov_name=Test CSP, key_container_name=nullptr, flags=0xf0000000"},
@@ -82,11 +82,12 @@ TEST_F(CapiInitTest, ErrorOfARefusedContextContainsAllArguments) {
     };
     for (const auto& row : rows) {
         for (const DWORD code : all_codes) {
-            SCOPED_TRACE(row.told + std::to_string(code));
+            SCOPED_TRACE(row.arguments + std::to_string(code));
             restart_script();
             script().fail_step(1, win_failure(code));
             EXPECT_EQ(error_text([&] { const CapiInit capi(row.provider, row.container, row.flags); }),
-                      location + "CryptAcquireContext() with " + row.told + " failed: " + win_code(code));
+                      location + "CryptAcquireContext() with " + row.arguments +
+                          " failed: " + win_code(code));
             EXPECT_EQ(script().calls().size(), 1U);
         }
     }
@@ -140,7 +141,7 @@ TEST_F(CapiInitTest, ProviderWhoseNameCannotBeReadIsReportedAndReleased) {
 TEST_F(CapiInitTest, UnreadableCurrentContainerIsOnlyAWarning) {
     for (const std::size_t step : {2U, 3U}) {
         for (const DWORD code : all_codes) {
-            if (code == no_more_items || (step == 2 && code == bad_type)) continue; // below
+            if (code == no_more_items || (step == 2 && code == bad_type)) continue; // tested separately below
             SCOPED_TRACE(std::to_string(step) + " " + std::to_string(code));
             const LogCapture own_log;
             restart_script();

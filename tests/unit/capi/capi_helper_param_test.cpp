@@ -5,7 +5,7 @@
 namespace Kes::test {
 namespace {
 
-/// An open provider, for its parameters.
+/// Tests the parameters of an open provider.
 class CapiProvParamTest : public CapiTest {
 protected:
     CapiProvParamTest() { script().take_calls(); }
@@ -17,7 +17,7 @@ protected:
     Lines containers() const { return read_capi_containers(handle()); }
 };
 
-/// An open key, for its own.
+/// Tests the parameters of an open key.
 class CapiKeyParamTest : public CapiTest {
 protected:
     CapiKeyParamTest() {
@@ -86,7 +86,7 @@ TEST_F(CapiProvParamTest, TextsEndAtTheFirstNulOrAtTheEndOfTheData) {
     EXPECT_EQ(CapiProvParamReader(handle(), PP_NAME, 0).text(), csp);
 }
 
-/// What a failing size query and a failing read of a parameter come to.
+/// Tests a failed size query and a failed read of a parameter.
 TEST_F(CapiProvParamTest, ErrorsContainTheParameterAndTheFlagsInDecimal) {
     const std::string unsupported = "capi_helper:244 Kes::CapiProvParamReader::read_len(): "
                                     "CryptGetProvParam() with param=39, flags=17 is not supported: val=4 "
@@ -118,7 +118,7 @@ TEST_F(CapiProvParamTest, ErrorsContainTheParameterAndTheFlagsInDecimal) {
                   }),
                   row.error);
     }
-    EXPECT_EQ(script().violations(), Lines(3, "CryptGetProvParam: flags")); // the sizes before the reads
+    EXPECT_EQ(script().violations(), Lines(3, "CryptGetProvParam: flags")); // size queries before the reads
     script().reset();
 }
 
@@ -145,8 +145,8 @@ TEST_F(CapiProvParamTest, EmptyProviderHasNoContainers) {
 }
 
 TEST_F(CapiProvParamTest, EndOfTheContainersIsDetectedInTheSizeQueryAndInTheRead) {
-    for (const bool tells_end_by_read : {false, true}) {
-        provider().tells_end_by_read = tells_end_by_read;
+    for (const bool ends_in_read : {false, true}) {
+        provider().tells_end_by_read = ends_in_read;
         EXPECT_EQ(containers(), (Lines{"c1", "c2"}));
     }
     EXPECT_EQ(script().calls().back(), "CryptGetProvParam(prov:c1, 2, 2, read)");
@@ -261,7 +261,7 @@ TEST_F(CapiProvParamTest, UnreadableMaskMeansBothKeysAndLogsTheReason) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.step) + " " + std::to_string(row.code));
-        const LogCapture own_log(0xffff & ~1U); // all but trace
+        const LogCapture own_log(0xffff & ~1U); // all severities except trace
         script().heal();
         script().fail_step(script().steps() + row.step, win_failure(row.code));
         EXPECT_EQ(read_capi_key_specs(handle()).list, (std::vector<std::uint32_t>{1, 2}));

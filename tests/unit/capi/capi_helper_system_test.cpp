@@ -1,4 +1,4 @@
-// Providers, keys and certificates by way of the system's own functions, with the test card.
+// Tests of providers, keys and certificates with the functions of Windows itself and the test card.
 #include "capi/capi_helper.h"
 
 #include "support/csp_card_fixture.h"
@@ -29,7 +29,7 @@ TEST_F(CapiInitTest, NameOfTheDefaultProviderIsLoggedWhenNoNamesAreGiven) {
     char name[256] = "";
     DWORD size = sizeof name;
     EXPECT_TRUE(::CryptGetProvParam(provider, PP_NAME, reinterpret_cast<BYTE*>(name), &size, 0));
-    char container[256] = ""; // without a container it may have no name for one
+    char container[256] = ""; // stays empty if the provider has no current container
     size = sizeof container;
     ::CryptGetProvParam(provider, PP_CONTAINER, reinterpret_cast<BYTE*>(container), &size, 0);
     ::CryptReleaseContext(provider, 0);

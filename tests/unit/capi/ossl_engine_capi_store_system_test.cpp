@@ -1,4 +1,4 @@
-// The engine on a certificate store of the system and on the test card.
+// Tests of the engine with a certificate store of Windows and the test card.
 #include "capi/ossl_engine_capi_store.h"
 
 #include <algorithm>
@@ -68,7 +68,7 @@ TEST_F(CapiStoreOsslEngineTest, FirstCertificateOfEqualSubjectsIsRead) {
         }
         const auto store = WinCertStore::open(system_store.name());
         const X509Ptr certificate = engine->read_certificate("Twin");
-        EXPECT_EQ(der_of(certificate.get()), store->first()->get_der_data()); // all have that text
+        EXPECT_EQ(der_of(certificate.get()), store->first()->get_der_data()); // all subjects contain the text
         EXPECT_EQ(
             signing_problem(engine->read_private_key("Twin").get(), certificate.get(), pkcs1_with_any_sha2),
             "");

@@ -7,14 +7,14 @@
 
 namespace {
 
-/// Copying a certificate fails only out of memory; here it can be made to.
-bool is_copying_broken = false;
+/// Makes X509_dup() fail, which otherwise happens only when memory runs out.
+bool is_copy_failing = false;
 
 } // namespace
 
 extern "C" {
 X509* __real_X509_dup(const X509* cert);
-X509* __wrap_X509_dup(const X509* cert) { return is_copying_broken ? nullptr : __real_X509_dup(cert); }
+X509* __wrap_X509_dup(const X509* cert) { return is_copy_failing ? nullptr : __real_X509_dup(cert); }
 }
 
 namespace Kes::test {
@@ -37,7 +37,7 @@ const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, store_name, MY)",
 TEST_F(CapiStoreOsslEngineTest, LoadsInOrderAndLogsTheId) {
     const auto loaded = load();
     EXPECT_EQ(script().calls(), load_calls + choice_calls);
-    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"}); // so the test double calls itself
+    EXPECT_EQ(log.lines(), Lines{"<info> loaded engine: id=pkcs11"}); // the id of the test double
 }
 
 TEST_F(CapiStoreOsslEngineTest, DebugFileIsSetAfterTheDebugLevel) {
@@ -151,9 +151,9 @@ TEST_F(CapiStoreOsslEngineTest, CertificateThatOpensslCannotDecodeThrows) {
 
 TEST_F(CapiStoreOsslEngineTest, CertificateThatCannotBeCopiedThrowsAndAllHandlesAreReleased) {
     const auto loaded = load();
-    is_copying_broken = true;
+    is_copy_failing = true;
     const std::string error = error_text([&] { loaded->read_certificate("Signer"); });
-    is_copying_broken = false;
+    is_copy_failing = false;
     EXPECT_EQ(error, "ossl_engine_capi_store:245 Kes::CapiStoreOsslEngine::read_certificate(): error "
                      "duplicating x509 certificate: rc=0");
     EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");

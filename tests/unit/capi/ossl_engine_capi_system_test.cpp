@@ -1,4 +1,4 @@
-// The engine on the test card by way of the system's own functions.
+// Tests of the engine with the functions of Windows itself and the test card.
 #include "capi/ossl_engine_capi.h"
 
 #include <optional>

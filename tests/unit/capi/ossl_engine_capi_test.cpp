@@ -17,7 +17,7 @@ protected:
         return std::make_unique<CapiOsslEngine>("./capi.so", csp, key_type, debug_file);
     }
 
-    /// All that was logged so far, but for the readers' trace lines.
+    /// The log lines without the trace lines of the parameter readers.
     Lines lines() const {
         Lines kept;
         for (const std::string& line : log.lines())
@@ -33,7 +33,7 @@ const Lines choice_calls{"ENGINE_ctrl_cmd_string(engine1, csp_name, Test CSP)",
                          "ENGINE_ctrl_cmd_string(engine1, key_type, 2)", "ENGINE_set_default(engine1, 65535)",
                          "ENGINE_get_id(engine1)"};
 
-// The test double of the engine calls itself so once it is loaded, whatever it was loaded from.
+// The test double of the engine always has the id "pkcs11".
 const std::string loaded_line = "<info> loaded engine: id=pkcs11, csp='Test CSP'";
 
 TEST_F(CapiOsslEngineTest, LoadsInOrderAndLogsTheIdAndTheProvider) {
@@ -65,7 +65,7 @@ TEST_F(CapiOsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder) {
         {11, "ossl_engine_capi:183" + constructor + "ENGINE_set_default() failed", finished},
     };
     expect_each_failing_step_undone(steps, [] { load(AT_SIGNATURE, "debug.txt"); });
-    // The last step fails after the key type was chosen.
+    // In the last step, the key type is already set.
     EXPECT_EQ(log.lines(), Lines(3, "<debug> capi engine is using key_type=SIGNATURE"));
 }
 
@@ -188,7 +188,7 @@ TEST_F(CapiOsslEngineTest, PublicKeyCanBeReadFromTheCertificate) {
     EXPECT_EQ(log.lines().back(), "<info> read public key from certificate: c2");
 }
 
-/// The first line: behind it stands what OpenSSL says of the bytes.
+/// The first line of the text. The lines of OpenSSL follow it.
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 TEST_F(CapiOsslEngineTest, InvalidCertificateThrows) {

@@ -1,4 +1,4 @@
-// A scan of a certificate store of the system.
+// Tests of the scan of a certificate store with the functions of Windows itself.
 #include "capi/pko_id_scanner_capi_store.h"
 
 #include <algorithm>

@@ -13,7 +13,7 @@ protected:
         return error_text([&] { list.scan(Pin("not asked for")); });
     }
 
-    static std::unique_ptr<CertKeyUsageFilter> without_encipherment_alone() {
+    static std::unique_ptr<CertKeyUsageFilter> digital_signature_if_present() {
         return std::make_unique<CertKeyUsageFilter>(FilterType::exact_none, 0x80, FilterType::all, "");
     }
 
@@ -41,7 +41,7 @@ TEST_F(CapiStorePkoIdScannerTest, EachCertificateYieldsThreeRecordsNamedAfterIts
 TEST_F(CapiStorePkoIdScannerTest, CertificatesRejectedByTheFilterAreCountedAndYieldNoRecords) {
     store().certs = {cert_der("exchange"), cert_der("sign"), cert_der("exchange"), cert_der("bare")};
     const LogCapture log(4);
-    EXPECT_EQ(scan(without_encipherment_alone()), good);
+    EXPECT_EQ(scan(digital_signature_if_present()), good);
     EXPECT_EQ(records(list), signer + no_usage);
     EXPECT_EQ(log.lines().back(), "<info> found 4 certs in store MY");
 }
@@ -49,7 +49,7 @@ TEST_F(CapiStorePkoIdScannerTest, CertificatesRejectedByTheFilterAreCountedAndYi
 TEST_F(CapiStorePkoIdScannerTest, LogsEachStepOfAScan) {
     store().certs.resize(1);
     const LogCapture log;
-    EXPECT_EQ(scan(without_encipherment_alone()), good);
+    EXPECT_EQ(scan(digital_signature_if_present()), good);
     EXPECT_EQ(without_addresses(log.lines()),
               (Lines{"<trace> created PkoIdScanner object", "<trace> created CapiStorePkoIdScanner object",
                      "<info> scanning CAPI store key containers", "<trace> created CertStore [MY]",
@@ -118,7 +118,7 @@ TEST_F(CapiStorePkoIdScannerTest, NamesAreUsedAsWindowsFormatsThem) {
         const char* cert;
         std::string name;
     } rows[] = {
-        {"nameless", ""}, // recorded, not skipped
+        {"nameless", ""}, // is recorded, not skipped
         {"several_values", "AT, 7 + Both, Cards, Readers"},
         {"quotes", "\"Makers, Cards \"\"and\"\" Co\", \"a=b\""},
         {"utf8", "B\xfc"
@@ -140,7 +140,7 @@ TEST_F(CapiStorePkoIdScannerTest, CertificateThatOpensslCannotDecodeEndsTheScanA
     EXPECT_EQ(error.substr(0, error.find('\n')),
               "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: "
               "rc=0");
-    EXPECT_EQ(records(list), signer); // what was found before stays
+    EXPECT_EQ(records(list), signer); // earlier records are kept
     EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");
     EXPECT_EQ(capi().live_handles(), 0U);
 }
@@ -159,7 +159,7 @@ TEST_F(CapiStorePkoIdScannerTest, AllHandlesAreReleasedAfterAScanOfAThousandCert
     EXPECT_EQ(capi().live_handles(), 0U);
 }
 
-/// The calls for one certificate, up to the one that follows it.
+/// The calls for one certificate, including the step to the next one.
 Lines calls_for(const std::string& cert) {
     return {"CertNameToStrA(" + cert + " issuer, 3, size)",
             "CertNameToStrA(" + cert + " issuer, 3, read)",
@@ -181,8 +181,8 @@ TEST_F(CapiStorePkoIdScannerTest, ScanMakesExactlyTheExpectedCalls) {
     EXPECT_EQ(script().calls(), open_calls + calls_for("cert:MY/0") + calls_for("cert:MY/1") + close_calls);
 }
 
-/// What comes of the n-th call that fails, in a store with two certificates. Two functions cannot fail and
-/// are not counted.
+/// Row n contains the effects when call n fails in a store with two certificates. The functions that duplicate
+/// and free a certificate context cannot fail and are not counted.
 TEST_F(CapiStorePkoIdScannerTest, EachFailedCallHasTheSameOutcomeForEveryCode) {
     const Lines one = calls_for("cert:MY/0");
     const Lines two = calls_for("cert:MY/1");

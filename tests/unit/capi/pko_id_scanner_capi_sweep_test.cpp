@@ -6,7 +6,7 @@
 namespace Kes::test {
 namespace {
 
-/// The calls of a scan without failures, by their numbers from 1.
+/// The calls of a scan without failures, numbered from 1.
 const Lines calls{"CryptAcquireContextA(null, Test CSP, 1, 0xf0000000)", // 1
                   "CryptGetProvParam(prov, 6, 0, size)",
                   "CryptGetProvParam(prov, 6, 0, read)",
@@ -16,7 +16,7 @@ const Lines calls{"CryptAcquireContextA(null, Test CSP, 1, 0xf0000000)", // 1
                   "CryptGetProvParam(prov, 2, 1, read)",
                   "CryptGetProvParam(prov, 2, 2, size)",
                   "CryptGetProvParam(prov, 2, 2, read)",
-                  "CryptGetProvParam(prov, 2, 2, size)", // 10, the end of the containers
+                  "CryptGetProvParam(prov, 2, 2, size)", // 10, end of the containers
                   "CryptAcquireContextA(c1, Test CSP, 1, 0x0)",
                   "CryptGetUserKey(prov:c1, 1)",
                   "CryptGetKeyParam(key:c1/1, 26, 0, size)",
@@ -28,7 +28,7 @@ const Lines calls{"CryptAcquireContextA(null, Test CSP, 1, 0xf0000000)", // 1
                   "CryptDestroyKey(key:c1/2)",
                   "CryptReleaseContext(prov:c1)", // 20
                   "CryptAcquireContextA(c2, Test CSP, 1, 0x0)",
-                  "CryptGetUserKey(prov:c2, 1)", // there is none
+                  "CryptGetUserKey(prov:c2, 1)", // the key does not exist
                   "CryptGetUserKey(prov:c2, 2)",
                   "CryptGetKeyParam(key:c2/2, 26, 0, size)",
                   "CryptGetKeyParam(key:c2/2, 26, 0, read)", // 25
@@ -36,21 +36,22 @@ const Lines calls{"CryptAcquireContextA(null, Test CSP, 1, 0xf0000000)", // 1
                   "CryptReleaseContext(prov:c2)",
                   "CryptReleaseContext(prov)"};
 
-/// From one number to another.
+/// Each pair contains the first and the last number.
 using Ranges = std::vector<std::pair<std::size_t, std::size_t>>;
 
 const Lines first = capi_records("c1", AT_KEYEXCHANGE);
 const Lines second = capi_records("c1", AT_SIGNATURE);
 const Lines third = capi_records("c2", AT_SIGNATURE);
 
-/// What comes of call number "call" if it fails with one of the codes. CODE stands for the code's text.
+/// The effects when the call with the given number fails with one of the codes. CODE is a placeholder for the
+/// text of the code.
 struct Row {
     std::size_t call;
     std::vector<DWORD> codes;
-    std::string error; // of the whole scan
-    Lines logged;      // more urgent than info, and debug
+    std::string error; // of the scan
+    Lines logged;      // without the info lines
     Ranges rest;       // the calls that follow
-    Lines kept;
+    Lines kept;        // the records in the list
 };
 
 const std::vector<DWORD> every{ordinary, bad_type, no_more_items};
@@ -148,7 +149,7 @@ const Row rows[] = {
     {28, every, "", {release}, {}, all},
 };
 
-std::string filled(std::string text, DWORD code) {
+std::string with_code(std::string text, DWORD code) {
     const std::size_t at = text.find("CODE");
     return at == std::string::npos ? text : text.replace(at, 4, win_code(code));
 }
@@ -162,11 +163,11 @@ protected:
         PkoIdList list;
         list.register_scanner(std::make_unique<CapiPkoIdScanner>(csp, nullptr));
         const std::string error = error_text([&] { list.scan(Pin()); });
-        EXPECT_EQ(error, row.error.empty() ? "no exception" : filled(row.error, code));
+        EXPECT_EQ(error, row.error.empty() ? "no exception" : with_code(row.error, code));
         Lines rest;
         Lines logged;
         for (const std::string& line : row.logged)
-            logged.push_back(filled(line, code));
+            logged.push_back(with_code(line, code));
         for (const auto& [from, to] : row.rest) {
             for (std::size_t call = from; call <= to; ++call)
                 rest.push_back(calls.at(call - 1));

@@ -1,4 +1,4 @@
-// A scan of the test card by way of the system's own functions.
+// Tests of the scan of the test card with the functions of Windows itself.
 #include "capi/pko_id_scanner_capi.h"
 
 #include <memory>

@@ -8,13 +8,13 @@ namespace {
 
 class CapiPkoIdScannerTest : public CapiTest {
 protected:
-    /// Scans the provider of that name into the list. @return the error
+    /// Scans the provider into the list. @return the error text
     std::string scan(std::unique_ptr<CertKeyUsageFilter> filter = nullptr, const char* provider_name = csp) {
         list.register_scanner(std::make_unique<CapiPkoIdScanner>(provider_name, std::move(filter)));
         return error_text([&] { list.scan(Pin("not asked for")); });
     }
 
-    static std::unique_ptr<CertKeyUsageFilter> signers() {
+    static std::unique_ptr<CertKeyUsageFilter> digital_signature_filter() {
         return std::make_unique<CertKeyUsageFilter>(FilterType::exact, 0x80, FilterType::all, "");
     }
 
@@ -43,7 +43,7 @@ TEST_F(CapiPkoIdScannerTest, LogsEachStepOfAScan) {
     container(0).keys.erase(AT_KEYEXCHANGE);
     provider().containers.pop_back();
     const LogCapture log;
-    EXPECT_EQ(scan(signers()), good);
+    EXPECT_EQ(scan(digital_signature_filter()), good);
     EXPECT_EQ(
         without_addresses(log.lines()),
         (Lines{
@@ -96,7 +96,7 @@ TEST_F(CapiPkoIdScannerTest, LogsItsDestructionAtTrace) {
 }
 
 TEST_F(CapiPkoIdScannerTest, KeysRejectedByTheFilterYieldNoRecordsAndTheScanContinues) {
-    EXPECT_EQ(scan(signers()), good);
+    EXPECT_EQ(scan(digital_signature_filter()), good);
     EXPECT_EQ(records(list), capi_records("c1", AT_SIGNATURE) + capi_records("c2", AT_SIGNATURE));
 }
 
@@ -167,7 +167,7 @@ TEST_F(CapiPkoIdScannerTest, InvalidCertificateEndsTheScan) {
         EXPECT_EQ(error.substr(0, error.find('\n')),
                   "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 "
                   "format: rc=0");
-        EXPECT_EQ(records(list), capi_records("c1", AT_KEYEXCHANGE)); // what was found before stays
+        EXPECT_EQ(records(list), capi_records("c1", AT_KEYEXCHANGE)); // earlier records are kept
         EXPECT_EQ(capi().live_handles(), 0U);
     }
 }
@@ -186,7 +186,7 @@ TEST_F(CapiPkoIdScannerTest, ContainerNamesAreUsedUnchanged) {
     provider().ends_names = false;
     for (const auto& name : odd_names) {
         container(0).name = name;
-        EXPECT_EQ(scan(signers()), good);
+        EXPECT_EQ(scan(digital_signature_filter()), good);
         EXPECT_EQ(records(list), capi_records(name, AT_SIGNATURE));
     }
 }
