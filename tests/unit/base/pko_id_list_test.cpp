@@ -210,7 +210,7 @@ TEST_F(PkoIdListTest, GenerationIncreasesOnlyWhenRecordsAreDeleted) {
     EXPECT_GT(list.generation(), before);
 }
 
-TEST_F(PkoIdListTest, FindComparesTypeKeyTypeAndTheWholeClusterName) {
+TEST_F(PkoIdListTest, FindComparesTypeKeyTypeAndTheCompleteClusterName) {
     const PkoId* key = add(PkoType::private_key, "%01%02", 1);
     EXPECT_EQ(list.find(PkoType::private_key, 1, "%01%02"), key);
     EXPECT_EQ(list.find(PkoType::private_key, 1, "%01"), nullptr);

@@ -14,8 +14,8 @@ inline const Lines load_calls{"ENGINE_by_id(dynamic)",
                               "ENGINE_init(engine1)",
                               "ENGINE_ctrl_cmd_string(engine1, debug_level, 2)"};
 
-/// The calls that undo a failed load: before LOAD, after LOAD, and after ENGINE_init(). LOAD adds the engine to
-/// OpenSSL's list, where it would prevent the next load.
+/// The calls that undo a failed load: before LOAD, after LOAD, and after ENGINE_init(). LOAD adds the engine
+/// to OpenSSL's list, where it would prevent the next load.
 inline const Lines freed{"ENGINE_free(engine1)"};
 inline const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
 inline const Lines finished{"ENGINE_finish(engine1)", "ENGINE_remove(engine1)", "ENGINE_free(engine1)"};

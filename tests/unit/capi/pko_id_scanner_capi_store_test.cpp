@@ -181,8 +181,8 @@ TEST_F(CapiStorePkoIdScannerTest, ScanMakesExactlyTheExpectedCalls) {
     EXPECT_EQ(script().calls(), open_calls + calls_for("cert:MY/0") + calls_for("cert:MY/1") + close_calls);
 }
 
-/// Row n contains the effects when call n fails in a store with two certificates. The functions that duplicate
-/// and free a certificate context cannot fail and are not counted.
+/// Row n contains the effects when call n fails in a store with two certificates. The functions that
+/// duplicate and free a certificate context cannot fail and are not counted.
 TEST_F(CapiStorePkoIdScannerTest, EachFailedCallHasTheSameOutcomeForEveryCode) {
     const Lines one = calls_for("cert:MY/0");
     const Lines two = calls_for("cert:MY/1");

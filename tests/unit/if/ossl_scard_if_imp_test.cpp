@@ -265,7 +265,7 @@ TEST_F(OsslScardIfImpTest, SameObjectIsReturnedUntilDestroy) {
     EXPECT_EQ(&OsslScardIfImp::instance(), &OsslScardIfImp::instance());
 }
 
-TEST_F(OsslScardIfImpTest, HundredLifetimesWithLoginAndLoadLeakNothing) {
+TEST_F(OsslScardIfImpTest, NothingLeaksInAHundredLifetimesWithLoginAndLoad) {
     for (int lifetime = 0; lifetime < 100; ++lifetime) {
         set_up_doubles();
         go_to(CfgState::configured);

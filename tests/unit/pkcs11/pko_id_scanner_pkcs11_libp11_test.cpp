@@ -109,7 +109,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, FailedEnumerationIsNamedAndKeepsTheEarlierR
         EXPECT_EQ(split_lines(text_of(list)).size(), row.records);
         script().heal();
         list.scan(Pin("1234"));
-        EXPECT_EQ(text_of(list), cert + key + public_key) << "the next scan starts anew";
+        EXPECT_EQ(text_of(list), cert + key + public_key) << "the next scan starts with an empty list";
     }
 }
 
@@ -129,7 +129,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, RepeatedScanReturnsTheSameRecords) {
     EXPECT_EQ(text_of(list), cert + key + public_key);
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, EmptyTokenGivesAnEmptyList) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, EmptyTokenYieldsAnEmptyList) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys.clear();
@@ -264,7 +264,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, LabelsAreNotEscaped) {
                       "name=pkcs11:token=T\xc3\xb6ken;50%\xff;id=%01;type=public, cluster_name=%01]\n");
 }
 
-TEST_F(Pkcs11Libp11PkoIdScannerTest, ThousandKeysNeedThreeEnumerationsAndKeepTheirOrder) {
+TEST_F(Pkcs11Libp11PkoIdScannerTest, ThousandKeysNeedOnlyThreeEnumerationsAndKeepTheirOrder) {
     token().certs.clear();
     token().private_keys.clear();
     token().public_keys.clear();

@@ -12,8 +12,7 @@ protected:
     /// The certificates in the order of enumeration.
     static std::vector<Bytes> certificates_of(const WinCertStore& store) {
         std::vector<Bytes> certificates;
-        for (auto cert = store.first(); cert;
-             cert = store.next(*cert)) // the assignment destroys the earlier one
+        for (auto cert = store.first(); cert; cert = store.next(*cert))
             certificates.push_back(cert->get_der_data());
         return certificates;
     }

@@ -211,7 +211,7 @@ TEST(HelperCopyTest, SizeOneHoldsOnlyTheTerminator) {
     EXPECT_EQ(Buffer("abc", 1).content(), std::string("\0#######", 8));
 }
 
-TEST(HelperCopyTest, ExactSizeHoldsTheWholeText) {
+TEST(HelperCopyTest, ExactSizeHoldsTheCompleteText) {
     EXPECT_EQ(Buffer("abc", 4).content(), std::string("abc\0####", 8));
 }
 
