@@ -49,7 +49,7 @@ struct Row {
     std::size_t call;
     std::vector<DWORD> codes;
     std::string error; // of the scan
-    Lines logged;      // without the info lines
+    Lines logged;      // without trace and info lines
     Ranges rest;       // the calls that follow
     Lines kept;        // the records in the list
 };

@@ -114,7 +114,7 @@ TEST_F(WinCertStoreTest, EarlierCertificateStaysValidUntilItsOwnerDestroysIt) {
     EXPECT_EQ(capi().live_handles(), 1U);
 }
 
-TEST_F(WinCertStoreTest, NextPassesADuplicateToTheEnumerationAndTheCallerFreesTheEarlierOne) {
+TEST_F(WinCertStoreTest, NextPassesADuplicateSoThatTheCallerFreesTheEarlierCertificate) {
     store().certs.resize(1);
     const auto opened = WinCertStore::open("MY");
     script().take_calls();
