@@ -16,25 +16,26 @@ struct LoadCertParameters {
 
 } // namespace
 
-ByHand::ByHand(const std::string& module) : module_(module), context_(::PKCS11_CTX_new()) {
-    if (::PKCS11_CTX_load(context_, module.c_str()) != 0) throw std::runtime_error("no module by hand");
+DirectLibp11Client::DirectLibp11Client(const std::string& module)
+    : module_(module), context_(::PKCS11_CTX_new()) {
+    if (::PKCS11_CTX_load(context_, module.c_str()) != 0) throw std::runtime_error("cannot load the module");
     find_token();
 }
 
-void ByHand::find_token() {
+void DirectLibp11Client::find_token() {
     if (::PKCS11_enumerate_slots(context_, &slots_, &count_) != 0)
-        throw std::runtime_error("no slots by hand");
+        throw std::runtime_error("cannot enumerate the slots");
     slot_ = ::PKCS11_find_token(context_, slots_, count_);
 }
 
-void ByHand::read() {
+void DirectLibp11Client::read() {
     ::PKCS11_release_all_slots(context_, slots_, count_);
     find_token();
 }
 
-bool ByHand::log_in(const char* pin) { return ::PKCS11_login(slot_, 0, pin) == 0; }
+bool DirectLibp11Client::log_in(const char* pin) { return ::PKCS11_login(slot_, 0, pin) == 0; }
 
-unsigned int ByHand::scan() {
+unsigned int DirectLibp11Client::scan() {
     PKCS11_CERT* certificates = nullptr;
     PKCS11_KEY* keys = nullptr;
     PKCS11_KEY* public_keys = nullptr;
@@ -45,11 +46,11 @@ unsigned int ByHand::scan() {
     return key_count;
 }
 
-bool ByHand::command(const char* name, const char* value) {
+bool DirectLibp11Client::command(const char* name, const char* value) {
     return ::ENGINE_ctrl_cmd_string(engine_, name, value, 0) == 1;
 }
 
-bool ByHand::set_up_engine(const char* pin) {
+bool DirectLibp11Client::set_up_engine(const char* pin) {
     ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
     engine_ = ::ENGINE_by_id("dynamic");
     return command("SO_PATH", pkcs11_engine().c_str()) && command("LIST_ADD", "1") &&
@@ -58,7 +59,7 @@ bool ByHand::set_up_engine(const char* pin) {
            ::ENGINE_set_default(engine_, ENGINE_METHOD_ALL) == 1;
 }
 
-bool ByHand::load(const char* pin, const std::string& token_label) {
+bool DirectLibp11Client::load(const char* pin, const std::string& token_label) {
     if (!set_up_engine(pin)) return false;
     const std::string name = "pkcs11:token=" + token_label + ";id=%01;type=";
     key_ = ::ENGINE_load_private_key(engine_, (name + "private").c_str(),
@@ -71,7 +72,7 @@ bool ByHand::load(const char* pin, const std::string& token_label) {
     return certificate_ != nullptr;
 }
 
-void ByHand::end() {
+void DirectLibp11Client::end() {
     ::X509_free(certificate_);
     ::EVP_PKEY_free(key_);
     if (engine_ != nullptr) {

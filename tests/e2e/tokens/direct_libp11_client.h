@@ -7,26 +7,26 @@
 
 namespace Kes::test {
 
-/// What the library does for a client, written directly on libp11 and OpenSSL: what it costs and leaves
-/// behind is what the library is measured by.
-class ByHand {
+/// Does with direct calls of libp11 and OpenSSL what the library does for a client. The tests compare the
+/// library's calls and leaks with those of this class.
+class DirectLibp11Client {
 public:
     /// Loads the module and finds the token: init() and read_scard().
-    explicit ByHand(const std::string& module);
+    explicit DirectLibp11Client(const std::string& module);
 
-    /// Releases the slots and finds the token anew: read_scard() once more.
+    /// Releases the slots and finds the token again: a repeated read_scard().
     void read();
 
     bool log_in(const char* pin);
 
-    /// Lists certificates, private and public keys, as discover_keys() has to. Gives the number of private
-    /// keys.
+    /// Lists certificates, private keys and public keys, as discover_keys() must.
+    /// @return the number of private keys
     unsigned int scan();
 
-    /// Loads engine, key and certificate with the id 01: ossl_load().
+    /// Loads the engine and the key and certificate with id 01: ossl_load().
     bool load(const char* pin, const std::string& token_label);
 
-    /// Ends everything: destroy().
+    /// Releases everything: destroy().
     void end();
 
 private:

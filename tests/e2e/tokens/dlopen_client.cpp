@@ -1,8 +1,8 @@
-// A client that is not linked to the library: it loads it, lives a life with a key, destroys, and unloads it,
-// again and again. Afterwards it makes OpenSSL render an error text of its own, for which libcrypto walks
-// through the tables that libraries registered.
+// A client that is not linked to the library. It repeatedly loads the library, loads a key, destroys the
+// interface object and closes the library. Finally it asks OpenSSL for an error text, for which libcrypto
+// searches the string tables that libraries have registered.
 //
-// Arguments: library, PKCS#11 module, engine, number of lives. The token's PIN is 123456.
+// Arguments: library, PKCS#11 module, engine, number of repetitions. The token's PIN is 123456.
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -31,7 +31,7 @@ bool load_key(Kes::OsslScardIf* scard, const char* module, const char* engine) {
            scard->ossl_get_private_key(&key) == 0 && key != nullptr && EVP_PKEY_get_size(key) == 256;
 }
 
-bool live(const char* library, const char* module, const char* engine) {
+bool use_library(const char* library, const char* module, const char* engine) {
     void* handle = ::dlopen(library, RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) return false;
     const auto get_interface = reinterpret_cast<GetInterface>(::dlsym(handle, "get_ossl_scard_if"));
@@ -50,9 +50,9 @@ bool live(const char* library, const char* module, const char* engine) {
 
 int main(int argc, char** argv) {
     if (argc != 5) return 2;
-    for (int life = std::atoi(argv[4]); life > 0; --life)
-        if (!live(argv[1], argv[2], argv[3])) return 1;
-    if (!live(argv[1], argv[2], "/nowhere")) return 1;
+    for (int repetitions = std::atoi(argv[4]); repetitions > 0; --repetitions)
+        if (!use_library(argv[1], argv[2], argv[3])) return 1;
+    if (!use_library(argv[1], argv[2], "/nowhere")) return 1;
     ERR_raise(ERR_LIB_CRYPTO, ERR_R_INTERNAL_ERROR);
     char text[256];
     ERR_error_string_n(ERR_get_error(), text, sizeof text);

@@ -1,4 +1,4 @@
-// A scan costs what the hand-written sequence of libp11 calls costs, and nothing more.
+// A scan makes exactly the calls that the same sequence of direct libp11 calls makes.
 #include <atomic>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ std::atomic<int> decoded_certificates;
 
 } // namespace
 
-/// Stands before OpenSSL's own for the whole process, and counts.
+/// Takes precedence over OpenSSL's function in the whole process, and counts the calls.
 extern "C" [[gnu::visibility("default")]] X509* d2i_X509(X509** out, const unsigned char** in, long length) {
     using Function = X509* (*)(X509**, const unsigned char**, long);
     static const auto real = reinterpret_cast<Function>(::dlsym(RTLD_NEXT, "d2i_X509"));
@@ -24,14 +24,15 @@ extern "C" [[gnu::visibility("default")]] X509* d2i_X509(X509** out, const unsig
 namespace Kes::test {
 namespace {
 
-constexpr int certificates_on_keys = 11; // of the prepared token "keys"
-constexpr int keys_on_keys = 10;
+// The contents of the prepared token "keys".
+constexpr int num_certificates = 11;
+constexpr int num_private_keys = 10;
 
 class ScanCostTest : public testing::Test {
 protected:
     using Calls = std::vector<std::uint64_t>;
 
-    /// All calls that the child process makes.
+    /// The calls that a child process makes when it runs the function.
     Calls calls_of(const std::function<int()>& function) const {
         const Calls before = module.all_calls();
         EXPECT_EQ(status_of_child(function), 0);
@@ -45,42 +46,42 @@ protected:
     const WrappedModule module;
 };
 
-int scan_by_hand() {
-    static auto* const by_hand = new ByHand(WrappedModule::path());
-    return by_hand->log_in(token_pin) && by_hand->scan() == keys_on_keys ? 0 : 1;
+int scan_directly() {
+    static auto* const direct = new DirectLibp11Client(WrappedModule::path());
+    return direct->log_in(token_pin) && direct->scan() == num_private_keys ? 0 : 1;
 }
 
-int scan_as_client() {
-    static auto* const client = new Client; // not destroyed, as the other one is not
+int scan_through_library() {
+    static auto* const client = new Client; // not destroyed, to match scan_directly()
     client->cfg->set_pkcs11_module_dll(WrappedModule::path().c_str());
-    return client->discover() && client->num_keys == keys_on_keys - 1 ? 0 : 1;
+    return client->discover() && client->num_keys == num_private_keys - 1 ? 0 : 1;
 }
 
-TEST_F(ScanCostTest, MakesExactlyTheCallsOfTheHandWrittenSequence) {
-    const Calls by_hand = calls_of(scan_by_hand);
-    EXPECT_GT(by_hand[static_cast<std::size_t>(P11::get_attribute_value)], 100U);
-    EXPECT_EQ(by_hand[static_cast<std::size_t>(P11::find_objects_init)], 3U);
-    EXPECT_EQ(calls_of(scan_as_client), by_hand);
+TEST_F(ScanCostTest, ScanMakesTheSameCallsAsDirectLibp11Calls) {
+    const Calls direct = calls_of(scan_directly);
+    EXPECT_GT(direct[static_cast<std::size_t>(P11::get_attribute_value)], 100U);
+    EXPECT_EQ(direct[static_cast<std::size_t>(P11::find_objects_init)], 3U);
+    EXPECT_EQ(calls_of(scan_through_library), direct);
 }
 
-TEST_F(ScanCostTest, DecodesEachCertificateOnce) {
+TEST_F(ScanCostTest, ScanDecodesEachCertificateOnce) {
     EXPECT_EQ(status_of_child([] {
-                  ByHand by_hand(softhsm_module());
-                  by_hand.log_in(token_pin);
-                  by_hand.scan();
-                  by_hand.end();
+                  DirectLibp11Client direct(softhsm_module());
+                  direct.log_in(token_pin);
+                  direct.scan();
+                  direct.end();
                   return decoded_certificates.load();
               }),
-              certificates_on_keys);
+              num_certificates);
     EXPECT_EQ(status_of_child([] {
                   Client client;
                   client.discover();
                   return decoded_certificates.load();
               }),
-              certificates_on_keys);
+              num_certificates);
 }
 
-TEST_F(ScanCostTest, NeitherChoosingAKeyNorNamingItCallsTheModule) {
+TEST_F(ScanCostTest, SelectingAKeyAndGettingItsNameDoNotCallTheModule) {
     Client client;
     client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str());
     ASSERT_TRUE(client.discover()) << client.error();

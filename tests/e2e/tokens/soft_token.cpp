@@ -16,10 +16,10 @@ namespace fs = std::filesystem;
 WrappedBlock* make_block(const std::string& name) {
     const int file = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (file < 0 || ::ftruncate(file, sizeof(WrappedBlock)) != 0)
-        throw std::runtime_error("the shared block cannot be made");
+        throw std::runtime_error("cannot create the shared block");
     void* mapped = ::mmap(nullptr, sizeof(WrappedBlock), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     ::close(file);
-    if (mapped == MAP_FAILED) throw std::runtime_error("the shared block cannot be mapped");
+    if (mapped == MAP_FAILED) throw std::runtime_error("cannot map the shared block");
     return static_cast<WrappedBlock*>(mapped);
 }
 
@@ -32,8 +32,7 @@ std::string pkcs11_engine() { return MARVO_PKCS11_ENGINE; }
 SoftToken::SoftToken(const std::string& name) : softhsm_conf_("SOFTHSM2_CONF", dir_.file("softhsm2.conf")) {
     const fs::path prepared = fs::path(MARVO_PREPARED_TOKENS) / name;
     if (!fs::exists(prepared / "tokens"))
-        throw std::runtime_error("there is no " + prepared.string() +
-                                 ": run the test PrepareTokens before, as ctest does");
+        throw std::runtime_error(prepared.string() + " does not exist: run the test PrepareTokens first");
     fs::copy(prepared, dir_.path(), fs::copy_options::recursive);
     std::ofstream(dir_.file("softhsm2.conf")) << "directories.tokendir = " << dir_.file("tokens")
                                               << "\nobjectstore.backend = file\nlog.level = ERROR\n";

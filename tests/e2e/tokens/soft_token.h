@@ -9,20 +9,20 @@
 
 namespace Kes::test {
 
-constexpr const char* token_pin = "123456"; // of every prepared token but "canary"
+constexpr const char* token_pin = "123456"; // of every prepared token except "canary"
 
 std::string softhsm_module();
 std::string pkcs11_engine();
 
-/// A copy of one of the prepared token folders, for this test alone; SoftHSM finds it while the object lives.
+/// A private copy of one of the prepared token folders. SoftHSM uses it during the lifetime of the object.
 class SoftToken {
 public:
     explicit SoftToken(const std::string& name);
 
-    /// The certificate that was made for the object of that name, DER.
+    /// The DER-encoded certificate that was created for the object with this label.
     Bytes certificate(const std::string& object) const;
 
-    /// Takes all tokens away, as if they had never been there.
+    /// Deletes all tokens, as if they had never existed.
     void remove() const;
 
     std::string file(const std::string& name) const { return dir_.file(name); }
@@ -32,7 +32,7 @@ private:
     EnvVar softhsm_conf_;
 };
 
-/// Puts the wrapping module before SoftHSM: configure path() as the module.
+/// Wraps SoftHSM in the counting PKCS#11 module: configure path() as the module.
 class WrappedModule {
 public:
     WrappedModule();
@@ -45,7 +45,7 @@ public:
     WrappedBlock* operator->() const { return block_; }
     std::uint64_t calls(P11 function) const { return block_->calls[static_cast<std::size_t>(function)]; }
 
-    /// How often each function was called, by its position in the function list.
+    /// The number of calls of each function, indexed by its position in the function list.
     std::vector<std::uint64_t> all_calls() const;
 
 private:

@@ -58,7 +58,7 @@ KnownLeak::~KnownLeak() = default;
 #endif
 
 int status_of_child(const std::function<int()>& function) {
-    const TempDir dir; // for what the child leaves behind when it ends in the middle
+    const TempDir dir; // for files of a child that exits before it removes them
     const pid_t child = ::fork();
     if (child == 0) {
         ::setenv("TMPDIR", dir.path().c_str(), 1);

@@ -17,14 +17,13 @@
 
 namespace Kes::test {
 
-/// A client of the library as users write one, on the two public headers alone.
+/// A client of the library that uses only the two public headers, as an application does.
 class Client {
 public:
-    /// Gets the interface and a configuration for SoftHSM, with a log of every severity in a folder of its
-    /// own.
+    /// Gets the interface and configures it for SoftHSM, with a log of all severities in a temporary folder.
     Client();
 
-    /// Ends the library's object unless end() did.
+    /// Destroys the interface object unless end() has done so.
     ~Client();
 
     Client(const Client&) = delete;
@@ -32,13 +31,13 @@ public:
 
     OsslScardIf* operator->() const { return scard; }
 
-    /// init() with what stands in cfg.
+    /// init() with the settings in cfg.
     bool init() const { return scard->init(cfg) == 0; }
 
     /// init() and read_scard().
     bool read() const { return init() && scard->read_scard() == 0; }
 
-    /// init() to discover_keys(); the number of keys then stands in num_keys.
+    /// init() to discover_keys(), which stores the number of keys in num_keys.
     bool discover(const char* pin = token_pin);
 
     /// set_key() to ossl_load().
@@ -46,24 +45,24 @@ public:
 
     void end();
 
-    /// The last error as it is, and with masked lines of OpenSSL.
+    /// The last error, unchanged or with OpenSSL's lines masked.
     std::string error() const { return scard->get_last_error_msg(); }
     std::string masked_error() const { return masked_errors(error()); }
 
     EVP_PKEY* key() const { return loaded_key(*scard); }
     X509* certificate() const { return loaded_certificate(*scard); }
 
-    /// The certificate handed out, DER; empty when there is none.
+    /// The loaded certificate, DER-encoded; empty if none is loaded.
     Bytes certificate_der() const { return der_of(certificate()); }
 
-    /// The names of all keys offered, sorted.
+    /// The sorted names of all keys that the library offers.
     Lines key_names() const;
 
-    /// Each line of the log without its header.
+    /// The lines of the log without their headers.
     Lines log_lines() const;
     std::string log_text() const { return read_file(logfile); }
 
-    /// Whether a line of the log, header aside, is that text.
+    /// Whether the log has this line, not counting its header.
     bool has_logged(const std::string& line) const;
 
     OsslScardIf* scard;
@@ -77,8 +76,8 @@ public:
     const std::string logfile;
 };
 
-/// While it lives, the leak detector does not count what is allocated: for the slots of a reading that finds
-/// no token, which the library forgets on purpose. All others that leak are named in token_main.cpp.
+/// Hides allocations from the leak detector during its lifetime. It is for the slots of a read_scard() that
+/// finds no token, which the library does not release on purpose. token_main.cpp lists all other known leaks.
 class KnownLeak {
 public:
     KnownLeak();
@@ -87,9 +86,9 @@ public:
     KnownLeak& operator=(const KnownLeak&) = delete;
 };
 
-/// Runs the function in a child process, which then ends as a program does at the end of main(). Gives the
-/// child's exit status: what the function returns, when all goes well. A child that a signal ended gives 1000
-/// and its number.
+/// Runs the function in a child process, which then exits as a program does at the end of main().
+/// @return the child's exit status, normally what the function returns; 1000 plus the signal's number if a
+///     signal ended the child
 int status_of_child(const std::function<int()>& function);
 
 } // namespace Kes::test

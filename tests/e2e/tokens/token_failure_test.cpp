@@ -1,4 +1,4 @@
-// What a client is told when the PIN, the token, the module or the engine is not as it should be.
+// The errors that a client gets for a wrong PIN and for an unusable token, module or engine.
 #include <array>
 #include <cstdlib>
 #include <fstream>
@@ -23,23 +23,23 @@ constexpr const char* load_failed =
     "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n";
 constexpr const char* load_failed_end = "error:engine routines:failed loading private key:";
 
-/// A client with a token and the wrapping module before it.
-class WrappedTest : public testing::Test {
+/// A client that reaches its token through the wrapping module.
+class WrappedModuleTest : public testing::Test {
 protected:
-    WrappedTest() { client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str()); }
+    WrappedModuleTest() { client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str()); }
 
     const SoftToken token{"one"};
     const WrappedModule module;
     Client client;
 };
 
-/// A client that names the token's key without having discovered it.
-void configure_names(const Client& client) {
+/// Configures the names of the token's key and certificate, so that no discovery is needed.
+void configure_key_names(const Client& client) {
     client.cfg->set_priv_key_name("pkcs11:token=Test Token;id=%01;type=private");
     client.cfg->set_cert_name("pkcs11:token=Test Token;id=%01;type=cert");
 }
 
-TEST(TokenPinTest, AWrongPinFailsTheDiscovery) {
+TEST(TokenPinTest, DiscoveryWithWrongPinFails) {
     const SoftToken token("one");
     Client client;
     EXPECT_FALSE(client.discover("654321"));
@@ -47,21 +47,21 @@ TEST(TokenPinTest, AWrongPinFailsTheDiscovery) {
     EXPECT_EQ(client->set_key(0, "%01"), 1);
 }
 
-TEST(TokenPinTest, WithoutPinTheDiscoveryFails) {
+TEST(TokenPinTest, DiscoveryWithoutPinFails) {
     const SoftToken token("one");
     Client client;
     EXPECT_FALSE(client.discover(nullptr));
     EXPECT_EQ(client.error(), no_pin_text);
 }
 
-TEST(TokenPinTest, AnEmptyPinIsNoPin) {
+TEST(TokenPinTest, DiscoveryWithEmptyPinFailsAsWithoutPin) {
     const SoftToken token("one");
     Client client;
     EXPECT_FALSE(client.discover(""));
     EXPECT_EQ(client.error(), no_pin_text);
 }
 
-TEST(TokenPinTest, TheRightPinAfterAWrongOneWorks) {
+TEST(TokenPinTest, RightPinAfterWrongPinWorks) {
     const SoftToken token("one");
     Client client;
     ASSERT_FALSE(client.discover("654321"));
@@ -72,10 +72,10 @@ TEST(TokenPinTest, TheRightPinAfterAWrongOneWorks) {
     EXPECT_EQ(client.certificate_der(), token.certificate("login"));
 }
 
-TEST(TokenPinTest, AWrongPinFailsALoadThatNoDiscoveryPreceded) {
+TEST(TokenPinTest, LoadWithoutDiscoveryFailsWithWrongPin) {
     const SoftToken token("one");
     Client client;
-    configure_names(client);
+    configure_key_names(client);
     ASSERT_TRUE(client.read()) << client.error();
     ASSERT_EQ(client->set_pin("654321"), 0);
     ASSERT_EQ(client->notify_config_done(), 0);
@@ -85,10 +85,10 @@ TEST(TokenPinTest, AWrongPinFailsALoadThatNoDiscoveryPreceded) {
     EXPECT_EQ(client.key(), nullptr);
 }
 
-TEST(TokenPinTest, ALoadWithoutPinFailsBeforeTheEngineCouldAskForIt) {
+TEST(TokenPinTest, LoadWithoutPinFailsBeforeTheEnginePromptsForIt) {
     const SoftToken token("one");
     Client client;
-    configure_names(client);
+    configure_key_names(client);
     ASSERT_TRUE(client.read()) << client.error();
     ASSERT_EQ(client->notify_config_done(), 0);
     EXPECT_EQ(client->ossl_load(), 1);
@@ -96,10 +96,10 @@ TEST(TokenPinTest, ALoadWithoutPinFailsBeforeTheEngineCouldAskForIt) {
               "libp11_helper:198 Kes::Libp11Init::require_pin(): no PIN specified: val=11 (empty)");
 }
 
-TEST(TokenPinTest, ALoadWithTheRightPinNeedsNoDiscovery) {
+TEST(TokenPinTest, LoadWithoutDiscoveryWorksWithRightPin) {
     const SoftToken token("one");
     Client client;
-    configure_names(client);
+    configure_key_names(client);
     ASSERT_TRUE(client.read()) << client.error();
     ASSERT_EQ(client->set_pin(token_pin), 0);
     ASSERT_EQ(client->notify_config_done(), 0);
@@ -112,12 +112,12 @@ struct TerminalResult {
     std::string output;
 };
 
-/// Runs the function in a child process that has a terminal nobody types at.
+/// Runs the function in a child process with a terminal that receives no input.
 TerminalResult run_on_terminal(const std::function<int()>& function) {
     int terminal = -1;
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
-        ::alarm(20); // ends whoever waits for a key
+        ::alarm(20); // ends a child that waits for input
         std::exit(function());
     }
     TerminalResult result{-1, ""};
@@ -131,35 +131,35 @@ TerminalResult run_on_terminal(const std::function<int()>& function) {
 
 int load_once(const char* pin) {
     Client client;
-    configure_names(client);
+    configure_key_names(client);
     if (!client.read() || (pin != nullptr && client->set_pin(pin) != 0)) return 1;
     return client->notify_config_done() == 0 && client->ossl_load() == 1 && client->ossl_load() == 1 ? 0 : 2;
 }
 
-TEST(TerminalTest, ALoadWithAWrongPinAsksNobody) {
+TEST(PinPromptTest, LoadWithWrongPinDoesNotPromptForPin) {
     const SoftToken token("one");
     const auto [status, output] = run_on_terminal([] { return load_once("654321"); });
     EXPECT_EQ(status, 0);
     EXPECT_EQ(output.find("Enter PKCS#11"), std::string::npos) << output;
-    EXPECT_NE(output.find("Login failed"), std::string::npos) << output; // the engine's own words
+    EXPECT_NE(output.find("Login failed"), std::string::npos) << output; // the engine's own message
 }
 
-TEST(TerminalTest, ALoadWithoutPinAsksNobody) {
+TEST(PinPromptTest, LoadWithoutPinDoesNotPromptForPin) {
     const SoftToken token("one");
     const auto [status, output] = run_on_terminal([] { return load_once(nullptr); });
     EXPECT_EQ(status, 0);
     EXPECT_EQ(output, "");
 }
 
-TEST_F(WrappedTest, AReaderWithPinPadNeedsNoPin) {
+TEST_F(WrappedModuleTest, ReaderWithPinPadNeedsNoPin) {
     module->set_token_flags = 0x100; // CKF_PROTECTED_AUTHENTICATION_PATH
     ASSERT_TRUE(client.discover()) << client.error();
     EXPECT_FALSE(client->is_pin_required());
-    EXPECT_EQ(client.num_keys, 0U); // nobody typed the PIN on the pad
+    EXPECT_EQ(client.num_keys, 0U); // no PIN was entered on the pad
     EXPECT_EQ(module.calls(P11::login), 0U);
 }
 
-TEST_F(WrappedTest, ATokenThatNeedsNoLoginMakesAStoredPinForgotten) {
+TEST_F(WrappedModuleTest, StoredPinIsClearedWhenTheTokenNeedsNoLogin) {
     ASSERT_TRUE(client.read()) << client.error();
     ASSERT_EQ(client->set_pin(token_pin), 0);
     module->clear_token_flags = 0x4; // CKF_LOGIN_REQUIRED
@@ -171,23 +171,23 @@ TEST_F(WrappedTest, ATokenThatNeedsNoLoginMakesAStoredPinForgotten) {
     EXPECT_EQ(client.error(), no_pin_text);
 }
 
-TEST(NoTokenTest, AnEmptySlotOfSoftHsmIsATokenThatIsNotInitialized) {
+TEST(NoTokenTest, EmptySoftHsmSlotIsReportedAsUninitializedToken) {
     const SoftToken token("nothing");
     Client client;
     EXPECT_FALSE(client.discover());
     EXPECT_EQ(client.error(), not_initialized_text);
 }
 
-TEST_F(WrappedTest, AnUninitializedTokenBeforeTheOtherIsTakenAndRefused) {
+TEST_F(WrappedModuleTest, UninitializedTokenInTheFirstSlotIsSelectedAndRejected) {
     module->reverse_slots = 1;
     EXPECT_FALSE(client.discover());
     EXPECT_EQ(client.error(), not_initialized_text);
 }
 
-TEST_F(WrappedTest, EmptyReadersAreReportedAndACardInsertedLaterIsFound) {
+TEST_F(WrappedModuleTest, EmptyReadersAreReportedAndCardInsertedLaterIsFound) {
     module->no_token = 1;
     {
-        const KnownLeak slots; // where no token is found, the slots are left to libp11, which forgets them
+        const KnownLeak slots; // the library does not release the slots if it finds no token
         EXPECT_FALSE(client.read());
     }
     EXPECT_EQ(client.error(),
@@ -200,7 +200,7 @@ TEST_F(WrappedTest, EmptyReadersAreReportedAndACardInsertedLaterIsFound) {
     EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
 }
 
-TEST_F(WrappedTest, ACardPulledOutBeforeTheLoadFailsIt) {
+TEST_F(WrappedModuleTest, LoadFailsAfterCardRemoval) {
     ASSERT_TRUE(client.discover()) << client.error();
     module->removed = 1;
     EXPECT_FALSE(client.load());
@@ -209,7 +209,7 @@ TEST_F(WrappedTest, ACardPulledOutBeforeTheLoadFailsIt) {
     EXPECT_EQ(client.key(), nullptr);
 }
 
-TEST_F(WrappedTest, ACardPulledOutAfterTheLoadFailsTheSignature) {
+TEST_F(WrappedModuleTest, SigningFailsAfterCardRemoval) {
     ASSERT_TRUE(client.discover()) << client.error();
     ASSERT_TRUE(client.load()) << client.error();
     module->removed = 1;
@@ -218,7 +218,7 @@ TEST_F(WrappedTest, ACardPulledOutAfterTheLoadFailsTheSignature) {
     EXPECT_EQ(client->ossl_unload(), 0);
 }
 
-TEST(RemovedTokenTest, ATokenDeletedBeforeTheLoadFailsIt) {
+TEST(RemovedTokenTest, LoadFailsAfterTokenDeletion) {
     const SoftToken token("one");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -230,7 +230,7 @@ TEST(RemovedTokenTest, ATokenDeletedBeforeTheLoadFailsIt) {
                                          load_failed_end);
 }
 
-TEST(TwinTest, OfTwoTokensWithOneLabelOneServesKeyAndCertificateAfterADiscovery) {
+TEST(DuplicateLabelTest, KeyAndCertificateComeFromTheSameTokenAfterDiscovery) {
     const SoftToken token("twins");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -239,7 +239,7 @@ TEST(TwinTest, OfTwoTokensWithOneLabelOneServesKeyAndCertificateAfterADiscovery)
     EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
 }
 
-TEST(TwinTest, TwoTokensWithOneLabelAreRefusedWhenTheEngineHasToLogIn) {
+TEST(DuplicateLabelTest, LoadWithoutDiscoveryFails) {
     const SoftToken token("twins");
     Client client;
     client.cfg->set_priv_key_name("pkcs11:token=Twin;id=%01;type=private");
@@ -258,7 +258,7 @@ std::string module_failure(const std::string& path) {
            path + "': rc=-1\nerror:libp11:Unable to load PKCS#11 module:";
 }
 
-TEST(ModuleTest, WhatIsNoModuleIsRefusedAndTheRightOneIsTakenAfterwards) {
+TEST(ModuleTest, InvalidModuleFailsInitAndTheRightOneWorksAfterwards) {
     const SoftToken token("one");
     std::ofstream(token.file("text")) << "This is no library.\n";
     Client client;
@@ -287,7 +287,7 @@ std::string dso_failure(const std::string& path, const std::string& cause) {
            "found:";
 }
 
-TEST(EngineTest, WhatIsNoEngineIsRefusedAndTheRightOneIsTakenAfterwards) {
+TEST(EngineTest, InvalidEngineFailsTheLoadAndTheRightOneLoadsAfterwards) {
     const SoftToken token("one");
     std::ofstream(token.file("text"))
         << "This is no library, although it is longer than the header of one would be.\n";

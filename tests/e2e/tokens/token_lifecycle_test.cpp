@@ -1,4 +1,4 @@
-// Life after life in one process, and processes that end in the middle of one.
+// Several lifetimes of the interface object in one process, and processes that exit during one.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -17,21 +17,21 @@ std::size_t open_files() {
     return static_cast<std::size_t>(std::distance(begin(files), end(files)));
 }
 
-/// What the process has allocated: 0 where an allocator that does not tell is in use.
+/// The number of bytes that the process has allocated; 0 with an allocator that does not report it.
 std::size_t allocated() { return ::mallinfo2().uordblks; }
 
-/// How many rounds a test makes: the usual number, unless the environment wants fewer because each is slow.
-int rounds(int usual) {
+/// The number of repetitions in a test. The environment can set a lower limit where each one is slow.
+int repetitions(int usual) {
     const char* at_most = std::getenv("MARVO_TEST_ROUNDS");
     return at_most == nullptr ? usual : std::min(usual, std::atoi(at_most));
 }
 
-TEST(LifetimeTest, AThousandWithoutLoginLeaveNoFileAndNoMemoryBehind) {
+TEST(LifetimeTest, ThousandLifetimesWithoutLoginLeakNeitherFilesNorMemory) {
     const SoftToken token("one");
     std::size_t files = 0;
     std::size_t memory = 0;
     for (int i = 0; i < 1000; ++i) {
-        if (i == 100) { // what is made once is there by now
+        if (i == 100) { // everything that is allocated only once exists by now
             files = open_files();
             memory = allocated();
         }
@@ -39,14 +39,14 @@ TEST(LifetimeTest, AThousandWithoutLoginLeaveNoFileAndNoMemoryBehind) {
         ASSERT_TRUE(client.read()) << i << ": " << client.error();
     }
     EXPECT_EQ(open_files(), files);
-    constexpr std::size_t smallest_block =
-        32; // of this allocator; tables that settle may grow by a part of it
+    // The allocator's smallest block. Tables that still grow may add less than that in each lifetime.
+    constexpr std::size_t smallest_block = 32;
     EXPECT_LT(allocated(), memory + 900 * smallest_block);
 }
 
-TEST(LifetimeTest, EachOfManyWithLoginAndLoadSigns) {
+TEST(LifetimeTest, LoadedKeySignsInEachOfManyLifetimes) {
     const SoftToken token("two");
-    for (int i = 0; i < rounds(20); ++i) {
+    for (int i = 0; i < repetitions(20); ++i) {
         Client client;
         ASSERT_TRUE(client.discover()) << i << ": " << client.error();
         ASSERT_TRUE(client.load(i % 2 == 0 ? "%01" : "%02")) << i << ": " << client.error();
@@ -71,7 +71,7 @@ TEST(LifetimeTest, EnginesFromDifferentPathsSignInAnyOrder) {
     }
 }
 
-TEST(LifetimeTest, AWrongPinIsRefusedInEachLifetimeAfterARightOne) {
+TEST(LifetimeTest, WrongPinIsRejectedInALifetimeAfterOneWithTheRightPin) {
     const SoftToken token("one");
     for (int i = 0; i < 3; ++i) {
         {
@@ -84,7 +84,7 @@ TEST(LifetimeTest, AWrongPinIsRefusedInEachLifetimeAfterARightOne) {
     }
 }
 
-TEST(LifetimeTest, AnotherTokenMayServeTheNextOne) {
+TEST(LifetimeTest, NextLifetimeCanUseAnotherToken) {
     for (const char* name : {"first", "second"}) {
         const SoftToken token("two");
         Client client;
@@ -96,7 +96,7 @@ TEST(LifetimeTest, AnotherTokenMayServeTheNextOne) {
     }
 }
 
-TEST(LifetimeTest, WhileAKeyOfAnEarlierOneIsHeldALoadFailsAndTellsWhy) {
+TEST(LifetimeTest, LoadFailsAndLogsTheReasonWhileTheClientHoldsAnEarlierKey) {
     const SoftToken token("one");
     EVP_PKEY* held = nullptr;
     {
@@ -124,14 +124,14 @@ TEST(LifetimeTest, WhileAKeyOfAnEarlierOneIsHeldALoadFailsAndTellsWhy) {
     EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
 }
 
-TEST(LifetimeTest, AClientThatLoadsTheLibraryItselfMayCloseItAfterEachOne) {
+TEST(LifetimeTest, ClientCanCloseTheLibraryAfterEachLifetime) {
     const SoftToken token("one");
     const std::string command = MARVO_DLOPEN_CLIENT " " MARVO_LIBRARY " " + softhsm_module() + " " +
                                 pkcs11_engine() + " 3 2>&1 </dev/null";
     EXPECT_EQ(shell_output(command), "loaded a key\nloaded a key\nloaded a key\nno engine: /nowhere\ndone\n");
 }
 
-TEST(RoundTest, AnotherKeyIsLoadedAfterANewRead) {
+TEST(RepeatedLoadTest, AnotherKeyIsLoadedAfterReadingTheCardAgain) {
     const SoftToken token("two");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -147,7 +147,7 @@ TEST(RoundTest, AnotherKeyIsLoadedAfterANewRead) {
         }
 }
 
-TEST(RoundTest, ALoadedKeySignsWhileTheCardIsReadAgain) {
+TEST(RepeatedLoadTest, LoadedKeySignsWhileTheCardIsReadAgain) {
     const SoftToken token("two");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -158,7 +158,7 @@ TEST(RoundTest, ALoadedKeySignsWhileTheCardIsReadAgain) {
     EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
 }
 
-TEST(RoundTest, AfterAnUnloadOnlyANewRoundLoads) {
+TEST(RepeatedLoadTest, LoadAfterUnloadNeedsReadingTheCardAgain) {
     const SoftToken token("one");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -176,7 +176,7 @@ TEST(RoundTest, AfterAnUnloadOnlyANewRoundLoads) {
     }
 }
 
-TEST(RoundTest, ASecondLoadKeepsKeyAndCertificate) {
+TEST(RepeatedLoadTest, SecondLoadKeepsKeyAndCertificate) {
     const SoftToken token("one");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -188,30 +188,30 @@ TEST(RoundTest, ASecondLoadKeepsKeyAndCertificate) {
     EXPECT_EQ(client.certificate(), certificate);
 }
 
-class ManyRoundsTest : public testing::Test {
+class RepeatedScanTest : public testing::Test {
 protected:
-    static constexpr long slack = 1024; // for each round: less than the slots of one reader
+    static constexpr long slack = 1024; // bytes for each repetition; the slots of one reader need more
 
-    /// What each of many rounds leaves allocated, in bytes.
-    template <typename Round>
-    static long growth(Round round) {
-        for (int i = 0; i < rounds(10); ++i) // what is made once is there afterwards
-            round();
+    /// The number of bytes that each of many repetitions leaks, on average.
+    template <typename Action>
+    static long growth(Action action) {
+        for (int i = 0; i < repetitions(10); ++i) // makes all allocations that happen only once
+            action();
         const auto before = static_cast<long>(allocated());
-        for (int i = 0; i < rounds(200); ++i)
-            round();
-        return (static_cast<long>(allocated()) - before) / rounds(200);
+        for (int i = 0; i < repetitions(200); ++i)
+            action();
+        return (static_cast<long>(allocated()) - before) / repetitions(200);
     }
 
-    /// The same libp11 calls without the library: libp11 itself keeps a little of each round.
-    static long growth_by_hand() {
-        ByHand by_hand(WrappedModule::path());
+    /// The growth with direct libp11 calls: libp11 itself leaks a little in each repetition.
+    static long growth_with_direct_calls() {
+        DirectLibp11Client direct(WrappedModule::path());
         const long bytes = growth([&] {
-            by_hand.read();
-            EXPECT_TRUE(by_hand.log_in(token_pin));
-            EXPECT_EQ(by_hand.scan(), 1U);
+            direct.read();
+            EXPECT_TRUE(direct.log_in(token_pin));
+            EXPECT_EQ(direct.scan(), 1U);
         });
-        by_hand.end();
+        direct.end();
         return bytes;
     }
 
@@ -230,27 +230,27 @@ protected:
     const WrappedModule module;
 };
 
-TEST_F(ManyRoundsTest, OfReadingAndScanningLeaveNoFileNoSessionAndNoMemoryBehind) {
-    const long by_hand = growth_by_hand();
+TEST_F(RepeatedScanTest, ReadingAndScanningLeakNeitherFilesNorSessionsNorMemory) {
+    const long direct_growth = growth_with_direct_calls();
     EXPECT_EQ(module->open_sessions, 0U);
     Client client;
     set_up(client);
     const std::size_t files = open_files();
     const std::uint64_t sessions = module->open_sessions;
     EXPECT_GT(sessions, 0U);
-    EXPECT_LE(growth([&] { read_and_scan(client); }), by_hand + slack);
+    EXPECT_LE(growth([&] { read_and_scan(client); }), direct_growth + slack);
     EXPECT_EQ(open_files(), files);
     EXPECT_EQ(module->open_sessions, sessions);
     client.end();
     EXPECT_EQ(module->open_sessions, 0U);
-    EXPECT_EQ(module.calls(P11::initialize), 2U); // once by hand
+    EXPECT_EQ(module.calls(P11::initialize), 2U); // one of them by the direct client
     EXPECT_EQ(module.calls(P11::finalize), 2U);
 }
 
-TEST_F(ManyRoundsTest, AfterALoadKeepSlotsUntilTheDestroyGivesThemBack) {
-    constexpr long kept = 16 * 1024; // at most, of each round
+TEST_F(RepeatedScanTest, SlotsOfRepeatedReadsAfterALoadAreReleasedByDestroy) {
+    constexpr long kept = 16 * 1024; // bytes at most in each repetition
     long memory = 0;
-    for (const bool is_first : {true, false}) { // what is made once is there after the first
+    for (const bool is_first : {true, false}) { // the first makes all allocations that happen only once
         if (!is_first) memory = static_cast<long>(allocated());
         Client client;
         set_up(client);
@@ -262,46 +262,47 @@ TEST_F(ManyRoundsTest, AfterALoadKeepSlotsUntilTheDestroyGivesThemBack) {
         client.end();
         EXPECT_EQ(module->open_sessions, 0U);
     }
-    EXPECT_LE(static_cast<long>(allocated()) - memory, kept); // all rounds together
+    EXPECT_LE(static_cast<long>(allocated()) - memory, kept); // in all repetitions together
 }
 
-/// Goes that many steps of the usual way.
-int go(Client& client, int steps) {
+/// Runs the first steps of a typical sequence.
+/// @return the number of the step that failed; 0 if none did
+int run_steps(Client& client, int count) {
     EVP_PKEY* key = nullptr;
     X509* certificate = nullptr;
-    const std::function<int()> way[] = {[&] { return client->version_check(4); },
-                                        [&] { return client->init(client.cfg); },
-                                        [&] { return client->read_scard(); },
-                                        [&] { return client->set_pin(token_pin); },
-                                        [&] { return client->discover_keys(&client.num_keys); },
-                                        [&] { return client->set_key(std::size_t{0}); },
-                                        [&] { return client->notify_config_done(); },
-                                        [&] { return client->ossl_load(); },
-                                        [&] { return client->ossl_get_private_key(&key); },
-                                        [&] { return client->ossl_get_certificate(&certificate); },
-                                        [&] { return signing_problem(key, certificate).empty() ? 0 : 1; },
-                                        [&] { return client->ossl_unload(); }};
-    for (int i = 0; i < steps; ++i)
-        if (way[i]() != 0) return i + 1;
+    const std::function<int()> steps[] = {[&] { return client->version_check(4); },
+                                          [&] { return client->init(client.cfg); },
+                                          [&] { return client->read_scard(); },
+                                          [&] { return client->set_pin(token_pin); },
+                                          [&] { return client->discover_keys(&client.num_keys); },
+                                          [&] { return client->set_key(std::size_t{0}); },
+                                          [&] { return client->notify_config_done(); },
+                                          [&] { return client->ossl_load(); },
+                                          [&] { return client->ossl_get_private_key(&key); },
+                                          [&] { return client->ossl_get_certificate(&certificate); },
+                                          [&] { return signing_problem(key, certificate).empty() ? 0 : 1; },
+                                          [&] { return client->ossl_unload(); }};
+    for (int i = 0; i < count; ++i)
+        if (steps[i]() != 0) return i + 1;
     return 0;
 }
 
 class ExitTest : public testing::TestWithParam<int> {};
 
-TEST_P(ExitTest, AProcessThatEndsAfterThisStepEndsWell) {
+TEST_P(ExitTest, ProcessThatEndsAfterThisStepExitsCleanly) {
     const SoftToken token("one");
     EXPECT_EQ(status_of_child([] {
-                  static auto* const client = new Client; // it has no end: exit() comes first
-                  return go(*client, GetParam());
+                  static auto* const client = new Client; // never destroyed: exit() comes first
+                  return run_steps(*client, GetParam());
               }),
               0);
 }
 
-TEST_P(ExitTest, ADestroyAfterThisStepAndTheEndOfTheProcessGoWell) {
+TEST_P(ExitTest, ProcessThatCallsDestroyAfterThisStepExitsCleanly) {
     const SoftToken token("one");
     EXPECT_EQ(status_of_child([] {
                   Client client;
-                  const int failed_step = go(client, GetParam());
+                  const int failed_step = run_steps(client, GetParam());
                   client.end();
                   return failed_step;
               }),

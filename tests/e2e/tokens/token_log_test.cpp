@@ -1,4 +1,4 @@
-// The whole log of whole runs, line by line.
+// The complete logs of complete runs.
 #include <gtest/gtest.h>
 #include <regex>
 
@@ -8,8 +8,8 @@
 namespace Kes::test {
 namespace {
 
-/// A log line without what differs from run to run: time, thread, build, and what SoftHSM made up for the
-/// token.
+/// Masks what differs from run to run: time, thread, build, and the slot id and serial number that SoftHSM
+/// generated.
 std::string masked_line(const std::string& line) {
     static const std::regex slot("SoftHSM slot ID 0x[0-9a-f]+");
     static const std::regex serial("(serialnr:      )[0-9a-f]{16}$");
@@ -17,7 +17,7 @@ std::string masked_line(const std::string& line) {
     return std::regex_replace(std::regex_replace(text, slot, "SoftHSM slot ID SLOT"), serial, "$1SERIAL");
 }
 
-/// The log as one text, with the names of this run's files replaced.
+/// The masked log as one text, with this run's file names replaced.
 std::string masked_log(const std::string& log, const std::string& logfile) {
     std::string text;
     for (const std::string& line : split_lines(log))
@@ -93,7 +93,7 @@ const std::string last_traces = R"(<trace> destroyed Pkcs11Libp11PkoIdScanner ob
 <trace> destroyed PkoIdList object
 )";
 
-TEST(LogTest, ATypicalRunIsWrittenLineByLine) {
+TEST(LogTest, TypicalRunWritesExactlyTheExpectedLines) {
     const SoftToken token("one");
     Client client;
     ASSERT_EQ(client->version_check(4), 0);
@@ -112,7 +112,7 @@ TEST(LogTest, ATypicalRunIsWrittenLineByLine) {
                   "<info> unloading engine: id=pkcs11\n" + stop + last_traces);
 }
 
-TEST(LogTest, ARunWithAFailingLoginTellsTheReason) {
+TEST(LogTest, FailedLoginIsLoggedWithItsReason) {
     const SoftToken token("one");
     Client client;
     ASSERT_FALSE(client.discover("654321"));
@@ -127,7 +127,7 @@ TEST(LogTest, ARunWithAFailingLoginTellsTheReason) {
                   called_destroy + stop + last_traces);
 }
 
-/// A run up to read_scard(), in the process that calls it.
+/// Calls init() and read_scard().
 int short_run(const std::string& logfile, bool append) {
     Client client;
     client.cfg->set_logfile(logfile.c_str());
@@ -145,7 +145,7 @@ std::string short_log(const std::string& append) {
     return start + init_before_settings + settings_after_init(shown) + read_scard + called_destroy + stop;
 }
 
-TEST(LogTest, AnAppendingRunOfAnotherProcessStartsWithABanner) {
+TEST(LogTest, AppendingRunInAnotherProcessStartsWithBanner) {
     const SoftToken token("one");
     const std::string logfile = token.file("log");
     ASSERT_EQ(status_of_child([&] { return short_run(logfile, false); }), 0);
@@ -154,7 +154,7 @@ TEST(LogTest, AnAppendingRunOfAnotherProcessStartsWithABanner) {
               short_log("false") + "[[[ ------ restart logger at TIME ------]]]\n" + short_log("true"));
 }
 
-TEST(LogTest, AnAppendingRunOfTheSameProcessStartsWithABanner) {
+TEST(LogTest, AppendingRunInTheSameProcessStartsWithBanner) {
     const SoftToken token("one");
     const std::string logfile = token.file("log");
     ASSERT_EQ(short_run(logfile, false), 0);
@@ -163,7 +163,7 @@ TEST(LogTest, AnAppendingRunOfTheSameProcessStartsWithABanner) {
               short_log("false") + "[[[ ------ restart logger at TIME ------]]]\n" + short_log("true"));
 }
 
-TEST(LogTest, ARunThatDoesNotAppendEmptiesTheFile) {
+TEST(LogTest, RunWithoutAppendingTruncatesTheFile) {
     const SoftToken token("one");
     const std::string logfile = token.file("log");
     ASSERT_EQ(short_run(logfile, true), 0);

@@ -10,10 +10,10 @@
 
 namespace {
 
-/// The engine asks for a PIN on the controlling terminal when it has none that fits. Here that must never
-/// wait for somebody.
-void leave_terminal() {
-    if (::setsid() < 0) { // a group leader cannot, but can let go of its terminal
+/// The engine prompts for a PIN on the controlling terminal when it has no valid one. A test must never wait
+/// for such input.
+void detach_from_terminal() {
+    if (::setsid() < 0) { // fails for a process group leader, which can detach instead
         const int terminal = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
         if (terminal >= 0) {
             ::ioctl(terminal, TIOCNOTTY);
@@ -26,15 +26,15 @@ void leave_terminal() {
 } // namespace
 
 #ifdef __SANITIZE_ADDRESS__
-/// What the engine itself allocates and forgets, when it cannot list the slots or gives up within a name.
-/// Keys and certificates that it hands out are OpenSSL's allocations, and stay watched.
+/// Ignores memory that the engine itself leaks when it cannot list the slots or cannot parse a key name.
+/// OpenSSL allocates the keys and certificates that the engine returns, so their leaks are still found.
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
     return "leak:/pkcs11.so$\n";
 }
 #endif
 
 int main(int argc, char** argv) {
-    leave_terminal();
+    detach_from_terminal();
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

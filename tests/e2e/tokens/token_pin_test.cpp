@@ -1,4 +1,4 @@
-// Where the PIN is left, and how often a card is asked to judge one.
+// Copies of the PIN in memory, and the number of login attempts on the card.
 #include <array>
 #include <gtest/gtest.h>
 #include <span>
@@ -11,38 +11,37 @@ namespace Kes::test {
 namespace {
 
 constexpr std::size_t pin_length = 22;
-constexpr unsigned char veil = 0x5a;
+constexpr unsigned char mask = 0x5a;
 
-/// The PIN as this program keeps it: nowhere in its memory does the PIN itself stand, but where Canary puts
-/// it.
+/// The PIN in masked form, so that this program's memory contains the PIN itself only in ClearPin objects.
 template <std::size_t size>
-consteval std::array<unsigned char, pin_length> veiled(const char (&text)[size]) {
+consteval std::array<unsigned char, pin_length> masked(const char (&text)[size]) {
     static_assert(size == pin_length + 1);
     std::array<unsigned char, pin_length> bytes{};
     for (std::size_t i = 0; i < pin_length; ++i)
-        bytes[i] = static_cast<unsigned char>(text[i]) ^ veil;
+        bytes[i] = static_cast<unsigned char>(text[i]) ^ mask;
     return bytes;
 }
 
-using Veiled = std::array<unsigned char, pin_length>;
-constexpr Veiled right_pin = veiled("Kanarienvogel-7391-Pin"); // of the prepared token "canary"
-constexpr Veiled wrong_pin = veiled("Kohlmeise-in-der-Grube");
+using MaskedPin = std::array<unsigned char, pin_length>;
+constexpr MaskedPin right_pin = masked("Kanarienvogel-7391-Pin"); // of the prepared token "canary"
+constexpr MaskedPin wrong_pin = masked("Kohlmeise-in-der-Grube");
 
-/// The PIN in clear, wiped with the object.
-class Clear {
+/// The unmasked PIN, wiped by the destructor.
+class ClearPin {
 public:
-    explicit Clear(const Veiled& pin) {
+    explicit ClearPin(const MaskedPin& pin) {
         volatile char* out = text_.data();
         for (std::size_t i = 0; i < pin_length; ++i)
-            out[i] = static_cast<char>(pin[i] ^ veil);
+            out[i] = static_cast<char>(pin[i] ^ mask);
     }
-    ~Clear() {
+    ~ClearPin() {
         volatile char* out = text_.data();
         for (std::size_t i = 0; i < text_.size(); ++i)
             out[i] = 0;
     }
-    Clear(const Clear&) = delete;
-    Clear& operator=(const Clear&) = delete;
+    ClearPin(const ClearPin&) = delete;
+    ClearPin& operator=(const ClearPin&) = delete;
 
     char* text() { return text_.data(); }
 
@@ -50,44 +49,44 @@ private:
     std::array<char, pin_length + 1> text_{};
 };
 
-/// The end of the PIN: the allocator writes over the beginning of what is freed, so a copy that nobody wiped
-/// shows by its end alone.
-VeiledText end_of(const Veiled& pin) {
-    constexpr std::size_t lost_length = 16;
-    return {std::span(pin).subspan(lost_length), veil};
+/// The end of the PIN. The allocator overwrites the beginning of freed blocks, so only the end of a copy that
+/// was not wiped can be found.
+VeiledText end_of(const MaskedPin& pin) {
+    constexpr std::size_t overwritten_length = 16;
+    return {std::span(pin).subspan(overwritten_length), mask};
 }
 
-int copies_of(const Veiled& pin) { return static_cast<int>(count_in_memory(end_of(pin))); }
+int copies_of(const MaskedPin& pin) { return static_cast<int>(count_in_memory(end_of(pin))); }
 
-bool log_in(ByHand& by_hand, const Veiled& pin) {
-    Clear clear(pin);
-    return by_hand.log_in(clear.text());
+bool log_in(DirectLibp11Client& direct, const MaskedPin& pin) {
+    ClearPin clear(pin);
+    return direct.log_in(clear.text());
 }
 
-bool load(ByHand& by_hand, const Veiled& pin) {
-    Clear clear(pin);
-    return by_hand.load(clear.text(), "Canary");
+bool load(DirectLibp11Client& direct, const MaskedPin& pin) {
+    ClearPin clear(pin);
+    return direct.load(clear.text(), "Canary");
 }
 
-bool set_pin(const Client& client, const Veiled& pin) {
-    Clear clear(pin);
+bool set_pin(const Client& client, const MaskedPin& pin) {
+    ClearPin clear(pin);
     return client->set_pin(clear.text()) == 0;
 }
 
-bool discover(Client& client, const Veiled& pin) {
+bool discover(Client& client, const MaskedPin& pin) {
     return client.read() && set_pin(client, pin) && client->discover_keys(&client.num_keys) == 0;
 }
 
-constexpr int failed = 99; // no number of copies
+constexpr int failed = 99; // not a possible number of copies
 
-/// How many copies of the PIN a child process has in its memory after that.
-int copies_after(const Veiled& pin, const std::function<bool()>& action) {
+/// The number of copies of the PIN in the memory of a child process after the action.
+int copies_after(const MaskedPin& pin, const std::function<bool()>& action) {
     return status_of_child([&] { return action() ? copies_of(pin) : failed; });
 }
 
-/// Objects that stay alive while the memory is searched, and until the child process ends.
-ByHand& by_hand() {
-    static ByHand& object = *new ByHand(softhsm_module());
+/// Never destroyed, so that it still exists when the memory is searched; the same for client().
+DirectLibp11Client& direct_client() {
+    static DirectLibp11Client& object = *new DirectLibp11Client(softhsm_module());
     return object;
 }
 
@@ -101,21 +100,21 @@ protected:
     const SoftToken token{"canary"};
 };
 
-TEST_F(PinMemoryTest, TheSearchFindsWhatIsThere) {
+TEST_F(PinMemoryTest, SearchFindsEveryCopy) {
     EXPECT_EQ(copies_of(right_pin), 0);
     {
-        const Clear on_stack(right_pin);
-        const auto on_heap = std::make_unique<Clear>(right_pin);
+        const ClearPin on_stack(right_pin);
+        const auto on_heap = std::make_unique<ClearPin>(right_pin);
         EXPECT_EQ(copies_of(right_pin), 2);
     }
     EXPECT_EQ(copies_of(right_pin), 0);
 }
 
-TEST_F(PinMemoryTest, AStoredPinIsThereOnce) {
+TEST_F(PinMemoryTest, StoredPinIsInMemoryOnce) {
     EXPECT_EQ(copies_after(right_pin, [] { return client().read() && set_pin(client(), right_pin); }), 1);
 }
 
-TEST_F(PinMemoryTest, AReplacedPinIsGone) {
+TEST_F(PinMemoryTest, ReplacedPinIsWiped) {
     EXPECT_EQ(copies_after(right_pin,
                            [] {
                                return client().read() && set_pin(client(), right_pin) &&
@@ -124,24 +123,24 @@ TEST_F(PinMemoryTest, AReplacedPinIsGone) {
               0);
 }
 
-TEST_F(PinMemoryTest, APinReplacedAfterTheLoginIsLeftWhereLibp11LeavesIt) {
-    const int without_us = copies_after(right_pin, [] { return log_in(by_hand(), right_pin); });
-    EXPECT_EQ(without_us, 1);
+TEST_F(PinMemoryTest, ReplacingThePinAfterLoginLeavesOnlyTheCopyOfLibp11) {
+    const int direct_copies = copies_after(right_pin, [] { return log_in(direct_client(), right_pin); });
+    EXPECT_EQ(direct_copies, 1);
     EXPECT_EQ(
         copies_after(right_pin, [] { return discover(client(), right_pin) && set_pin(client(), wrong_pin); }),
-        without_us);
+        direct_copies);
 }
 
-TEST_F(PinMemoryTest, AfterAFailedLoginOnlyTheStoredPinIsThere) {
-    EXPECT_EQ(copies_after(wrong_pin, [] { return !log_in(by_hand(), wrong_pin); }), 0);
+TEST_F(PinMemoryTest, OnlyTheStoredPinIsInMemoryAfterAFailedLogin) {
+    EXPECT_EQ(copies_after(wrong_pin, [] { return !log_in(direct_client(), wrong_pin); }), 0);
     EXPECT_EQ(copies_after(wrong_pin, [] { return !discover(client(), wrong_pin); }), 1);
     EXPECT_EQ(copies_after(wrong_pin,
                            [] { return !discover(client(), wrong_pin) && set_pin(client(), right_pin); }),
               0);
 }
 
-TEST_F(PinMemoryTest, AfterALoadThatFailedForThePinOnlyTheStoredPinIsThere) {
-    EXPECT_EQ(copies_after(wrong_pin, [] { return !load(by_hand(), wrong_pin); }), 0);
+TEST_F(PinMemoryTest, OnlyTheStoredPinIsInMemoryAfterALoadWithAWrongPin) {
+    EXPECT_EQ(copies_after(wrong_pin, [] { return !load(direct_client(), wrong_pin); }), 0);
     const auto fail_to_load = [] {
         client().cfg->set_priv_key_name("pkcs11:token=Canary;id=%01;type=private");
         return client().read() && set_pin(client(), wrong_pin) && client()->notify_config_done() == 0 &&
@@ -157,15 +156,15 @@ TEST_F(PinMemoryTest, AfterALoadThatFailedForThePinOnlyTheStoredPinIsThere) {
               0);
 }
 
-TEST_F(PinMemoryTest, WhileAKeyIsLoadedOnlyTheStoredPinIsMoreThanByHand) {
-    const int without_us =
-        copies_after(right_pin, [] { return log_in(by_hand(), right_pin) && load(by_hand(), right_pin); });
-    EXPECT_EQ(without_us, 2);
+TEST_F(PinMemoryTest, LoadedKeyAddsOnlyTheStoredPinToTheCopiesOfDirectCalls) {
+    const int direct_copies = copies_after(
+        right_pin, [] { return log_in(direct_client(), right_pin) && load(direct_client(), right_pin); });
+    EXPECT_EQ(direct_copies, 2);
     EXPECT_EQ(copies_after(right_pin, [] { return discover(client(), right_pin) && client().load(); }),
-              without_us + 1);
+              direct_copies + 1);
 }
 
-TEST_F(PinMemoryTest, AfterDestroyThePinIsGone) {
+TEST_F(PinMemoryTest, DestroyWipesThePin) {
     EXPECT_EQ(copies_after(right_pin,
                            [] {
                                if (!discover(client(), right_pin)) return false;
@@ -175,11 +174,12 @@ TEST_F(PinMemoryTest, AfterDestroyThePinIsGone) {
               0);
 }
 
-TEST_F(PinMemoryTest, AfterLoadAndDestroyThePinIsGoneWhereByHandTheEngineKeepsIt) {
+TEST_F(PinMemoryTest, DestroyAfterLoadWipesThePinThatTheEngineKeepsWithDirectCalls) {
     EXPECT_EQ(copies_after(right_pin,
                            [] {
-                               if (!log_in(by_hand(), right_pin) || !load(by_hand(), right_pin)) return false;
-                               by_hand().end();
+                               if (!log_in(direct_client(), right_pin) || !load(direct_client(), right_pin))
+                                   return false;
+                               direct_client().end();
                                return true;
                            }),
               1);
@@ -192,7 +192,7 @@ TEST_F(PinMemoryTest, AfterLoadAndDestroyThePinIsGoneWhereByHandTheEngineKeepsIt
               0);
 }
 
-TEST_F(PinMemoryTest, AfterManyLifetimesThePinIsGone) {
+TEST_F(PinMemoryTest, PinIsWipedAfterManyLifetimes) {
     EXPECT_EQ(copies_after(right_pin,
                            [] {
                                for (int i = 0; i < 5; ++i) {
@@ -204,7 +204,7 @@ TEST_F(PinMemoryTest, AfterManyLifetimesThePinIsGone) {
               0);
 }
 
-TEST_F(PinMemoryTest, ThePinIsInNoTextOfTheLibrary) {
+TEST_F(PinMemoryTest, LogAndMessagesDoNotContainThePin) {
     Client one;
     std::string texts;
     const auto collect = [&] {
@@ -226,7 +226,7 @@ TEST_F(PinMemoryTest, ThePinIsInNoTextOfTheLibrary) {
     EXPECT_EQ(count_in(texts, end_of(wrong_pin)), 0U);
 }
 
-/// How often the card is asked.
+/// Counts the login attempts on the card.
 class LoginCountTest : public testing::Test {
 protected:
     LoginCountTest() {
@@ -242,20 +242,20 @@ protected:
     Client client;
 };
 
-TEST_F(LoginCountTest, ADiscoveryWithAWrongPinAsksOnceEachTime) {
+TEST_F(LoginCountTest, EachDiscoveryWithWrongPinLogsInOnce) {
     EXPECT_FALSE(discover(client, wrong_pin));
     EXPECT_EQ(logins(), 1U);
     EXPECT_EQ(client->discover_keys(&client.num_keys), 1);
     EXPECT_EQ(logins(), 2U);
 }
 
-TEST_F(LoginCountTest, ADiscoveryWithoutPinAsksNever) {
+TEST_F(LoginCountTest, DiscoveryWithoutPinDoesNotLogIn) {
     EXPECT_FALSE(client.discover(nullptr));
     EXPECT_FALSE(client->set_pin("") == 0 && client->discover_keys(&client.num_keys) == 0);
     EXPECT_EQ(logins(), 0U);
 }
 
-TEST_F(LoginCountTest, ALoadWithAWrongPinAsksOnce) {
+TEST_F(LoginCountTest, EachLoadWithWrongPinLogsInOnce) {
     ASSERT_TRUE(client.read());
     ASSERT_TRUE(set_pin(client, wrong_pin));
     ASSERT_EQ(client->notify_config_done(), 0);
@@ -265,14 +265,14 @@ TEST_F(LoginCountTest, ALoadWithAWrongPinAsksOnce) {
     EXPECT_EQ(logins(), 2U);
 }
 
-TEST_F(LoginCountTest, ALoadWithoutPinAsksNever) {
+TEST_F(LoginCountTest, LoadWithoutPinDoesNotLogIn) {
     ASSERT_TRUE(client.read());
     ASSERT_EQ(client->notify_config_done(), 0);
     EXPECT_EQ(client->ossl_load(), 1);
     EXPECT_EQ(logins(), 0U);
 }
 
-TEST_F(LoginCountTest, ALoadWithAnEmptyPinAsksNever) {
+TEST_F(LoginCountTest, LoadWithEmptyPinDoesNotLogIn) {
     ASSERT_TRUE(client.read());
     ASSERT_EQ(client->set_pin(""), 0);
     ASSERT_EQ(client->notify_config_done(), 0);
@@ -280,18 +280,19 @@ TEST_F(LoginCountTest, ALoadWithAnEmptyPinAsksNever) {
     EXPECT_EQ(logins(), 0U);
 }
 
-TEST_F(LoginCountTest, ARightPinIsAskedForAsOftenAsByHand) {
+TEST_F(LoginCountTest, RightPinIsUsedAsOftenAsWithDirectCalls) {
     ASSERT_EQ(status_of_child([] {
-                  static auto* const object = new ByHand(WrappedModule::path()); // alive, so not leaked
+                  // Reachable until the process exits, so not a leak.
+                  static auto* const object = new DirectLibp11Client(WrappedModule::path());
                   return log_in(*object, right_pin) && load(*object, right_pin) ? 0 : 1;
               }),
               0);
-    const auto without_us = logins();
-    EXPECT_GE(without_us, 1U);
+    const auto direct_logins = logins();
+    EXPECT_GE(direct_logins, 1U);
     ASSERT_TRUE(discover(client, right_pin));
-    EXPECT_EQ(logins(), without_us + 1);
+    EXPECT_EQ(logins(), direct_logins + 1);
     ASSERT_TRUE(client.load());
-    EXPECT_EQ(logins(), 2 * without_us);
+    EXPECT_EQ(logins(), 2 * direct_logins);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What tokens hold, and what of it a client gets.
+// Which objects of a token a client gets.
 #include <algorithm>
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ INSTANTIATE_TEST_SUITE_P(Keys, TokenKeyTest,
                                          KeyCase{"expired", "%09"}, KeyCase{"long_id", "%0a%0b%0c"}),
                          [](const auto& test) { return test.param.name; });
 
-TEST(TokenTest, KeysWithACertificateAreOfferedAndNothingElse) {
+TEST(TokenTest, OnlyKeysWithACertificateAreOffered) {
     const SoftToken token("keys");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -43,7 +43,7 @@ TEST(TokenTest, KeysWithACertificateAreOfferedAndNothingElse) {
                                          "Test Keys: renewed", "Test Keys: rsa2048", "Test Keys: rsa3072"}));
 }
 
-TEST(TokenTest, EveryKeyIsLoadedByItsNumberToo) {
+TEST(TokenTest, EveryKeyCanBeLoadedByItsNumber) {
     const SoftToken token("two");
     for (std::size_t number : {0U, 1U})
         EXPECT_EQ(status_of_child([&] {
@@ -58,7 +58,7 @@ TEST(TokenTest, EveryKeyIsLoadedByItsNumberToo) {
                   0);
 }
 
-TEST(TokenTest, AKeyWithoutCertificateIsNamedInOneWarningAndCannotBeChosen) {
+TEST(TokenTest, KeyWithoutCertificateIsLoggedInOneWarningAndCannotBeSelected) {
     const SoftToken token("keys");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -76,7 +76,7 @@ TEST(TokenTest, AKeyWithoutCertificateIsNamedInOneWarningAndCannotBeChosen) {
         "ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key(): specified key not found: val=8 (not_found)");
 }
 
-TEST(TokenTest, ACertificateWithoutKeyIsListedButNotOffered) {
+TEST(TokenTest, CertificateWithoutKeyIsLoggedButNotOffered) {
     const SoftToken token("keys");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -85,19 +85,19 @@ TEST(TokenTest, ACertificateWithoutKeyIsListedButNotOffered) {
     EXPECT_EQ(client->set_key(0, "%0d"), 1);
 }
 
-TEST(TokenTest, OfTwoCertificatesWithOneIdOneIsHandedOut) {
+TEST(TokenTest, OneOfTwoCertificatesWithTheSameIdIsLoaded) {
     const SoftToken token("keys");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
     ASSERT_TRUE(client.load("%06")) << client.error();
     EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
-    // Which one is the token's affair: SoftHSM lists its objects in no fixed order.
+    // The token decides which one: SoftHSM lists its objects in no fixed order.
     const bool is_second = client.has_logged("<info>   subject: CN=renewed two");
     EXPECT_NE(client.has_logged("<info>   subject: CN=renewed one"), is_second);
     EXPECT_EQ(client.certificate_der(), token.certificate(is_second ? "renewed_two" : "renewed"));
 }
 
-TEST(TokenTest, OfTwoCertificatesWithOneIdTheFirstOfTheScanJudgesTheKey) {
+TEST(TokenTest, FilterUsesTheFirstScannedOfTwoCertificatesWithTheSameId) {
     const SoftToken token("keys");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -105,22 +105,22 @@ TEST(TokenTest, OfTwoCertificatesWithOneIdTheFirstOfTheScanJudgesTheKey) {
         " [type=certificate, key_type=0, name=pkcs11:token=Test Keys;id=%06;type=cert, "
         "cluster_name=%06]";
     const std::string handling = "<info> handling ";
-    Names listed, judged;
+    Names listed, matched;
     std::string previous;
     for (const std::string& line : client.log_lines()) {
         if (line.starts_with(handling) && line.ends_with(record))
             listed.push_back(line.substr(handling.size()));
         else if (previous == "<info>   corresponding cert:" && line.ends_with(record))
-            judged.push_back(line);
+            matched.push_back(line);
         previous = line;
     }
     ASSERT_EQ(listed.size(), 2U);
-    EXPECT_EQ(judged, Names{listed.front()});
+    EXPECT_EQ(matched, Names{listed.front()});
     std::sort(listed.begin(), listed.end());
     EXPECT_EQ(listed, (Names{"Test Keys: renewed" + record, "Test Keys: renewed_two" + record}));
 }
 
-TEST(TokenTest, LabelsWithBlanksAndOtherThanAsciiLettersWork) {
+TEST(TokenTest, LabelsWithBlanksAndNonAsciiLettersWork) {
     const SoftToken token("blanks");
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -130,7 +130,7 @@ TEST(TokenTest, LabelsWithBlanksAndOtherThanAsciiLettersWork) {
     EXPECT_EQ(client.certificate_der(), token.certificate("Schl\xc3\xbcssel  A"));
 }
 
-/// Keys that a scan offers but whose name the engine does not understand.
+/// A key that the library offers although the engine cannot resolve its name.
 struct NameCase {
     const char* token;
     const char* id;
@@ -142,7 +142,7 @@ void PrintTo(const NameCase& name, std::ostream* out) { *out << name.token; }
 
 class TokenNameTest : public testing::TestWithParam<NameCase> {};
 
-TEST_P(TokenNameTest, TheEngineRefusesTheNameAndTheKeyIsNotLoaded) {
+TEST_P(TokenNameTest, LoadFailsBecauseTheEngineCannotResolveTheName) {
     const SoftToken token(GetParam().token);
     Client client;
     ASSERT_TRUE(client.discover()) << client.error();
@@ -176,7 +176,7 @@ void PrintTo(const FilterCase& filter, std::ostream* out) { *out << filter.name;
 
 class FilterTest : public testing::TestWithParam<FilterCase> {};
 
-TEST_P(FilterTest, OffersTheKeysWhoseCertificatesPass) {
+TEST_P(FilterTest, OnlyKeysWhoseCertificatesPassAreOffered) {
     const SoftToken token("usages");
     Client client;
     client.cfg->set_kuse_filter_type(GetParam().kuse_type);

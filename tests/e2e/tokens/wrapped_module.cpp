@@ -1,5 +1,5 @@
-// A PKCS#11 module that hands every call on to another one, counts it, and can behave like readers and cards
-// that SoftHSM does not imitate.
+// A PKCS#11 module that counts every call and forwards it to another module. It can also simulate readers and
+// cards that SoftHSM does not provide.
 #include "wrapped_module.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 using Kes::test::P11;
 using Kes::test::WrappedBlock;
 
-using Word = unsigned long; // CK_ULONG, and wide enough for every pointer
+using Word = unsigned long; // CK_ULONG, which can also hold a pointer
 using Function = Word (*)(Word, Word, Word, Word, Word, Word, Word, Word);
 
 constexpr std::size_t function_count = static_cast<std::size_t>(P11::count);
@@ -40,7 +40,7 @@ struct Session {
     Word number, slot;
 };
 
-std::array<Session, 1024> sessions; // needs no destructor: others end after this module and call it then
+std::array<Session, 1024> sessions; // trivially destructible: calls may arrive after static destruction
 std::size_t session_count = 0;
 
 constexpr std::size_t index_of(P11 function) { return static_cast<std::size_t>(function); }
@@ -73,8 +73,8 @@ void forget_sessions(Condition is_closed) {
         static_cast<std::size_t>(std::remove_if(sessions.begin(), end, is_closed) - sessions.begin());
 }
 
-/// @param place  where C_OpenSession() puts the session's number
-void keep_account(P11 function, Word slot_or_session, Word place) {
+/// @param place  where C_OpenSession() stores the session handle
+void record_sessions(P11 function, Word slot_or_session, Word place) {
     if (function == P11::open_session)
         sessions.at(session_count++) = {*reinterpret_cast<Word*>(place), slot_or_session};
     if (function == P11::close_session)
@@ -85,16 +85,16 @@ void keep_account(P11 function, Word slot_or_session, Word place) {
     block->open_sessions = session_count;
 }
 
-// No function of PKCS#11 has more than eight arguments, all of them numbers and pointers. Handing on eight
-// always is more than most were called with, which the calling conventions of all our systems allow.
+// No PKCS#11 function has more than eight arguments, and all are integers or pointers. Most functions have
+// fewer; the calling conventions of the supported systems allow passing more arguments than a function takes.
 template <std::size_t index>
-Word hand_on(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
+Word forward(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
     ++block->calls[index];
     if (block->removed != 0 && needs_card(index)) return device_removed;
     if (block->no_token != 0 && index == index_of(P11::get_token_info)) return token_not_present;
     const Word result = real->functions[index](a, b, c, d, e, f, g, h);
     if (result == 0) {
-        keep_account(static_cast<P11>(index), a, e);
+        record_sessions(static_cast<P11>(index), a, e);
         change_result(index, b, c);
     }
     return result;
@@ -102,7 +102,7 @@ Word hand_on(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
 
 template <std::size_t... indices>
 constexpr std::array<Function, function_count> all_functions(std::index_sequence<indices...>) {
-    return {hand_on<indices>...};
+    return {forward<indices>...};
 }
 
 FunctionList wrapped{{2, 40}, all_functions(std::make_index_sequence<function_count>())};

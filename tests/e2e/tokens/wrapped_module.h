@@ -5,15 +5,15 @@
 #include <atomic>
 #include <cstdint>
 
-/// What the wrapping PKCS#11 module and a test share: the test reads how often each function was called and
-/// turns on what SoftHSM does not do by itself. The block lies in a file that both map; the module finds it
-/// by the environment.
+/// The data that the wrapping PKCS#11 module shares with a test. The test reads the number of calls of each
+/// function and selects behaviour that SoftHSM does not provide. Both map the block from a file whose path is
+/// in an environment variable.
 namespace Kes::test {
 
 constexpr const char* wrapped_block_variable = "MARVO_TEST_MODULE_BLOCK"; // path of the file
-constexpr const char* wrapped_module_variable = "MARVO_TEST_MODULE";      // path of the module behind
+constexpr const char* wrapped_module_variable = "MARVO_TEST_MODULE";      // path of the wrapped module
 
-/// Positions in PKCS#11's function list, of the functions that tests name.
+/// Positions in the PKCS#11 function list of the functions that tests refer to.
 enum class P11 : std::size_t {
     initialize = 0,
     finalize = 1,
@@ -31,10 +31,10 @@ enum class P11 : std::size_t {
 
 struct WrappedBlock {
     std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(P11::count)> calls;
-    std::atomic<std::uint64_t> open_sessions;   ///< of all slots together, for the test to read
-    std::atomic<std::uint32_t> reverse_slots;   ///< the slot list comes the other way round
+    std::atomic<std::uint64_t> open_sessions;   ///< in all slots together; set by the module
+    std::atomic<std::uint32_t> reverse_slots;   ///< the slot list has the reverse order
     std::atomic<std::uint32_t> no_token;        ///< the readers are empty
-    std::atomic<std::uint32_t> removed;         ///< the card was pulled out: whatever needs it fails
+    std::atomic<std::uint32_t> removed;         ///< the card was removed: calls that need it fail
     std::atomic<std::uint64_t> set_token_flags; ///< added to each token's flags
     std::atomic<std::uint64_t> clear_token_flags;
 };
