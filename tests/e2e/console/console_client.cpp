@@ -1,9 +1,9 @@
-// Runs the library's console menus, as a client does, and writes what came of them into a file.
+// Runs the library's console menus as a client does, and writes the results to a file.
 //
 //     console_client <results> <log> <menu>...
 //
-// A menu is "crypto_if", "key", or "keys" for a key menu that comes again until it is broken off. The first
-// shows the names that MARVO_TEST_CSP_NAME and MARVO_TEST_MODULE hold, if they are set.
+// A menu is "crypto_if", "key", or "keys", which repeats the key menu until the user aborts it. "crypto_if"
+// shows the names in MARVO_TEST_CSP_NAME and MARVO_TEST_MODULE if they are set.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -21,7 +21,7 @@ class Client {
 public:
     Client(const char* results, const char* log) : results_(results, std::ios::binary), log_(log) {}
     ~Client() {
-        if (!is_initialized_) init(Kes::OsslScardCfg::capi); // the log goes into its file
+        if (!is_initialized_) init(Kes::OsslScardCfg::capi); // writes the buffered log to its file
         library_->destroy();
     }
 

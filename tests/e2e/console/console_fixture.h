@@ -10,11 +10,11 @@
 
 namespace Kes::test {
 
-/// A Windows client runs under Wine, which then stands here: its keys come from the terminal, but what it
-/// writes comes through a pipe, because on a terminal Wine paints its console. Otherwise "".
+/// The program that runs Windows clients; empty for clients of this system. A Windows client reads its keys
+/// from the terminal but writes to a pipe, because Wine paints a console if its output is a terminal.
 constexpr std::string_view wine = MARVO_WINE;
 
-/// A client with its menus in a terminal.
+/// A client that shows its menus in a terminal.
 class ConsoleTest : public testing::Test {
 protected:
     ConsoleTest() {
@@ -25,7 +25,7 @@ protected:
 
     static constexpr const char* prompt = "  => ";
 
-    /// Starts a client program that shows these menus, one after the other.
+    /// Starts a client program that shows these menus one after the other.
     void start(const char* program, const std::vector<std::string>& menus) {
         before_ = terminal_.settings();
         if (wine.empty())
@@ -41,8 +41,8 @@ protected:
         return words;
     }
 
-    /// What is on the screen after the last prompt. The client must have ended well, and left the terminal as
-    /// it was.
+    /// Expects the client to exit with status 0 and with the terminal's settings restored.
+    /// @return the output after the last prompt
     std::string finish() {
         const std::string output = terminal_.read_to_end();
         EXPECT_TRUE(is_same(terminal_.settings(), before_));
@@ -50,17 +50,17 @@ protected:
         return output;
     }
 
-    /// What a terminal may have sent of a function key when CTRL-C comes.
-    static constexpr const char* sequence_beginnings[] = {"\x1b",      "\x1b[",  "\x1bO",     "\x1b\x1b",
-                                                          "\x1b\x1b[", "\x1b[[", "\x1b\x1bO", "\x1b[1;"};
+    /// Incomplete escape sequences, which a terminal may have sent when CTRL-C arrives.
+    static constexpr const char* incomplete_sequences[] = {"\x1b",      "\x1b[",  "\x1bO",     "\x1b\x1b",
+                                                           "\x1b\x1b[", "\x1b[[", "\x1b\x1bO", "\x1b[1;"};
 
-    /// Breaks off two menus for each beginning: with CTRL-C in one go, and on its own.
-    void press_ctrl_c_after_sequence_beginnings() {
-        for (const std::string beginning : sequence_beginnings) {
+    /// Aborts two menus for each incomplete sequence: CTRL-C arrives together with it, and separately.
+    void press_ctrl_c_after_incomplete_sequences() {
+        for (const std::string sequence : incomplete_sequences) {
             terminal_.read_until(prompt);
-            terminal_.type(beginning + "\x03");
+            terminal_.type(sequence + "\x03");
             terminal_.read_until(prompt);
-            terminal_.type(beginning);
+            terminal_.type(sequence);
             terminal_.type("\x03");
         }
     }
@@ -69,7 +69,7 @@ protected:
     std::string log_file() const { return dir_.file("log"); }
     std::vector<std::string> results() const { return split_lines(read_file(results_file())); }
 
-    /// The log's lines that a menu makes: what was selected, and errors.
+    /// The lines that a menu writes to the log: the selected item and errors.
     std::vector<std::string> log() const {
         std::vector<std::string> lines;
         for (std::string line : split_lines(read_file(log_file()))) {
@@ -85,14 +85,14 @@ protected:
     }
 
     Terminal terminal_;
-    std::vector<std::string> starter_; // what the command line of a client begins with
+    std::vector<std::string> starter_; // precedes the client on the command line
 
 private:
     TempDir dir_;
     termios before_{};
 };
 
-/// As a terminal shows it: it adds a carriage return to each line end.
+/// The text as a terminal shows it, with a carriage return before each line feed.
 inline std::string on_screen(const std::string& text) {
     std::string screen;
     for (const char character : text) {
@@ -102,7 +102,7 @@ inline std::string on_screen(const std::string& text) {
     return screen;
 }
 
-/// As it comes through a pipe: with the line ends of the client's system.
+/// The text as it arrives through a pipe, with the line ends of the client's system.
 inline std::string in_a_pipe(const std::string& text) { return wine.empty() ? text : on_screen(text); }
 
 } // namespace Kes::test

@@ -32,8 +32,9 @@ protected:
         EXPECT_EQ(terminal_.read_until(prompt), on_screen(menu));
     }
 
-    /// Runs the client without a terminal: its input is what the shell's redirection says.
-    /// @return what it wrote, with the line ends of its system
+    /// Runs the client without a terminal.
+    /// @param redirection  a shell redirection that provides its input
+    /// @return its output, with the line ends of its system
     std::string run_without_terminal(const std::string& redirection) {
         std::string line = "exec";
         for (const std::string& word : command(MARVO_CONSOLE_CLIENT, {"crypto_if"}))

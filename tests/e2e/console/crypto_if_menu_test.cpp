@@ -1,31 +1,31 @@
 #include "crypto_if_menu.h"
 
-// The choice of the crypto interface, in a client that knows the library's headers alone.
+// The menu of crypto interfaces, in a client that uses only the library's public headers.
 namespace Kes::test {
 namespace {
 
-TEST_F(CryptoIfMenuTest, KeyCPicksCapi) {
+TEST_F(CryptoIfMenuTest, KeyCSelectsCapi) {
     start_menu();
     terminal_.type("c");
     EXPECT_EQ(finish(), "c\r\n");
     expect_selection("c", "1", "capi");
 }
 
-TEST_F(CryptoIfMenuTest, KeyPPicksPkcs11) {
+TEST_F(CryptoIfMenuTest, KeyPSelectsPkcs11) {
     start_menu();
     terminal_.type("p");
     EXPECT_EQ(finish(), "p\r\n");
     expect_selection("p", "2", "pkcs11");
 }
 
-TEST_F(CryptoIfMenuTest, KeySPicksCapiStore) {
+TEST_F(CryptoIfMenuTest, KeySSelectsCapiStore) {
     start_menu();
     terminal_.type("s");
     EXPECT_EQ(finish(), "s\r\n");
     expect_selection("s", "3", "capi_store");
 }
 
-TEST_F(CryptoIfMenuTest, DotIsAUserAbortThatLeavesTheArgumentAlone) {
+TEST_F(CryptoIfMenuTest, DotIsUserAbortAndDoesNotChangeTheArgument) {
     start_menu();
     terminal_.type(".");
     EXPECT_EQ(finish(), ".\r\n");
@@ -36,7 +36,7 @@ TEST_F(CryptoIfMenuTest, DotIsAUserAbortThatLeavesTheArgumentAlone) {
                             "(user_abort)"}));
 }
 
-TEST_F(CryptoIfMenuTest, ItemsShowTheNamesThatAreConfigured) {
+TEST_F(CryptoIfMenuTest, ItemsShowTheConfiguredNames) {
     const EnvVar csp("MARVO_TEST_CSP_NAME", "My 'own' provider");
     const EnvVar module("MARVO_TEST_MODULE", "/opt/card maker/p11.so");
     start(MARVO_CONSOLE_CLIENT, {"crypto_if"});
@@ -48,7 +48,7 @@ TEST_F(CryptoIfMenuTest, ItemsShowTheNamesThatAreConfigured) {
     expect_selection("p", "2", "pkcs11");
 }
 
-TEST_F(CryptoIfMenuTest, AnItemsTextEndsAfter4095Characters) {
+TEST_F(CryptoIfMenuTest, ItemTextIsCutAfter4095Characters) {
     const std::string csp = std::string(9999, 'c') + "!";
     const std::string module = std::string(9999, 'm') + "!";
     const EnvVar csp_variable("MARVO_TEST_CSP_NAME", csp);
@@ -62,7 +62,7 @@ TEST_F(CryptoIfMenuTest, AnItemsTextEndsAfter4095Characters) {
     expect_selection("c", "1", "capi");
 }
 
-TEST_F(CryptoIfMenuTest, EveryKeyThatIsNoItemsIsIgnoredWithoutATrace) {
+TEST_F(CryptoIfMenuTest, KeyOfNoItemIsIgnoredWithoutOutput) {
     start_menu();
     std::string others;
     for (int key = 0; key < 256; ++key)
@@ -75,20 +75,20 @@ TEST_F(CryptoIfMenuTest, EveryKeyThatIsNoItemsIsIgnoredWithoutATrace) {
     expect_selection("p", "2", "pkcs11");
 }
 
-TEST_F(CryptoIfMenuTest, UpperCaseLettersPickNothing) {
+TEST_F(CryptoIfMenuTest, UpperCaseLettersSelectNothing) {
     start_menu();
     terminal_.type("CPSs");
     EXPECT_EQ(finish(), "s\r\n");
     expect_selection("s", "3", "capi_store");
 }
 
-TEST_F(CryptoIfMenuTest, EnterPicksNothing) {
+TEST_F(CryptoIfMenuTest, EnterSelectsNothing) {
     start_menu();
     terminal_.type("\r\n\rc");
     EXPECT_EQ(finish(), "c\r\n");
 }
 
-TEST_F(CryptoIfMenuTest, CtrlDIsAKeyLikeAnyOther) {
+TEST_F(CryptoIfMenuTest, CtrlDSelectsNothing) {
     start_menu();
     terminal_.type("\x04"
                    "c");
@@ -96,24 +96,24 @@ TEST_F(CryptoIfMenuTest, CtrlDIsAKeyLikeAnyOther) {
     expect_selection("c", "1", "capi");
 }
 
-TEST_F(CryptoIfMenuTest, HangUpIsAUserAbort) {
+TEST_F(CryptoIfMenuTest, HangUpIsUserAbort) {
     start_menu();
     terminal_.hang_up();
     EXPECT_EQ(terminal_.wait(), 0);
     expect_abort(menu_location + "user abort <end of input>: val=16 (user_abort)");
 }
 
-TEST_F(CryptoIfMenuTest, ClosedInputIsAUserAbort) {
+TEST_F(CryptoIfMenuTest, ClosedInputIsUserAbort) {
     EXPECT_EQ(run_without_terminal("exec <&- ;"), in_a_pipe(menu));
     expect_abort(menu_location + "user abort <end of input>: val=16 (user_abort)");
 }
 
-TEST_F(CryptoIfMenuTest, EmptyInputIsAUserAbort) {
+TEST_F(CryptoIfMenuTest, EmptyInputIsUserAbort) {
     EXPECT_EQ(run_without_terminal("exec </dev/null ;"), in_a_pipe(menu));
     expect_abort(menu_location + "user abort <end of input>: val=16 (user_abort)");
 }
 
-TEST_F(CryptoIfMenuTest, KeysTypedTogetherServeOneMenuAfterTheOther) {
+TEST_F(CryptoIfMenuTest, KeysTypedTogetherAnswerSuccessiveMenus) {
     start(MARVO_CONSOLE_CLIENT, {"crypto_if", "crypto_if"});
     EXPECT_EQ(terminal_.read_until(prompt), on_screen(menu));
     terminal_.type("xpys");

@@ -11,14 +11,14 @@ const std::string dot_error =
 
 const std::string first_keys = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
-/// The characters of the items: after "z" the next byte values, up to 255, then from 0 again.
+/// The characters of the items: the byte values up to 255 follow "z", then the sequence restarts at 0.
 inline std::string item_keys(std::size_t count) {
     std::string keys = first_keys;
     for (int byte = 'z' + 1; byte <= 255; ++byte)
         keys += static_cast<char>(byte);
     for (int byte = 0; byte < '0'; ++byte)
         keys += static_cast<char>(byte);
-    keys += first_keys; // a second time, so nobody reaches these
+    keys += first_keys; // cannot be selected: these characters select the first items
     return keys.substr(0, count);
 }
 
@@ -50,7 +50,7 @@ protected:
         EXPECT_EQ(terminal_.read_until(prompt), on_screen(menu_of(count)));
     }
 
-    /// Picks the item in a menu that then comes again.
+    /// Selects the item in a menu that the client then shows again.
     void pick(const std::string& key, std::size_t count) {
         terminal_.type(key);
         EXPECT_EQ(terminal_.read_until(prompt), on_screen(key + "\n" + menu_of(count)));

@@ -1,12 +1,12 @@
 #include "key_menu.h"
 
-// The choice of a key, in a client whose token has as many keys as the test asks for.
+// The menu of keys, in a client whose token has as many keys as the test requests.
 namespace Kes::test {
 namespace {
 
 class KeyMenuSizeTest : public KeyMenuTest, public testing::WithParamInterface<std::size_t> {};
 
-TEST_P(KeyMenuSizeTest, EachItemsKeyPicksItsNumberAndTheFirstKeyBeyondPicksNothing) {
+TEST_P(KeyMenuSizeTest, EachItemsKeySelectsItsNumberAndTheNextKeySelectsNothing) {
     const std::size_t count = GetParam();
     const std::string keys = item_keys(count);
     Lines expected_results;
@@ -28,7 +28,7 @@ TEST_P(KeyMenuSizeTest, EachItemsKeyPicksItsNumberAndTheFirstKeyBeyondPicksNothi
 
 INSTANTIATE_TEST_SUITE_P(Sizes, KeyMenuSizeTest, testing::Values(1, 3, 11, 37, 62, 63, 66));
 
-TEST_F(KeyMenuTest, WithoutKeysThereIsOnlyTheExit) {
+TEST_F(KeyMenuTest, MenuWithoutKeysOffersOnlyTheExit) {
     start_menu(0);
     terminal_.type(first_keys + "\r.");
     EXPECT_EQ(finish(), ".\r\n");
@@ -36,7 +36,7 @@ TEST_F(KeyMenuTest, WithoutKeysThereIsOnlyTheExit) {
     EXPECT_EQ(log(), (Lines{log_line('.', 255), "<error> " + dot_error}));
 }
 
-TEST_F(KeyMenuTest, WithThreeKeysKey1PicksNumber1) {
+TEST_F(KeyMenuTest, Key1SelectsNumber1OfThree) {
     start_menu(3);
     terminal_.type("1");
     EXPECT_EQ(finish(), "1\r\n");
@@ -44,7 +44,7 @@ TEST_F(KeyMenuTest, WithThreeKeysKey1PicksNumber1) {
     EXPECT_EQ(log(), Lines{"<info> selected item: '1', obj=1"});
 }
 
-TEST_F(KeyMenuTest, TheEleventhKeyIsUpperCaseAAndTheThirtySeventhLowerCaseA) {
+TEST_F(KeyMenuTest, EleventhKeyIsUpperCaseAAndThirtySeventhIsLowerCaseA) {
     start_menu(37, "keys");
     pick("A", 37);
     pick("a", 37);
@@ -53,14 +53,14 @@ TEST_F(KeyMenuTest, TheEleventhKeyIsUpperCaseAAndTheThirtySeventhLowerCaseA) {
     EXPECT_EQ(results(), (Lines{success(10), success(36), failure(dot_error)}));
 }
 
-TEST_F(KeyMenuTest, HangUpIsAUserAbort) {
+TEST_F(KeyMenuTest, HangUpIsUserAbort) {
     start_menu(3);
     terminal_.hang_up();
     EXPECT_EQ(terminal_.wait(), 0);
     EXPECT_EQ(results(), Lines{failure(menu_location + "user abort <end of input>: val=16 (user_abort)")});
 }
 
-TEST_F(KeyMenuTest, With300KeysTheDotIsStillTheExit) {
+TEST_F(KeyMenuTest, DotIsTheExitOfAMenuOf300Keys) {
     start_menu(300);
     terminal_.type(".");
     EXPECT_EQ(finish(), ".\r\n");
@@ -68,7 +68,7 @@ TEST_F(KeyMenuTest, With300KeysTheDotIsStillTheExit) {
     EXPECT_EQ(log(), (Lines{log_line('.', 241), "<error> " + dot_error}));
 }
 
-TEST_F(KeyMenuTest, KeysTypedAheadServeBothMenusOfAClient) {
+TEST_F(KeyMenuTest, KeysTypedAheadAnswerBothMenusOfAClient) {
     const EnvVar keys("MARVO_TEST_KEYS", "11");
     terminal_.type("pA");
     start(MARVO_KEYS_CLIENT, {"crypto_if", "key"});

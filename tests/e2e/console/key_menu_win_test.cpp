@@ -1,12 +1,12 @@
 #include "key_menu.h"
 
-// What only a console of Windows does with the keys.
+// Key handling that is specific to the Windows console.
 namespace Kes::test {
 namespace {
 
 class KeyConsoleTest : public KeyMenuTest {
 protected:
-    /// Runs a client that shows the menu until it is broken off. The keys are pressed before it starts.
+    /// Presses the keys and then runs a client that repeats the menu until the user aborts it.
     std::string run_with_pressed_keys(const std::string& keys, std::size_t count) {
         const EnvVar variable("MARVO_TEST_KEYS", std::to_string(count));
         starter_.insert(starter_.end(), {MARVO_PRESS_KEYS, keys});
@@ -17,14 +17,14 @@ protected:
     const std::string ctrl_c_error_ = menu_location + "user abort <CTRL-C>: val=16 (user_abort)";
 };
 
-TEST_F(KeyConsoleTest, WithoutKeysCtrlCIsAUserAbort) {
+TEST_F(KeyConsoleTest, CtrlCInAMenuWithoutKeysIsUserAbort) {
     EXPECT_EQ(run_with_pressed_keys("3", 0), on_screen(menu_of(0)));
     EXPECT_EQ(results(), Lines{failure(ctrl_c_error_)});
     EXPECT_EQ(log(), Lines{"<error> " + ctrl_c_error_});
 }
 
-// 224 and 72 for the arrow; the items of 62 keys end with "z", which is 122.
-TEST_F(KeyConsoleTest, AnArrowPicksTheItemWhoseCharacterIsItsCode) {
+// The arrow sends 224 and 72. The last of 62 items has "z", which is 122, so 224 selects nothing.
+TEST_F(KeyConsoleTest, ArrowSelectsTheItemWhoseCharacterIsItsCode) {
     start_menu(62);
     terminal_.type("\x1b[A");
     EXPECT_EQ(finish(), "H\r\n");
@@ -32,36 +32,36 @@ TEST_F(KeyConsoleTest, AnArrowPicksTheItemWhoseCharacterIsItsCode) {
     EXPECT_EQ(log(), Lines{log_line('H', 17)});
 }
 
-// With Alt the arrow is 0 and 152.
-TEST_F(KeyConsoleTest, ZeroIsSkippedAndTheCodeBehindItPicksTheItemWhoseCharacterItIs) {
+// With Alt the arrow sends 0 and 152.
+TEST_F(KeyConsoleTest, ArrowWithAltSelectsTheItemWhoseCharacterIsItsCode) {
     start_menu(300);
     terminal_.type("\x1b[1;3A");
     EXPECT_EQ(finish(), "\x98\r\n");
     EXPECT_EQ(results(), Lines{success(item_keys(300).find('\x98'))});
 }
 
-TEST_F(KeyConsoleTest, With300KeysTheFirstHalfOfAnArrowPicksItsItemToo) {
+TEST_F(KeyConsoleTest, BothBytesOfAnArrowSelectTheirItemsOf300) {
     start_menu(300, "keys");
     terminal_.type("\x1b[A.");
     EXPECT_EQ(finish(), on_screen("\xe0\n" + menu_of(300) + "H\n" + menu_of(300) + ".\n"));
     EXPECT_EQ(results(), (Lines{success(item_keys(300).find('\xe0')), success(17), failure(dot_error)}));
 }
 
-TEST_F(KeyConsoleTest, With300KeysEveryCharacterPicksTheFirstItemThatHasIt) {
+TEST_F(KeyConsoleTest, EveryCharacterSelectsTheFirstOf300ItemsThatHasIt) {
     constexpr std::size_t count = 300;
     const std::string keys = item_keys(count);
     std::string pressed;
     std::string expected_output;
     Lines expected_results;
     Lines expected_log;
-    for (int byte = 1; byte < 255; ++byte) { // Wine tells of 255 as of the end of the input
+    for (int byte = 1; byte < 255; ++byte) { // Wine reports 255 as the end of the input
         const auto key = static_cast<char>(byte);
         const std::size_t number = keys.find(key);
         if (byte == 3 || key == '.' || number == std::string::npos) continue;
         pressed += std::to_string(byte) + ",";
         expected_output += menu_of(count) + key + "\n";
         expected_results.push_back(success(number));
-        // A line end ends the log's line, too; the rest stands in a line of its own.
+        // A line feed also ends the log line; the rest is on the next line.
         expected_log.push_back(byte == '\n' ? "<info> selected item: '" : log_line(key, number));
     }
     ASSERT_EQ(expected_results.size(), 239U);

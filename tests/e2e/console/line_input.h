@@ -3,8 +3,8 @@
 
 namespace Kes::test {
 
-/// Whether the terminal is as a program finds it at its start, with input line by line; also when there is
-/// none.
+/// Whether the terminal delivers its input line by line, as it does when a program starts. True also if
+/// standard input is not a terminal.
 bool has_line_input();
 
 } // namespace Kes::test

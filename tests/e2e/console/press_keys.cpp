@@ -1,8 +1,8 @@
-// Presses keys in its console, and then runs a program there:
+// Puts key presses into its console's input and then runs a program there:
 //
 //     press_keys 27,3,255 <program> <argument>...
 //
-// The numbers are the keys' characters. It is for those that no terminal can send to a console of Wine's.
+// The numbers are character codes. Wine's console cannot receive these characters from a terminal.
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -21,7 +21,7 @@ bool press(HANDLE console, int character) {
     return ::WriteConsoleInputA(console, &key, 1, &written) != FALSE && written == 1;
 }
 
-/// In a console that leaves CTRL-C alone, as it is while a program waits for a single key.
+/// Switches the console to unprocessed input, which keeps CTRL-C as a character.
 bool press_all(const std::string& numbers) {
     HANDLE console = ::GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
@@ -54,7 +54,7 @@ DWORD run(std::string command_line) {
 int main(int argc, char** argv) {
     if (argc < 3) return 2;
     if (!press_all(argv[1])) {
-        std::fprintf(stderr, "press_keys: the keys %s cannot be pressed\n", argv[1]);
+        std::fprintf(stderr, "press_keys: cannot press the keys %s\n", argv[1]);
         return 2;
     }
     std::string command_line;
