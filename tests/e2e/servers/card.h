@@ -13,14 +13,14 @@
 namespace Kes::test {
 
 /// Runs tools/soft-token.
-/// @return its output without the last line end
+/// @return its output without trailing line feeds
 std::string soft_token(std::vector<std::string> args);
 
-/// A soft token with one key and its certificate, the throw-away CA that signed it, and a server's
-/// certificate.
+/// A soft token with one key and its certificate, the CA that signed it, and a server certificate. All are
+/// created for the object and deleted with it.
 class Card {
 public:
-    /// @param options  further options for the key's certificate, as soft-token takes them
+    /// @param options  additional options of soft-token for the key's certificate
     Card(const std::string& key_type, const std::string& subject,
          const std::vector<std::string>& options = {});
 
@@ -34,11 +34,11 @@ private:
     EnvVar conf_;
 };
 
-/// Key and certificate, loaded from the card by the library, as a client does it.
-/// Ends with the object: TLS objects that use them must end before.
+/// A key and its certificate, loaded from the card with the library as a client does it. TLS objects that use
+/// them must be freed before this object.
 class LoadedKey {
 public:
-    /// @throws std::runtime_error with the library's error text
+    /// @throws std::runtime_error with the library's error message
     explicit LoadedKey(const Card& card);
     ~LoadedKey();
     LoadedKey(const LoadedKey&) = delete;

@@ -12,14 +12,14 @@
 namespace Kes::test {
 namespace {
 
-/// Curl's number for one version of TLS alone. It wants the highest one shifted by 16 bits; its own names for
-/// that are of another enumeration.
+/// Curl's option value that allows a single version of TLS: the lowest version, and the highest one shifted
+/// by 16 bits. Curl's constants for the highest version belong to a different enumeration.
 long only(int protocol) {
     const long version = protocol == TLS1_2_VERSION ? CURL_SSLVERSION_TLSv1_2 : CURL_SSLVERSION_TLSv1_3;
     return version | version << 16;
 }
 
-/// One transfer by curl's library, which lets us at the SSL_CTX it is about to use.
+/// One transfer with libcurl, which passes its SSL_CTX to a callback before it connects.
 class CurlLogin {
 public:
     CurlLogin(const Card& card, int port, int protocol) : handle_(::curl_easy_init(), ::curl_easy_cleanup) {
@@ -33,8 +33,8 @@ public:
         set(CURLOPT_WRITEDATA, this);
     }
 
-    /// Makes curl's connections log in with the card.
-    /// @param signatures  offered to the server, in OpenSSL's words; the servers' first choices differ
+    /// Makes the connection log in with the card.
+    /// @param signatures  offered to the server, in OpenSSL's notation; the servers' preferences differ
     void use(const LoadedKey& loaded, const std::string& signatures) {
         loaded_ = &loaded;
         signatures_ = signatures;
@@ -66,7 +66,7 @@ private:
     static std::size_t take_body(const char* data, std::size_t size, std::size_t count, void* self) {
         auto* login = static_cast<CurlLogin*>(self);
         login->body_.append(data, size * count);
-        const curl_tlssessioninfo* info = nullptr; // known while the connection is in use only
+        const curl_tlssessioninfo* info = nullptr; // available only while the connection is in use
         ::curl_easy_getinfo(login->handle_.get(), CURLINFO_TLS_SSL_PTR, &info);
         login->session_ = session_text(static_cast<SSL*>(info->internals));
         return size * count;
@@ -112,14 +112,14 @@ protected:
     }
 };
 
-TEST_P(CurlLoginTest, NginxLetsTheCardInAndSeesItsSubject) { check("nginx", GetParam().nginx_report); }
+TEST_P(CurlLoginTest, NginxAcceptsTheCardAndReportsItsSubject) { check("nginx", GetParam().nginx_report); }
 
-TEST_P(CurlLoginTest, GnutlsLetsTheCardInAndSeesItsSubject) { check("gnutls", GetParam().gnutls_report); }
+TEST_P(CurlLoginTest, GnutlsAcceptsTheCardAndReportsItsSubject) { check("gnutls", GetParam().gnutls_report); }
 
-INSTANTIATE_TEST_SUITE_P(With, CurlLoginTest, testing::ValuesIn(scenarios),
+INSTANTIATE_TEST_SUITE_P(Scenarios, CurlLoginTest, testing::ValuesIn(scenarios),
                          [](const auto& scenario) { return scenario.param.name; });
 
-TEST(CurlLoginRefusedTest, NginxRefusesCurlWithoutTheCard) {
+TEST(CurlLoginRefusedTest, NginxRejectsCurlWithoutTheCard) {
     const Card card("ec:P-256", "/CN=Grace Hopper");
     const auto server = create_server("nginx", card.server_setup());
     CurlLogin login(card, server->port(), TLS1_3_VERSION);

@@ -9,12 +9,12 @@
 namespace Kes::test {
 namespace {
 
-/// The example programs with a user at their terminal, and a card with one key.
+/// Runs the example programs in a terminal, with a card that has one key.
 class ExamplesTest : public testing::Test {
 protected:
     void type_pin(const std::string& pin) {
         transcript_ += terminal_.read_until("PIN: ");
-        terminal_.wait_until_silent(); // the prompt stands a moment before the echo is turned off
+        terminal_.wait_until_silent(); // the client shows the prompt before it turns the echo off
         terminal_.type(pin + "\n");
     }
 
@@ -30,7 +30,7 @@ protected:
         return terminal_.wait();
     }
 
-    /// Whether the user has seen the text.
+    /// Whether the terminal has shown the text.
     testing::AssertionResult has_shown(const std::string& text) const {
         if (transcript_.find(text) != std::string::npos) return testing::AssertionSuccess();
         return testing::AssertionFailure() << "not shown; the whole transcript is:\n" << transcript_;
@@ -53,13 +53,13 @@ TEST_F(ExamplesTest, TlsClientListsTheKeysAndDoesNotShowThePin) {
     EXPECT_FALSE(has_shown(card_.pin()));
 }
 
-TEST_F(ExamplesTest, TlsClientReadsThePinFromStandardInputWhenItIsToldTo) {
+TEST_F(ExamplesTest, TlsClientReadsThePinFromStandardInputOnRequest) {
     std::ofstream(card_.file("pin")) << card_.pin() << "\n";
     EXPECT_EQ(run_program({"/bin/sh", "-c", R"(exec "$0" - <"$1")", TLS_CLIENT_PROGRAM, card_.file("pin")}),
               "key 0: card: login\n");
 }
 
-TEST_F(ExamplesTest, TlsClientLogsInAndShowsWhatTheServerSaw) {
+TEST_F(ExamplesTest, TlsClientLogsInAndShowsTheServersAnswer) {
     const auto server = create_server("nginx", card_.server_setup());
     terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.3"});
     type_pin(card_.pin());
@@ -69,9 +69,9 @@ TEST_F(ExamplesTest, TlsClientLogsInAndShowsWhatTheServerSaw) {
     EXPECT_TRUE(has_shown("TLSv1.3, TLS_AES_256_GCM_SHA384, -, CN=Mary Ross, SUCCESS"));
 }
 
-TEST_F(ExamplesTest, TlsClientDoesNotTrustAServerOfAnotherCa) {
-    const Card stranger("ec:P-256", "/CN=Somebody else");
-    const auto server = create_server("nginx", stranger.server_setup());
+TEST_F(ExamplesTest, TlsClientRejectsAServerOfAnotherCa) {
+    const Card other_card("ec:P-256", "/CN=Somebody else");
+    const auto server = create_server("nginx", other_card.server_setup());
     const EnvVar own_token("SOFTHSM2_CONF", card_.file("softhsm2.conf"));
     terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.3"});
     type_pin(card_.pin());
@@ -80,7 +80,7 @@ TEST_F(ExamplesTest, TlsClientDoesNotTrustAServerOfAnotherCa) {
     EXPECT_TRUE(has_shown("certificate verify failed"));
 }
 
-TEST_F(ExamplesTest, TlsClientTellsThatThePinIsWrong) {
+TEST_F(ExamplesTest, TlsClientReportsAWrongPin) {
     terminal_.start({TLS_CLIENT_PROGRAM});
     type_pin("000000");
     EXPECT_EQ(finish(), 1);
@@ -88,14 +88,14 @@ TEST_F(ExamplesTest, TlsClientTellsThatThePinIsWrong) {
     EXPECT_TRUE(has_shown("PIN incorrect"));
 }
 
-TEST_F(ExamplesTest, TlsClientEndsWhenThePromptIsInterrupted) {
+TEST_F(ExamplesTest, TlsClientExitsWhenThePinPromptIsInterrupted) {
     terminal_.start({TLS_CLIENT_PROGRAM});
     interrupt_at_pin();
     EXPECT_EQ(finish(), 1);
     EXPECT_TRUE(has_shown("tls_client: no PIN was given\r\n"));
 }
 
-TEST_F(ExamplesTest, InteractiveClientEndsWhenThePromptIsInterrupted) {
+TEST_F(ExamplesTest, InteractiveClientExitsWhenThePinPromptIsInterrupted) {
     terminal_.start({INTERACTIVE_CLIENT_PROGRAM});
     transcript_ += terminal_.read_until("  => ");
     terminal_.type("p");
@@ -104,7 +104,7 @@ TEST_F(ExamplesTest, InteractiveClientEndsWhenThePromptIsInterrupted) {
     EXPECT_TRUE(has_shown("interactive_client: no PIN was given\r\n"));
 }
 
-TEST_F(ExamplesTest, InteractiveClientShowsTheCertificateOfThePickedKey) {
+TEST_F(ExamplesTest, InteractiveClientShowsTheCertificateOfTheSelectedKey) {
     terminal_.start({INTERACTIVE_CLIENT_PROGRAM});
     transcript_ += terminal_.read_until("  => ");
     terminal_.type("p");
@@ -117,7 +117,7 @@ TEST_F(ExamplesTest, InteractiveClientShowsTheCertificateOfThePickedKey) {
     EXPECT_FALSE(has_shown(card_.pin()));
 }
 
-TEST_F(ExamplesTest, InteractiveClientTellsThatTheUserPickedNoKey) {
+TEST_F(ExamplesTest, InteractiveClientReportsThatTheUserSelectedNoKey) {
     terminal_.start({INTERACTIVE_CLIENT_PROGRAM});
     transcript_ += terminal_.read_until("  => ");
     terminal_.type("p");

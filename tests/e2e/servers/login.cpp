@@ -59,7 +59,8 @@ std::string session_text(SSL* ssl) {
 }
 
 Login log_in(const LoginOptions& options) {
-    std::signal(SIGPIPE, SIG_IGN); // a server that refuses us may have hung up before we write
+    // A server that rejects the client may close the connection before the client writes.
+    std::signal(SIGPIPE, SIG_IGN);
     ::ERR_clear_error();
     const SslCtxPtr ctx = create_context(options);
     const BioPtr bio(::BIO_new_ssl_connect(ctx.get()), ::BIO_free_all);

@@ -51,7 +51,7 @@ LoginOptions options_for(const Card& card, const Server& server, int protocol,
 
 class LoginTest : public testing::TestWithParam<Scenario> {
 protected:
-    /// Logs in once and compares what both sides saw.
+    /// Logs in once and checks both participants' views.
     void check(const std::string& maker, const std::string& expected_report) {
         const Scenario& scenario = GetParam();
         const Card card(scenario.key_type, "/" + subject);
@@ -67,20 +67,19 @@ protected:
     }
 };
 
-TEST_P(LoginTest, NginxLetsTheCardInAndSeesItsSubject) {
+TEST_P(LoginTest, NginxAcceptsTheCardAndReportsItsSubject) {
     check("nginx", GetParam().nginx_report + ", -, " + subject + ", SUCCESS");
 }
 
-TEST_P(LoginTest, GnutlsLetsTheCardInAndSeesItsSubject) {
+TEST_P(LoginTest, GnutlsAcceptsTheCardAndReportsItsSubject) {
     check("gnutls", GetParam().gnutls_report + ", " + subject + ", " + trusted);
 }
 
-INSTANTIATE_TEST_SUITE_P(With, LoginTest, testing::ValuesIn(scenarios),
+INSTANTIATE_TEST_SUITE_P(Scenarios, LoginTest, testing::ValuesIn(scenarios),
                          [](const auto& scenario) { return scenario.param.name; });
 
-/// What nginx and gnutls-serv do with clients they do not like. nginx completes the handshake and says so in
-/// its answer; gnutls-serv breaks the handshake off, of which a TLS 1.3 client hears with its first read
-/// only.
+/// Logins that the servers reject. nginx completes the handshake and reports the reason in its answer.
+/// gnutls-serv aborts the handshake, which a TLS 1.3 client notices only at its first read.
 class RefusedLoginTest : public testing::TestWithParam<int> {
 protected:
     Login log_in_without_certificate(const std::string& maker) {
@@ -102,31 +101,31 @@ protected:
     static bool is_tls12() { return GetParam() == TLS1_2_VERSION; }
 };
 
-TEST_P(RefusedLoginTest, NginxAnswersAClientWithoutCertificateThatItWantsOne) {
+TEST_P(RefusedLoginTest, NginxReportsAMissingCertificate) {
     const Login login = log_in_without_certificate("nginx");
     EXPECT_NE(login.body.find("<center>No required SSL certificate was sent</center>"), std::string::npos)
         << login.body << login.error;
 }
 
-TEST_P(RefusedLoginTest, GnutlsBreaksOffWithAClientWithoutCertificate) {
+TEST_P(RefusedLoginTest, GnutlsAbortsTheHandshakeForAMissingCertificate) {
     const Login login = log_in_without_certificate("gnutls");
     EXPECT_EQ(login.body, "");
     EXPECT_EQ(login.error, is_tls12() ? "tlsv1 alert decode error" : "tlsv13 alert certificate required");
 }
 
-TEST_P(RefusedLoginTest, NginxAnswersAClientWithAnExpiredCertificateThatItIsWrong) {
+TEST_P(RefusedLoginTest, NginxRejectsAnExpiredCertificate) {
     const Login login = log_in_with_expired_certificate("nginx");
     EXPECT_NE(login.body.find("<center>The SSL certificate error</center>"), std::string::npos)
         << login.body << login.error;
 }
 
-TEST_P(RefusedLoginTest, GnutlsBreaksOffWithAClientWhoseCertificateHasExpired) {
+TEST_P(RefusedLoginTest, GnutlsAbortsTheHandshakeForAnExpiredCertificate) {
     const Login login = log_in_with_expired_certificate("gnutls");
     EXPECT_EQ(login.body, "");
     EXPECT_EQ(login.error, "tlsv1 alert access denied");
 }
 
-INSTANTIATE_TEST_SUITE_P(Over, RefusedLoginTest, testing::Values(TLS1_2_VERSION, TLS1_3_VERSION),
+INSTANTIATE_TEST_SUITE_P(Protocols, RefusedLoginTest, testing::Values(TLS1_2_VERSION, TLS1_3_VERSION),
                          [](const auto& version) {
                              return version.param == TLS1_2_VERSION ? "Tls12" : "Tls13";
                          });

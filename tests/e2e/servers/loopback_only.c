@@ -1,5 +1,5 @@
-// Loaded before a server that has no option for its address: what it would bind to every address of the
-// machine is bound to the loopback address instead.
+// Preloaded into a server that has no option for its address: binds its sockets to the loopback address
+// instead of to every address of the machine.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <netinet/in.h>

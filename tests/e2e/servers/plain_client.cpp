@@ -1,6 +1,7 @@
-// A client of somebody who does not know what TLS needs with a key of CryptoAPI: it leaves OpenSSL's settings
-// as they are, but for those that it is told of. It takes the first key, and says what its user gets to see.
+// A client without the TLS settings that CryptoAPI keys need. It uses OpenSSL's defaults unless its arguments
+// say otherwise, logs in with the first key and prints what its user sees.
 //   plain_client PORT [tls12] [pkcs1]
+// "tls12" excludes later protocol versions; "pkcs1" offers only signatures that the engine supports.
 #include <algorithm>
 #include <iostream>
 #include <memory>

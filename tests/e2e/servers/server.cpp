@@ -33,7 +33,8 @@ sockaddr_in local_address(int port) {
     return address;
 }
 
-/// Free now; somebody else may take it before the server does, so the caller must be ready to try again.
+/// The port is free now, but another process may take it before the server does. The caller must be prepared
+/// to retry.
 int find_free_port() {
     const Socket socket;
     sockaddr_in address = local_address(0);
@@ -60,8 +61,7 @@ public:
     }
 
 private:
-    /// One process that writes nothing outside its folder and answers with what it knows of its
-    /// client.
+    /// A single process that writes only to its folder and answers with its view of the client.
     std::unique_ptr<Process> create_process(int port) override {
         const std::string& folder = setup().folder;
         std::ofstream(folder + "nginx.conf")
@@ -88,7 +88,7 @@ class GnutlsServer : public Server {
 public:
     using Server::Server;
 
-    /// Its log says more than its answer, and all of it only when the server has ended.
+    /// The log has more details than the answer, and is complete only after the server has ended.
     std::string report(const std::string&) override {
         stop();
         return after("- Version: ") + ", " + after("- Cipher: ") + ", " + after("- Client Signature: ") +
@@ -120,13 +120,13 @@ void Server::start() {
     for (int attempt = 0; attempt < 10; ++attempt) {
         port_ = find_free_port();
         process_ = create_process(port_);
-        // Neither server tells when it is ready; a connection that is taken does.
+        // Neither server reports that it is ready, but an accepted connection shows it.
         while (process_->is_running()) {
             if (is_listening(port_) && process_->is_running()) return;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
-    throw std::runtime_error("the server does not start: " + log());
+    throw std::runtime_error("cannot start the server: " + log());
 }
 
 std::unique_ptr<Server> create_server(const std::string& maker, const ServerSetup& setup) {

@@ -11,24 +11,24 @@
 
 namespace Kes::test {
 
-/// What a server works with.
+/// The files and the protocol versions of a server.
 struct ServerSetup {
-    std::string folder; ///< where it may write; with a slash at its end
+    std::string folder; ///< for the server's files; ends with a slash
     std::string cert_file;
     std::string key_file;
     std::string client_ca_file;
-    bool has_tls_13 = true; ///< else it knows TLS 1.2 only
+    bool has_tls_13 = true; ///< false: TLS 1.2 only
 
-    /// As tools/soft-token names the files that it makes.
-    explicit ServerSetup(const std::filesystem::path& made)
-        : folder((made / "").string()),
+    /// Uses the file names of tools/soft-token.
+    explicit ServerSetup(const std::filesystem::path& made_folder)
+        : folder((made_folder / "").string()),
           cert_file(folder + "server.crt"),
           key_file(folder + "server.key"),
           client_ca_file(folder + "ca.crt") {}
 };
 
-/// A TLS server on a free port of 127.0.0.1 that wants a client certificate signed by a CA that it knows. It
-/// ends with the object.
+/// A TLS server on a free port of 127.0.0.1 that requires a client certificate of a known CA. The destructor
+/// stops it.
 class Server {
 public:
     explicit Server(ServerSetup setup) : setup_(std::move(setup)) {}
@@ -36,18 +36,20 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /// Returns when it takes connections.
+    /// Returns when the server accepts connections.
     void start();
 
     int port() const { return port_; }
 
-    /// What the server knows of its one client: "protocol, cipher, signature, subject, verdict", where the
-    /// server has no word for a field "-". Ends the server.
-    /// @param answer  the body of its answer to the client
+    /// Stops the server.
+    /// @param answer  the body of its answer to its only client
+    /// @return its view of the client, "protocol, cipher, signature, subject, verdict", with "-" for a field
+    ///     that the server does not report
     virtual std::string report(const std::string& answer) = 0;
 
-    /// All that the server has said. Ends the server.
-    std::string last_words() {
+    /// Stops the server.
+    /// @return its complete output
+    std::string stop_and_get_log() {
         stop();
         return log();
     }

@@ -12,34 +12,34 @@
 
 namespace Kes::test {
 
-/// A card behind a CryptoAPI provider, a server's certificate, and the CA that signs for both. The Windows
-/// programs that the test starts have the card. At the end all that they took from the provider must have
-/// been released.
+/// A card of the CryptoAPI provider, a server certificate, and the CA that issues the certificates of both.
+/// The Windows programs that the test starts use this card. The fixture fails the test if they do not release
+/// everything that they acquire from the provider.
 class WindowsCapiTest : public testing::Test {
 protected:
     WindowsCapiTest();
     void TearDown() override;
 
-    /// A subject made for the test: "O=Makers,CN=" and the name.
+    /// Adds a key whose certificate has the subject "O=Makers,CN=<name>".
     /// @param kind  "exchange" or "signature"
     void add_key_to_card(const std::string& kind, const std::string& name) const;
 
     static std::vector<std::string> command(const std::string& program,
                                             const std::vector<std::string>& arguments);
 
-    /// Without the carriage returns of those lines that have one: when it loads a key, OpenSSL's engine
-    /// switches the program's standard output to binary.
+    /// Removes all carriage returns. Only some lines have one: when it loads a key, OpenSSL's engine switches
+    /// the program's standard output to binary mode.
     static std::string with_unix_lines(std::string text);
 
-    /// Runs a client; its output comes to output_.
+    /// Runs a client and stores its output in output_.
     /// @return its exit status
     int run_client(const std::string& program, const std::vector<std::string>& arguments);
 
-    /// Runs the example client: lists the keys, looks up the one with that name and logs in with it.
+    /// Runs the example client twice: to list the keys, and to log in with the key of that name.
     /// @return its exit status
     int log_in(const Server& server, const std::string& key_name);
 
-    /// How often the card has signed.
+    /// The number of signatures that the card has made.
     long count_signatures() const;
 
     static std::string script() { return MARVO_PREPARE_CARD; }
@@ -48,7 +48,7 @@ protected:
 
     TempDir dir_;
     std::string output_;
-    std::string keys_; ///< as the client listed them
+    std::string keys_; ///< the list that the client printed
 
 private:
     std::string calls() const { return read_file(card() + "/calls"); }
@@ -58,8 +58,8 @@ private:
     EnvVar log_{"ossl_scard_cfg_logfile", "Z:" + dir_.file("client.log")};
 };
 
-/// The store "MY" of the user, empty at first and at the end. There is one of that name: one test at a time
-/// may have it.
+/// The user's certificate store "MY", emptied by constructor and destructor. All tests share it, so only one
+/// test at a time may use it.
 class MyStore {
 public:
     MyStore() { clear(); }
@@ -67,10 +67,10 @@ public:
     MyStore(const MyStore&) = delete;
     MyStore& operator=(const MyStore&) = delete;
 
-    /// Puts a certificate of the container "login" of a card into it, with its key there.
+    /// Adds the certificate of the card's container "login", linked to the key on the card.
     void add_card_key(const std::string& card, const std::string& kind) const;
 
-    /// The same with the key in a container of Windows' software provider.
+    /// Adds the same certificate, linked to a copy of the key in Windows' software provider.
     void add_software_key(const std::string& card, const std::string& kind) const;
 
 private:

@@ -5,8 +5,8 @@
 #include "support/terminal.h"
 #include "windows_capi.h"
 
-// Windows programs log in, under Wine, with keys of CryptoAPI: those of a card's containers, and those that
-// the user's certificate store knows. But for the back-end all settings are the defaults.
+// Windows programs under Wine log in with CryptoAPI keys: those in a card's containers, and those of the
+// certificates in the user's store. All settings except the back-end have their defaults.
 namespace Kes::test {
 namespace {
 
@@ -35,18 +35,18 @@ std::string sorted_names(const std::string& keys) {
 
 struct LoginCase {
     std::string name;
-    std::string key;     ///< as the client lists it
-    std::string subject; ///< its common name
+    std::string key;     ///< as in the client's list
+    std::string subject; ///< the subject's common name
     long card_signatures;
 };
 
 void PrintTo(const LoginCase& login, std::ostream* stream) { *stream << login.name; }
 
-/// A login with one of two keys.
+/// Logs in with one of two keys.
 class CapiLoginTest : public WindowsCapiTest, public testing::WithParamInterface<LoginCase> {
 protected:
-    /// @param backend  the setting
-    /// @param names    of all keys, sorted
+    /// @param backend  the value of the setting crypto_if
+    /// @param names    the sorted names of all keys
     CapiLoginTest(const std::string& backend, std::string names)
         : backend_("ossl_scard_cfg_crypto_if", backend), names_(std::move(names)) {}
 
@@ -72,15 +72,15 @@ protected:
     }
 };
 
-TEST_P(WindowsCapiLoginTest, NginxLetsTheKeyInAndSeesItsSubject) {
+TEST_P(WindowsCapiLoginTest, NginxAcceptsTheKeyAndReportsItsSubject) {
     expect_login("nginx", nginx_report(GetParam().subject));
 }
 
-TEST_P(WindowsCapiLoginTest, GnutlsLetsTheKeyInAndSeesItsSubject) {
+TEST_P(WindowsCapiLoginTest, GnutlsAcceptsTheKeyAndReportsItsSubject) {
     expect_login("gnutls", gnutls_report(GetParam().subject));
 }
 
-INSTANTIATE_TEST_SUITE_P(With, WindowsCapiLoginTest,
+INSTANTIATE_TEST_SUITE_P(Keys, WindowsCapiLoginTest,
                          testing::Values(LoginCase{"SignatureKey", "login (SIGNATURE)", "Rita", 1},
                                          LoginCase{"ExchangeKey", "login (KEYEXCHANGE)", "Egon", 1}),
                          [](const auto& login) { return login.param.name; });
@@ -97,25 +97,25 @@ protected:
     MyStore store_;
 };
 
-TEST_P(WindowsMyStoreLoginTest, NginxLetsTheKeyInAndSeesItsSubject) {
+TEST_P(WindowsMyStoreLoginTest, NginxAcceptsTheKeyAndReportsItsSubject) {
     expect_login("nginx", nginx_report(GetParam().subject));
 }
 
-TEST_P(WindowsMyStoreLoginTest, GnutlsLetsTheKeyInAndSeesItsSubject) {
+TEST_P(WindowsMyStoreLoginTest, GnutlsAcceptsTheKeyAndReportsItsSubject) {
     expect_login("gnutls", gnutls_report(GetParam().subject));
 }
 
-INSTANTIATE_TEST_SUITE_P(With, WindowsMyStoreLoginTest,
+INSTANTIATE_TEST_SUITE_P(Keys, WindowsMyStoreLoginTest,
                          testing::Values(LoginCase{"SoftwareKey", "Makers, Stella", "Stella", 0},
                                          LoginCase{"CardKey", "Makers, Carla", "Carla", 1}),
                          [](const auto& login) { return login.param.name; });
 
-/// With a user at the console, whose keys come from a pseudo-terminal.
+/// The interactive client; its user's keys come from a pseudo-terminal.
 class WindowsCapiConsoleTest : public WindowsCapiTest {
 protected:
     WindowsCapiConsoleTest() { terminal_.pass_all_keys(); }
 
-    /// The user's answers to the two questions.
+    /// Runs the interactive client and answers its two menus.
     /// @return the exit status
     int choose(const std::string& backend, const std::string& key) {
         terminal_.start_with_pipe(command("interactive_client", {}));
@@ -127,7 +127,7 @@ protected:
         return terminal_.wait();
     }
 
-    /// What the client writes behind the menu of the back-ends.
+    /// The client's output after its menus.
     std::string certificate_text(const std::string& name, const std::string& file) const {
         return "subject: CN=" + name + ",O=Makers\nissuer:  CN=Soft token CA,O=Throw-away\n" +
                run_program(
@@ -137,7 +137,7 @@ protected:
     Terminal terminal_;
 };
 
-TEST_F(WindowsCapiConsoleTest, TheUserPicksAKeyOfTheCardAndSeesItsCertificate) {
+TEST_F(WindowsCapiConsoleTest, SelectedKeyOfTheCardHasItsCertificateShown) {
     add_key_to_card("exchange", "Egon");
     add_key_to_card("signature", "Rita");
     EXPECT_EQ(choose("c", "1"), 0);
@@ -157,7 +157,7 @@ protected:
     MyStore store_;
 };
 
-TEST_F(WindowsMyStoreConsoleTest, TheUserPicksAKeyOfTheStoreAndSeesItsCertificate) {
+TEST_F(WindowsMyStoreConsoleTest, SelectedKeyOfTheStoreHasItsCertificateShown) {
     add_key_to_card("signature", "Carla");
     store_.add_card_key(card(), "signature");
     EXPECT_EQ(choose("s", "0"), 0);

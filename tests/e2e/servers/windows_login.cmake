@@ -1,5 +1,5 @@
-# The example programs for Windows, under Wine: by the test doubles of the pkcs11 road with their card, and by CryptoAPI with
-# the test card of its provider.
+# The example programs for Windows under Wine: the pkcs11 back-end with its test doubles, and the CryptoAPI back-ends with
+# the test card of the CSP test double.
 add_executable(kes_windows_login_tests
     windows_capi.cpp
     windows_capi_login_test.cpp
@@ -17,7 +17,7 @@ target_compile_definitions(kes_windows_login_tests PRIVATE
 target_link_libraries(kes_windows_login_tests PRIVATE kes_servers kes_flags OpenSSL::Crypto GTest::gtest_main)
 gtest_discover_tests(kes_windows_login_tests TEST_FILTER -*WindowsCapi*:*MyStore* TEST_LIST windows_login_tests
     TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES TIMEOUT 120)
-# The Windows build registers the card, in a test of its own. There is one store of the name "MY".
+# A test in the Windows build registers the card's provider. Tests that use the store "MY" must not run in parallel.
 gtest_discover_tests(kes_windows_login_tests TEST_FILTER *WindowsCapi* TEST_LIST windows_capi_tests
     TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES FIXTURES_REQUIRED test_card TIMEOUT 120)
 gtest_discover_tests(kes_windows_login_tests TEST_FILTER *MyStore* TEST_LIST windows_store_tests

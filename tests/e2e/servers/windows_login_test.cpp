@@ -6,7 +6,7 @@
 #include "support/test_card.h"
 #include "windows_program.h"
 
-// Windows programs log in, under Wine, at servers of this system.
+// Windows programs under Wine log in at native servers.
 namespace Kes::test {
 namespace {
 
@@ -14,10 +14,10 @@ struct Scenario {
     std::string name;
     std::string key; ///< its number on the card
     std::string protocol;
-    std::string session; ///< what the client shows of it, without the signature
+    std::string session; ///< the client's output about it, without the signature
     std::string nginx_signature;
     std::string nginx_report;
-    std::string gnutls_signature; ///< the servers differ in what they like best
+    std::string gnutls_signature; ///< the servers prefer different signatures
     std::string gnutls_report;
 };
 
@@ -50,8 +50,8 @@ const std::vector<Scenario> scenarios = {
 
 const std::string keys_on_card = "key 0: Card 1: Login\nkey 1: Card 1: Curve\n";
 
-/// The Windows programs find the test doubles in their current folder. At the end everything must have been
-/// released, and no test double used wrongly.
+/// The Windows programs find the test doubles in their working directory. The fixture fails the test if they
+/// leak something or violate the rules of a test double.
 class WindowsLoginTest : public testing::TestWithParam<Scenario> {
 protected:
     WindowsLoginTest() {
@@ -65,7 +65,7 @@ protected:
         EXPECT_EQ(card_.unbalanced(), Lines());
     }
 
-    /// A server that knows the card's CA.
+    /// Starts a server that trusts the card's CA.
     std::unique_ptr<Server> start_server(const std::string& maker) const {
         ServerSetup setup(dir_.path());
         setup.client_ca_file = MARVO_CARD_FILES "/ca.crt";
@@ -76,7 +76,7 @@ protected:
         return windows_command(MARVO_DOUBLES, program, arguments);
     }
 
-    /// Runs the client with the PIN as its input.
+    /// Runs the client with the PIN as its standard input.
     /// @return its exit status
     int run_client(const std::string& pin, const Lines& arguments) {
         const Outcome outcome = run_with_input(command("tls_client", arguments), pin + '\n');
@@ -99,62 +99,62 @@ protected:
     std::string output_;
 };
 
-TEST_P(WindowsLoginTest, NginxLetsTheCardInAndSeesItsSubject) {
+TEST_P(WindowsLoginTest, NginxAcceptsTheCardAndReportsItsSubject) {
     const auto server = start_server("nginx");
     EXPECT_EQ(log_in(*server, GetParam().key, GetParam().protocol), 0);
     EXPECT_EQ(before_answer(output_), expected_session(GetParam().nginx_signature));
     EXPECT_EQ(server->report(body_of(output_)), GetParam().nginx_report + "\n");
 }
 
-TEST_P(WindowsLoginTest, GnutlsLetsTheCardInAndSeesItsSubject) {
+TEST_P(WindowsLoginTest, GnutlsAcceptsTheCardAndReportsItsSubject) {
     const auto server = start_server("gnutls");
     EXPECT_EQ(log_in(*server, GetParam().key, GetParam().protocol), 0);
     EXPECT_EQ(before_answer(output_), expected_session(GetParam().gnutls_signature));
     EXPECT_EQ(server->report(body_of(output_)), GetParam().gnutls_report);
 }
 
-INSTANTIATE_TEST_SUITE_P(With, WindowsLoginTest, testing::ValuesIn(scenarios),
+INSTANTIATE_TEST_SUITE_P(Scenarios, WindowsLoginTest, testing::ValuesIn(scenarios),
                          [](const auto& scenario) { return scenario.param.name; });
 
 class WindowsLoginRefusedTest : public WindowsLoginTest {
 protected:
-    /// A server that knows nobody but its own CA.
-    std::unique_ptr<Server> start_stranger(const std::string& maker) const {
+    /// Starts a server that trusts only its own CA.
+    std::unique_ptr<Server> start_server_with_other_ca(const std::string& maker) const {
         return create_server(maker, ServerSetup(dir_.path()));
     }
 
-    /// What OpenSSL adds to the client's words is a matter of luck: the system forgets the server's last
-    /// message when the client has written more than the server has read.
+    /// Ignores what OpenSSL adds to the client's message. It is not predictable: the system discards the
+    /// server's last alert if the client has written data that the server has not read.
     void expect_refusal(Server& server, const std::string& error) {
         const std::string expected = keys_on_card + "key: RSA 2048\n" + error;
         EXPECT_EQ(output_.substr(0, expected.size()), expected);
-        const std::string words = server.last_words();
-        EXPECT_TRUE(words.ends_with("Error in handshake: Error in the certificate.\n" +
-                                    std::string("Exiting via signal 15\n")))
-            << words;
+        const std::string server_log = server.stop_and_get_log();
+        EXPECT_TRUE(server_log.ends_with("Error in handshake: Error in the certificate.\n" +
+                                         std::string("Exiting via signal 15\n")))
+            << server_log;
     }
 };
 
-TEST_F(WindowsLoginRefusedTest, NginxAnswersACardOfAnUnknownCaThatItsCertificateIsWrong) {
-    const auto server = start_stranger("nginx");
+TEST_F(WindowsLoginRefusedTest, NginxRejectsTheCertificateOfAnUnknownCa) {
+    const auto server = start_server_with_other_ca("nginx");
     EXPECT_EQ(log_in(*server, "0", "1.3"), 0);
     EXPECT_NE(body_of(output_).find("<center>The SSL certificate error</center>"), std::string::npos)
         << output_;
 }
 
-TEST_F(WindowsLoginRefusedTest, GnutlsBreaksOffWithACardOfAnUnknownCaOverTls12) {
-    const auto server = start_stranger("gnutls");
+TEST_F(WindowsLoginRefusedTest, GnutlsAbortsTheTls12HandshakeForACertificateOfAnUnknownCa) {
+    const auto server = start_server_with_other_ca("gnutls");
     EXPECT_EQ(log_in(*server, "0", "1.2"), 1);
     expect_refusal(*server, "tls_client: no TLS connection\n");
 }
 
-TEST_F(WindowsLoginRefusedTest, GnutlsBreaksOffWithACardOfAnUnknownCaOverTls13) {
-    const auto server = start_stranger("gnutls");
+TEST_F(WindowsLoginRefusedTest, GnutlsAbortsTheTls13HandshakeForACertificateOfAnUnknownCa) {
+    const auto server = start_server_with_other_ca("gnutls");
     EXPECT_EQ(log_in(*server, "0", "1.3"), 1);
     expect_refusal(*server, "tls_client: the server does not answer\n");
 }
 
-TEST_F(WindowsLoginRefusedTest, TheClientRefusesAServerOfAnUnknownCa) {
+TEST_F(WindowsLoginRefusedTest, ClientRejectsAServerOfAnUnknownCa) {
     const auto server = start_server("nginx");
     const EnvVar other_ca("SSL_CERT_FILE", "Z:" MARVO_CARD_FILES "/ca.crt");
     EXPECT_EQ(log_in(*server, "0", "1.3"), 1);
@@ -162,14 +162,14 @@ TEST_F(WindowsLoginRefusedTest, TheClientRefusesAServerOfAnUnknownCa) {
                                           "error:SSL routines:certificate verify failed:\n");
 }
 
-TEST_F(WindowsLoginRefusedTest, TheCardRefusesAWrongPin) {
+TEST_F(WindowsLoginRefusedTest, CardRejectsAWrongPin) {
     EXPECT_EQ(run_client("000000", {"-"}), 1);
     EXPECT_EQ(masked_errors(output_),
               "tls_client: libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
               "error:PKCS#11 module:PIN incorrect:PKCS11_login\n");
 }
 
-/// With a user at the console, whose keys come from a pseudo-terminal.
+/// Clients that ask their user; the user's keys come from a pseudo-terminal.
 class WindowsConsoleLoginTest : public WindowsLoginTest {
 protected:
     WindowsConsoleLoginTest() { terminal_.pass_all_keys(); }
@@ -183,14 +183,14 @@ protected:
     Terminal terminal_;
 };
 
-TEST_F(WindowsConsoleLoginTest, ThePinCanBeTyped) {
+TEST_F(WindowsConsoleLoginTest, PinCanBeTypedAtThePrompt) {
     terminal_.start_with_pipe(command("tls_client", {}));
     terminal_.type(card_pin + std::string("\r"));
     EXPECT_EQ(finish(), 0);
     EXPECT_EQ(output_, keys_on_card);
 }
 
-TEST_F(WindowsConsoleLoginTest, TheUserPicksBackEndAndKeyAndSeesTheCertificate) {
+TEST_F(WindowsConsoleLoginTest, SelectedKeyHasItsCertificateShown) {
     terminal_.start_with_pipe(command("interactive_client", {}));
     output_ = terminal_.read_until("  => ");
     terminal_.type("p" + std::string(card_pin) + "\r");

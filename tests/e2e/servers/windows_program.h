@@ -4,27 +4,27 @@
 #include <string>
 #include <vector>
 
-/// The Windows programs that tests of this system start, under Wine.
+/// Windows programs that native tests start under Wine.
 namespace Kes::test {
 
-/// What starts a program of the Windows build.
-/// @param folder   its current folder, where it finds the engine and other libraries
-/// @param program  its name
+/// The command that starts a program of the Windows build.
+/// @param folder   its working directory, where it finds the engine and other libraries
+/// @param program  its name without ".exe"
 std::vector<std::string> windows_command(const std::string& folder, const std::string& program,
                                          const std::vector<std::string>& arguments);
 
 struct Outcome {
     int status;
-    std::string output; ///< standard output and standard error, as they are
+    std::string output; ///< standard output and standard error, unchanged
 };
 
-/// Runs a command with a text as its input.
+/// Runs a command with a text as its standard input.
 Outcome run_with_input(const std::vector<std::string>& command, const std::string& input);
 
-/// Each line of a Windows program ends with one.
+/// Removes the carriage return that must end each line of a Windows program's output.
 std::string without_carriage_returns(const std::string& text);
 
-/// How the interactive client asks for the back-end, with the default settings.
+/// The interactive client's menu of back-ends with the default settings.
 inline const std::string menu_of_backends =
     "\nPlease select cryptographic API interface:\n"
     "   ( c ) ... capi (MS CryptoAPI with csp 'Microsoft Base Smart Card Crypto Provider')\n"
@@ -33,7 +33,7 @@ inline const std::string menu_of_backends =
     "   ( . ) ... exit\n"
     "  => ";
 
-/// What a client wrote before the server's answer, and the body of that.
+/// The client's output before the server's answer, and the body of that answer.
 std::string before_answer(const std::string& output);
 std::string body_of(const std::string& output);
 
