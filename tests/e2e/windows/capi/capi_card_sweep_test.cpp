@@ -1,4 +1,4 @@
-// Every call of the card fails in turn, on the capi road with the default settings.
+// Each call of the card fails in turn, with the capi back-end and the default settings.
 #include <algorithm>
 #include <gmock/gmock.h>
 
@@ -11,11 +11,11 @@ constexpr unsigned long removed_card = 0x80100069; // SCARD_W_REMOVED_CARD
 
 struct Row {
     std::string call;
-    std::string error;  // the operation that fails and its text; "" when nothing does
-    std::string logged; // a line of the log; "" for none
+    std::string error;  // the operation that fails and its error; "" if none fails
+    std::string logged; // a line of the log; "" if none is expected
 };
 
-// In all texts $ stands for the Windows error.
+// In all texts, $ is a placeholder for the Windows error.
 const std::string provider_not_acquired = "capi_helper:79 Kes::CapiInit::CapiInit(): CryptAcquireContext() "
                                           "with prov_name=Microsoft Base Smart Card Crypto "
                                           "Provider, key_container_name=nullptr, flags=0xf0000000 failed: $";
@@ -43,7 +43,7 @@ std::string parameter_not_read(const std::string& parameter, int flags) {
            ", flags=" + std::to_string(flags) + ") failed: $";
 }
 
-/// A failure that costs the card's only container: there is no key to select.
+/// A failure because of which the card's only container is skipped, so that no key can be selected.
 Row without_key(const std::string& call, const std::string& logged) {
     return {call,
             "set_key: ossl_scard_if_imp:241 Kes::OsslScardIfImp::set_key(): invalid key_num (0): val=3 "
@@ -51,7 +51,7 @@ Row without_key(const std::string& call, const std::string& logged) {
             logged};
 }
 
-/// What the engine has to say of a key that it cannot load.
+/// A failure that prevents the engine from loading the key.
 Row engine_key(const std::string& call, const std::string& reason) {
     return {call,
             "ossl_load: ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() "
@@ -77,7 +77,7 @@ const std::vector<Row> rows{
     {"list_size@", "discover_keys: " + parameter_not_sized("2", 2), ""},
     {"list@", "discover_keys: " + parameter_not_read("2", 2), ""},
     without_key("acquire@sign", "<debug> " + container_not_acquired),
-    {"user_key_1@sign", "", "<warn> " + no_exchange_key}, // there is none anyway
+    {"user_key_1@sign", "", "<warn> " + no_exchange_key}, // the container has no such key
     without_key("user_key_2@sign", "<warn> " + no_signature_key),
     without_key("certificate_size@sign", "<debug> " + certificate_not_sized),
     without_key("certificate@sign", "<debug> " + certificate_not_read),
@@ -115,15 +115,15 @@ std::string with_error(std::string text) {
     return place == std::string::npos ? text : text.replace(place, 1, windows_error(removed_card));
 }
 
-class CardSweepTest : public RoadTest {
+class CardSweepTest : public CapiClientTest {
 protected:
     CardSweepTest() {
         log_severity = 63;
         card.add("sign");
     }
 
-    /// From init(), or from read_scard() on, to a signature and to the release of the key.
-    /// @return what fails first, as the table has it; "" when nothing does
+    /// Runs the sequence from init() or read_scard() to a signature and to ossl_unload().
+    /// @return the first failure in the format of the table; "" if nothing fails
     std::string run(bool with_init) {
         const auto failed = [this](const char* operation) {
             return std::string(operation) + ": " + masked_errors(error());
@@ -139,16 +139,16 @@ protected:
     }
 };
 
-class EachCallTest : public CardSweepTest, public ::testing::WithParamInterface<std::size_t> {
+class CardCallFailureTest : public CardSweepTest, public ::testing::WithParamInterface<std::size_t> {
 protected:
-    EachCallTest() { card.fail(std::to_string(GetParam()), removed_card); }
+    CardCallFailureTest() { card.fail(std::to_string(GetParam()), removed_card); }
 
     const Row& row = rows[GetParam() - 1];
 };
 
-INSTANTIATE_TEST_SUITE_P(Failing, EachCallTest, ::testing::Range(std::size_t{1}, rows.size() + 1));
+INSTANTIATE_TEST_SUITE_P(Calls, CardCallFailureTest, ::testing::Range(std::size_t{1}, rows.size() + 1));
 
-TEST_F(CardSweepTest, ARunWithoutFailureMakesExactlyTheCallsOfTheTable) {
+TEST_F(CardSweepTest, RunWithoutFailureMakesExactlyTheCallsOfTheTable) {
     EXPECT_EQ(run(true), "");
     scard().destroy();
     Lines calls;
@@ -157,7 +157,7 @@ TEST_F(CardSweepTest, ARunWithoutFailureMakesExactlyTheCallsOfTheTable) {
     EXPECT_EQ(card.calls(), calls);
 }
 
-TEST_P(EachCallTest, IsReportedWithTheWindowsErrorAndEverythingIsReleased) {
+TEST_P(CardCallFailureTest, FailureIsReportedWithTheWindowsErrorAndEverythingIsReleased) {
     EXPECT_EQ(run(true), with_error(row.error));
     EXPECT_EQ(card.calls().at(GetParam() - 1), row.call);
     if (!row.logged.empty()) {
@@ -165,7 +165,7 @@ TEST_P(EachCallTest, IsReportedWithTheWindowsErrorAndEverythingIsReleased) {
     }
 }
 
-TEST_P(EachCallTest, CausesNoMoreHarmOnceTheFailureIsLifted) {
+TEST_P(CardCallFailureTest, NextRunWorksAfterTheFailure) {
     run(true);
     card.heal();
     EXPECT_EQ(run(false), "");

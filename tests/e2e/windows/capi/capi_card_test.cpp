@@ -1,4 +1,4 @@
-// The capi road from end to end, with the default settings.
+// End-to-end tests of the capi back-end with the default settings.
 #include <algorithm>
 
 #include "capi_client_fixture.h"
@@ -10,9 +10,9 @@ const std::string provider_not_acquired = "capi_helper:79 Kes::CapiInit::CapiIni
                                           "with prov_name=Microsoft Base Smart Card Crypto "
                                           "Provider, key_container_name=nullptr, flags=0xf0000000 failed: ";
 
-class CardRoadTest : public RoadTest {
+class CapiCardTest : public CapiClientTest {
 protected:
-    /// Whether the loaded key and certificate are the card's.
+    /// Whether the loaded certificate is that of the card's key, and the loaded key signs for it.
     ::testing::AssertionResult is_loaded(const std::string& container, unsigned int key_spec) const {
         if (certificate() == nullptr) return ::testing::AssertionFailure() << "no certificate";
         if (der_of(certificate()) != prepared_certificate(container, key_spec))
@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(CardRoadTest, ASignatureKeySignsAndItsCertificateIsTheCards) {
+TEST_F(CapiCardTest, LoadedSignatureKeySignsForItsCertificate) {
     card.add("sign");
     ASSERT_TRUE(discover());
     EXPECT_FALSE(scard().is_pin_required());
@@ -33,7 +33,7 @@ TEST_F(CardRoadTest, ASignatureKeySignsAndItsCertificateIsTheCards) {
     EXPECT_TRUE(is_loaded("sign", signature));
 }
 
-TEST_F(CardRoadTest, AKeyExchangeKeySignsAndItsCertificateIsTheCards) {
+TEST_F(CapiCardTest, LoadedKeyExchangeKeySignsForItsCertificate) {
     card.add("exchange");
     ASSERT_TRUE(discover());
     EXPECT_EQ(key_names(), Lines{"exchange (KEYEXCHANGE)"});
@@ -42,7 +42,7 @@ TEST_F(CardRoadTest, AKeyExchangeKeySignsAndItsCertificateIsTheCards) {
     EXPECT_TRUE(is_loaded("exchange", key_exchange));
 }
 
-TEST_F(CardRoadTest, AKeyIsSelectedByItsTypeAndContainer) {
+TEST_F(CapiCardTest, KeyIsSelectedByTypeAndContainer) {
     card.add("exchange");
     card.add("sign");
     ASSERT_TRUE(discover());
@@ -51,7 +51,7 @@ TEST_F(CardRoadTest, AKeyIsSelectedByItsTypeAndContainer) {
     EXPECT_TRUE(is_loaded("exchange", key_exchange));
 }
 
-TEST_F(CardRoadTest, OfTwoKeysInAContainerTheOneOfTheTypeIsLoaded) {
+TEST_F(CapiCardTest, KeyTypeSelectsOneOfTwoKeysInAContainer) {
     card.add("both", "Container 1");
     ASSERT_TRUE(discover());
     EXPECT_EQ(key_names(), (Lines{"Container 1 (KEYEXCHANGE)", "Container 1 (SIGNATURE)"}));
@@ -64,7 +64,7 @@ TEST_F(CardRoadTest, OfTwoKeysInAContainerTheOneOfTheTypeIsLoaded) {
     EXPECT_TRUE(is_loaded("both", signature));
 }
 
-TEST_F(CardRoadTest, ATypeThatTheContainerHasNoKeyOfIsNotFound) {
+TEST_F(CapiCardTest, KeyTypeThatTheContainerDoesNotHaveIsNotFound) {
     card.add("sign");
     ASSERT_TRUE(discover());
     EXPECT_EQ(scard().set_key(key_exchange, "sign"), 1);
@@ -73,7 +73,7 @@ TEST_F(CardRoadTest, ATypeThatTheContainerHasNoKeyOfIsNotFound) {
         "ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key(): specified key not found: val=8 (not_found)");
 }
 
-TEST_F(CardRoadTest, PssFailsBecauseTheEngineDoesNotHaveIt) {
+TEST_F(CapiCardTest, PssFailsBecauseTheEngineDoesNotSupportIt) {
     card.add("sign");
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load(signature, "sign"));
@@ -82,7 +82,7 @@ TEST_F(CardRoadTest, PssFailsBecauseTheEngineDoesNotHaveIt) {
     EXPECT_EQ(signing_problem(key(), certificate(), pkcs1), "");
 }
 
-TEST_F(CardRoadTest, EverySignatureIsMadeByTheCard) {
+TEST_F(CapiCardTest, CardMakesEverySignature) {
     card.add("sign");
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load(signature, "sign"));
@@ -93,7 +93,7 @@ TEST_F(CardRoadTest, EverySignatureIsMadeByTheCard) {
     EXPECT_EQ(calls, (Lines{"create_hash@sign", "set_hash@sign", "sign@sign", "destroy_hash@sign"}));
 }
 
-TEST_F(CardRoadTest, OnlyKeysWhoseCertificateFitsTheFilterAreOffered) {
+TEST_F(CapiCardTest, OnlyKeysWhoseCertificatePassesTheFilterAreOffered) {
     card.add("encipher");
     card.add("exchange");
     card.add("sign");
@@ -108,13 +108,13 @@ TEST_F(CardRoadTest, OnlyKeysWhoseCertificateFitsTheFilterAreOffered) {
     EXPECT_EQ(key_names(), (Lines{"exchange (KEYEXCHANGE)", "sign (SIGNATURE)"}));
 }
 
-TEST_F(CardRoadTest, ACardWithoutContainersHasNoKeys) {
+TEST_F(CapiCardTest, CardWithoutContainersHasNoKeys) {
     ASSERT_TRUE(discover());
     EXPECT_EQ(num_keys, 0U);
     EXPECT_EQ(scard().get_key_name(0), nullptr);
 }
 
-TEST_F(CardRoadTest, ManyContainersAreAllFoundInTheCardsOrder) {
+TEST_F(CapiCardTest, ManyContainersAreFoundInTheOrderOfTheCard) {
     Lines names;
     for (char letter = 'a'; letter <= 'z'; ++letter) {
         card.add("sign", std::string("container ") + letter);
@@ -126,7 +126,7 @@ TEST_F(CardRoadTest, ManyContainersAreAllFoundInTheCardsOrder) {
     EXPECT_TRUE(is_loaded("sign", signature));
 }
 
-TEST_F(CardRoadTest, AKeyWithoutCertificateCostsItsContainerAlone) {
+TEST_F(CapiCardTest, KeyWithoutCertificateCausesOnlyItsContainerToBeSkipped) {
     log_severity = 63;
     card.add("both");
     card.add("sign");
@@ -141,7 +141,7 @@ TEST_F(CardRoadTest, AKeyWithoutCertificateCostsItsContainerAlone) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
 }
 
-TEST_F(CardRoadTest, WhatIsNoCertificateEndsTheDiscovery) {
+TEST_F(CapiCardTest, InvalidCertificateFailsTheDiscovery) {
     card.add("both");
     card.add("sign");
     card.replace_certificate("both", signature, {'n', 'o', 'n', 'e'});
@@ -151,7 +151,7 @@ TEST_F(CardRoadTest, WhatIsNoCertificateEndsTheDiscovery) {
         "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: rc=0");
 }
 
-TEST_F(CardRoadTest, WithoutACardReadingFailsAndACardInsertedLaterIsRead) {
+TEST_F(CapiCardTest, MissingCardIsReportedAndCardInsertedLaterIsRead) {
     card.add("sign");
     card.pull_out();
     ASSERT_EQ(scard().init(make_config()), 0) << error();
@@ -164,7 +164,7 @@ TEST_F(CardRoadTest, WithoutACardReadingFailsAndACardInsertedLaterIsRead) {
     EXPECT_TRUE(is_loaded("sign", signature));
 }
 
-TEST_F(CardRoadTest, AProviderThatIsNotThereIsReported) {
+TEST_F(CapiCardTest, MissingProviderIsReported) {
     OsslScardCfg* cfg = make_config();
     cfg->set_capi_csp_name("No Such Provider");
     ASSERT_EQ(scard().init(cfg), 0) << error();
@@ -175,7 +175,7 @@ TEST_F(CardRoadTest, AProviderThatIsNotThereIsReported) {
                   windows_error(0x80090019));
 }
 
-TEST_F(CardRoadTest, ACardPulledOutUnderALoadedKeySignsNoMore) {
+TEST_F(CapiCardTest, SigningFailsAfterCardRemoval) {
     card.add("sign");
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load(signature, "sign"));
@@ -185,10 +185,10 @@ TEST_F(CardRoadTest, ACardPulledOutUnderALoadedKeySignsNoMore) {
     EXPECT_EQ(scard().read_scard(), 1);
     EXPECT_EQ(error(), provider_not_acquired + windows_error(0x8010000c)); // SCARD_E_NO_SMARTCARD
     card.insert();
-    EXPECT_TRUE(is_loaded("sign", signature)); // the reading leaves what is loaded
+    EXPECT_TRUE(is_loaded("sign", signature)); // reading the card does not unload the key
 }
 
-TEST_F(CardRoadTest, AContainerThatIsGoneWhenItsKeyIsLoadedIsReported) {
+TEST_F(CapiCardTest, MissingContainerFailsTheLoad) {
     card.add("sign");
     ASSERT_TRUE(discover());
     scard().get_config_used()->set_priv_key_name("gone");
@@ -201,7 +201,7 @@ TEST_F(CardRoadTest, AContainerThatIsGoneWhenItsKeyIsLoadedIsReported) {
     EXPECT_EQ(certificate(), nullptr);
 }
 
-TEST_F(CardRoadTest, AnUnloadTakesKeyAndCertificateAwayUntilANewRound) {
+TEST_F(CapiCardTest, LoadAfterUnloadNeedsReadingTheCardAgain) {
     card.add("sign");
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load(signature, "sign"));
@@ -217,7 +217,7 @@ TEST_F(CardRoadTest, AnUnloadTakesKeyAndCertificateAwayUntilANewRound) {
     EXPECT_TRUE(is_loaded("sign", signature));
 }
 
-TEST_F(CardRoadTest, AfterDestroyEverythingWorksAgain) {
+TEST_F(CapiCardTest, SequenceCanBeRepeatedAfterDestroy) {
     card.add("both");
     for (const unsigned int key_spec : {signature, key_exchange, signature}) {
         SCOPED_TRACE(key_spec);
@@ -229,7 +229,7 @@ TEST_F(CardRoadTest, AfterDestroyEverythingWorksAgain) {
     }
 }
 
-TEST_F(CardRoadTest, AnEngineThatIsNotThereIsReportedAndTheRightOneIsLoadedAfterwards) {
+TEST_F(CapiCardTest, MissingEngineIsReportedAndTheRightOneLoadsAfterwards) {
     card.add("sign");
     ASSERT_TRUE(discover());
     scard().get_config_used()->set_capi_openssl_engine_dll("nowhere\\capi.dll");

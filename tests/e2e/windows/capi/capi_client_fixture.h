@@ -15,19 +15,20 @@
 
 namespace Kes::test {
 
-/// A client of the DLL with the default settings, in an empty folder, where the log goes, and with an empty
-/// card. (The engine is found all the same: Windows looks for a relative path in the program's folder, too.)
-/// At the end every handle of the card must have been released once.
-class RoadTest : public ::testing::Test {
+/// A client of the DLL with the default settings and an empty card. It runs in an empty folder, to which it
+/// writes its log. Windows still finds the engine, because it also searches the program's folder for relative
+/// paths. The fixture fails the test unless every handle of the card is released exactly once.
+class CapiClientTest : public ::testing::Test {
 protected:
     void TearDown() override;
 
     OsslScardIf& scard() const { return *get_ossl_scard_if(); }
 
-    /// The default configuration, but for the road and for the lines of all severities in the log.
+    /// The default configuration with the members crypto_if and log_severity.
     OsslScardCfg* make_config() const;
 
-    /// init() to discover_keys(); then what follows on set_key() up to ossl_load().
+    /// The parts of a typical sequence: init() to discover_keys(); notify_config_done() and ossl_load(); the
+    /// latter after set_key().
     ::testing::AssertionResult discover();
     ::testing::AssertionResult load();
     ::testing::AssertionResult load(unsigned int key_type, const std::string& key_id);
@@ -37,7 +38,7 @@ protected:
     Lines key_names() const { return found_key_names(scard(), num_keys); }
     std::string error() const { return scard().get_last_error_msg(); }
 
-    /// The log so far, as without_header() gives it.
+    /// The lines of the log so far without their headers.
     Lines log() const;
 
     OsslScardCfg::CryptoIf crypto_if = OsslScardCfg::capi;

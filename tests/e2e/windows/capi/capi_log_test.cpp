@@ -1,4 +1,4 @@
-// The log of a typical run on each road, whole but for the build's date in its first lines.
+// The log of a typical run with each CryptoAPI back-end, complete except for the lines before "started".
 #include <algorithm>
 
 #include "capi_client_fixture.h"
@@ -55,9 +55,10 @@ Lines joined(const std::vector<Lines>& parts) {
     return all;
 }
 
-class LogTest : public RoadTest {
+class LogTest : public CapiClientTest {
 protected:
-    /// @return the log of a run that loads key 0, from the start of the manager on
+    /// Loads and unloads key 0.
+    /// @return the log from the start of the manager on
     Lines log_of_run() {
         EXPECT_TRUE(discover());
         EXPECT_EQ(num_keys, 1U);
@@ -96,7 +97,7 @@ const std::string on_container = "<info> capi initialized (provider=Microsoft Ba
 
 class CardLogTest : public LogTest {};
 
-TEST_F(CardLogTest, ARunOnTheCardIsWrittenLineByLine) {
+TEST_F(CardLogTest, TypicalRunWithCapiWritesExactlyTheExpectedLines) {
     card.add("sign");
     EXPECT_EQ(
         log_of_run(),
@@ -121,7 +122,7 @@ TEST_F(CardLogTest, ARunOnTheCardIsWrittenLineByLine) {
         }));
 }
 
-/// Shares the one store "MY" with other tests.
+/// Uses the store "MY", which it shares with other tests.
 class MyStoreLogTest : public LogTest {
 protected:
     ~MyStoreLogTest() override { store.remove(); }
@@ -129,7 +130,7 @@ protected:
     SystemStore store{"MY"};
 };
 
-TEST_F(MyStoreLogTest, ARunOnTheStoreIsWrittenLineByLine) {
+TEST_F(MyStoreLogTest, TypicalRunWithCapiStoreWritesExactlyTheExpectedLines) {
     const KeyPlace place = on_card("sign", signature);
     card.add("sign");
     store.add(prepared_certificate("sign", signature), &place);

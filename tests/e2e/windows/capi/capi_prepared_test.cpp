@@ -1,10 +1,10 @@
-// What the script prepare-card prepared, as a script for demonstrations and servers would.
+// The card and the store that the script prepare-card created work in a client.
 #include "capi_client_fixture.h"
 
 namespace Kes::test {
 namespace {
 
-/// Has its card from the environment, as any program.
+/// Gets its card from an environment variable, as any program does.
 class PreparedTest : public ::testing::Test {
 protected:
     void TearDown() override { scard.destroy(); }
@@ -24,13 +24,13 @@ protected:
     OsslScardIf& scard = *get_ossl_scard_if();
 };
 
-TEST_F(PreparedTest, TheCardSigns) { EXPECT_EQ(use(OsslScardCfg::capi, signature, "login"), ""); }
+TEST_F(PreparedTest, KeyOnTheCardSigns) { EXPECT_EQ(use(OsslScardCfg::capi, signature, "login"), ""); }
 
-TEST_F(PreparedTest, TheStoreSignsWithTheCard) {
+TEST_F(PreparedTest, StoreKeyOnTheCardSigns) {
     EXPECT_EQ(use(OsslScardCfg::capi_store, 0, "On the Card"), "");
 }
 
-TEST_F(PreparedTest, TheStoreSignsWithSoftware) {
+TEST_F(PreparedTest, StoreKeyInSoftwareSigns) {
     EXPECT_EQ(use(OsslScardCfg::capi_store, 0, "Makers, In Software"), "");
 }
 

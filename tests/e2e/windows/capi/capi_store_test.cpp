@@ -1,4 +1,4 @@
-// The capi_store road from end to end, with the default settings: the store "MY" of the current user.
+// End-to-end tests of the capi_store back-end with the default settings: the current user's store "MY".
 #include <gmock/gmock.h>
 #include <utility>
 
@@ -10,12 +10,12 @@ namespace {
 
 constexpr const char* software_container = "marvo-test-key";
 
-/// Shares the one store "MY": these tests must not run at the same time.
-class MyStoreRoadTest : public RoadTest {
+/// Uses the store "MY". All tests share it and must not run at the same time.
+class MyStoreTest : public CapiClientTest {
 protected:
-    MyStoreRoadTest() { crypto_if = OsslScardCfg::capi_store; }
+    MyStoreTest() { crypto_if = OsslScardCfg::capi_store; }
 
-    ~MyStoreRoadTest() override {
+    ~MyStoreTest() override {
         store.remove();
         delete_software_key(software_container);
     }
@@ -45,7 +45,7 @@ void PrintTo(const Key& key, std::ostream* out) { *out << key.prepared; }
 
 std::string name_of(const ::testing::TestParamInfo<Key>& key) { return key.param.prepared; }
 
-class EachKeyTest : public MyStoreRoadTest, public ::testing::WithParamInterface<Key> {
+class MyStoreKeyTest : public MyStoreTest, public ::testing::WithParamInterface<Key> {
 protected:
     void expect_key_of_store() {
         const Key& key = GetParam();
@@ -54,28 +54,28 @@ protected:
         ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
         ASSERT_TRUE(load());
         EXPECT_EQ(der_of(certificate()), prepared_certificate(key.prepared, key.key_spec));
-        EXPECT_EQ(signing_problem(RoadTest::key(), certificate(), pkcs1_with_any_sha2), "");
+        EXPECT_EQ(signing_problem(CapiClientTest::key(), certificate(), pkcs1_with_any_sha2), "");
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(My, EachKeyTest,
+INSTANTIATE_TEST_SUITE_P(Keys, MyStoreKeyTest,
                          ::testing::Values(Key{"sign", signature, "AT, Test Makers, Sigrid Signature"},
                                            Key{"exchange", key_exchange, "AT, Test Makers, Egon Exchange"}),
                          name_of);
 
-TEST_P(EachKeyTest, InSoftwareSigns) {
+TEST_P(MyStoreKeyTest, KeyInSoftwareSigns) {
     add_with_software_key(GetParam().prepared, GetParam().key_spec);
     expect_key_of_store();
-    EXPECT_EQ(card.calls(), Lines()); // this road needs no card
+    EXPECT_EQ(card.calls(), Lines()); // the key in software needs no card
 }
 
-TEST_P(EachKeyTest, OnTheCardSigns) {
+TEST_P(MyStoreKeyTest, KeyOnTheCardSigns) {
     add_with_card_key(GetParam().prepared, GetParam().key_spec);
     expect_key_of_store();
     EXPECT_THAT(card.calls(), ::testing::Contains(std::string("sign@") + GetParam().prepared));
 }
 
-TEST_F(MyStoreRoadTest, AKeyIsSelectedByTypeZeroAndItsSubject) {
+TEST_F(MyStoreTest, KeyIsSelectedByTypeZeroAndItsSubject) {
     add_with_card_key("sign", signature);
     add_with_card_key("exchange", key_exchange);
     ASSERT_TRUE(discover());
@@ -86,7 +86,7 @@ TEST_F(MyStoreRoadTest, AKeyIsSelectedByTypeZeroAndItsSubject) {
     EXPECT_EQ(signing_problem(key(), certificate(), pkcs1_with_any_sha2), "");
 }
 
-TEST_F(MyStoreRoadTest, ANameWithQuotesCommasAndLettersOutsideAsciiIsFoundAgain) {
+TEST_F(MyStoreTest, NameWithQuotesCommasAndNonAsciiLettersIsFound) {
     add_with_card_key("odd", signature);
     ASSERT_TRUE(discover());
     ASSERT_EQ(num_keys, 1U);
@@ -97,7 +97,7 @@ TEST_F(MyStoreRoadTest, ANameWithQuotesCommasAndLettersOutsideAsciiIsFoundAgain)
     EXPECT_EQ(signing_problem(key(), certificate(), pkcs1_with_any_sha2), "");
 }
 
-TEST_F(MyStoreRoadTest, PssFailsBecauseTheEngineDoesNotHaveIt) {
+TEST_F(MyStoreTest, PssFailsBecauseTheEngineDoesNotSupportIt) {
     add_with_software_key("sign", signature);
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load(0, "AT, Test Makers, Sigrid Signature"));
@@ -105,13 +105,13 @@ TEST_F(MyStoreRoadTest, PssFailsBecauseTheEngineDoesNotHaveIt) {
     EXPECT_EQ(queued_errors(), "error:lib:function not supported\n");
 }
 
-TEST_F(MyStoreRoadTest, AStoreWithoutCertificatesHasNoKeys) {
+TEST_F(MyStoreTest, StoreWithoutCertificatesHasNoKeys) {
     ASSERT_TRUE(discover());
     EXPECT_EQ(num_keys, 0U);
     EXPECT_THAT(log(), ::testing::Contains("<warn> no certificate found in store MY"));
 }
 
-TEST_F(MyStoreRoadTest, AStoreThatDoesNotExistIsReported) {
+TEST_F(MyStoreTest, MissingStoreIsReported) {
     store.remove();
     EXPECT_FALSE(discover());
     EXPECT_EQ(
@@ -120,7 +120,7 @@ TEST_F(MyStoreRoadTest, AStoreThatDoesNotExistIsReported) {
             windows_error(2));
 }
 
-TEST_F(MyStoreRoadTest, ACertificateWithoutKeyIsOfferedAndCannotBeLoaded) {
+TEST_F(MyStoreTest, CertificateWithoutKeyIsOfferedButCannotBeLoaded) {
     store.add(prepared_certificate("plain"));
     ASSERT_TRUE(discover());
     EXPECT_EQ(key_names(), Lines{"Paul Plain"});
@@ -132,10 +132,10 @@ TEST_F(MyStoreRoadTest, ACertificateWithoutKeyIsOfferedAndCannotBeLoaded) {
     EXPECT_EQ(certificate(), nullptr);
 }
 
-TEST_F(MyStoreRoadTest, AKeyWhoseCardIsMissingCannotBeLoadedUntilTheCardIsThere) {
+TEST_F(MyStoreTest, KeyCannotBeLoadedUntilItsCardIsInserted) {
     add_with_card_key("sign", signature);
     card.pull_out();
-    ASSERT_TRUE(discover()); // certificates are in the store, card or no card
+    ASSERT_TRUE(discover()); // needs no card: the certificates are in the store
     EXPECT_FALSE(load(0, "AT, Test Makers, Sigrid Signature"));
     EXPECT_EQ(masked_errors(error()),
               "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0\n"
@@ -146,7 +146,7 @@ TEST_F(MyStoreRoadTest, AKeyWhoseCardIsMissingCannotBeLoadedUntilTheCardIsThere)
     EXPECT_EQ(signing_problem(key(), certificate(), pkcs1_with_any_sha2), "");
 }
 
-TEST_F(MyStoreRoadTest, EachFailureOfTheCardAtALoadIsReportedAndTheNextLoadWorks) {
+TEST_F(MyStoreTest, EachCardFailureDuringLoadIsReportedAndTheNextLoadWorks) {
     add_with_card_key("sign", signature);
     ASSERT_TRUE(discover());
     ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
@@ -173,7 +173,7 @@ TEST_F(MyStoreRoadTest, EachFailureOfTheCardAtALoadIsReportedAndTheNextLoadWorks
     EXPECT_EQ(signing_problem(key(), certificate(), pkcs1_with_any_sha2), "");
 }
 
-TEST_F(MyStoreRoadTest, ACertificateThatNoSubjectNamesIsNotFound) {
+TEST_F(MyStoreTest, UnknownSubjectNameIsNotFound) {
     add_with_card_key("sign", signature);
     ASSERT_TRUE(discover());
     ASSERT_EQ(scard().set_key(std::size_t{0}), 0) << error();
@@ -186,7 +186,7 @@ TEST_F(MyStoreRoadTest, ACertificateThatNoSubjectNamesIsNotFound) {
     EXPECT_EQ(key(), nullptr);
 }
 
-TEST_F(MyStoreRoadTest, OnlyCertificatesThatFitTheFilterAreOffered) {
+TEST_F(MyStoreTest, OnlyCertificatesThatPassTheFilterAreOffered) {
     store.add({prepared_certificate("encipher", key_exchange), prepared_certificate("plain")});
     OsslScardCfg* cfg = make_config();
     cfg->set_kuse_filter_type(1);
@@ -198,7 +198,7 @@ TEST_F(MyStoreRoadTest, OnlyCertificatesThatFitTheFilterAreOffered) {
     EXPECT_THAT(log(), ::testing::Contains("<info> found 2 certs in store MY"));
 }
 
-TEST_F(MyStoreRoadTest, AfterDestroyAndAfterAnUnloadEverythingWorksAgain) {
+TEST_F(MyStoreTest, SequenceCanBeRepeatedAfterUnloadAndAfterDestroy) {
     add_with_card_key("sign", signature);
     for (int round = 1; round <= 3; ++round) {
         SCOPED_TRACE(round);
@@ -215,7 +215,7 @@ TEST_F(MyStoreRoadTest, AfterDestroyAndAfterAnUnloadEverythingWorksAgain) {
     }
 }
 
-TEST_F(MyStoreRoadTest, FromTheCapiRoadAClientCanChangeToTheStore) {
+TEST_F(MyStoreTest, ClientCanSwitchFromCapiToCapiStoreAfterDestroy) {
     add_with_card_key("sign", signature);
     crypto_if = OsslScardCfg::capi;
     ASSERT_TRUE(discover());

@@ -1,5 +1,6 @@
-// A client that leaves every setting but the back-end at its default. Usage: windows_pkcs11_client <number of
-// the operations that it makes>; with fewer than all of them it ends without destroy().
+// A client that sets only the back-end and has defaults for everything else. Usage: windows_pkcs11_client
+// <number of operations to run>. destroy() is the last operation, so with a lower number the client exits
+// without it.
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -58,5 +59,5 @@ int main(int argc, char** argv) {
         std::printf("operation %d: %s\n", static_cast<int>(i + 1), scard.get_last_error_msg());
         return 1;
     }
-    return count > operations.size() ? 2 : 0; // the caller knows how many there are
+    return count > operations.size() ? 2 : 0; // the caller must know the number of operations
 }

@@ -1,4 +1,5 @@
-// All files in one folder that is the program's and the current one, and every setting at its default.
+// All files are in one folder, which is the program's folder and the working directory. All settings except
+// the back-end have their defaults.
 #include "pkcs11_client_fixture.h"
 #include "support/child.h"
 #include "support/expected_log.h"
@@ -11,15 +12,15 @@ const std::filesystem::path doubles = MARVO_DOUBLES_DIR;
 
 constexpr int all_operations = 13;
 
-/// A folder with a client and the DLLs that it needs, and nothing else.
-class RoadFolderTest : public RoadTest {
+/// A folder that contains only a client and the DLLs that it needs.
+class Pkcs11FolderTest : public Pkcs11ClientTest {
 protected:
-    RoadFolderTest() {
+    Pkcs11FolderTest() {
         for (const char* name : {"windows_pkcs11_client.exe", "libmarvo-4.dll", "libcrypto-3-x64.dll"})
             std::filesystem::copy_file(programs / name, dir.file(name));
         for (const char* name : {"libp11.dll", "itp11.dll", "pkcs11.dll"})
             std::filesystem::copy_file(doubles / name, dir.file(name));
-        std::filesystem::current_path(programs); // where none of the test doubles is
+        std::filesystem::current_path(programs); // has none of the test doubles
     }
 
     long long run_client(int operations) const {
@@ -76,8 +77,8 @@ const std::string whole_log =
 <info> OpenSSL smart card manager stopped.
 )";
 
-/// The log with "\n" for its line ends and without what differs from run to run and from build to build; each
-/// end that is not CRLF shows.
+/// The log without what differs between runs and builds. Line ends become "\n"; a line that does not end with
+/// CRLF is marked.
 std::string readable(const std::string& log) {
     std::string text;
     for (std::string line : split_lines(log)) {
@@ -90,16 +91,16 @@ std::string readable(const std::string& log) {
     return text;
 }
 
-TEST_F(RoadFolderTest, WithDefaultNamesTheWholeSequenceWorksAndIsLoggedLineByLine) {
+TEST_F(Pkcs11FolderTest, WholeSequenceWorksWithDefaultNamesAndIsLogged) {
     ASSERT_EQ(run_client(all_operations), 0);
-    EXPECT_EQ(run_client(all_operations + 1), 2); // so there are that many
+    EXPECT_EQ(run_client(all_operations + 1), 2); // so all_operations is the exact number
     const std::string log = read_file(log_file());
     EXPECT_EQ(readable(log), whole_log);
     EXPECT_EQ(log.find("\r\r"), std::string::npos);
     EXPECT_TRUE(log.ends_with("\r\n"));
 }
 
-TEST_F(RoadFolderTest, AFailingLoginIsLoggedWithItsCause) {
+TEST_F(Pkcs11FolderTest, FailedLoginIsLoggedWithItsCause) {
     card.set("pin_sha256", "another PIN's");
     EXPECT_EQ(run_client(all_operations), 1);
     const std::string log = masked_errors(readable(read_file(log_file())));
@@ -109,15 +110,15 @@ TEST_F(RoadFolderTest, AFailingLoginIsLoggedWithItsCause) {
                   "<error> libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
                   "error:PKCS#11 module:PIN incorrect:PKCS11_login\n"
                   "<info> called: Kes::OsslScardIfImp::get_last_error_msg()\n");
-    forgotten = {"card: 1", "ctx1: 1", "module of ctx1: 1",
-                 "slots1: 1"}; // the client ended without destroy()
+    // The client exits without destroy().
+    expected_leaks = {"card: 1", "ctx1: 1", "module of ctx1: 1", "slots1: 1"};
 }
 
-TEST_F(RoadFolderTest, AProcessThatEndsAfterAnyOperationEndsWell) {
+TEST_F(Pkcs11FolderTest, ProcessThatEndsAfterAnyOperationExitsCleanly) {
     for (int operations = 0; operations < all_operations; ++operations)
         EXPECT_EQ(run_client(operations), 0) << operations;
     EXPECT_EQ(card.violations(), Lines());
-    forgotten = card.unbalanced(); // all of them ended without destroy()
+    expected_leaks = card.unbalanced(); // every client exited without destroy()
 }
 
 } // namespace

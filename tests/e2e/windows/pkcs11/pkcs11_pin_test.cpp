@@ -1,4 +1,4 @@
-// What becomes of the PIN on the pkcs11 road, and what a client is told of a wrong one.
+// How the pkcs11 back-end uses the PIN, and the errors for a wrong or missing one.
 #include <algorithm>
 #include <regex>
 
@@ -16,19 +16,19 @@ std::size_t logins(const Lines& steps) {
         steps.begin(), steps.end(), [](const std::string& step) { return step.starts_with("card.login("); }));
 }
 
-using RoadPinTest = RoadTest;
+using Pkcs11PinTest = Pkcs11ClientTest;
 
-TEST_F(RoadPinTest, AWrongPinIsReportedWithWhatLibp11SaysOfIt) {
+TEST_F(Pkcs11PinTest, WrongPinIsReportedWithTheErrorOfLibp11) {
     ASSERT_TRUE(read());
     EXPECT_FALSE(discover(wrong_pin));
-    // Thread and number of the error library differ from run to run. 0xa0 is the reason that cards give.
+    // The thread and the error library's number differ between runs. 0xa0 is PKCS#11's code for a wrong PIN.
     const std::regex number("^(.*\n)[0-9A-F]+:error:4[0-9A-F]{2}([0-9A-F]{5}):");
     EXPECT_EQ(std::regex_replace(error(), number, "$1THREAD:error:LIBRARY$2:"),
               "libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\n"
               "THREAD:error:LIBRARY000A0:PKCS#11 module:PKCS11_login:PIN incorrect:double:1:PKCS11_login");
 }
 
-TEST_F(RoadPinTest, TheRightPinAfterAWrongOneWorks) {
+TEST_F(Pkcs11PinTest, RightPinAfterWrongPinWorks) {
     ASSERT_TRUE(read());
     EXPECT_FALSE(discover(wrong_pin));
     ASSERT_TRUE(discover());
@@ -37,22 +37,22 @@ TEST_F(RoadPinTest, TheRightPinAfterAWrongOneWorks) {
     EXPECT_EQ(logins(card.steps()), 2U);
 }
 
-TEST_F(RoadPinTest, AnEmptyPinIsNoPinAndTheCardIsNotAsked) {
+TEST_F(Pkcs11PinTest, EmptyPinFailsTheDiscoveryWithoutLoginAtTheCard) {
     ASSERT_TRUE(read());
     EXPECT_FALSE(discover(""));
     EXPECT_EQ(error(), no_pin_text);
     EXPECT_EQ(logins(card.steps()), 0U);
 }
 
-TEST_F(RoadPinTest, WithoutPinTheDiscoveryFails) {
+TEST_F(Pkcs11PinTest, MissingPinFailsTheDiscoveryWithoutLoginAtTheCard) {
     ASSERT_TRUE(read());
     EXPECT_EQ(scard().discover_keys(&num_keys), 1);
     EXPECT_EQ(error(), no_pin_text);
     EXPECT_EQ(logins(card.steps()), 0U);
 }
 
-/// Names the key without having discovered it.
-class LoadWithoutDiscoveryTest : public RoadTest {
+/// Configures the key by name instead of discovering it.
+class Pkcs11LoadWithoutDiscoveryTest : public Pkcs11ClientTest {
 protected:
     ::testing::AssertionResult configure(const char* pin) {
         OsslScardCfg* cfg = make_config();
@@ -65,14 +65,14 @@ protected:
     }
 };
 
-TEST_F(LoadWithoutDiscoveryTest, LogsInByTheEngine) {
+TEST_F(Pkcs11LoadWithoutDiscoveryTest, EngineLogsIn) {
     ASSERT_TRUE(configure(card_pin));
     ASSERT_EQ(scard().ossl_load(), 0) << error();
     EXPECT_EQ(signing_problem(key(), certificate()), "");
     EXPECT_EQ(logins(card.steps()), 1U);
 }
 
-TEST_F(LoadWithoutDiscoveryTest, FailsWithAWrongPin) {
+TEST_F(Pkcs11LoadWithoutDiscoveryTest, LoadFailsWithAWrongPin) {
     ASSERT_TRUE(configure(wrong_pin));
     EXPECT_EQ(scard().ossl_load(), 1);
     EXPECT_EQ(masked_error(),
@@ -80,11 +80,12 @@ TEST_F(LoadWithoutDiscoveryTest, FailsWithAWrongPin) {
               "error:PKCS#11 module:PIN incorrect:engine.load_privkey\n"
               "error:engine routines:failed loading private key:");
     EXPECT_EQ(logins(card.steps()), 1U);
-    EXPECT_EQ(scard().ossl_load(), 1); // the test double would tell if the engine were left to ask somebody
+    // If the engine could prompt for a PIN now, the test double would record a violation.
+    EXPECT_EQ(scard().ossl_load(), 1);
     EXPECT_EQ(logins(card.steps()), 2U);
 }
 
-TEST_F(LoadWithoutDiscoveryTest, FailsWithoutPinBeforeTheEngineCouldAskForIt) {
+TEST_F(Pkcs11LoadWithoutDiscoveryTest, LoadWithoutPinFailsBeforeTheEnginePromptsForIt) {
     for (const char* pin : {static_cast<const char*>(nullptr), ""}) {
         ASSERT_TRUE(configure(pin));
         EXPECT_EQ(scard().ossl_load(), 1);
@@ -95,16 +96,16 @@ TEST_F(LoadWithoutDiscoveryTest, FailsWithoutPinBeforeTheEngineCouldAskForIt) {
     }
 }
 
-TEST_F(RoadPinTest, AReaderWithPinPadIsNeverSentAPin) {
+TEST_F(Pkcs11PinTest, ReaderWithPinPadNeverGetsAPin) {
     card.set("pin_pad", "1");
     ASSERT_TRUE(read());
     EXPECT_FALSE(scard().is_pin_required());
     ASSERT_EQ(scard().discover_keys(&num_keys), 0) << error();
-    EXPECT_EQ(num_keys, 0U); // nobody typed it on the pad
+    EXPECT_EQ(num_keys, 0U); // no PIN was entered on the pad
     EXPECT_EQ(logins(card.steps()), 0U);
 }
 
-TEST_F(RoadPinTest, AfterDestroyTheEngineHasNoPinAndNoFileHoldsOne) {
+TEST_F(Pkcs11PinTest, DestroyClearsTheEnginesPinAndNoFileContainsOne) {
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover(wrong_pin) || discover());
     ASSERT_TRUE(load());

@@ -1,5 +1,5 @@
-// Each step of the road fails once: what the client is told, what it may still do, and that all that was
-// acquired is released.
+// Each step of a typical run with the pkcs11 back-end fails once. The tests check the error, the state
+// afterwards, and that everything that was acquired is released.
 #include <algorithm>
 #include <functional>
 
@@ -8,12 +8,12 @@
 namespace Kes::test {
 namespace {
 
-/// What happens when one step of a typical run fails with the number for a general error.
+/// The consequences if one step of a typical run fails with CKR_GENERAL_ERROR.
 struct Row {
     const char* step;
-    const char* operation; // the one that fails
+    const char* operation; // the operation that fails
     std::string error;     // masked
-    const char* state;     // afterwards
+    const char* state;     // after the failure
     Lines undone;          // the calls of the failing operation after the failing step
     Lines destroyed;       // the calls of destroy()
 };
@@ -57,7 +57,8 @@ Lines before_end_of_slots(Lines calls) {
     return calls;
 }
 
-/// An engine that has touched the card ends it, and is finished a second time when its last user is gone.
+/// An engine that has used the card finalizes it. The engine is finished a second time when its last
+/// functional reference is dropped.
 const Lines end_of_engine = before_end_of_slots({"engine.PIN(empty pin)", "engine.finish()"});
 const Lines end_of_engine_with_card =
     before_end_of_slots({"engine.PIN(empty pin)", "engine.finish()", "card.finalize()"});
@@ -66,7 +67,7 @@ const Lines end_of_engine_with_key =
 const Lines context_freed{"PKCS11_CTX_free(ctx1)"};
 const Lines engine_finished{"engine.finish()"};
 
-/// One row for each step, in their order.
+/// One row for each step, in order.
 const Row rows[] = {
     {"PKCS11_CTX_new()",
      "init",
@@ -155,22 +156,23 @@ std::string refused_in(const std::string& state) {
     return "operation not allowed in current state (cfg_state=" + state + "): val=6 (invalid_state)";
 }
 
-class RoadSweepTest : public RoadTest {
+class Pkcs11SweepTest : public Pkcs11ClientTest {
 protected:
     struct Operation {
         const char* name;
         std::function<int()> run;
-        Lines states; // in which it is allowed
+        Lines states; // in which the operation is allowed
     };
 
-    /// Runs the operations from the given one on. @return the number of the one that failed, or of the end
+    /// Runs the operations from the given index on.
+    /// @return the index of the operation that failed; operations.size() if none did
     std::size_t run_from(std::size_t first) {
         while (first < operations.size() && operations[first].run() == 0)
             ++first;
         return first;
     }
 
-    /// Whatever the state does not allow fails for that reason.
+    /// Expects every operation that the state does not allow to fail for that reason.
     void expect_refusals(const std::string& state) const {
         for (const Operation& operation : operations) {
             if (std::find(operation.states.begin(), operation.states.end(), state) != operation.states.end())
@@ -193,7 +195,7 @@ protected:
         {"read_scard", [this] { return scard().read_scard(); }, {"initialized", "configuring", "configured"}},
         {"set_pin", [this] { return scard().set_pin(card_pin); }, {"configuring"}},
         {"discover_keys", [this] { return scard().discover_keys(&num_keys); }, {"configuring"}},
-        // Without keys it fails in its own way, whatever the state; and a refused discovery forgets the keys.
+        // Allowed in every state. It fails for another reason here: a rejected discovery clears the keys.
         {"set_key",
          [this] { return scard().set_key(std::size_t{0}); },
          {"uninitialized", "initialized", "configuring", "configured"}},
@@ -205,20 +207,20 @@ protected:
     };
 };
 
-class EachStepTest : public RoadSweepTest, public ::testing::WithParamInterface<std::size_t> {
+class Pkcs11StepFailureTest : public Pkcs11SweepTest, public ::testing::WithParamInterface<std::size_t> {
 protected:
-    EachStepTest() {
+    Pkcs11StepFailureTest() {
         card.fail_step(GetParam());
-        if (is_find_token) forgotten = {"slots1: 1"};
+        if (is_find_token) expected_leaks = {"slots1: 1"};
     }
 
-    const bool is_find_token = GetParam() == find_token_step; // of which each failure leaves slots to libp11
+    const bool is_find_token = GetParam() == find_token_step; // each failure leaks the slots
     const Row& row = rows[GetParam() - 1];
 };
 
-INSTANTIATE_TEST_SUITE_P(Failing, EachStepTest, ::testing::Range(std::size_t{1}, std::size(rows) + 1));
+INSTANTIATE_TEST_SUITE_P(Steps, Pkcs11StepFailureTest, ::testing::Range(std::size_t{1}, std::size(rows) + 1));
 
-TEST_F(RoadSweepTest, ARunWithoutFailureMakesExactlyTheStepsOfTheTable) {
+TEST_F(Pkcs11SweepTest, RunWithoutFailureMakesExactlyTheStepsOfTheTable) {
     EXPECT_EQ(run_from(0), operations.size()) << error();
     Lines steps;
     for (const Row& row : rows)
@@ -228,27 +230,27 @@ TEST_F(RoadSweepTest, ARunWithoutFailureMakesExactlyTheStepsOfTheTable) {
     EXPECT_EQ(card.calls_after_step(std::size(rows)), end_of_engine_with_key);
 }
 
-TEST_P(EachStepTest, IsReportedAndAllThatWasAcquiredEndsInOrder) {
+TEST_P(Pkcs11StepFailureTest, FailureIsReportedAndResourcesAreReleasedInOrder) {
     expect_outcome(run_from(0), row);
     EXPECT_EQ(card.calls_after_step(GetParam()), row.undone);
     const std::size_t before = card.record().size();
     expect_refusals(row.state);
-    EXPECT_EQ(card.record().size(), before); // what is refused reaches nobody
+    EXPECT_EQ(card.record().size(), before); // a rejected operation calls no test double
     scard().destroy();
     Lines calls = row.undone;
     calls.insert(calls.end(), row.destroyed.begin(), row.destroyed.end());
     EXPECT_EQ(card.calls_after_step(GetParam()), calls);
 }
 
-TEST_P(EachStepTest, FailsAnewInTheSameWayAndWorksOnceTheFailureIsLifted) {
+TEST_P(Pkcs11StepFailureTest, RepeatedFailureIsReportedAgainAndTheNextAttemptWorks) {
     const std::size_t failed = run_from(0);
     const std::string step = row.step;
     card.fail_function(step.substr(0, step.find('(')), 5);
-    if (step.find("PIN") ==
-        std::string::npos) { // which is sent twice: the second would fail where the first did
+    // The PIN is sent twice, so a repeated failure of the second command would already fail at the first.
+    if (step.find("PIN") == std::string::npos) {
         EXPECT_EQ(run_from(failed), failed);
         expect_outcome(failed, row);
-        if (is_find_token) forgotten.emplace_back("slots2: 1");
+        if (is_find_token) expected_leaks.emplace_back("slots2: 1");
     }
     card.heal();
     EXPECT_EQ(run_from(failed), operations.size()) << error();

@@ -1,10 +1,10 @@
-// The pkcs11 road, with test doubles in place of the card's module, libp11 and its engine.
+// The pkcs11 back-end with test doubles of the card's module, libp11 and its engine.
 #include "pkcs11_client_fixture.h"
 
 namespace Kes::test {
 namespace {
 
-TEST_F(RoadTest, TheKeySignsAndTheCertificateVerifies) {
+TEST_F(Pkcs11ClientTest, LoadedKeySignsForItsCertificate) {
     ASSERT_TRUE(read());
     EXPECT_TRUE(scard().is_pin_required());
     ASSERT_TRUE(discover());
@@ -15,7 +15,7 @@ TEST_F(RoadTest, TheKeySignsAndTheCertificateVerifies) {
     EXPECT_EQ(signing_problem(key(), certificate()), "");
 }
 
-TEST_F(RoadTest, AnEcKeySignsAndItsCertificateVerifies) {
+TEST_F(Pkcs11ClientTest, LoadedEcKeySignsForItsCertificate) {
     card.add("02", "ckp", "ec", "Curve");
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
@@ -24,7 +24,7 @@ TEST_F(RoadTest, AnEcKeySignsAndItsCertificateVerifies) {
     EXPECT_EQ(signing_problem(key(), certificate()), "");
 }
 
-TEST_F(RoadTest, EverySignatureIsMadeByTheCard) {
+TEST_F(Pkcs11ClientTest, CardMakesEverySignature) {
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load());
@@ -37,7 +37,7 @@ TEST_F(RoadTest, EverySignatureIsMadeByTheCard) {
     EXPECT_EQ(signing_problem(key(), certificate()), "cannot sign: SHA256, padding 1");
 }
 
-TEST_F(RoadTest, AKeyIsChosenByNumberOrByItsId) {
+TEST_F(Pkcs11ClientTest, KeyIsSelectedByNumberOrById) {
     card.add("0a0b", "ckp", "ec", "Curve");
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
@@ -55,7 +55,7 @@ TEST_F(RoadTest, AKeyIsChosenByNumberOrByItsId) {
     EXPECT_EQ(subject(), "/C=AT/O=Test Makers/CN=Erik EC");
 }
 
-TEST_F(RoadTest, AnIdThatNoKeyHasIsNotFound) {
+TEST_F(Pkcs11ClientTest, UnknownKeyIdIsNotFound) {
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
     EXPECT_EQ(scard().set_key(0U, "%02"), 1);
@@ -63,7 +63,7 @@ TEST_F(RoadTest, AnIdThatNoKeyHasIsNotFound) {
                        "val=8 (not_found)");
 }
 
-TEST_F(RoadTest, OnlyKeysWhoseCertificateFitsTheFilterAreOffered) {
+TEST_F(Pkcs11ClientTest, OnlyKeysWhoseCertificatePassesTheFilterAreOffered) {
     card.add("02", "ckp", "encipher", "Cipher");
     card.add("03", "kp", "ec", "Bare");
     OsslScardCfg* cfg = make_config();
@@ -79,20 +79,20 @@ TEST_F(RoadTest, OnlyKeysWhoseCertificateFitsTheFilterAreOffered) {
     EXPECT_EQ(scard().get_key_name(1), nullptr);
 }
 
-TEST_F(RoadTest, AfterANewReadingAnotherKeyIsLoaded) {
+TEST_F(Pkcs11ClientTest, AnotherKeyIsLoadedAfterReadingTheCardAgain) {
     card.add("02", "ckp", "ec", "Curve");
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load());
     ASSERT_EQ(scard().read_scard(), 0) << error();
-    EXPECT_EQ(signing_problem(key(), certificate()), ""); // the reading leaves what is loaded
+    EXPECT_EQ(signing_problem(key(), certificate()), ""); // reading the card does not unload the key
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load("%02"));
     EXPECT_EQ(subject(), "/C=AT/O=Test Makers/CN=Erik EC");
     EXPECT_EQ(signing_problem(key(), certificate()), "");
 }
 
-TEST_F(RoadTest, AnUnloadTakesKeyAndCertificateAwayUntilANewRound) {
+TEST_F(Pkcs11ClientTest, LoadAfterUnloadNeedsReadingTheCardAgain) {
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load());
@@ -107,7 +107,7 @@ TEST_F(RoadTest, AnUnloadTakesKeyAndCertificateAwayUntilANewRound) {
     EXPECT_EQ(signing_problem(key(), certificate()), "");
 }
 
-TEST_F(RoadTest, AfterDestroyEverythingWorksAgain) {
+TEST_F(Pkcs11ClientTest, SequenceCanBeRepeatedAfterDestroy) {
     for (int round = 1; round <= 3; ++round) {
         SCOPED_TRACE(round);
         ASSERT_TRUE(read());
@@ -119,7 +119,7 @@ TEST_F(RoadTest, AfterDestroyEverythingWorksAgain) {
     }
 }
 
-TEST_F(RoadTest, AfterDestroyAWrongPinIsWrongAgain) {
+TEST_F(Pkcs11ClientTest, WrongPinIsRejectedAfterDestroy) {
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load());
@@ -128,22 +128,22 @@ TEST_F(RoadTest, AfterDestroyAWrongPinIsWrongAgain) {
     EXPECT_FALSE(discover("87654321"));
 }
 
-TEST_F(RoadTest, AnEmptyReaderIsReportedAndACardInsertedLaterIsFound) {
+TEST_F(Pkcs11ClientTest, EmptyReaderIsReportedAndCardInsertedLaterIsFound) {
     card.pull_out();
     EXPECT_FALSE(read());
     EXPECT_EQ(error(),
               "libp11_helper:140 Kes::Libp11Init::read_scard(): PKCS11_find_token() failed: val=11 (empty)");
-    // Without a token the slots are left to libp11, which forgets them.
+    // The library does not release the slots if it finds no token.
     EXPECT_EQ(card.calls_after_step(card.steps().size()), Lines());
     card.insert();
     ASSERT_EQ(scard().read_scard(), 0) << error();
     ASSERT_TRUE(discover());
     ASSERT_TRUE(load());
     EXPECT_EQ(signing_problem(key(), certificate()), "");
-    forgotten = {"slots1: 1"};
+    expected_leaks = {"slots1: 1"};
 }
 
-TEST_F(RoadTest, ACardPulledOutBeforeTheLoadFailsIt) {
+TEST_F(Pkcs11ClientTest, LoadFailsAfterCardRemoval) {
     ASSERT_TRUE(read());
     ASSERT_TRUE(discover());
     card.pull_out();
@@ -155,7 +155,7 @@ TEST_F(RoadTest, ACardPulledOutBeforeTheLoadFailsIt) {
     EXPECT_EQ(key(), nullptr);
 }
 
-TEST_F(RoadTest, ATokenThatWasNeverSetUpIsRefused) {
+TEST_F(Pkcs11ClientTest, UninitializedTokenIsRejected) {
     card.set("initialized", "0");
     ASSERT_TRUE(read());
     EXPECT_FALSE(discover());
@@ -163,7 +163,7 @@ TEST_F(RoadTest, ATokenThatWasNeverSetUpIsRefused) {
                        "(not_initialized)");
 }
 
-TEST_F(RoadTest, ACardWithoutLoginNeedsNoPin) {
+TEST_F(Pkcs11ClientTest, CardWithoutLoginNeedsNoPin) {
     card.set("login_required", "0");
     ASSERT_TRUE(read());
     EXPECT_FALSE(scard().is_pin_required());
