@@ -8,10 +8,10 @@
 #include "support/process.h"
 #include "support/support.h"
 
-// What compilers and the linker made of the client's headers and of the library, as their own tools tell it.
+// Checks the table layout of the public headers and the symbols of the library with the compilers' tools.
 namespace {
 
-/// The operations of the exported object, in the order that clients are built for.
+/// The operations of the exported object, in the order on which clients rely.
 const std::vector<std::string> if_table{"int version_check(unsigned int)",
                                         "Kes::OsslScardCfg *get_config_default()",
                                         "Kes::OsslScardCfg *get_config_used()",
@@ -34,7 +34,7 @@ const std::vector<std::string> if_table{"int version_check(unsigned int)",
                                         "const char *get_last_error_msg()",
                                         "int select_key_from_console(size_t *)"};
 
-/// The operations of the configuration.
+/// The operations of the configuration, in the order on which clients rely.
 const std::vector<std::string> cfg_table{
     "destructor",
     "Kes::OsslScardCfg *clone() const",
@@ -77,8 +77,8 @@ const std::vector<std::string> cfg_table{
     "char *dump_settings(char *, size_t) const",
     "int select_crypto_if_from_console(Kes::OsslScardCfg::CryptoIf *)"};
 
-/// One line of a dump, "  18 | void *Kes::OsslScardIf::destructor_entry(unsigned int) [pure]", as the tables
-/// above write it.
+/// Converts a line of a dump, such as "  4 | int Kes::OsslScardIf::read_scard() [pure]", to the format of the
+/// tables above.
 std::string operation_in(std::string line) {
     line = std::regex_replace(line, std::regex(R"(^ *\d+ \| | \[pure\]$)"), "");
     static const std::regex destructor(
@@ -87,7 +87,7 @@ std::string operation_in(std::string line) {
     return std::regex_replace(line, std::regex(R"(Kes::OsslScard(If|Cfg)::(\w+\())"), "$2");
 }
 
-/// The slots of the table that follows the title, without what stands before the first one.
+/// The operations in the table that follows the title, without the entries before the first operation.
 std::vector<std::string> slots_in(const std::string& dump, const std::string& title) {
     std::vector<std::string> slots;
     bool is_inside = false;
@@ -113,13 +113,13 @@ std::string layout_dump(const std::string& target, const std::string& standard) 
 
 class LayoutTest : public testing::TestWithParam<const char*> {};
 
-TEST_P(LayoutTest, MicrosoftCompilersLayOutExactlyTheTables) {
+TEST_P(LayoutTest, MicrosoftAbiHasTheDocumentedTables) {
     const std::string dump = layout_dump("x86_64-pc-windows-msvc", GetParam());
     EXPECT_EQ(slots_in(dump, "VFTable for 'Kes::OsslScardIf' in 'IfProbe' (22 entries)."), if_table);
     EXPECT_EQ(slots_in(dump, "VFTable for 'Kes::OsslScardCfg' in 'CfgProbe' (41 entries)."), cfg_table);
 }
 
-TEST_P(LayoutTest, OtherCompilersLayOutExactlyTheTables) {
+TEST_P(LayoutTest, ItaniumAbiHasTheDocumentedTables) {
     for (const char* target : {"x86_64-pc-linux-gnu", "x86_64-w64-windows-gnu"}) {
         const std::string dump = layout_dump(target, GetParam());
         EXPECT_EQ(slots_in(dump, "Vtable for 'IfProbe' (23 entries)."), if_table) << target;
@@ -141,18 +141,18 @@ std::vector<std::string> dynamic_entries(const std::string& tag) {
     return values;
 }
 
-TEST(SharedObjectTest, ExportsTheOneFunctionAndNothingElse) {
+TEST(SharedObjectTest, OnlyOneFunctionIsExported) {
     const auto names =
         Kes::test::split_lines(Kes::test::shell_output(MARVO_NM " -D --defined-only " MARVO_LIBRARY));
     ASSERT_EQ(names.size(), 1U) << testing::PrintToString(names);
     EXPECT_TRUE(std::regex_match(names[0], std::regex("[0-9a-f]+ T get_ossl_scard_if"))) << names[0];
 }
 
-TEST(SharedObjectTest, IsNamedByItsMajorVersion) {
+TEST(SharedObjectTest, SonameHasTheMajorVersion) {
     EXPECT_EQ(dynamic_entries("SONAME"), std::vector<std::string>{"libmarvo-4.so"});
 }
 
-TEST(SharedObjectTest, NeedsTheClientsLibcryptoAndNoLibssl) {
+TEST(SharedObjectTest, LibcryptoIsNeededButNotLibssl) {
     std::set<std::string> needed;
     for (const std::string& library : dynamic_entries("NEEDED"))
         if (library.find("san.so") == std::string::npos)
@@ -164,12 +164,12 @@ TEST(SharedObjectTest, NeedsTheClientsLibcryptoAndNoLibssl) {
     EXPECT_EQ(needed, std::set<std::string>{});
 }
 
-TEST(SharedObjectTest, NeedsTheMajorVersionOfOpensslItWasBuiltWith) {
+TEST(SharedObjectTest, LibcryptoOfMajorVersion3IsNeeded) {
     const auto needed = dynamic_entries("NEEDED");
     EXPECT_NE(std::find(needed.begin(), needed.end(), "libcrypto.so.3"), needed.end());
 }
 
-TEST(SharedObjectTest, StaysLoadedAndHasNoTextRelocations) {
+TEST(SharedObjectTest, LibraryStaysLoadedAndHasNeitherTextRelocationsNorRpath) {
     const std::string dynamic = Kes::test::shell_output(MARVO_READELF " -d " MARVO_LIBRARY);
     EXPECT_NE(dynamic.find("NODELETE"), std::string::npos);
     EXPECT_EQ(dynamic.find("TEXTREL"), std::string::npos);

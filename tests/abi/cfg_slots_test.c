@@ -1,4 +1,4 @@
-/* Calls every slot of the configuration's table by its number. */
+/* Calls every operation of the configuration by its slot number. */
 #include "table.h"
 
 enum {
@@ -18,7 +18,7 @@ enum {
     slot_select_crypto_if_from_console = 40
 };
 
-/* The pairs of a setter and, in the slot after it, a getter; each named as the settings' dump names it. */
+/* Settings whose getter is in the slot after the setter. dump_name is the name in the settings' dump. */
 typedef struct {
     int setter;
     const char* dump_name;
@@ -73,7 +73,7 @@ static void check_dump_has(const kes_object* cfg, const char* line) {
     if (kit_find(dump(cfg), line) == NULL) kit_check_text(__FILE__, __LINE__, line, dump(cfg));
 }
 
-static void text_settings_keep_what_is_set(const char* log_file) {
+static void text_settings_return_the_values_set(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     const size_t count = sizeof text_settings / sizeof text_settings[0];
@@ -81,7 +81,7 @@ static void text_settings_keep_what_is_set(const char* log_file) {
     for (size_t i = 0; i < count; ++i)
         CHECK_TEXT(text_settings[i].initial, SLOT(cfg, text_settings[i].setter + 1, fn_text)(cfg));
     for (size_t i = 0; i < count; ++i) {
-        /* its own name as its value: a setter in a wrong slot shows */
+        /* The value is the setting's own name, so a setter in a wrong slot is detected. */
         SLOT(cfg, text_settings[i].setter, fn_void_text)(cfg, text_settings[i].dump_name);
     }
     for (size_t i = 0; i < count; ++i) {
@@ -101,7 +101,7 @@ static void text_settings_keep_what_is_set(const char* log_file) {
     destroy_library();
 }
 
-static void number_settings_keep_what_is_set(const char* log_file) {
+static void number_settings_return_the_values_set(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     const size_t count = sizeof number_settings / sizeof number_settings[0];
@@ -133,7 +133,7 @@ static void crypto_if_is_passed_by_reference(const char* log_file) {
     destroy_library();
 }
 
-static void logfile_append_is_switched(const char* log_file) {
+static void logfile_append_can_be_turned_on_and_off(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     CHECK(!SLOT(cfg, slot_get_logfile_append, fn_bool)(cfg));
@@ -146,7 +146,7 @@ static void logfile_append_is_switched(const char* log_file) {
     destroy_library();
 }
 
-static void texts_are_cut_to_the_buffer(const char* log_file) {
+static void texts_are_truncated_to_the_buffer(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     char text[256];
@@ -168,8 +168,8 @@ static void texts_are_cut_to_the_buffer(const char* log_file) {
     destroy_library();
 }
 
-/* Typed is "xs.". */
-static void crypto_if_is_asked_on_the_console(const char* log_file) {
+/* Needs the keys "xs.". */
+static void console_menu_returns_the_selected_crypto_if(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     const fn_int_uint_out ask = SLOT(cfg, slot_select_crypto_if_from_console, fn_int_uint_out);
@@ -184,7 +184,7 @@ static void crypto_if_is_asked_on_the_console(const char* log_file) {
     destroy_library();
 }
 
-static void clone_is_independent_and_ended_by_the_destructor(const char* log_file) {
+static void clone_is_independent_and_deleted_by_its_destructor(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     SLOT(cfg, slot_set_logfile, fn_void_text)(cfg, "a text too long to be kept inside of the object itself");
@@ -202,7 +202,7 @@ static void clone_is_independent_and_ended_by_the_destructor(const char* log_fil
     destroy_library();
 }
 
-static void clone_outlives_the_library_object(const char* log_file) {
+static void clone_outlives_the_interface_object(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     kes_object* clone = SLOT(cfg, slot_clone, fn_object)(cfg);
@@ -211,7 +211,7 @@ static void clone_outlives_the_library_object(const char* log_file) {
     SLOT(clone, slot_destructor, fn_destructor)(clone, 1);
 }
 
-static void destructor_without_bit_0_leaves_the_memory(const char* log_file) {
+static void destructor_without_bit_0_does_not_free_the_memory(const char* log_file) {
     (void)log_file;
     kes_object* cfg = new_cfg();
     kes_object* clone = SLOT(cfg, slot_clone, fn_object)(cfg);
@@ -224,14 +224,14 @@ static void destructor_without_bit_0_leaves_the_memory(const char* log_file) {
 
 int main(int argc, char** argv) {
     static const scenario scenarios[] = {
-        {"TextSettingsKeepWhatIsSet", text_settings_keep_what_is_set},
-        {"NumberSettingsKeepWhatIsSet", number_settings_keep_what_is_set},
+        {"TextSettingsReturnTheValuesSet", text_settings_return_the_values_set},
+        {"NumberSettingsReturnTheValuesSet", number_settings_return_the_values_set},
         {"CryptoIfIsPassedByReference", crypto_if_is_passed_by_reference},
-        {"LogfileAppendIsSwitched", logfile_append_is_switched},
-        {"TextsAreCutToTheBuffer", texts_are_cut_to_the_buffer},
-        {"CryptoIfIsAskedOnTheConsole", crypto_if_is_asked_on_the_console},
-        {"CloneIsIndependentAndEndedByTheDestructor", clone_is_independent_and_ended_by_the_destructor},
-        {"CloneOutlivesTheLibraryObject", clone_outlives_the_library_object},
-        {"DestructorWithoutBit0LeavesTheMemory", destructor_without_bit_0_leaves_the_memory}};
+        {"LogfileAppendCanBeTurnedOnAndOff", logfile_append_can_be_turned_on_and_off},
+        {"TextsAreTruncatedToTheBuffer", texts_are_truncated_to_the_buffer},
+        {"ConsoleMenuReturnsTheSelectedCryptoIf", console_menu_returns_the_selected_crypto_if},
+        {"CloneIsIndependentAndDeletedByItsDestructor", clone_is_independent_and_deleted_by_its_destructor},
+        {"CloneOutlivesTheInterfaceObject", clone_outlives_the_interface_object},
+        {"DestructorWithoutBit0DoesNotFreeTheMemory", destructor_without_bit_0_does_not_free_the_memory}};
     return run_scenario(argc, argv, scenarios, sizeof scenarios / sizeof scenarios[0]);
 }

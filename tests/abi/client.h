@@ -5,14 +5,14 @@
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 
-// What a client in C++ does with the library. Each leaves no object behind.
+// The uses of the library by the client in C++. Each destroys all objects that it creates.
 void set_every_setting();
-void end_clones_in_every_way();
+void delete_clones_in_every_way();
 void call_every_operation(const char* log_file);
-void bring_an_own_configuration(const char* log_file);
-void load_a_key(const char* log_file); ///< with a card
+void use_own_configuration(const char* log_file);
+void load_a_key(const char* log_file); ///< needs a card
 
-// The status of a library's operation, and the text of its failure.
+// Check the status of an operation of the library and the error text.
 #define CHECK_FAILS(status, error)                                                                           \
     do {                                                                                                     \
         CHECK((status) == 1);                                                                                \

@@ -1,11 +1,11 @@
-// Clones end once in each of the ways there are.
+// Deletes clones in every possible way.
 #include "client.h"
 
 namespace {
 
 const char* const long_text = "a text too long to be kept inside of the object itself";
 
-/// As a client's smart pointer does it.
+/// Deletes like a client's smart pointer.
 class Owner {
 public:
     explicit Owner(Kes::OsslScardCfg* cfg) : cfg_(cfg) {}
@@ -26,7 +26,7 @@ Kes::OsslScardCfg* make_clone(const Kes::OsslScardCfg* cfg) {
     return clone;
 }
 
-void end_each(const Kes::OsslScardCfg* cfg) {
+void delete_in_each_way(const Kes::OsslScardCfg* cfg) {
     delete make_clone(cfg);
     delete cfg->clone();
     make_clone(cfg)->release();
@@ -39,11 +39,11 @@ void end_each(const Kes::OsslScardCfg* cfg) {
 
 } // namespace
 
-void end_clones_in_every_way() {
+void delete_clones_in_every_way() {
     Kes::OsslScardIf* const library = get_ossl_scard_if();
     Kes::OsslScardCfg* const cfg = library->get_config_default();
     cfg->set_logfile(long_text);
-    end_each(cfg);
+    delete_in_each_way(cfg);
     Kes::OsslScardCfg* const survivor = make_clone(cfg);
     library->destroy();
     CHECK_TEXT("another text, and just as long, for the clone alone", survivor->get_logfile());

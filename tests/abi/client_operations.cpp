@@ -1,4 +1,4 @@
-// Every operation of the exported object, in a state that refuses it or needs no card.
+// Calls every operation of the exported object in states that reject the call or need no card.
 #include "client.h"
 
 namespace {
@@ -30,8 +30,8 @@ void call_before_init(Kes::OsslScardIf& library) {
     CHECK_FAILS(library.ossl_unload(), not_initialized);
 }
 
-/// Numbers that are there, and one that no 32 bits can hold.
-void ask_for_keys_that_are_not_there(Kes::OsslScardIf& library) {
+/// One of the numbers does not fit into 32 bits.
+void request_missing_keys(Kes::OsslScardIf& library) {
     CHECK(library.get_key_name(0) == nullptr);
     CHECK_TEXT("ossl_scard_if_imp:221 Kes::OsslScardIfImp::get_key_name(): invalid key_num (0): val=3 "
                "(bad_argument)",
@@ -80,8 +80,8 @@ void pass_null(Kes::OsslScardIf& library) {
                 "pointer: val=3 (bad_argument)");
 }
 
-/// Typed is "xs.", and "." for the second question.
-void ask_the_user(Kes::OsslScardIf& library) {
+/// Needs the keys "xs.", and "." for the second menu.
+void show_the_menus(Kes::OsslScardIf& library) {
     Kes::OsslScardCfg* const cfg = library.get_config_default();
     Kes::OsslScardCfg::CryptoIf selected = Kes::OsslScardCfg::capi;
     CHECK(cfg->select_crypto_if_from_console(&selected) == 0);
@@ -96,7 +96,7 @@ void ask_the_user(Kes::OsslScardIf& library) {
     CHECK(number == 77);
 }
 
-/// With a back-end that there is not, every state can be reached without a card.
+/// With an unknown back-end, every state can be reached without a card.
 void go_through_the_states(Kes::OsslScardIf& library, const char* log_file) {
     Kes::OsslScardCfg* const cfg = library.get_config_default();
     cfg->set_crypto_if(static_cast<Kes::OsslScardCfg::CryptoIf>(7));
@@ -122,11 +122,11 @@ void call_every_operation(const char* log_file) {
     Kes::OsslScardIf* library = get_ossl_scard_if();
     check_versions(*library);
     call_before_init(*library);
-    ask_for_keys_that_are_not_there(*library);
+    request_missing_keys(*library);
     CHECK(private_key_of(*library, library) == nullptr);
     CHECK(certificate_of(*library, library) == nullptr);
     pass_null(*library);
-    ask_the_user(*library);
+    show_the_menus(*library);
     go_through_the_states(*library, log_file);
     library->destroy();
 

@@ -1,4 +1,4 @@
-// A login's road from end to end, with a card that holds two keys.
+// A complete login sequence with a card that holds two keys.
 #include "client.h"
 
 namespace {
@@ -89,7 +89,7 @@ void check_traced(const char* log_file) {
 
 } // namespace
 
-/// Typed is "x1".
+/// Needs the keys "x1".
 void load_a_key(const char* log_file) {
     Kes::OsslScardIf* const library = get_ossl_scard_if();
     init(*library, log_file);

@@ -1,4 +1,4 @@
-// Every operation of the configuration: what is set is read back, and shown in the right place.
+// Calls every operation of the configuration. Values that are set can be read and are shown in the dump.
 #include "client.h"
 
 namespace {
@@ -95,9 +95,9 @@ void set_back_end_and_appending(Cfg& cfg) {
     CHECK(!cfg.get_logfile_append());
 }
 
-/// Of each size up to the whole text's: cut there, and not a byte beyond it.
+/// Checks for each buffer size that the text is truncated to it and that nothing is written after it.
 template <typename Write>
-void check_cut(const char* whole, Write write) {
+void check_truncation(const char* whole, Write write) {
     char text[256];
     const size_t length = kit_length(whole);
     for (size_t size = 0; size <= length + 2; ++size) {
@@ -113,16 +113,16 @@ void check_cut(const char* whole, Write write) {
 void write_texts_into_buffers(Cfg& cfg) {
     cfg.set_capi_csp_name("CSP");
     cfg.set_pkcs11_module_dll("module");
-    check_cut("capi (MS CryptoAPI with csp 'CSP')", [&](char* buffer, size_t size) {
+    check_truncation("capi (MS CryptoAPI with csp 'CSP')", [&](char* buffer, size_t size) {
         return cfg.get_crypto_if_description(Cfg::capi, buffer, size);
     });
-    check_cut("pkcs11 (PKCS#11 with module 'module')", [&](char* buffer, size_t size) {
+    check_truncation("pkcs11 (PKCS#11 with module 'module')", [&](char* buffer, size_t size) {
         return cfg.get_crypto_if_description(Cfg::pkcs11, buffer, size);
     });
-    check_cut("capi_store (MS CryptoAPI using Windows Cert Store)", [&](char* buffer, size_t size) {
+    check_truncation("capi_store (MS CryptoAPI using Windows Cert Store)", [&](char* buffer, size_t size) {
         return cfg.get_crypto_if_description(Cfg::capi_store, buffer, size);
     });
-    check_cut("", [&](char* buffer, size_t size) {
+    check_truncation("", [&](char* buffer, size_t size) {
         return cfg.get_crypto_if_description(static_cast<Cfg::CryptoIf>(0), buffer, size);
     });
     char text[15];

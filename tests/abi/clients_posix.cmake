@@ -1,4 +1,4 @@
-# Clients by g++ and clang++, whatever compiler builds the library, and what the tools of the system tell of its file.
+# Clients built by g++ and clang++, whatever compiler builds the library, and a test of the library's file.
 find_program(MARVO_GXX NAMES g++ g++-12 g++-13 g++-14)
 if(NOT MARVO_GXX)
     message(FATAL_ERROR "The binary contract is tested with both compilers: g++ must be installed.")
@@ -16,8 +16,8 @@ target_compile_definitions(abi_test PRIVATE
 add_dependencies(abi_test marvo)
 gtest_discover_tests(abi_test PROPERTIES TIMEOUT 120)
 
-# The same client by both compilers. Only the compiler's own objects can be sanitized; the others are still linked
-# with the sanitizer's memory functions, which is what finds leaks and double frees.
+# The same client built by both compilers. Only objects of the library's compiler can be instrumented; the others still use
+# the sanitizer's memory functions, which find leaks and double frees.
 if(NOT MARVO_SANITIZE)
     find_program(MARVO_VALGRIND valgrind)
     if(NOT MARVO_VALGRIND)
@@ -26,7 +26,7 @@ if(NOT MARVO_SANITIZE)
     set(memory_checker ${MARVO_VALGRIND} -q --leak-check=full --error-exitcode=9)
 endif()
 foreach(compiler IN ITEMS GXX CLANGXX)
-    # Both warn at "delete clone", and do not see that the class's own operator delete makes it right.
+    # Both compilers warn about "delete clone", although the class's own operator delete makes it correct.
     set(flags -Wall -Wextra -Werror)
     if(compiler STREQUAL "GXX")
         list(APPEND flags -Wno-delete-non-virtual-dtor)

@@ -1,6 +1,6 @@
-# Clients in three ways: by the compiler of the library, by one for the Microsoft ABI, and in C by both of them.
+# Clients in C and C++, built by the library's compiler and by a compiler for the Microsoft ABI.
 
-# add_client_tests(<name> <program's file>): the client without a card, and with one.
+# add_client_tests(<name> <program's file>): adds tests of the client without and with a card.
 function(add_client_tests name program)
     add_test(NAME ${name}
         COMMAND ${type_keys} ${client_keys} ${CMAKE_CROSSCOMPILING_EMULATOR} ${program} slots
@@ -10,8 +10,8 @@ function(add_client_tests name program)
     add_card_test(${name}.LoadsAKey ${program} sequence)
 endfunction()
 
-# add_card_test(<name> <program's file> <argument>): what typed is "x1" for. Only the folder of the test doubles makes the
-# default names of engine, libp11 and module lead to something.
+# add_card_test(<name> <program's file> <argument>): adds a test with a card, which needs the keys "x1". It runs in the
+# folder of the test doubles, where the default names of engine, libp11 and module exist.
 function(add_card_test name program argument)
     add_test(NAME ${name}
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/with-card ${CMAKE_CURRENT_BINARY_DIR}/${name}
@@ -32,14 +32,14 @@ foreach(optimisation IN ITEMS O0 O3)
         string(TOLOWER abi_client_gxx_${optimisation}_cxx${standard} client)
         add_executable(${client} ${client_sources} own_cfg_other.cpp)
         set_target_properties(${client} PROPERTIES CXX_STANDARD ${standard})
-        # The compiler warns at "delete clone", and does not see that the class's own operator delete makes it right.
+        # The compiler warns about "delete clone", although the class's own operator delete makes it correct.
         target_compile_options(${client} PRIVATE -Wall -Wextra -Werror -Wno-delete-non-virtual-dtor -${optimisation})
         target_link_libraries(${client} PRIVATE marvo kes_abi_kit)
         add_client_tests(${client} $<TARGET_FILE:${client}>)
     endforeach()
 endforeach()
 
-# The others have no library, ours excepted: neither C's nor C++'s. They link the import library in Microsoft's form.
+# Clients for the Microsoft ABI use neither a C nor a C++ library. They link the import library in Microsoft's format.
 string(REPLACE "++" "" clang ${MARVO_CLANGXX})
 find_program(MARVO_CLANG NAMES ${clang} clang REQUIRED)
 find_program(MARVO_LLD_LINK NAMES lld-link lld-link-14 lld-link-15 lld-link-16 lld-link-17 lld-link-18 lld-link-19)
@@ -53,7 +53,7 @@ set(for_microsoft --target=x86_64-pc-windows-msvc -nostdlibinc -Wall -Wextra -We
 set(objects_dir ${CMAKE_CURRENT_BINARY_DIR}/microsoft)
 file(MAKE_DIRECTORY ${objects_dir})
 
-# add_microsoft_object(<variable> <object's name> <source> <compiler> <argument>...): appends the object to the variable
+# add_microsoft_object(<variable> <object's name> <source> <compiler> <argument>...): appends the object to the variable.
 function(add_microsoft_object variable name source compiler)
     set(object ${objects_dir}/${name}.obj)
     cmake_path(ABSOLUTE_PATH source)
@@ -67,7 +67,7 @@ function(add_microsoft_object variable name source compiler)
     set(${variable} ${${variable}} ${object} PARENT_SCOPE)
 endfunction()
 
-# add_microsoft_program(<name> <object>...): in the folder of all programs
+# add_microsoft_program(<name> <object>...): links a program in the folder of all programs.
 function(add_microsoft_program name)
     set(program ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name}.exe)
     add_custom_command(OUTPUT ${program}

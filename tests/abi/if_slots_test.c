@@ -1,7 +1,7 @@
-/* Calls every slot of the exported object's table by its number. */
+/* Calls every operation of the exported object by its slot number. */
 #include "if_table.h"
 
-/* The log's lines "called: Kes::OsslScardIfImp::<operation>" must be these, in this order. */
+/* Checks that the log has exactly these lines "called: Kes::OsslScardIfImp::<operation>", in this order. */
 static void check_traced(const char* log_file, const char* const* operations, size_t count) {
     static const char prefix[] = "called: Kes::OsslScardIfImp::";
     const char* position = kit_read_file(log_file);
@@ -18,7 +18,7 @@ static void check_traced(const char* log_file, const char* const* operations, si
     CHECK(position == NULL);
 }
 
-/* Every slot but init, on a fresh object. Typed is "x.". */
+/* Calls every slot except init on a new object. Needs the keys "x.". */
 static void call_all_before_init(kes_object* library) {
     size_t size = 77;
     CHECK_FAILS(SLOT(library, slot_version_check, fn_int_uint)(library, 3),
@@ -66,7 +66,7 @@ static void call_all_before_init(kes_object* library) {
     CHECK(size == 77);
 }
 
-static void every_slot_is_the_operation_it_should_be(const char* log_file) {
+static void every_slot_holds_its_operation(const char* log_file) {
     static const char* const operations[] = {"version_check()",
                                              "get_last_error_msg()",
                                              "version_check()",
@@ -112,7 +112,7 @@ static void every_slot_is_the_operation_it_should_be(const char* log_file) {
     check_traced(log_file, operations, sizeof operations / sizeof operations[0]);
 }
 
-static void one_round_changes_the_state_as_it_should(const char* log_file) {
+static void each_operation_changes_the_state_correctly(const char* log_file) {
     kes_object* library = get_ossl_scard_if();
     size_t size = 77;
     init_with(library, no_crypto_if, log_file);
@@ -138,8 +138,8 @@ static void one_round_changes_the_state_as_it_should(const char* log_file) {
     SLOT(library, slot_destroy, fn_void)(library);
 }
 
-/* A null pointer as an argument fails and tells which one it was. */
-static void null_arguments_are_refused(const char* log_file) {
+/* Null pointers are rejected with an error that names the argument. */
+static void null_arguments_are_rejected(const char* log_file) {
     (void)log_file;
     kes_object* library = get_ossl_scard_if();
     CHECK_FAILS(SLOT(library, slot_init, fn_int_object)(library, NULL),
@@ -170,12 +170,12 @@ static void null_arguments_are_refused(const char* log_file) {
                 "pointer: val=3 (bad_argument)",
                 library);
     SLOT(library, slot_destroy, fn_void)(library);
-    kit_remove_file(
-        "ossl_scard.log"); /* the refused init() opened the log file of the default configuration */
+    /* The rejected init() opened the log file of the default configuration. */
+    kit_remove_file("ossl_scard.log");
 }
 
-/* The destructor's entry ends the object as destroy() does, whatever its flags. */
-static void end_by_the_destructor(const char* log_file, unsigned int flags) {
+/* The destructor's entry destroys the object like destroy(), whatever its flags. */
+static void destroy_through_the_destructor(const char* log_file, unsigned int flags) {
     kes_object* library = get_ossl_scard_if();
     init_with(library, crypto_if_capi, log_file);
     CHECK(SLOT(library, slot_destructor, fn_destructor)(library, flags) == library);
@@ -190,15 +190,15 @@ static void end_by_the_destructor(const char* log_file, unsigned int flags) {
     SLOT(library, slot_destroy, fn_void)(library);
 }
 
-static void destructor_ends_the_object_and_a_new_one_can_be_had(const char* log_file) {
-    end_by_the_destructor(log_file, 1);
+static void new_object_is_available_after_the_destructor(const char* log_file) {
+    destroy_through_the_destructor(log_file, 1);
 }
 
-static void destructor_without_bit_0_does_the_same(const char* log_file) {
-    end_by_the_destructor(log_file, 0);
+static void destructor_without_bit_0_destroys_the_object_too(const char* log_file) {
+    destroy_through_the_destructor(log_file, 0);
 }
 
-static void destroy_ends_the_object_and_a_new_one_can_be_had(const char* log_file) {
+static void new_object_is_available_after_destroy(const char* log_file) {
     kes_object* library = get_ossl_scard_if();
     init_with(library, crypto_if_capi, log_file);
     SLOT(library, slot_destroy, fn_void)(library);
@@ -209,12 +209,12 @@ static void destroy_ends_the_object_and_a_new_one_can_be_had(const char* log_fil
 
 int main(int argc, char** argv) {
     static const scenario scenarios[] = {
-        {"EverySlotIsTheOperationItShouldBe", every_slot_is_the_operation_it_should_be},
-        {"OneRoundChangesTheStateAsItShould", one_round_changes_the_state_as_it_should},
-        {"NullArgumentsAreRefused", null_arguments_are_refused},
-        {"DestructorEndsTheObjectAndANewOneCanBeHad", destructor_ends_the_object_and_a_new_one_can_be_had},
-        {"DestructorWithoutBit0DoesTheSame", destructor_without_bit_0_does_the_same},
-        {"DestroyEndsTheObjectAndANewOneCanBeHad", destroy_ends_the_object_and_a_new_one_can_be_had}};
+        {"EverySlotHoldsItsOperation", every_slot_holds_its_operation},
+        {"EachOperationChangesTheStateCorrectly", each_operation_changes_the_state_correctly},
+        {"NullArgumentsAreRejected", null_arguments_are_rejected},
+        {"NewObjectIsAvailableAfterTheDestructor", new_object_is_available_after_the_destructor},
+        {"DestructorWithoutBit0DestroysTheObjectToo", destructor_without_bit_0_destroys_the_object_too},
+        {"NewObjectIsAvailableAfterDestroy", new_object_is_available_after_destroy}};
     CHECK(number_of_slots == 21);
     return run_scenario(argc, argv, scenarios, sizeof scenarios / sizeof scenarios[0]);
 }

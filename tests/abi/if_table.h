@@ -3,7 +3,7 @@
 
 #include "table.h"
 
-/* The exported object's table, and what is asked of its operations. */
+/* The table of the exported object, and checks of its operations. */
 
 enum {
     slot_version_check = 1,
@@ -45,7 +45,7 @@ static inline const char* last_error(kes_object* library) {
         CHECK_TEXT(error, last_error(library));                                                              \
     } while (0)
 
-/* The text first: it tells more. */
+/* Checks the text first, because it has more details. */
 #define CHECK_SUCCEEDS(status, library)                                                                      \
     do {                                                                                                     \
         const int status_ = (status);                                                                        \

@@ -3,7 +3,7 @@
 
 #include <stddef.h>
 
-/* Of the system's functions those that are called here: its headers need a compiler's own libraries. */
+/* The system functions that the clients call. The system's headers depend on a compiler's libraries. */
 
 #ifdef __cplusplus
 extern "C" {

@@ -4,8 +4,8 @@
 #include <stdbool.h>
 #include <stddef.h>
 
-/* All that the clients here need besides the library: no client includes a header of a C or C++ library, so
-   that it can be built for a system whose libraries are not there. */
+/* Everything that the clients need besides the library. No client includes a header of a C or C++ library, so
+   the clients can be built for a system whose libraries are not installed. */
 
 #ifdef __cplusplus
 extern "C" {
@@ -13,7 +13,7 @@ extern "C" {
 
 void kit_print(const char* text);
 
-/* Tells what failed and ends the program. */
+/* Prints what failed and exits. */
 void kit_fail(const char* file, int line, const char* what);
 void kit_check_text(const char* file, int line, const char* expected, const char* actual);
 
@@ -27,21 +27,21 @@ bool kit_same(const char* left, const char* right);
 size_t kit_length(const char* text);
 void kit_fill(char* buffer, char character, size_t size);
 
-/* Writes as much of the text as there is room for behind the one in the buffer. */
+/* Appends as much of the text as fits into the buffer. */
 void kit_append(char* buffer, size_t size, const char* text);
 
-/* From the first occurrence of part on; null when there is none. */
+/* Returns the first occurrence of part in the text; null if the text does not contain it. */
 const char* kit_find(const char* text, const char* part);
 
-/* What differs from system to system. */
+/* Functions that differ between systems. */
 
 void kit_end(int status);
 
-/* The whole file, with "\n" at the ends of lines; valid until the next call. Fails when there is none. */
+/* Returns the whole file with "\n" as line ends; valid until the next call. A missing file is a failure. */
 const char* kit_read_file(const char* name);
 void kit_remove_file(const char* name);
 
-/* Frees as the library's own "operator delete" does. */
+/* Frees memory as the library's "operator delete" does. */
 void kit_free_as_library(void* memory);
 
 #ifdef __cplusplus

@@ -33,7 +33,7 @@ const char* kit_read_file(const char* name) {
 
 void kit_remove_file(const char* name) { DeleteFileA(name); }
 
-/* The library's C++ runtime is inside it, and takes its memory from the system's C runtime. */
+/* The library contains its C++ runtime, which allocates memory from the system's C runtime. */
 void kit_free_as_library(void* memory) {
     typedef void (*free_function)(void*);
     const free_function runtime_free = (free_function)GetProcAddress(GetModuleHandleA("msvcrt.dll"), "free");

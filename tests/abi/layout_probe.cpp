@@ -1,4 +1,4 @@
-// Compiled for the compiler's dump of virtual tables alone: the constructors make it lay them out.
+// Compiled only for the compiler's dump of virtual tables, which needs the constructors' definitions.
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 

@@ -4,7 +4,7 @@
 #include "kit.h"
 #include "marvo/ossl_scard_cfg.h"
 
-/// A configuration of the client's own, but for copy and end, which compilers want in different ways.
+/// The client's own configuration without clone() and the destructor, which differ between compilers.
 class OwnSettings : public Kes::OsslScardCfg {
 public:
     void set_crypto_if(const CryptoIf& value) override { crypto_if = value; }
@@ -64,16 +64,16 @@ private:
     bool append = false;
 };
 
-/// Every block that objects of the client's own class took, and every one that was given back to it.
+/// Counts the memory blocks that objects of the client's own class allocate and free.
 struct OwnMemory {
-    static int num_taken;
-    static int num_returned;
+    static int num_allocated;
+    static int num_deallocated;
 
-    static void* take(size_t size);
-    static void give_back(void* memory);
+    static void* allocate(size_t size);
+    static void deallocate(void* memory);
 };
 
-/// A configuration of the client's own.
+/// Creates a configuration of the client's own class.
 Kes::OsslScardCfg* make_own_cfg();
 
 #endif // KES_TESTS_ABI_OWN_CFG_H_

@@ -1,4 +1,5 @@
-// The class where compilers keep one entry for a destructor: it is written as usual.
+// The client's own class for the Microsoft ABI, whose tables have one entry for a destructor. It needs no
+// special code.
 #include "own_cfg.h"
 
 namespace {
@@ -7,8 +8,8 @@ class OwnCfg final : public OwnSettings {
 public:
     Kes::OsslScardCfg* clone() const override { return new OwnCfg(*this); }
 
-    static void* operator new(size_t size) { return OwnMemory::take(size); }
-    static void operator delete(void* memory) { OwnMemory::give_back(memory); }
+    static void* operator new(size_t size) { return OwnMemory::allocate(size); }
+    static void operator delete(void* memory) { OwnMemory::deallocate(memory); }
 };
 
 } // namespace

@@ -1,4 +1,5 @@
-// The class where compilers keep two entries for a destructor: the one of the contract is written out.
+// The client's own class for the Itanium ABI, whose tables have two entries for a destructor. The class
+// defines the single entry of the binary interface itself.
 #include "own_cfg.h"
 
 namespace {
@@ -14,8 +15,8 @@ public:
     }
     Kes::OsslScardCfg* clone() const override { return new OwnCfg(*this); }
 
-    static void* operator new(size_t size) { return OwnMemory::take(size); }
-    static void operator delete(void* memory) { OwnMemory::give_back(memory); }
+    static void* operator new(size_t size) { return OwnMemory::allocate(size); }
+    static void operator delete(void* memory) { OwnMemory::deallocate(memory); }
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-/* A login's road from end to end, by the numbers of the slots, with a card that holds two keys. */
+/* A complete login sequence by slot numbers, with a card that holds two keys. */
 #include "if_table.h"
 
 static const char pin[] = "24681357";
@@ -44,7 +44,7 @@ static void load_and_unload(kes_object* library) {
     check_loaded(library, false);
 }
 
-/* Typed is "x1". */
+/* Needs the keys "x1". */
 static void both_overloads_load_the_first_key(const char* log_file) {
     kes_object* library = get_ossl_scard_if();
     CHECK_SUCCEEDS(SLOT(library, slot_version_check, fn_int_uint)(library, 4), library);

@@ -1,5 +1,5 @@
-/* What a program for the Microsoft ABI needs that is linked with no C library: the entry, and the functions
-   that the compiler itself calls. */
+/* The parts of a C library that every program for the Microsoft ABI needs: the entry point, and the functions
+   to which the compiler generates calls. */
 #include "kernel32.h"
 #include "kit.h"
 
@@ -10,7 +10,7 @@ void* memset(void* to, int value, size_t size);
 
 enum { largest_line = 2048, most_arguments = 8 };
 
-/* Splits the command line at blanks, those in quotes apart. Quotes within quotes are not in use here. */
+/* Splits the command line at blanks outside quotes. Nested quotes are not supported. */
 static int split(const char* line, char* words, char** argv) {
     int argc = 0;
     while (argc < most_arguments) {

@@ -1,13 +1,13 @@
-// What the compiler calls of a C++ library that is not there: memory, and the entry of operations without a
-// body.
+// The functions of a C++ library to which the compiler generates calls: memory allocation, and the table
+// entry of pure virtual functions.
 #include "kernel32.h"
 #include "kit.h"
 
 namespace {
 
-/// The client's own. A block of the library's is none of it.
+/// The client's own heap, so that freeing a block of the library is detected.
 win_handle own_heap() {
-    static win_handle heap = nullptr; // made here: what begins with the program needs a library
+    static win_handle heap = nullptr; // created here: dynamic initialization needs a C++ library
     if (heap == nullptr) heap = ::HeapCreate(0, 0, 0);
     return heap;
 }
@@ -25,6 +25,6 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, size_t) noexcept { ::operator delete(memory); }
 
 extern "C" int _purecall() {
-    kit_fail(__FILE__, __LINE__, "an operation without a body was called");
+    kit_fail(__FILE__, __LINE__, "a pure virtual function was called");
     return 0;
 }

@@ -8,6 +8,6 @@ int run_scenario(int argc, char** argv, const scenario* scenarios, size_t count)
         scenarios[i].run(argv[2]);
         return 0;
     }
-    kit_fail(argv[1], 0, "there is no such scenario");
+    kit_fail(argv[1], 0, "unknown scenario");
     return 2;
 }

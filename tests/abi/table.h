@@ -3,8 +3,8 @@
 
 #include "kit.h"
 
-/* The library as a client sees it that has no C++: an object whose first word leads to a table of functions.
-   Slots are counted from 1, as the tables in the documents are. */
+/* The library as seen by a client without C++: an object whose first word points to a table of functions.
+   Slot numbers start at 1, as in the documentation. */
 
 typedef void (*any_function)(void);
 
@@ -44,8 +44,8 @@ typedef struct {
     void (*run)(const char* log_file);
 } scenario;
 
-/* Runs the scenario that argv[1] names; argv[2] is the log file it may write. What the scenario asks the user
-   is typed by whoever starts it. */
+/* Runs the scenario with the name argv[1]; argv[2] is its log file. The caller of the program types the keys
+   that the scenario needs. */
 int run_scenario(int argc, char** argv, const scenario* scenarios, size_t count);
 
 #endif
