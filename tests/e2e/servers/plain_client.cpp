@@ -16,10 +16,10 @@
 
 namespace {
 
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
-bool has(const Words& words, const std::string& word) {
-    return std::find(words.begin(), words.end(), word) != words.end();
+bool has(const Arguments& arguments, const std::string& argument) {
+    return std::find(arguments.begin(), arguments.end(), argument) != arguments.end();
 }
 
 void require(bool good, const std::string& text) {
@@ -33,7 +33,7 @@ std::string read_answer(SSL* ssl) {
     return answer;
 }
 
-void log_in(EVP_PKEY* key, X509* cert, const Words& arguments) {
+void log_in(EVP_PKEY* key, X509* cert, const Arguments& arguments) {
     const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     require(tls && SSL_CTX_set_default_verify_paths(tls.get()) && SSL_CTX_use_certificate(tls.get(), cert) &&
                 SSL_CTX_use_PrivateKey(tls.get(), key),
@@ -60,7 +60,7 @@ void log_in(EVP_PKEY* key, X509* cert, const Words& arguments) {
     std::cout << "answer: " << answer << std::endl;
 }
 
-void run(Kes::OsslScardIf& card, const Words& arguments) {
+void run(Kes::OsslScardIf& card, const Arguments& arguments) {
     const auto check = [&card](int status) { require(status == 0, card.get_last_error_msg()); };
     check(card.init(card.get_config_default()));
     check(card.read_scard());
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     Kes::OsslScardIf& card = *get_ossl_scard_if();
     int status = 0;
     try {
-        run(card, Words(argv + 1, argv + argc));
+        run(card, Arguments(argv + 1, argv + argc));
     } catch (const std::exception& error) {
         std::cout << "plain_client: " << error.what() << std::endl;
         ERR_print_errors_cb([](const char* text, size_t, void*) { return std::cout << text ? 1 : 0; },

@@ -27,8 +27,8 @@ protected:
     /// The default configuration with the members crypto_if and log_severity.
     OsslScardCfg* make_config() const;
 
-    /// The parts of a typical sequence: init() to discover_keys(); notify_config_done() and ossl_load(); the
-    /// latter after set_key().
+    /// The parts of a typical sequence: init() to discover_keys(), and set_key() to ossl_load(). Without
+    /// arguments, load() does not call set_key().
     ::testing::AssertionResult discover();
     ::testing::AssertionResult load();
     ::testing::AssertionResult load(unsigned int key_type, const std::string& key_id);
