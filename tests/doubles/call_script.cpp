@@ -41,7 +41,7 @@ std::vector<std::string> CallScript::calls_after_step(std::size_t n) const {
     return {calls_.begin() + static_cast<std::ptrdiff_t>(step_positions_.at(n - 1)) + 1, calls_.end()};
 }
 
-void CallScript::heal() {
+void CallScript::clear_failures() {
     by_step_.clear();
     by_function_.clear();
 }

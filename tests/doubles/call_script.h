@@ -48,7 +48,7 @@ public:
     }
 
     /// Takes back what was planned.
-    void heal();
+    void clear_failures();
 
     const std::vector<std::string>& calls() const noexcept { return calls_; }
     const std::vector<std::string>& violations() const noexcept { return violations_; }

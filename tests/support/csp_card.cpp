@@ -54,7 +54,7 @@ void CspCard::fail(const std::string& which, unsigned long code) const {
     std::ofstream(dir_.path() / "card" / "faults", std::ios::app) << which << '=' << code << '\n';
 }
 
-void CspCard::heal() const { std::filesystem::remove(dir_.path() / "card" / "faults"); }
+void CspCard::clear_failures() const { std::filesystem::remove(dir_.path() / "card" / "faults"); }
 
 Lines CspCard::log() const { return split_lines(read_text((dir_.path() / "card" / "calls").string())); }
 

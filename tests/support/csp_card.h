@@ -38,9 +38,9 @@ public:
     void pull_out() const;
     void insert() const;
 
-    /// Lets calls fail: by the point, by point@container, or by the number of the call. heal() takes it back.
+    /// Lets calls fail: by the point, by point@container, or by the number of the call. clear_failures() takes it back.
     void fail(const std::string& which, unsigned long code) const;
-    void heal() const;
+    void clear_failures() const;
 
     /// The calls so far, "sign@Login" for instance: without handles and failures.
     Lines calls() const;

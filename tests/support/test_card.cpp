@@ -64,7 +64,7 @@ void TestCard::fail_function(const std::string& function, unsigned long code) co
     write("fail", {function + "=" + std::to_string(code)});
 }
 
-void TestCard::heal() const { std::filesystem::remove(dir_.file("fail")); }
+void TestCard::clear_failures() const { std::filesystem::remove(dir_.file("fail")); }
 
 Lines TestCard::record() const { return split_lines(read_file(dir_.file("calls"))); }
 

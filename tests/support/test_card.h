@@ -28,10 +28,10 @@ public:
     void add(const std::string& id, const std::string& kinds, const std::string& file,
              const std::string& label);
 
-    /// Plans a failure, by the number of the step or by the function; heal() takes the plan back.
+    /// Plans a failure, by the number of the step or by the function; clear_failures() takes the plan back.
     void fail_step(std::size_t number) const;
     void fail_function(const std::string& function, unsigned long code) const;
-    void heal() const;
+    void clear_failures() const;
 
     /// Everything that the test doubles recorded, and parts of it without their marks, such as "step: ".
     Lines record() const;

@@ -215,7 +215,7 @@ protected:
             evp_pkey_st* key = nullptr;
             ASSERT_EQ(scard().ossl_get_private_key(&key), 0);
             EXPECT_EQ(key, nullptr);
-            script().heal();
+            script().clear_failures();
             EXPECT_EQ(run_from(retry_from(failed)), operations.size()) << last_error();
         }
         expect_all_released();

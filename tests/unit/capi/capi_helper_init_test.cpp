@@ -244,7 +244,7 @@ TEST_F(CapiInitTest, TryFetchThatFailsLogsAWarningWithTheReason) {
     CapiInit capi(csp, "c1", 0);
     for (const DWORD code : all_codes) {
         const LogCapture own_log;
-        script().heal();
+        script().clear_failures();
         script().fail_step(script().steps() + 1, win_failure(code));
         EXPECT_FALSE(capi.try_fetch_key(AT_SIGNATURE));
         EXPECT_EQ(own_log.lines(), Lines{"<warn> capi_helper:113 Kes::CapiInit::fetch_key(): "

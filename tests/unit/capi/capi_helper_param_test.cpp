@@ -109,7 +109,7 @@ TEST_F(CapiProvParamTest, ErrorsContainTheParameterAndTheFlagsInDecimal) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.when) + " " + std::to_string(row.code));
-        script().heal();
+        script().clear_failures();
         script().fail_step(script().steps() + (std::string(row.when) == "size" ? 1 : 2),
                            win_failure(row.code));
         EXPECT_EQ(error_text([&] {
@@ -186,7 +186,7 @@ TEST_F(CapiProvParamTest, ErrorOfAFailedContainerListContainsTheFlagsOfTheRead) 
     const std::string read = "capi_helper:289 Kes::CapiProvParamReader::read(): ";
     const std::string errors[] = {size + first, read + first, size + later, read + later, size + later};
     for (std::size_t step = 1; step <= std::size(errors); ++step) {
-        script().heal();
+        script().clear_failures();
         script().fail_step(script().steps() + step, win_failure(ordinary));
         EXPECT_EQ(error_text([&] { containers(); }), errors[step - 1] + win_code(ordinary));
     }
@@ -308,7 +308,7 @@ TEST_F(CapiKeyParamTest, EachFailureIncludingNoMoreItemsThrows) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.error);
-        script().heal();
+        script().clear_failures();
         script().fail_step(script().steps() + row.step, win_failure(row.code));
         EXPECT_EQ(error_text([&] { certificate(); }), row.error);
     }

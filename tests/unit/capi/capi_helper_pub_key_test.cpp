@@ -34,7 +34,7 @@ TEST_F(CapiPubKeyTest, FailedCallIsNamedAndNoFurtherCallFollows) {
         "capi_helper:538 Kes::CapiPubKey::CapiPubKey(): CryptEncodeObjectEx() failed: "};
     for (std::size_t step = 1; step <= std::size(errors); ++step) {
         for (const DWORD code : all_codes) {
-            script().heal();
+            script().clear_failures();
             const std::size_t n = script().steps() + step;
             script().fail_step(n, win_failure(code));
             EXPECT_EQ(error_text([&] { der(); }), errors[step - 1] + win_code(code));

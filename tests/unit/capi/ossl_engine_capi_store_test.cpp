@@ -163,7 +163,7 @@ TEST_F(CapiStoreOsslEngineTest, CertificateThatCannotBeCopiedThrowsAndAllHandles
 TEST_F(CapiStoreOsslEngineTest, EachFailedCallIsReportedOrLoggedAndAllHandlesAreReleased) {
     const auto loaded = load();
     for (const DWORD code : all_codes) {
-        script().heal();
+        script().clear_failures();
         script().fail_step(script().steps() + 1, win_failure(code));
         EXPECT_EQ(error_text([&] { loaded->read_certificate("Signer"); }),
                   "certstore_win:61 Kes::WinCertStoreImp::WinCertStoreImp(): CertOpenStore() with name=MY "

@@ -65,7 +65,7 @@ TEST_F(CapiOsslEngineTest, EachFailureToReadThePublicKeyIsReported) {
         card.fail(call, removed_card);
         EXPECT_EQ(error_text([&] { engine->read_public_key("both"); }), text + windows_error(removed_card));
         EXPECT_EQ(card.unreleased(), Lines());
-        card.heal();
+        card.clear_failures();
     }
 }
 

@@ -245,7 +245,7 @@ TEST_F(CapiOsslEngineTest, WindowsErrorsAreReportedUnchangedAndAllHandlesAreRele
     for (const auto& row : rows) {
         for (const DWORD code : all_codes) {
             SCOPED_TRACE(row.error + std::to_string(code));
-            script().heal();
+            script().clear_failures();
             const std::size_t n = script().steps() + row.step;
             script().fail_step(n, win_failure(code));
             const bool is_unsupported = row.is_certificate && row.step == 3 && code == bad_type;

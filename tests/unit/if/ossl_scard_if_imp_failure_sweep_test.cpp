@@ -233,7 +233,7 @@ TEST_F(OsslScardIfImpFailureSweepTest, EachFailedOperationSucceedsOnceItsCauseIs
     for (std::size_t n = 1; n <= std::size(rows); ++n) {
         SCOPED_TRACE(n);
         const std::size_t failed = run_with_failure(n);
-        script().heal();
+        script().clear_failures();
         EXPECT_EQ(run_from(failed), operations.size()) << last_error();
         EXPECT_EQ(num_keys, 1U);
         EXPECT_EQ(last_error(), "");
@@ -255,14 +255,14 @@ TEST_F(OsslScardIfImpFailureSweepTest, RepeatedFailureIsReportedIdentically) {
         // From here on, every call of the failed function fails.
         const std::string call =
             script().calls().at(script().calls().size() - 1 - script().calls_after_step(n).size());
-        script().heal();
+        script().clear_failures();
         if (call.find("ENGINE_ctrl_cmd_string") == std::string::npos) {
             script().fail_function(call.substr(0, call.find('(')));
             EXPECT_EQ(operations[failed].run(), 1);
             EXPECT_EQ(last_error(), first);
             EXPECT_EQ(state(), before_retry);
         }
-        script().heal();
+        script().clear_failures();
         scard().destroy();
     }
 }

@@ -112,7 +112,7 @@ TEST_F(OsslScardIfImpInitTest, FailedInitCanBeRepeatedAndTruncatesTheLogFile) {
     script().fail_function("PKCS11_CTX_load");
     OsslScardCfg& cfg = config_with_log(dir.file("log"));
     ASSERT_EQ(scard().init(&cfg), 1);
-    script().heal();
+    script().clear_failures();
     ASSERT_EQ(scard().init(&cfg), 0);
     EXPECT_EQ(logged(), Lines()) << "what came before was written already, and the rest is discarded";
     ASSERT_EQ(scard().read_scard(), 0);
@@ -214,7 +214,7 @@ TEST_F(OsslScardIfImpInitTest, NullLogFileNameOfAClientConfigurationOpensNoFile)
                              "load PKCS#11 library 'client.so': rc=7" +
                                  words_on_missing("client.so"));
     EXPECT_EQ(state(), "uninitialized");
-    script().heal();
+    script().clear_failures();
     EXPECT_EQ(init(&client), "0");
     EXPECT_EQ(state(), "initialized");
     EXPECT_EQ(files(), 0U);

@@ -112,7 +112,7 @@ TEST_F(OsslScardMgrTest, FailedReadingDoesNotChangeTheState) {
         EXPECT_EQ(state(), cfg_state_name(before));
         EXPECT_EQ(scard().read_scard(), 1);
         EXPECT_EQ(state(), cfg_state_name(before));
-        script().heal();
+        script().clear_failures();
         EXPECT_EQ(scard().read_scard(), 0);
         EXPECT_EQ(state(), "configuring");
         scard().destroy();

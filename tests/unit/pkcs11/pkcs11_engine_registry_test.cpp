@@ -71,7 +71,7 @@ TEST_F(Pkcs11EngineRegistryTest, FailedStepOfARepeatedSetUpIsUndoneAndTheNextLoa
     EXPECT_EQ(last_calls(3),
               (Lines{"ENGINE_finish(engine1)", "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)",
                      "ENGINE_free(engine1)"}));
-    script().heal();
+    script().clear_failures();
     EXPECT_EQ(load_error(library), "no exception");
 }
 
@@ -80,7 +80,7 @@ TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialis
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_init() failed: rc=7" +
                                        words_on_missing("module.so"));
-    script().heal();
+    script().clear_failures();
     EXPECT_EQ(load_error(library), "no exception");
 }
 

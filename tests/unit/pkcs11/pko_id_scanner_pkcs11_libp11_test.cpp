@@ -107,7 +107,7 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, FailedEnumerationIsNamedAndKeepsTheEarlierR
                   std::string("pko_id_scanner_pkcs11_libp11:") + row.line +
                       " Kes::Pkcs11Libp11PkoIdScanner::scan(): " + row.function + "() failed: rc=-3");
         EXPECT_EQ(split_lines(text_of(list)).size(), row.records);
-        script().heal();
+        script().clear_failures();
         list.scan(Pin("1234"));
         EXPECT_EQ(text_of(list), cert + key + public_key) << "the next scan starts with an empty list";
     }

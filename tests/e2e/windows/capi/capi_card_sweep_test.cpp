@@ -167,7 +167,7 @@ TEST_P(CardCallFailureTest, FailureIsReportedWithTheWindowsErrorAndEverythingIsR
 
 TEST_P(CardCallFailureTest, NextRunWorksAfterTheFailure) {
     run(true);
-    card.heal();
+    card.clear_failures();
     EXPECT_EQ(run(false), "");
 }
 

@@ -167,7 +167,7 @@ TEST_F(MyStoreTest, EachCardFailureDuringLoadIsReportedAndTheNextLoadWorks) {
                 "error:lib:") +
                 reason + ":Error code= 0x80100069\nerror:engine routines:failed loading private key:");
         EXPECT_EQ(card.unreleased(), Lines()) << call;
-        card.heal();
+        card.clear_failures();
     }
     ASSERT_EQ(scard().ossl_load(), 0) << error();
     EXPECT_EQ(signing_problem(key(), certificate(), pkcs1_with_any_sha2), "");

@@ -252,7 +252,7 @@ TEST_P(Pkcs11StepFailureTest, RepeatedFailureIsReportedAgainAndTheNextAttemptWor
         expect_outcome(failed, row);
         if (is_find_token) expected_leaks.emplace_back("slots2: 1");
     }
-    card.heal();
+    card.clear_failures();
     EXPECT_EQ(run_from(failed), operations.size()) << error();
     EXPECT_EQ(num_keys, 1U);
     EXPECT_EQ(error(), "");
