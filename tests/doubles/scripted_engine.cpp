@@ -64,7 +64,7 @@ void ScriptedEngine::reset() {
     engines_made_ = keys_made_ = certs_made_ = keys_lent_ = 0;
 }
 
-std::size_t ScriptedEngine::live_engines() const {
+std::size_t ScriptedEngine::unreleased_engines() const {
     const auto count = std::count_if(engines_.begin(), engines_.end(),
                                      [](const auto& e) { return e->references > e->extra_references; });
     return static_cast<std::size_t>(count);

@@ -36,13 +36,13 @@ public:
     bool has_finish_function = true;
     bool needs_right_pin = false; ///< fail to load a private key unless the last PIN was right
 
-    std::size_t live_engines() const;
+    std::size_t unreleased_engines() const;
     std::size_t initialised_engines() const; ///< that somebody uses still
     std::size_t loaded_engines() const;
 
     /// Lets all caches go that clean-ups would have ended.
     void drop_circles();
-    std::size_t live_objects() const { return objects_.size(); }
+    std::size_t unreleased_objects() const { return objects_.size(); }
 
     // The functions below are what the ENGINE_* functions ask.
     ENGINE* add_engine();

@@ -63,9 +63,9 @@ void ScriptedLibp11::reset() {
     arrays_made_ = 0;
 }
 
-std::size_t ScriptedLibp11::live_contexts() const { return contexts_.size(); }
+std::size_t ScriptedLibp11::unreleased_contexts() const { return contexts_.size(); }
 
-std::size_t ScriptedLibp11::live_slot_arrays() const { return arrays_.size(); }
+std::size_t ScriptedLibp11::unreleased_slot_arrays() const { return arrays_.size(); }
 
 ScriptedLibp11::Context* ScriptedLibp11::find(const PKCS11_CTX* ctx, const std::string& caller) {
     for (const auto& context : contexts_)

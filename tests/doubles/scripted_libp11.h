@@ -54,8 +54,8 @@ public:
     std::vector<ScriptedSlot> slots;
     bool is_logged_in = false;
 
-    std::size_t live_contexts() const;
-    std::size_t live_slot_arrays() const;
+    std::size_t unreleased_contexts() const;
+    std::size_t unreleased_slot_arrays() const;
 
     struct Context;
     struct SlotArray;

@@ -52,7 +52,7 @@ void set_up_capi() {
 }
 
 void end_capi() {
-    EXPECT_EQ(ScriptedCapi::instance().live_handles(), 0U);
+    EXPECT_EQ(ScriptedCapi::instance().unreleased_handles(), 0U);
     EXPECT_EQ(CallScript::instance().violations(), Lines());
     ScriptedCapi::instance().reset();
 }

@@ -47,10 +47,10 @@ CoreTest::~CoreTest() { reset_doubles(); }
 
 void CoreTest::TearDown() {
     EXPECT_EQ(script().violations(), Lines());
-    EXPECT_EQ(libp11().live_contexts(), 0U);
-    EXPECT_EQ(libp11().live_slot_arrays(), forgotten_slot_arrays);
-    EXPECT_EQ(engine().live_engines(), 0U);
-    EXPECT_EQ(engine().live_objects(), 0U);
+    EXPECT_EQ(libp11().unreleased_contexts(), 0U);
+    EXPECT_EQ(libp11().unreleased_slot_arrays(), expected_slot_arrays);
+    EXPECT_EQ(engine().unreleased_engines(), 0U);
+    EXPECT_EQ(engine().unreleased_objects(), 0U);
 }
 
 void ScardTest::TearDown() {

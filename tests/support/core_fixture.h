@@ -52,7 +52,7 @@ protected:
     static ScriptedObject object(X509* x509 = nullptr) { return {"Auth key", {0x01, 0xab}, x509}; }
 
     /// Slot arrays that a test leaves on purpose; without a token they are left to the context.
-    std::size_t forgotten_slot_arrays = 0;
+    std::size_t expected_slot_arrays = 0;
 };
 
 /// As above, driven through the exported object, which is gone at the end.

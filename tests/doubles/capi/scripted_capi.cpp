@@ -45,15 +45,15 @@ void ScriptedCapi::reset() {
     errors.clear();
     junk_handle.reset();
     odd_name.reset();
-    live_providers_.clear();
-    live_keys_.clear();
-    live_stores_.clear();
-    live_certs_.clear();
+    open_providers_.clear();
+    open_keys_.clear();
+    open_stores_.clear();
+    open_certs_.clear();
     last_error_ = meaningless;
 }
 
-std::size_t ScriptedCapi::live_handles() const {
-    return live_providers_.size() + live_keys_.size() + live_stores_.size() + live_certs_.size();
+std::size_t ScriptedCapi::unreleased_handles() const {
+    return open_providers_.size() + open_keys_.size() + open_stores_.size() + open_certs_.size();
 }
 
 bool ScriptedCapi::enter(const std::string& function, const std::string& arguments, const std::string& what) {
@@ -99,7 +99,7 @@ bool ScriptedCapi::give(const std::string& what, const Bytes& usual, void* buffe
 }
 
 std::string ScriptedCapi::name_label(const CERT_NAME_BLOB* name) const {
-    for (const auto& [context, cert] : live_certs_) {
+    for (const auto& [context, cert] : open_certs_) {
         if (name == &cert->info.Subject) return cert->label + " subject";
         if (name == &cert->info.Issuer) return cert->label + " issuer";
     }
@@ -107,46 +107,46 @@ std::string ScriptedCapi::name_label(const CERT_NAME_BLOB* name) const {
 }
 
 ScriptedCapi::Provider* ScriptedCapi::find_provider(HCRYPTPROV handle, const char* caller) {
-    const auto found = find_in(live_providers_, handle, caller);
-    return found == live_providers_.end() ? nullptr : &found->second;
+    const auto found = find_in(open_providers_, handle, caller);
+    return found == open_providers_.end() ? nullptr : &found->second;
 }
 
 ScriptedCapi::Key* ScriptedCapi::find_key(HCRYPTKEY handle, const char* caller) {
-    const auto found = find_in(live_keys_, handle, caller);
-    return found == live_keys_.end() ? nullptr : &found->second;
+    const auto found = find_in(open_keys_, handle, caller);
+    return found == open_keys_.end() ? nullptr : &found->second;
 }
 
 ScriptedCapi::Store* ScriptedCapi::find_store(HCERTSTORE handle, const char* caller) {
-    const auto found = find_in(live_stores_, handle, caller);
-    return found == live_stores_.end() ? nullptr : found->second.get();
+    const auto found = find_in(open_stores_, handle, caller);
+    return found == open_stores_.end() ? nullptr : found->second.get();
 }
 
 ScriptedCapi::Certificate* ScriptedCapi::find_certificate(const CERT_CONTEXT* context, const char* caller) {
-    const auto found = find_in(live_certs_, context, caller);
-    return found == live_certs_.end() ? nullptr : found->second.get();
+    const auto found = find_in(open_certs_, context, caller);
+    return found == open_certs_.end() ? nullptr : found->second.get();
 }
 
 HCRYPTPROV ScriptedCapi::add(Provider provider) {
     const HCRYPTPROV handle = handle_base + ++handles_made_;
-    live_providers_.emplace(handle, std::move(provider));
+    open_providers_.emplace(handle, std::move(provider));
     return handle;
 }
 
 HCRYPTKEY ScriptedCapi::add(Key key) {
     const HCRYPTKEY handle = handle_base + ++handles_made_;
-    live_keys_.emplace(handle, std::move(key));
+    open_keys_.emplace(handle, std::move(key));
     return handle;
 }
 
 HCERTSTORE ScriptedCapi::add(Store store) {
     auto owned = std::make_unique<Store>(std::move(store));
     HCERTSTORE handle = owned.get();
-    live_stores_.emplace(handle, std::move(owned));
+    open_stores_.emplace(handle, std::move(owned));
     return handle;
 }
 
 const CERT_CONTEXT* ScriptedCapi::add_certificate(HCERTSTORE store, std::size_t position) {
-    const ScriptedStore& source = *live_stores_.at(store)->script;
+    const ScriptedStore& source = *open_stores_.at(store)->script;
     auto cert = std::make_unique<Certificate>();
     cert->label = "cert:" + source.name + "/" + std::to_string(position);
     cert->store = store;
@@ -164,28 +164,28 @@ const CERT_CONTEXT* ScriptedCapi::add_certificate(HCERTSTORE store, std::size_t 
     cert->context = {X509_ASN_ENCODING, cert->der.data(), static_cast<DWORD>(cert->der.size()), &cert->info,
                      store};
     const CERT_CONTEXT* context = &cert->context;
-    live_certs_.emplace(context, std::move(cert));
+    open_certs_.emplace(context, std::move(cert));
     return context;
 }
 
 void ScriptedCapi::end_provider(HCRYPTPROV handle) {
-    if (std::any_of(live_keys_.begin(), live_keys_.end(),
+    if (std::any_of(open_keys_.begin(), open_keys_.end(),
                     [&](const auto& key) { return key.second.provider == handle; }))
         script().violation("CryptReleaseContext: before its key");
-    live_providers_.erase(handle);
+    open_providers_.erase(handle);
 }
 
-void ScriptedCapi::end_key(HCRYPTKEY handle) { live_keys_.erase(handle); }
+void ScriptedCapi::end_key(HCRYPTKEY handle) { open_keys_.erase(handle); }
 
 void ScriptedCapi::end_store(HCERTSTORE handle) {
-    if (std::any_of(live_certs_.begin(), live_certs_.end(),
+    if (std::any_of(open_certs_.begin(), open_certs_.end(),
                     [&](const auto& cert) { return cert.second->store == handle; }))
         script().violation("CertCloseStore: before its certificates");
-    live_stores_.erase(handle);
+    open_stores_.erase(handle);
 }
 
 void ScriptedCapi::end_certificate(const CERT_CONTEXT* context) {
-    if (--live_certs_.at(context)->references == 0) live_certs_.erase(context);
+    if (--open_certs_.at(context)->references == 0) open_certs_.erase(context);
 }
 
 } // namespace Kes::test

@@ -68,7 +68,7 @@ public:
     std::optional<ULONG_PTR> junk_handle;         ///< what failing calls leave where a handle would be
     std::optional<std::string> odd_name;          ///< what CertNameToStrA() writes, as far as it fits
 
-    std::size_t live_handles() const;
+    std::size_t unreleased_handles() const;
 
     struct Provider;
     struct Key;
@@ -108,10 +108,10 @@ private:
     ScriptedCapi();
     ~ScriptedCapi();
 
-    std::map<HCRYPTPROV, Provider> live_providers_;
-    std::map<HCRYPTKEY, Key> live_keys_;
-    std::map<HCERTSTORE, std::unique_ptr<Store>> live_stores_;
-    std::map<const CERT_CONTEXT*, std::unique_ptr<Certificate>> live_certs_;
+    std::map<HCRYPTPROV, Provider> open_providers_;
+    std::map<HCRYPTKEY, Key> open_keys_;
+    std::map<HCERTSTORE, std::unique_ptr<Store>> open_stores_;
+    std::map<const CERT_CONTEXT*, std::unique_ptr<Certificate>> open_certs_;
     ULONG_PTR handles_made_ = 0;
     DWORD last_error_ = 0;
 };

@@ -30,9 +30,9 @@ protected:
 };
 
 TEST_F(FakeCapiTest, AHandleThatIsKeptCounts) {
-    EXPECT_EQ(capi().live_handles(), 2U);
+    EXPECT_EQ(capi().unreleased_handles(), 2U);
     release();
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 TEST_F(FakeCapiTest, AProviderMustNotBeReleasedBeforeItsKey) {
@@ -83,9 +83,9 @@ TEST_F(FakeCapiTest, AStoreMustNotBeClosedBeforeItsCertificatesAndEachIsFreedOnc
     ::CertCloseStore(opened_store, 0);
     expect_violation("CertCloseStore: before its certificates");
     ::CertFreeCertificateContext(cert);
-    EXPECT_EQ(capi().live_handles(), 1U);
+    EXPECT_EQ(capi().unreleased_handles(), 1U);
     ::CertFreeCertificateContext(cert);
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
     ::CertFreeCertificateContext(cert);
     EXPECT_THAT(script().violations(), testing::Each("CertFreeCertificateContext: no such handle"));
     EXPECT_FALSE(script().violations().empty());

@@ -193,7 +193,8 @@ protected:
     void expect_all_released() {
         scard().destroy();
         EXPECT_EQ(script().violations(), Lines());
-        EXPECT_EQ(capi().live_handles() + engine().live_engines() + engine().live_objects(), 0U);
+        EXPECT_EQ(capi().unreleased_handles() + engine().unreleased_engines() + engine().unreleased_objects(),
+                  0U);
     }
 
     /// The operation to repeat after a failure. If set_key() did not find the key, the discovery is repeated.

@@ -128,7 +128,7 @@ TEST_F(CapiStoreOsslEngineTest, UnknownSubjectThrowsForCertificatesAndForPublicK
         "finding certificate with subject name='Nobody': rc=0";
     EXPECT_EQ(error_text([&] { loaded->read_certificate("Nobody"); }), error);
     EXPECT_EQ(error_text([&] { loaded->read_public_key("Nobody"); }), error);
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 TEST_F(CapiStoreOsslEngineTest, EachReadOfAMissingStoreThrows) {
@@ -146,7 +146,7 @@ TEST_F(CapiStoreOsslEngineTest, CertificateThatOpensslCannotDecodeThrows) {
     EXPECT_EQ(error.substr(0, error.find('\n')),
               "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: "
               "rc=0");
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 TEST_F(CapiStoreOsslEngineTest, CertificateThatCannotBeCopiedThrowsAndAllHandlesAreReleased) {
@@ -157,7 +157,7 @@ TEST_F(CapiStoreOsslEngineTest, CertificateThatCannotBeCopiedThrowsAndAllHandles
     EXPECT_EQ(error, "ossl_engine_capi_store:245 Kes::CapiStoreOsslEngine::read_certificate(): error "
                      "duplicating x509 certificate: rc=0");
     EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 TEST_F(CapiStoreOsslEngineTest, EachFailedCallIsReportedOrLoggedAndAllHandlesAreReleased) {
@@ -177,7 +177,7 @@ TEST_F(CapiStoreOsslEngineTest, EachFailedCallIsReportedOrLoggedAndAllHandlesAre
         script().fail_step(script().steps() + 3, win_failure(code));
         EXPECT_NE(loaded->read_certificate("Signer"), nullptr);
         EXPECT_THAT(log.lines(), testing::Contains("<error> CertCloseStore() failed: " + win_code(code)));
-        EXPECT_EQ(capi().live_handles(), 0U);
+        EXPECT_EQ(capi().unreleased_handles(), 0U);
     }
 }
 

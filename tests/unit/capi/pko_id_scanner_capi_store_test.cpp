@@ -142,7 +142,7 @@ TEST_F(CapiStorePkoIdScannerTest, CertificateThatOpensslCannotDecodeEndsTheScanA
               "rc=0");
     EXPECT_EQ(records(list), signer); // earlier records are kept
     EXPECT_EQ(script().calls().back(), "CertCloseStore(store:MY)");
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 TEST_F(CapiStorePkoIdScannerTest, AllHandlesAreReleasedAfterAScanOfAThousandCertificates) {
@@ -156,7 +156,7 @@ TEST_F(CapiStorePkoIdScannerTest, AllHandlesAreReleasedAfterAScanOfAThousandCert
     EXPECT_EQ(scan(), good);
     EXPECT_EQ(records(list), expected);
     EXPECT_EQ(log.lines().back(), "<info> found 1000 certs in store MY");
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 /// The calls for one certificate, including the step to the next one.
@@ -223,7 +223,7 @@ TEST_F(CapiStorePkoIdScannerTest, EachFailedCallHasTheSameOutcomeForEveryCode) {
         EXPECT_EQ(script().calls_after_step(n), row.rest);
         EXPECT_EQ(records(list), row.kept);
         EXPECT_THAT(log.lines(), testing::Contains(row.logged));
-        EXPECT_EQ(capi().live_handles(), 0U);
+        EXPECT_EQ(capi().unreleased_handles(), 0U);
         EXPECT_EQ(script().violations(), Lines());
     };
     for (const DWORD code : all_codes)

@@ -175,7 +175,7 @@ protected:
         EXPECT_EQ(script().calls_after_step(row.call), rest);
         EXPECT_EQ(log.lines(), logged);
         EXPECT_EQ(records(list), row.kept);
-        EXPECT_EQ(capi().live_handles(), 0U);
+        EXPECT_EQ(capi().unreleased_handles(), 0U);
         EXPECT_EQ(script().violations(), Lines());
     }
 };

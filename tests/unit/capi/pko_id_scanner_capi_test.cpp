@@ -201,7 +201,7 @@ TEST_F(CapiPkoIdScannerTest, AllHandlesAreReleasedAfterAScanOfAThousandContainer
     }
     EXPECT_EQ(scan(), good);
     EXPECT_EQ(records(list), expected);
-    EXPECT_EQ(capi().live_handles(), 0U);
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 } // namespace

@@ -224,8 +224,10 @@ TEST_F(OsslScardIfImpFailureSweepTest, EachFailedCallIsReportedAndAllResourcesAr
         scard().destroy();
         EXPECT_EQ(script().calls(), rows[n - 1].destroyed);
         EXPECT_EQ(script().violations(), Lines());
-        EXPECT_EQ(engine().live_engines() + engine().live_objects() + libp11().live_contexts(), 0U);
-        EXPECT_EQ(libp11().live_slot_arrays(), n == find_token_step ? 1U : 0U);
+        EXPECT_EQ(engine().unreleased_engines() + engine().unreleased_objects() +
+                      libp11().unreleased_contexts(),
+                  0U);
+        EXPECT_EQ(libp11().unreleased_slot_arrays(), n == find_token_step ? 1U : 0U);
     }
 }
 
@@ -238,11 +240,13 @@ TEST_F(OsslScardIfImpFailureSweepTest, EachFailedOperationSucceedsOnceItsCauseIs
         EXPECT_EQ(num_keys, 1U);
         EXPECT_EQ(last_error(), "");
         EXPECT_EQ(state(), "configured");
-        EXPECT_EQ(engine().live_objects(), 0U);
+        EXPECT_EQ(engine().unreleased_objects(), 0U);
         scard().destroy();
         EXPECT_EQ(script().violations(), Lines());
-        EXPECT_EQ(engine().live_engines() + engine().live_objects() + libp11().live_contexts(), 0U);
-        EXPECT_EQ(libp11().live_slot_arrays(), n == find_token_step ? 1U : 0U);
+        EXPECT_EQ(engine().unreleased_engines() + engine().unreleased_objects() +
+                      libp11().unreleased_contexts(),
+                  0U);
+        EXPECT_EQ(libp11().unreleased_slot_arrays(), n == find_token_step ? 1U : 0U);
     }
 }
 

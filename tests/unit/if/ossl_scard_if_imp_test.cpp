@@ -271,8 +271,8 @@ TEST_F(OsslScardIfImpTest, NothingLeaksInAHundredLifetimesWithLoginAndLoad) {
         go_to(CfgState::configured);
         ASSERT_EQ(scard().ossl_load(), 0) << last_error();
         scard().destroy();
-        ASSERT_EQ(engine().live_engines() + engine().live_objects() + libp11().live_contexts() +
-                      libp11().live_slot_arrays(),
+        ASSERT_EQ(engine().unreleased_engines() + engine().unreleased_objects() +
+                      libp11().unreleased_contexts() + libp11().unreleased_slot_arrays(),
                   0U);
         ASSERT_EQ(script().violations(), Lines());
     }

@@ -120,7 +120,7 @@ TEST_F(Libp11InitTest, FailedSlotEnumerationLeavesNoSlotsAndNoLoginRequirement) 
 
 TEST_F(Libp11InitTest, SlotArrayIsNotReleasedWhenNoTokenIsFound) {
     libp11().slots = {ScriptedSlot()};
-    forgotten_slot_arrays = 1;
+    expected_slot_arrays = 1;
     {
         Libp11Init context("module.so");
         EXPECT_EQ(
@@ -134,7 +134,7 @@ TEST_F(Libp11InitTest, SlotArrayIsNotReleasedWhenNoTokenIsFound) {
 
 TEST_F(Libp11InitTest, ModuleWithoutSlotsHasNoToken) {
     libp11().slots.clear();
-    forgotten_slot_arrays = 1;
+    expected_slot_arrays = 1;
     Libp11Init context("module.so");
     EXPECT_EQ(error_text([&] { context.read_scard(); }),
               "libp11_helper:140 Kes::Libp11Init::read_scard(): PKCS11_find_token() failed: val=11 (empty)");
