@@ -115,9 +115,9 @@ Lines engine_unload_calls() {
             "ENGINE_free(engine1)"};
 }
 
-DesertedConsole::DesertedConsole() : console_(std::cout.rdbuf(output_.rdbuf())) { keyboard_.end(); }
+ConsoleWithoutInput::ConsoleWithoutInput() : console_(std::cout.rdbuf(output_.rdbuf())) { keyboard_.end(); }
 
-DesertedConsole::~DesertedConsole() { std::cout.rdbuf(console_); }
+ConsoleWithoutInput::~ConsoleWithoutInput() { std::cout.rdbuf(console_); }
 
 Lines operator+(Lines first, const Lines& second) {
     first.insert(first.end(), second.begin(), second.end());

@@ -82,12 +82,12 @@ constexpr const char* cert_uri = "pkcs11:token=Token 1;id=%01%ab;type=cert";
 Lines engine_unload_calls();
 
 /// A console that nobody sits at: its input has ended, and what is written to it is collected.
-class DesertedConsole {
+class ConsoleWithoutInput {
 public:
-    DesertedConsole();
-    ~DesertedConsole();
-    DesertedConsole(const DesertedConsole&) = delete;
-    DesertedConsole& operator=(const DesertedConsole&) = delete;
+    ConsoleWithoutInput();
+    ~ConsoleWithoutInput();
+    ConsoleWithoutInput(const ConsoleWithoutInput&) = delete;
+    ConsoleWithoutInput& operator=(const ConsoleWithoutInput&) = delete;
 
     std::string output() const { return output_.str(); }
 
@@ -99,7 +99,7 @@ private:
 
 /// What an error text ends with when a library was to be loaded that is not there: the words of the system,
 /// where OpenSSL and libp11 keep them back. core_fixture_posix.cpp or core_fixture_win.cpp.
-std::string words_on_missing(const std::string& file);
+std::string missing_file_detail(const std::string& file);
 
 Lines operator+(Lines first, const Lines& second);
 

@@ -2,6 +2,6 @@
 
 namespace Kes::test {
 
-std::string words_on_missing(const std::string&) { return ""; }
+std::string missing_file_detail(const std::string&) { return ""; }
 
 } // namespace Kes::test

@@ -4,7 +4,7 @@
 
 namespace Kes::test {
 
-std::string words_on_missing(const std::string& file) {
+std::string missing_file_detail(const std::string& file) {
     return "\n" + queue_line("error loading '" + file + "': " + windows_error(ERROR_MOD_NOT_FOUND));
 }
 

@@ -5,7 +5,7 @@
 namespace Kes::test {
 namespace {
 
-bool is_at(const char* place, const VeiledText& needle) {
+bool is_at(const char* place, const MaskedText& needle) {
     for (std::size_t i = 0; i < needle.bytes.size(); ++i)
         if ((static_cast<unsigned char>(place[i]) ^ needle.veil) != needle.bytes[i]) return false;
     return true;
@@ -13,7 +13,7 @@ bool is_at(const char* place, const VeiledText& needle) {
 
 } // namespace
 
-std::size_t count_in(std::string_view text, const VeiledText& needle) {
+std::size_t count_in(std::string_view text, const MaskedText& needle) {
     const int first = needle.bytes[0] ^ needle.veil;
     const std::size_t length = needle.bytes.size();
     std::size_t found = 0;

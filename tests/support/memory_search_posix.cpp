@@ -29,7 +29,7 @@ public:
     MemoryReader(const MemoryReader&) = delete;
     MemoryReader& operator=(const MemoryReader&) = delete;
 
-    std::size_t count_between(std::uintptr_t begin, std::uintptr_t end, const VeiledText& needle) const {
+    std::size_t count_between(std::uintptr_t begin, std::uintptr_t end, const MaskedText& needle) const {
         // The system may show the buffer as one mapping with its neighbours.
         const auto own = reinterpret_cast<std::uintptr_t>(buffer_);
         const std::uintptr_t own_end = own + buffer_size;
@@ -40,7 +40,7 @@ public:
 private:
     static constexpr std::size_t buffer_size = std::size_t{1} << 20U;
 
-    std::size_t count_apart(std::uintptr_t begin, std::uintptr_t end, const VeiledText& needle) const {
+    std::size_t count_apart(std::uintptr_t begin, std::uintptr_t end, const MaskedText& needle) const {
         std::size_t found = 0;
         const std::size_t length = needle.bytes.size();
         while (begin + length <= end) {
@@ -60,7 +60,7 @@ private:
 
 } // namespace
 
-std::size_t count_in_memory(const VeiledText& needle) {
+std::size_t count_in_memory(const MaskedText& needle) {
     // Nothing is larger but the sanitizers' map of the memory, terabytes which hold no text.
     constexpr std::uintptr_t largest = std::uintptr_t{1} << 30U;
     const MemoryReader reader;

@@ -22,7 +22,7 @@ public:
     MemoryReader(const MemoryReader&) = delete;
     MemoryReader& operator=(const MemoryReader&) = delete;
 
-    std::size_t count_between(std::uintptr_t begin, std::uintptr_t end, const VeiledText& needle) const {
+    std::size_t count_between(std::uintptr_t begin, std::uintptr_t end, const MaskedText& needle) const {
         std::size_t found = 0;
         const std::size_t length = needle.bytes.size();
         if (begin == reinterpret_cast<std::uintptr_t>(buffer_)) return 0;
@@ -49,7 +49,7 @@ bool is_writable(const MEMORY_BASIC_INFORMATION& pages) {
 
 } // namespace
 
-std::size_t count_in_memory(const VeiledText& needle) {
+std::size_t count_in_memory(const MaskedText& needle) {
     const MemoryReader reader;
     std::size_t found = 0;
     MEMORY_BASIC_INFORMATION pages{};

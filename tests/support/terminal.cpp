@@ -125,7 +125,7 @@ void Terminal::hang_up() { close_file(keyboard_); }
 
 void Terminal::stop_output() const { require(::tcflow(program_, TCOOFF) == 0, "tcflow"); }
 
-void Terminal::go_on_with_output() const {
+void Terminal::resume_output() const {
     int program = ::open(::ptsname(keyboard_), O_RDWR | O_NOCTTY | O_CLOEXEC);
     require(program >= 0, "open");
     const int result = ::tcflow(program, TCOON);
@@ -133,7 +133,7 @@ void Terminal::go_on_with_output() const {
     require(result == 0, "tcflow");
 }
 
-void Terminal::wait_until_silent() const {
+void Terminal::wait_until_echo_is_off() const {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while ((settings().c_lflag & static_cast<tcflag_t>(ECHO)) != 0) {
         if (std::chrono::steady_clock::now() > deadline)

@@ -45,10 +45,10 @@ public:
 
     /// Holds back what the program writes, and the program with it; to be called before it is started.
     void stop_output() const;
-    void go_on_with_output() const;
+    void resume_output() const;
 
     /// Waits until keys are no longer echoed.
-    void wait_until_silent() const;
+    void wait_until_echo_is_off() const;
 
     /// Makes every key reach the program as it is, even CTRL-C, and without an echo.
     void pass_all_keys() const;

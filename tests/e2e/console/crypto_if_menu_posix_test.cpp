@@ -95,9 +95,9 @@ TEST_F(CryptoIfMenuTest, UnusualTerminalSettingsAreRestored) {
 TEST_F(CryptoIfMenuTest, KeysTypedDuringMenuOutputAreNotEchoed) {
     terminal_.stop_output(); // blocks the program in its first line
     start(MARVO_CONSOLE_CLIENT, {"crypto_if"});
-    terminal_.wait_until_silent();
+    terminal_.wait_until_echo_is_off();
     terminal_.type("xp");
-    terminal_.go_on_with_output();
+    terminal_.resume_output();
     EXPECT_EQ(finish(), on_screen(menu + "p\n"));
     expect_selection("p", "2", "pkcs11");
 }

@@ -20,7 +20,7 @@ protected:
 
     void interrupt_at_pin() {
         transcript_ += terminal_.read_until("PIN: ");
-        terminal_.wait_until_silent();
+        terminal_.wait_until_echo_is_off();
         terminal_.type("\x03"); // CTRL-C
     }
 

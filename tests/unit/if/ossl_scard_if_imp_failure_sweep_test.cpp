@@ -121,7 +121,7 @@ std::string load_diagnosis(std::size_t n) {
     constexpr std::size_t steps_of_module[] = {2, 15, 19, 20};
     const bool is_of_module =
         std::find(std::begin(steps_of_module), std::end(steps_of_module), n) != std::end(steps_of_module);
-    return is_of_module ? words_on_missing("module.so") : "";
+    return is_of_module ? missing_file_detail("module.so") : "";
 }
 
 class OsslScardIfImpFailureSweepTest : public ScardTest {

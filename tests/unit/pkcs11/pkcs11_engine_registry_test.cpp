@@ -79,7 +79,7 @@ TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialis
     script().fail_function("ENGINE_init");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_init() failed: rc=7" +
-                                       words_on_missing("module.so"));
+                                       missing_file_detail("module.so"));
     script().clear_failures();
     EXPECT_EQ(load_error(library), "no exception");
 }
