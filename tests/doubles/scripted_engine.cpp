@@ -52,9 +52,9 @@ void ScriptedEngine::reset() {
     private_key = nullptr;
     public_key = nullptr;
     certificate = nullptr;
-    gives_certificate_on_failure = false;
+    returns_certificate_on_failure = false;
     needs_right_pin = false;
-    holds_on = false;
+    keys_hold_engine = false;
     refuses_loaded_library = false;
     refuses_key_engine = false;
     has_finish_function = true;
@@ -82,7 +82,7 @@ std::size_t ScriptedEngine::loaded_engines() const {
     return static_cast<std::size_t>(count);
 }
 
-void ScriptedEngine::drop_circles() {
+void ScriptedEngine::break_cycles() {
     for (const auto& engine : engines_)
         engine->functional_references -= std::exchange(engine->circle, 0);
 }
@@ -117,15 +117,15 @@ void ScriptedEngine::free_engine(ENGINE* engine) {
 
 void ScriptedEngine::lend(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_lent_); }
 
-EVP_PKEY* ScriptedEngine::hand_out(EVP_PKEY* key) {
+EVP_PKEY* ScriptedEngine::make_copy(EVP_PKEY* key) {
     EVP_PKEY* copy = ::EVP_PKEY_dup(key);
     objects_[copy] = "key" + std::to_string(++keys_made_);
     return copy;
 }
 
-X509* ScriptedEngine::hand_out(X509* cert) { return give_away(::X509_dup(cert)); }
+X509* ScriptedEngine::make_copy(X509* cert) { return track(::X509_dup(cert)); }
 
-X509* ScriptedEngine::give_away(X509* cert) {
+X509* ScriptedEngine::track(X509* cert) {
     objects_[cert] = "cert" + std::to_string(++certs_made_);
     return cert;
 }
@@ -167,7 +167,7 @@ EVP_PKEY* load_key(const char* function, ENGINE* engine, const char* name, const
     if (ui != ::UI_OpenSSL() || callback_data != nullptr)
         script().violation(std::string(function) + ": wrong user interface");
     if (failure != nullptr || source == nullptr) return nullptr;
-    return the_double().hand_out(source);
+    return the_double().make_copy(source);
 }
 
 int run_command(ENGINE* engine, const std::string& command, const char* value) {
@@ -240,9 +240,9 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
                                                          text_or_null(record->cert_id));
     if (!the_double().is_alive(e)) return 0;
     Kes::test::require_use(e, function);
-    if (failure == nullptr || the_double().gives_certificate_on_failure)
+    if (failure == nullptr || the_double().returns_certificate_on_failure)
         record->cert =
-            the_double().certificate == nullptr ? nullptr : the_double().hand_out(the_double().certificate);
+            the_double().certificate == nullptr ? nullptr : the_double().make_copy(the_double().certificate);
     return failure == nullptr ? 1 : failure->rc;
 }
 
@@ -295,7 +295,8 @@ EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_m
     }
     EVP_PKEY* key =
         Kes::test::load_key("ENGINE_load_private_key", e, key_id, ui_method, callback_data, source);
-    if (key != nullptr && the_double().holds_on && e->circle == 0) e->functional_references += ++e->circle;
+    if (key != nullptr && the_double().keys_hold_engine && e->circle == 0)
+        e->functional_references += ++e->circle;
     return key;
 }
 

@@ -28,9 +28,10 @@ public:
 
     EVP_PKEY* private_key = nullptr; ///< what a load gives a copy of; null makes the load fail. Lent
     EVP_PKEY* public_key = nullptr;
-    X509* certificate = nullptr;               ///< null makes LOAD_CERT_CTRL succeed without a certificate
-    bool gives_certificate_on_failure = false; ///< fill the record even when LOAD_CERT_CTRL is to fail
-    bool holds_on = false; ///< a key that was read uses the engine until it cleans up, as in libp11 0.4.12
+    X509* certificate = nullptr;                 ///< null makes LOAD_CERT_CTRL succeed without a certificate
+    bool returns_certificate_on_failure = false; ///< fill the record even when LOAD_CERT_CTRL is to fail
+    bool keys_hold_engine =
+        false; ///< a key that was read uses the engine until it cleans up, as in libp11 0.4.12
     bool refuses_loaded_library = false; ///< LOAD fails while an engine that was loaded before is known
     bool refuses_key_engine = false;     ///< EVP_PKEY_set1_engine() fails
     bool has_finish_function = true;
@@ -41,7 +42,7 @@ public:
     std::size_t loaded_engines() const;
 
     /// Lets all caches go that clean-ups would have ended.
-    void drop_circles();
+    void break_cycles();
     std::size_t unreleased_objects() const { return objects_.size(); }
 
     // The functions below are what the ENGINE_* functions ask.
@@ -51,9 +52,9 @@ public:
     bool is_forgotten(const ENGINE* engine) const; ///< of an earlier test
     void free_engine(ENGINE* engine);
     void lend(const EVP_PKEY* key); ///< a key made beside the engine's own
-    EVP_PKEY* hand_out(EVP_PKEY* key);
-    X509* hand_out(X509* cert);
-    X509* give_away(X509* cert); ///< hands out this one, not a copy
+    EVP_PKEY* make_copy(EVP_PKEY* key);
+    X509* make_copy(X509* cert);
+    X509* track(X509* cert); ///< hands out this one, not a copy
 
     /// Takes note of the end of an object, if it was handed out here.
     void end_object(const char* function, const void* object);

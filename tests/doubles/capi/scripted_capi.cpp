@@ -94,7 +94,7 @@ bool ScriptedCapi::give(const std::string& what, const Bytes& usual, void* buffe
         return fail(DWORD{ERROR_MORE_DATA});
     }
     if (length != 0) std::memcpy(buffer, data.data(), length);
-    *size = answer.said.value_or(length);
+    *size = answer.reported.value_or(length);
     return true;
 }
 

@@ -37,15 +37,15 @@ struct ScriptedProvider {
     DWORD key_specs = AT_KEYEXCHANGE | AT_SIGNATURE;
     std::string default_container = "default";
     std::vector<ScriptedContainer> containers;
-    bool ends_names = true;         ///< by a NUL, as most do
-    bool tells_end_by_read = false; ///< that no container is left, only when asked for more than the size
+    bool ends_names = true;           ///< by a NUL, as most do
+    bool reports_end_on_read = false; ///< that no container is left, only when asked for more than the size
 };
 
 /// What a function says that gives bytes by a buffer, where that is not what the objects would have it say.
 struct OddAnswer {
-    std::optional<DWORD> size = {}; ///< to the question for the size
-    std::optional<Bytes> data = {}; ///< as much is written
-    std::optional<DWORD> said = {}; ///< as the number of bytes that were written
+    std::optional<DWORD> size = {};     ///< to the question for the size
+    std::optional<Bytes> data = {};     ///< as much is written
+    std::optional<DWORD> reported = {}; ///< as the number of bytes that were written
 };
 
 struct ScriptedStore {

@@ -54,7 +54,7 @@ bool give_next_name(ScriptedCapi::Provider& provider, BYTE* data, DWORD* length,
     if (flags == CRYPT_FIRST) provider.next_name = 0;
     const auto& containers = provider.script->containers;
     const bool is_end = provider.next_name == containers.size();
-    if (is_end && (data != nullptr || !provider.script->tells_end_by_read))
+    if (is_end && (data != nullptr || !provider.script->reports_end_on_read))
         return the_double().fail(DWORD{ERROR_NO_MORE_ITEMS});
     if (data == nullptr) {
         const auto odd = the_double().odd_answers.find("CryptGetProvParam 2");

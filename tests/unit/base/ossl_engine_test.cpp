@@ -29,8 +29,8 @@ class CertEngine final : public PlainEngine {
 public:
     X509Ptr read_certificate(const char*) override {
         ScriptedEngine& scripted = ScriptedEngine::instance();
-        return X509Ptr(has_key ? scripted.hand_out(TestData::instance().client.get())
-                               : scripted.give_away(::X509_new()));
+        return X509Ptr(has_key ? scripted.make_copy(TestData::instance().client.get())
+                               : scripted.track(::X509_new()));
     }
 
     bool has_key = true;
@@ -165,8 +165,8 @@ TEST_F(OsslEngineTest, FreeingLogsTheObjectAndNothingForNull) {
     OsslEngine::free_certificate(nullptr);
     OsslEngine::free_key(nullptr);
     EXPECT_EQ(log.lines(), Lines());
-    OsslEngine::free_certificate(X509Ptr(engine().hand_out(data().client.get())));
-    OsslEngine::free_key(EvpPkeyPtr(engine().hand_out(data().key.get())));
+    OsslEngine::free_certificate(X509Ptr(engine().make_copy(data().client.get())));
+    OsslEngine::free_key(EvpPkeyPtr(engine().make_copy(data().key.get())));
     EXPECT_EQ(script().calls(), (Lines{"X509_free(cert1)", "EVP_PKEY_free(key1)"}));
     EXPECT_EQ(log.lines(), (Lines{"<info> freed certificate", "<info> freed key"}));
 }

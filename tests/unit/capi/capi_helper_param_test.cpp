@@ -140,7 +140,7 @@ TEST_F(CapiProvParamTest, ListsTheContainersInTheOrderOfTheProvider) {
 TEST_F(CapiProvParamTest, EmptyProviderHasNoContainers) {
     provider().containers.clear();
     EXPECT_EQ(containers(), Lines());
-    provider().tells_end_by_read = true;
+    provider().reports_end_on_read = true;
     EXPECT_EQ(containers(), Lines());
 }
 

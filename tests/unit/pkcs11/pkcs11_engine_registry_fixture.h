@@ -15,7 +15,7 @@ namespace Kes::test {
 class Pkcs11EngineRegistryTest : public CoreTest {
 protected:
     Pkcs11EngineRegistryTest() {
-        engine().holds_on = true;
+        engine().keys_hold_engine = true;
         engine().refuses_loaded_library = true;
     }
 

@@ -170,7 +170,7 @@ TEST_F(Pkcs11EngineRegistryTest, KeyOfAnotherTypeIsReturnedAsItIsAndTheErrorQueu
     load_and_free_key(library);
     EXPECT_EQ(::ERR_peek_error(), 0UL);
     EXPECT_EQ(engine().initialised_engines(), 1U);
-    engine().drop_circles();
+    engine().break_cycles();
 }
 
 TEST_F(Pkcs11EngineRegistryTest, PinIsClearedBeforeTheEngineIsReleased) {
