@@ -14,7 +14,7 @@ class ExamplesTest : public testing::Test {
 protected:
     void type_pin(const std::string& pin) {
         transcript_ += terminal_.read_until("PIN: ");
-        terminal_.wait_until_silent(); // the client shows the prompt before it turns the echo off
+        terminal_.wait_until_echo_is_off(); // the client shows the prompt before it turns the echo off
         terminal_.type(pin + "\n");
     }
 

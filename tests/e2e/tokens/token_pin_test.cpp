@@ -51,7 +51,7 @@ private:
 
 /// The end of the PIN. The allocator overwrites the beginning of freed blocks, so only the end of a copy that
 /// was not wiped can be found.
-VeiledText end_of(const MaskedPin& pin) {
+MaskedText end_of(const MaskedPin& pin) {
     constexpr std::size_t overwritten_length = 16;
     return {std::span(pin).subspan(overwritten_length), mask};
 }

@@ -362,7 +362,7 @@ protected:
 };
 
 TEST_F(OsslScardCfgConsoleTest, UnknownExceptionReturnsStatus255AndDoesNotChangeTheArgument) {
-    const DesertedConsole console;
+    const ConsoleWithoutInput console;
     Lines results;
     {
         const FailingConsole failing;
@@ -373,7 +373,7 @@ TEST_F(OsslScardCfgConsoleTest, UnknownExceptionReturnsStatus255AndDoesNotChange
 }
 
 TEST_F(OsslScardCfgConsoleTest, EndOfInputIsAUserAbort) {
-    const DesertedConsole console;
+    const ConsoleWithoutInput console;
     EXPECT_EQ(select_with_each(),
               Lines(3, "1 <error> cons_select_menu:143 Kes::ConsSelectMenu<enum "
                        "Kes::OsslScardCfg::CryptoIf>::select(): user abort <end of input>: val=16 "

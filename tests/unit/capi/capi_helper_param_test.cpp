@@ -63,7 +63,7 @@ TEST_F(CapiProvParamTest, ReadThatReturnsLessThanAnnouncedIsAccepted) {
 }
 
 TEST_F(CapiProvParamTest, ReadThatReportsMoreThanTheBufferHoldsIsLimitedToTheBuffer) {
-    capi().odd_answers["CryptGetProvParam 4"] = {.size = 4, .data = Bytes{'a', 'b'}, .said = 4000000000U};
+    capi().odd_answers["CryptGetProvParam 4"] = {.size = 4, .data = Bytes{'a', 'b'}, .reported = 4000000000U};
     const CapiProvParamReader reader(handle(), PP_NAME, 0);
     EXPECT_EQ(reader.data(), (Bytes{'a', 'b', 0, 0}));
     EXPECT_EQ(reader.text(), "ab");
@@ -146,7 +146,7 @@ TEST_F(CapiProvParamTest, EmptyProviderHasNoContainers) {
 
 TEST_F(CapiProvParamTest, EndOfTheContainersIsDetectedInTheSizeQueryAndInTheRead) {
     for (const bool ends_in_read : {false, true}) {
-        provider().tells_end_by_read = ends_in_read;
+        provider().reports_end_on_read = ends_in_read;
         EXPECT_EQ(containers(), (Lines{"c1", "c2"}));
     }
     EXPECT_EQ(script().calls().back(), "CryptGetProvParam(prov:c1, 2, 2, read)");
@@ -262,7 +262,7 @@ TEST_F(CapiProvParamTest, UnreadableMaskMeansBothKeysAndLogsTheReason) {
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.step) + " " + std::to_string(row.code));
         const LogCapture own_log(0xffff & ~1U); // all severities except trace
-        script().heal();
+        script().clear_failures();
         script().fail_step(script().steps() + row.step, win_failure(row.code));
         EXPECT_EQ(read_capi_key_specs(handle()).list, (std::vector<std::uint32_t>{1, 2}));
         EXPECT_EQ(own_log.lines(), row.reason + Lines{mask_warning});

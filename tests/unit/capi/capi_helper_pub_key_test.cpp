@@ -67,7 +67,7 @@ TEST_F(CapiPubKeyTest, EncodingOfLengthZeroIsEmpty) {
 }
 
 TEST_F(CapiPubKeyTest, EncodingThatReportsMoreThanTheBufferHoldsIsLimitedToTheBuffer) {
-    capi().odd_answers = {{"CryptEncodeObjectEx", {.said = 4000000000U}}};
+    capi().odd_answers = {{"CryptEncodeObjectEx", {.reported = 4000000000U}}};
     EXPECT_EQ(der(), public_key_der(CapiKeys::instance().rsa.get()));
 }
 

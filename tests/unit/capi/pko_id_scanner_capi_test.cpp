@@ -168,7 +168,7 @@ TEST_F(CapiPkoIdScannerTest, InvalidCertificateEndsTheScan) {
                   "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 "
                   "format: rc=0");
         EXPECT_EQ(records(list), capi_records("c1", AT_KEYEXCHANGE)); // earlier records are kept
-        EXPECT_EQ(capi().live_handles(), 0U);
+        EXPECT_EQ(capi().unreleased_handles(), 0U);
     }
 }
 

@@ -116,7 +116,7 @@ constexpr std::size_t find_token_step = 4;
 /// The load diagnosis that follows the error of step n.
 std::string load_diagnosis(std::size_t n) {
     constexpr std::size_t load_engine_step = 13;
-    if (n == load_engine_step) return words_on_missing("./engine.so");
+    if (n == load_engine_step) return missing_file_detail("./engine.so");
     // An engine may load the module in any of the later steps.
     constexpr std::size_t steps_of_module[] = {2, 15, 19, 20};
     const bool is_of_module =

@@ -73,7 +73,7 @@ protected:
     }
 
     static std::string select_key_without_input() {
-        const DesertedConsole console;
+        const ConsoleWithoutInput console;
         std::size_t key = 77;
         const std::string result = status_of([&] { return scard().select_key_from_console(&key); });
         return key == 77 ? result : "wrote " + std::to_string(key);

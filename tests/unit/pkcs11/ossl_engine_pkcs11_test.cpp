@@ -121,7 +121,7 @@ TEST_F(Pkcs11OsslEngineTest, NullNameIsRejectedBeforeAnyCall) {
 TEST_F(Pkcs11OsslEngineTest, FailedCertificateCommandThrowsAndLeaksNoCertificate) {
     const auto loaded = load(nullptr);
     for (const bool returns_certificate : {false, true}) {
-        engine().gives_certificate_on_failure = returns_certificate;
+        engine().returns_certificate_on_failure = returns_certificate;
         script().fail_function("ENGINE_ctrl_cmd", {.rc = 0});
         EXPECT_EQ(
             error_text([&] { loaded->read_certificate("c"); }),

@@ -18,7 +18,7 @@ TEST_F(Pkcs11EngineRegistryTest, EngineThatKeepsReferencesIsCleanedUpAfterItsFin
 }
 
 TEST_F(Pkcs11EngineRegistryTest, EngineThatReleasesItselfIsNotCleanedUpAgain) {
-    engine().holds_on = false;
+    engine().keys_hold_engine = false;
     load_and_free_key(library);
     EXPECT_EQ(last_calls(2), (Lines{"ENGINE_finish(engine1)", "ENGINE_free(engine1)"}));
 }
@@ -147,7 +147,7 @@ TEST_F(Pkcs11EngineRegistryTest, RelativePathIsRecognisedAfterTheCurrentFolderCh
 }
 
 TEST_F(Pkcs11EngineRegistryTest, EngineWithoutAFinishFunctionIsSetUpAgainWithItsPinCleared) {
-    engine().holds_on = false;
+    engine().keys_hold_engine = false;
     engine().has_finish_function = false;
     load_and_free_key(library);
     EXPECT_EQ(script().take_calls().front(), "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)");
@@ -161,7 +161,7 @@ TEST_F(Pkcs11EngineRegistryTest, EngineKeyIsReturnedAsItIsWhenNoKeyCanBeCreatedF
     EXPECT_EQ(::ERR_peek_error(), 0UL);
     EXPECT_EQ(engine().initialised_engines(), 1U);
     EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
-    engine().drop_circles(); // the library cannot break these reference cycles
+    engine().break_cycles(); // the library cannot break these reference cycles
 }
 
 TEST_F(Pkcs11EngineRegistryTest, KeyOfAnotherTypeIsReturnedAsItIsAndTheErrorQueueIsEmpty) {
