@@ -12,40 +12,39 @@
 
 namespace Kes::test {
 
-/// A certificate that the build made for these tests.
+/// A certificate that the build creates for these tests.
 Bytes cert_der(const std::string& name);
 
-/// One of many that differ in their number.
+/// One of a series of certificates that differ only in a number.
 Bytes numbered_cert_der(int number);
 
-/// The keys of the containers, read once. The certificates all have the RSA key.
+/// The keys in the containers, read once. All certificates belong to the RSA key.
 struct CapiKeys {
     static const CapiKeys& instance();
     EvpPkeyPtr rsa;
     EvpPkeyPtr ec;
 };
 
-/// "val=5 [0x5] (unknown winerror)": this system has no texts for the errors of Windows.
+/// "val=5 [0x5] (unknown winerror)": this system has no texts for Windows error codes.
 std::string win_code(DWORD code);
 
-/// The ways in which any call may fail: one without a meaning of its own, and two that some callers know.
+/// Last errors for failing calls: an ordinary one, and two that some callers treat specially.
 constexpr DWORD ordinary = 5;
 constexpr DWORD bad_type = static_cast<DWORD>(NTE_BAD_TYPE);
 constexpr DWORD no_more_items = ERROR_NO_MORE_ITEMS;
 constexpr DWORD all_codes[] = {ordinary, bad_type, no_more_items};
 
-/// A failure with that last error, for the script.
+/// A scripted failure that sets this last error.
 Failure win_failure(DWORD code);
 
 constexpr const char* csp = "Test CSP";
 
-/// The provider "Test CSP" and the store "MY". The container c1 has a key for the exchange of keys and one
-/// for signatures, c2 has one for signatures. The store has a certificate of each kind, and one without
-/// usages.
+/// Sets up the provider "Test CSP" and the store "MY". Container c1 has a key exchange key and a signature
+/// key, c2 has a signature key. The store has a certificate for each key type, and one without key usages.
 void set_up_capi();
 
-/// At the end of a test, when the objects of its fixture are gone too: nothing is held, and nothing was used
-/// wrongly. Then forgets the provider and the store.
+/// Checks that every handle was released and that no violation occurred, then removes provider and store.
+/// Call it after the fixture's own objects are destroyed.
 void end_capi();
 
 class CapiTest : public CoreTest {
@@ -58,11 +57,11 @@ protected:
     static ScriptedContainer& container(std::size_t i) { return provider().containers.at(i); }
     static ScriptedStore& store() { return capi().stores.at(0); }
 
-    /// Forgets record and plan, once nothing was used wrongly so far.
+    /// Checks that no violation occurred, then clears the recorded calls and the planned failures.
     static void restart_script();
 };
 
-/// As above, driven through the exported object.
+/// The same, for tests that use the exported object.
 class CapiScardTest : public ScardTest {
 protected:
     CapiScardTest() { set_up_capi(); }
@@ -70,18 +69,18 @@ protected:
 
     static ScriptedCapi& capi() { return ScriptedCapi::instance(); }
 
-    /// A configuration of the client's for the test doubles that writes no log.
+    /// A client configuration for the test doubles, without a log.
     static OsslScardCfg& make_capi_config(OsslScardCfg::CryptoIf crypto_if);
 };
 
-/// The text form of every record, without line ends.
+/// The text of each record, without line ends.
 Lines records(const PkoIdList& list);
 
-/// The three records of a key.
+/// The records of a key: private key, public key and certificate.
 Lines capi_records(const std::string& container, DWORD key_spec);
 Lines store_records(const std::string& name);
 
-/// The lines with ADDRESS for every address.
+/// Replaces each address with ADDRESS.
 Lines without_addresses(Lines lines);
 
 } // namespace Kes::test

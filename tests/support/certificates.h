@@ -11,8 +11,8 @@
 
 namespace Kes::test {
 
-/// The encoding of an object.
-/// @param write  such as ::i2d_X509
+/// The DER encoding of an object.
+/// @param write  an i2d function, such as ::i2d_X509
 template <typename Write, typename Object>
 Bytes der_by(Write write, Object* object) {
     unsigned char* der = nullptr;
@@ -25,16 +25,16 @@ Bytes der_by(Write write, Object* object) {
 /// Empty when there is no certificate.
 Bytes der_of(const X509* certificate);
 
-/// The SubjectPublicKeyInfo of a key, and of a certificate.
+/// The SubjectPublicKeyInfo of a key or of a certificate.
 Bytes public_key_der(const EVP_PKEY* key);
 Bytes public_key_of(const Bytes& certificate);
 
-/// What build and scripts made. Each throws when there is no such file, or something else in it.
+/// Read files that the build or a script creates. They throw if the file is missing or has another content.
 Bytes read_bytes(const std::filesystem::path& file);
 X509Ptr read_pem_certificate(const std::filesystem::path& file);
 EvpPkeyPtr read_pem_key(const std::filesystem::path& file);
 
-/// A certificate with another number in each of its names "CN=Number 0000".
+/// The certificate with the number in place of 0000 in each of its names "CN=Number 0000".
 Bytes with_number(Bytes certificate, int number);
 
 } // namespace Kes::test

@@ -6,10 +6,10 @@
 
 namespace Kes::test {
 
-/// Runs a program to its end, with the folder as its current one and the environment and streams of this
-/// process.
-/// @return its exit code; one that Windows gives for a crash is above 0xC0000000. -1 when it did not start,
-/// or had to be ended because it took longer than a minute
+/// Runs a program and waits for its end. The folder is its current folder; it inherits the environment and
+/// the standard streams.
+/// @return its exit code, which is above 0xC0000000 after a crash; -1 if it did not start, or was terminated
+/// after one minute
 long long run_program(const std::filesystem::path& program, const std::string& arguments,
                       const std::filesystem::path& folder);
 

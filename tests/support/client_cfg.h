@@ -9,8 +9,8 @@
 
 namespace Kes::test {
 
-/// A configuration class of a client's own making, which shares nothing with the library's. What on_clone and
-/// on_get_logfile do happens where their names say; copies have them too.
+/// A client's own implementation of the configuration, which shares no code with the library's. Clones copy
+/// the on_... callbacks.
 class ClientCfg final : public OsslScardCfg {
 public:
     void* destructor_entry(unsigned int flags) override {
@@ -82,7 +82,7 @@ public:
     bool is_clonable = true;
     bool has_logfile = true;
     bool has_texts = true;             ///< otherwise each text getter and dump_settings() return null
-    mutable std::size_t num_reads = 0; ///< of settings
+    mutable std::size_t num_reads = 0; ///< how often a setting was read
     std::function<void()> on_clone = [] {};
     std::function<void()> on_get_logfile = [] {};
     std::function<void()> on_get_severity = [] {};

@@ -88,7 +88,7 @@ void ScardTest::read_and_discover() {
 }
 
 std::string ScardTest::state() {
-    // init() of nothing fails in every state, and its text tells the state.
+    // init(nullptr) fails in every state, and the error text contains the state.
     const std::string text = error_text([] { OsslScardMgr::instance().init(nullptr); });
     for (const auto candidate : {CfgState::initialized, CfgState::configuring, CfgState::configured})
         if (text == "operation not allowed in current state (cfg_state=" + cfg_state_name(candidate) +

@@ -20,26 +20,26 @@
 
 namespace Kes::test {
 
-/// The certificates and the key that the build made for the scripted test doubles, read once.
+/// The certificates and the key that the build creates for the scripted test doubles, read once.
 struct TestData {
     static const TestData& instance();
 
     X509Ptr client;   ///< "Test Client": digital signature and key encipherment; two extended usages
-    X509Ptr encipher; ///< "Encipher Only": key encipherment alone
-    X509Ptr bare;     ///< "No Usage": neither usage
-    EvpPkeyPtr key;   ///< the key of all of them
+    X509Ptr encipher; ///< "Encipher Only": only key encipherment
+    X509Ptr bare;     ///< "No Usage": no key usage and no extended usage
+    EvpPkeyPtr key;   ///< the key of all three certificates
 };
 
-/// libp11 and the engine as test doubles, with one token that wants the PIN "1234" and holds one certificate,
-/// its private key and its public key. At the end no test double may have been used wrongly, and all that was
-/// acquired must have been released.
+/// Tests with test doubles of libp11 and the engine. One token requires the PIN "1234" and has a certificate
+/// with its private key and public key. After each test, the fixture checks that no violation occurred and
+/// that everything acquired was released.
 class CoreTest : public ::testing::Test {
 protected:
     CoreTest();
     ~CoreTest() override;
     void TearDown() override;
 
-    /// The test doubles as they are at the beginning of each test. None of them may be in use.
+    /// Puts the test doubles into their initial state. None of them may be in use.
     static void set_up_doubles();
 
     static CallScript& script() { return CallScript::instance(); }
@@ -48,28 +48,29 @@ protected:
     static ScriptedToken& token() { return *libp11().slots.at(0).token; }
     static const TestData& data() { return TestData::instance(); }
 
-    /// A token's object with the id 01 ab.
+    /// An object on the token, with the id 01 ab.
     static ScriptedObject object(X509* x509 = nullptr) { return {"Auth key", {0x01, 0xab}, x509}; }
 
-    /// Slot arrays that a test leaves on purpose; without a token they are left to the context.
+    /// Slot arrays that the test does not expect to be released: without a token, they are left to the
+    /// context.
     std::size_t expected_slot_arrays = 0;
 };
 
-/// As above, driven through the exported object, which is gone at the end.
+/// The same, for tests that use the exported object. The fixture destroys it after each test.
 class ScardTest : public CoreTest {
 protected:
     void TearDown() override;
 
     static OsslScardIf& scard();
 
-    /// A configuration of the client's for the test doubles that writes no log.
+    /// A client configuration for the test doubles, without a log.
     static OsslScardCfg& make_config();
 
-    /// From a fresh object into a state, through the operations that a client would use.
+    /// Takes a new object to a state with the operations that a client would use.
     static void go_to(CfgState state);
     static void read_and_discover();
 
-    /// The state that the library is in; asking changes nothing.
+    /// The current state of the library. Does not change it.
     static std::string state();
 
     static std::string last_error() { return scard().get_last_error_msg(); }
@@ -78,10 +79,10 @@ protected:
 constexpr const char* private_uri = "pkcs11:token=Token 1;id=%01%ab;type=private";
 constexpr const char* cert_uri = "pkcs11:token=Token 1;id=%01%ab;type=cert";
 
-/// What an engine's end consists of.
+/// The calls that unload an engine.
 Lines engine_unload_calls();
 
-/// A console that nobody sits at: its input has ended, and what is written to it is collected.
+/// A console whose input is at its end. Collects the output.
 class ConsoleWithoutInput {
 public:
     ConsoleWithoutInput();
@@ -97,13 +98,13 @@ private:
     TypedKeys keyboard_;
 };
 
-/// What an error text ends with when a library was to be loaded that is not there: the words of the system,
-/// where OpenSSL and libp11 keep them back. core_fixture_posix.cpp or core_fixture_win.cpp.
+/// The end of the error text when a library to be loaded is missing: the system's error, on systems where
+/// OpenSSL and libp11 hide it. See core_fixture_posix.cpp and core_fixture_win.cpp.
 std::string missing_file_detail(const std::string& file);
 
 Lines operator+(Lines first, const Lines& second);
 
-/// What EXPECT_EQ says of an operation: its status, and the error's text if there is one.
+/// Status and error text of an operation in one string, to compare both with one EXPECT_EQ.
 std::string outcome(int status, const std::string& error);
 
 } // namespace Kes::test

@@ -13,22 +13,22 @@ constexpr unsigned int signature = 2;    ///< AT_SIGNATURE
 
 constexpr unsigned long bad_type = 0x8009000a; ///< NTE_BAD_TYPE
 
-/// What the build prepared: the bytes of a certificate of "certs", or of a key or certificate of
+/// The content of files that the build creates: a certificate in "certs", or a certificate or key in
 /// "containers".
 Bytes prepared_certificate(const std::string& name);
 Bytes prepared_certificate(const std::string& container, unsigned int key_spec);
 Bytes prepared_key(const std::string& container, unsigned int key_spec);
 
-/// The certificate "number" with another number.
+/// The certificate "number" with this number in its name.
 Bytes numbered_certificate(int number);
 
-/// The test card of this process while the object lives; empty at first. csp_call.h tells of failures and
-/// calls.
+/// The test card of this process during the object's lifetime. It is empty at first. csp_call.h documents
+/// planned failures and the log of calls.
 class CspCard {
 public:
     CspCard();
 
-    /// Puts a container that the build prepared on the card, under that name or another.
+    /// Copies a container that the build creates to the card, under the same name or another.
     void add(const std::string& prepared) const { add(prepared, prepared); }
     void add(const std::string& prepared, const std::string& container) const;
 
@@ -38,14 +38,15 @@ public:
     void pull_out() const;
     void insert() const;
 
-    /// Lets calls fail: by the point, by point@container, or by the number of the call. clear_failures() takes it back.
+    /// Makes calls fail until clear_failures().
+    /// @param which  the call by its point ("sign"), by point@container, or by its number
     void fail(const std::string& which, unsigned long code) const;
     void clear_failures() const;
 
-    /// The calls so far, "sign@Login" for instance: without handles and failures.
+    /// The calls so far, such as "sign@Login", without handles and errors.
     Lines calls() const;
 
-    /// The handles that were not released exactly once after they were made, as the log names them: "p1".
+    /// The handles that were not released exactly once, by their names in the log, such as "p1".
     Lines unreleased() const;
 
 private:

@@ -15,8 +15,8 @@
 
 namespace Kes::test {
 
-/// The library's own classes, with a card that holds the container "both", and the log of all severities. At
-/// the end every handle of the card must have been released once.
+/// For tests of the library's classes with a card that has the container "both". Captures the log of all
+/// severities. After each test, the fixture checks that every handle was released exactly once.
 class CardTest : public ::testing::Test {
 protected:
     CardTest() { card.add("both"); }
@@ -26,7 +26,7 @@ protected:
     LogCapture log;
 };
 
-/// A store that nobody else uses, gone with the object.
+/// A store for this process only, deleted by the destructor.
 class TempStore : public SystemStore {
 public:
     TempStore() : SystemStore("marvo-test-" + std::to_string(::GetCurrentProcessId())) {}

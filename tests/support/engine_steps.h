@@ -6,15 +6,16 @@
 
 #include "core_fixture.h"
 
-/// What holds for each class that loads an engine. Each "load" makes an object of the class and lets it go.
+/// Checks for each class that loads an engine. The parameter "load" constructs and destroys an object of the
+/// class.
 namespace Kes::test {
 
-/// A step of a load that can fail.
+/// A step of the load that can fail.
 struct EngineStep {
-    std::size_t number; ///< from 1, which is ENGINE_by_id()
-    std::string error;  ///< up to the return code
+    std::size_t number; ///< counted from 1, which is ENGINE_by_id()
+    std::string error;  ///< the error text up to the return code
     Lines undone;       ///< the calls after the failure
-    std::string words = {};
+    std::string detail = {};
 };
 
 template <typename Load>
@@ -27,13 +28,13 @@ void expect_each_failing_step_undone(const std::vector<EngineStep>& steps, Load 
             script.reset();
             ScriptedEngine::instance().reset();
             script.fail_step(step.number, {.rc = rc});
-            EXPECT_EQ(error_text(load), step.error + ": rc=" + std::to_string(rc) + step.words);
+            EXPECT_EQ(error_text(load), step.error + ": rc=" + std::to_string(rc) + step.detail);
             EXPECT_EQ(script.calls_after_step(step.number), step.undone);
         }
     }
 }
 
-/// The seventh step is the first after ENGINE_init().
+/// Fails the seventh step, which is the first after ENGINE_init().
 template <typename Load>
 void expect_other_exceptions_to_leave_without_finish(Load load) {
     CallScript& script = CallScript::instance();

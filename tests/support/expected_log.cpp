@@ -6,7 +6,7 @@
 namespace Kes::test {
 namespace {
 
-/// A text with values in place of names. No value may contain a name.
+/// Replaces the names in the text with their values. No value may contain a name.
 std::string filled(std::string text, const std::vector<std::pair<std::string, std::string>>& values) {
     for (const auto& [name, value] : values)
         for (auto at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size()))

@@ -3,10 +3,10 @@
 
 #include <string>
 
-/// Parts of the log of a whole run, without the lines' headers. Each ends with a line end.
+/// Parts of a complete log, without the headers of the lines. Each part ends with a line end.
 namespace Kes::test {
 
-/// The first lines. The build's date is "BUILD".
+/// The first lines of a log, with "BUILD" in place of the build date.
 inline const std::string manager_started = R"(<info> using OpenSSL smart card interface version 4
 <info> ossl_scard 4.3.0
 Compiled at BUILD
@@ -14,12 +14,12 @@ Copyright (c) 2026 the maintainers of libmarvo
 <info> OpenSSL smart card manager started.
 )";
 
-/// Of version_check(4).
+/// Logged by version_check(4).
 inline const std::string version_checked = R"(<info> called: Kes::OsslScardIfImp::version_check()
 <info> interface version check successful: specified=4, expected=4
 )";
 
-/// What a dump shows of the settings: the defaults, and a log of all severities in LOGFILE.
+/// The settings as a dump shows them. Initially the defaults, with a log of all severities in LOGFILE.
 struct ShownSettings {
     std::string crypto_if = "pkcs11";
     std::string capi_engine = ".\\capi.dll";
@@ -34,12 +34,14 @@ struct ShownSettings {
     std::string severity = "trace|debug|info|warn|error|fatal";
     std::string append = "false";
     std::string state = "initialized";
-    std::string pin = "false"; ///< is one required, and is there one
+    std::string pin = "false"; ///< both whether a PIN is required and whether one is set
     std::string reload = "false";
 };
 
-/// The dump of a configuration, and that of the manager in the log.
+/// The dump of a configuration.
 std::string dumped_settings(const ShownSettings& shown);
+
+/// The manager's dump in the log.
 std::string logged_settings(const ShownSettings& shown);
 
 struct ShownToken {
@@ -50,13 +52,14 @@ struct ShownToken {
     std::string serial;
 };
 
-/// Of read_scard() with a token that needs a login.
+/// Logged by read_scard() for a token that requires a login.
 std::string logged_reading(const ShownToken& token);
 
-/// Of set_pin() and the beginning of discover_keys(), up to the login. The scanners show at trace only.
+/// Logged by set_pin() and discover_keys(), up to the login.
+/// @param has_traces  whether the lines of severity trace are included
 std::string logged_scan_start(bool has_traces);
 
-/// Of a certificate's key usage.
+/// The key usage of a certificate.
 struct ShownUsage {
     std::string key_usage;
     std::string key_usage_mask; ///< in hexadecimal
@@ -66,21 +69,21 @@ struct ShownUsage {
 };
 std::string logged_usage(const ShownUsage& usage);
 
-/// Of the checks of a key that may be offered.
+/// Logged for a key that passes both usage checks.
 inline const std::string usage_passed = R"(<info> key usage check returned: 1
 <info> extended key usage check returned: 1
 )";
 
-/// Of a scan after the login, of a token with one key and its certificate.
-/// @param id  as in URIs
+/// Logged by the scan after the login, for a token with one key and its certificate.
+/// @param id  percent-encoded, as in URIs
 std::string logged_scan(const std::string& token_label, const std::string& label, const std::string& id,
                         const ShownUsage& usage);
 
-/// Of the selection of a key, whichever operation it is made with.
+/// Logged when a key is selected, by any of the operations.
 std::string logged_selection(const std::string& key_type, const std::string& priv_key_name,
                              const std::string& cert_name);
 
-/// Of a certificate that was loaded.
+/// Logged for a loaded certificate.
 std::string logged_certificate(const std::string& subject, const std::string& issuer);
 
 } // namespace Kes::test

@@ -5,7 +5,7 @@
 
 namespace {
 
-thread_local std::size_t calls_left = 0; // until the call that fails; 0: none fails
+thread_local std::size_t calls_left = 0; // up to the failing call; 0 if none is to fail
 thread_local bool is_reached = false;
 
 void* allocate(std::size_t size) {

@@ -5,23 +5,23 @@
 
 namespace Kes::test {
 
-/// While it exists, one call of operator new in this thread throws std::bad_alloc. A program that uses it must
-/// contain failing_allocation.cpp, which replaces operator new.
+/// Makes one call of operator new in this thread throw std::bad_alloc during the object's lifetime. The
+/// program must contain failing_allocation.cpp, which replaces operator new.
 class FailingAllocation {
 public:
-    /// @param call  which call fails, counted from 1
+    /// @param call  the call that fails, counted from 1
     explicit FailingAllocation(std::size_t call) noexcept;
     ~FailingAllocation();
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-    /// Whether the last object of this class made a call fail.
+    /// Whether the most recent object of this class made a call fail.
     static bool has_failed() noexcept;
 };
 
-/// Calls the operation once for each allocation that it makes, which fails in that call, and once more without
-/// a failure. After each call, check(has_failed) runs without failures.
-/// @return in how many calls an allocation failed
+/// Calls the operation repeatedly, each time with the next of its allocations failing, until none fails.
+/// After each call, runs check(has_failed) without failing allocations.
+/// @return the number of calls in which an allocation failed
 template <typename Operation, typename Check>
 std::size_t for_each_failing_allocation(Operation operation, Check check) {
     for (std::size_t call = 1;; ++call) {

@@ -5,8 +5,8 @@
 
 namespace Kes::test {
 
-/// The handles that the log of the test card with a provider shows to be made ("+k7") more often than
-/// released ("-k7"), or the other way round.
+/// The handles in the log of the CSP test card that were not created ("+k7") and released ("-k7") equally
+/// often.
 Lines unbalanced_handles(const Lines& calls);
 
 } // namespace Kes::test

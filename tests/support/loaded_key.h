@@ -6,7 +6,7 @@
 
 namespace Kes::test {
 
-/// What the library hands out once it is loaded; null before.
+/// The key that the library has loaded; null before the load.
 inline evp_pkey_st* loaded_key(OsslScardIf& scard) {
     evp_pkey_st* key = nullptr;
     scard.ossl_get_private_key(&key);
@@ -19,7 +19,7 @@ inline x509_st* loaded_certificate(OsslScardIf& scard) {
     return certificate;
 }
 
-/// The names of the keys that discover_keys() has found.
+/// The names of the keys that discover_keys() found.
 inline Lines found_key_names(OsslScardIf& scard, std::size_t num_keys) {
     Lines names;
     for (std::size_t i = 0; i < num_keys; ++i)

@@ -7,14 +7,14 @@ namespace {
 
 bool is_at(const char* place, const MaskedText& needle) {
     for (std::size_t i = 0; i < needle.bytes.size(); ++i)
-        if ((static_cast<unsigned char>(place[i]) ^ needle.veil) != needle.bytes[i]) return false;
+        if ((static_cast<unsigned char>(place[i]) ^ needle.mask) != needle.bytes[i]) return false;
     return true;
 }
 
 } // namespace
 
 std::size_t count_in(std::string_view text, const MaskedText& needle) {
-    const int first = needle.bytes[0] ^ needle.veil;
+    const int first = needle.bytes[0] ^ needle.mask;
     const std::size_t length = needle.bytes.size();
     std::size_t found = 0;
     while (text.size() >= length) {

@@ -7,19 +7,18 @@
 
 namespace Kes::test {
 
-/// A text to look for, each byte turned by the veil (exclusive or), so that the search does not find the very
-/// text that it is given.
+/// A text to search for. Each byte is XORed with the mask, so that the search does not find its parameter.
 struct MaskedText {
     std::span<const unsigned char> bytes; ///< at least one
-    unsigned char veil;
+    unsigned char mask;
 };
 
-/// How often it stands there in clear.
+/// How often the text contains the unmasked needle.
 std::size_t count_in(std::string_view text, const MaskedText& needle);
 
-/// How often it stands in clear in this process's writable memory. The allocator writes over the beginning of
-/// what is freed (16 bytes, 32 of large blocks): to find copies that nobody wiped, look for the end of a
-/// text. Answered by memory_search_posix.cpp or memory_search_win.cpp.
+/// How often this process's writable memory contains the unmasked needle. The allocator overwrites the first
+/// 16 bytes of freed memory (32 of large blocks), so search for the end of a text to find copies that were
+/// not wiped. Implemented in memory_search_posix.cpp and memory_search_win.cpp.
 std::size_t count_in_memory(const MaskedText& needle);
 
 } // namespace Kes::test

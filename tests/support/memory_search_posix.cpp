@@ -13,7 +13,8 @@
 namespace Kes::test {
 namespace {
 
-/// Reads memory through a file, because some of it may vanish meanwhile, into a mapping that is not searched.
+/// Reads memory through /proc/self/mem, because mappings may disappear during the search. The buffer is a
+/// mapping of its own, which is not searched.
 class MemoryReader {
 public:
     MemoryReader()
@@ -30,7 +31,7 @@ public:
     MemoryReader& operator=(const MemoryReader&) = delete;
 
     std::size_t count_between(std::uintptr_t begin, std::uintptr_t end, const MaskedText& needle) const {
-        // The system may show the buffer as one mapping with its neighbours.
+        // The kernel may merge the buffer with its neighbours into one mapping.
         const auto own = reinterpret_cast<std::uintptr_t>(buffer_);
         const std::uintptr_t own_end = own + buffer_size;
         return count_apart(begin, std::min(end, own), needle) +
@@ -61,7 +62,7 @@ private:
 } // namespace
 
 std::size_t count_in_memory(const MaskedText& needle) {
-    // Nothing is larger but the sanitizers' map of the memory, terabytes which hold no text.
+    // Only the sanitizers' shadow memory is larger: terabytes that contain no text.
     constexpr std::uintptr_t largest = std::uintptr_t{1} << 30U;
     const MemoryReader reader;
     std::size_t found = 0;

@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::size_t buffer_size = std::size_t{1} << 20U;
 
-/// Reads memory by way of the system, because some of it may vanish meanwhile, into pages that are not
-/// searched.
+/// Reads memory with ReadProcessMemory(), because pages may disappear during the search. The buffer's pages
+/// are not searched.
 class MemoryReader {
 public:
     MemoryReader() : buffer_(::VirtualAlloc(nullptr, buffer_size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE)) {

@@ -17,7 +17,7 @@
 namespace Kes::test {
 
 Process::Process(std::vector<std::string> args, const std::string& log_name) {
-    // It ends with us even when a time limit kills us.
+    // The program ends with this process, even when a timeout kills this process.
     args.insert(args.begin(), {"/usr/bin/setpriv", "--pdeathsig", "TERM"});
     std::vector<char*> argv;
     for (std::string& arg : args)

@@ -8,38 +8,38 @@
 
 namespace Kes::test {
 
-/// A program that runs beside the test. It reads nothing; what it says goes to a file.
+/// A program that runs in the background during a test. Its input is empty; its output goes to a file.
 class Process {
 public:
     /// @param args      the program's path and its arguments
-    /// @param log_name  receives standard output and standard error
-    /// @throws std::runtime_error when it cannot be started
+    /// @param log_name  the file for standard output and standard error
+    /// @throws std::runtime_error if the program cannot be started
     Process(std::vector<std::string> args, const std::string& log_name);
 
-    /// Ends it if it still runs.
+    /// Stops the program if it is still running.
     ~Process();
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
     bool is_running();
 
-    /// Asks it to end (SIGTERM) and waits until it has.
+    /// Sends SIGTERM and waits for the program's end.
     void stop();
 
-    /// Waits until it ends by itself.
-    /// @return its exit code; 128 + number when a signal ended it
+    /// Waits until the program ends by itself.
+    /// @return its exit code; 128 + the signal's number if a signal ended it
     int wait();
 
 private:
     void store_status(int status);
 
-    pid_t pid_ = -1; // -1 once it has ended
+    pid_t pid_ = -1; // -1 after the program's end
     int exit_code_ = -1;
 };
 
-/// Runs a program to its end.
-/// @return what it wrote
-/// @throws std::runtime_error with what it wrote when its exit code is not 0
+/// Runs a program and waits for its end.
+/// @return its output
+/// @throws std::runtime_error with the output if the exit code is not 0
 std::string run_program(const std::vector<std::string>& args);
 
 /// Runs a command line of the shell to its end. The test fails when its exit code is not 0.

@@ -65,7 +65,7 @@ bool is_right(X509* certificate, const SigningMethod& method, const Bytes& signa
 }
 
 std::string signature_problem(X509* certificate, const SigningMethod& method, Bytes signature) {
-    const ErrorQueueMark mark; // a signature that is wrong leaves its reasons on the queue
+    const ErrorQueueMark mark; // verifying a wrong signature leaves errors on the queue
     if (!is_right(certificate, method, signature)) return "wrong signature";
     signature.back() ^= 1U;
     return is_right(certificate, method, signature) ? "a changed signature passes" : "";

@@ -9,7 +9,7 @@ namespace Kes::test {
 
 struct SigningMethod {
     const char* digest;
-    int padding; ///< 0 where the key type has none
+    int padding; ///< 0 for key types without padding
 };
 using SigningMethods = std::vector<SigningMethod>;
 
@@ -18,13 +18,13 @@ inline const SigningMethods pss{{"SHA256", RSA_PKCS1_PSS_PADDING}};
 inline const SigningMethods pkcs1_with_any_sha2{
     {"SHA256", RSA_PKCS1_PADDING}, {"SHA384", RSA_PKCS1_PADDING}, {"SHA512", RSA_PKCS1_PADDING}};
 
-/// Signs with the key by each method, and lets OpenSSL's own code judge the signatures, with nothing but the
-/// certificate's public key and in a library context that no engine reaches.
-/// @return "" when all is well, or what failed. The reason for "cannot sign: SHA256, padding 1" is on the
-/// error queue
+/// Signs with the key by each method. OpenSSL verifies the signatures with the certificate's public key, in a
+/// library context of its own, without engines.
+/// @return the first problem; "" if there is none. After "cannot sign: SHA256, padding 1", the error queue
+/// contains the reason
 std::string signing_problem(EVP_PKEY* key, X509* certificate, const SigningMethods& methods);
 
-/// The same by every method that the key's type has.
+/// The same by every method of the key's type.
 std::string signing_problem(EVP_PKEY* key, X509* certificate);
 
 } // namespace Kes::test

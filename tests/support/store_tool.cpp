@@ -1,4 +1,4 @@
-// Changes a certificate store of the current user. prepare-card tells what for.
+// Changes a certificate store of the current user, for tests/data/prepare-card. Usage:
 //   test_card_store clear STORE
 //   test_card_store add STORE CERTIFICATE CONTAINER KEY_SPEC [BLOB]
 #include <exception>

@@ -11,10 +11,10 @@
 
 #include "types.h"
 
-/// What tests of all parts share.
+/// Helpers for all tests.
 namespace Kes::test {
 
-/// A folder of its own for a test, gone with the object.
+/// A new temporary folder, deleted by the destructor.
 class TempDir {
 public:
     TempDir();
@@ -29,7 +29,7 @@ private:
     std::filesystem::path path_;
 };
 
-/// Makes a folder the current one while the object lives.
+/// Changes the current folder during the object's lifetime.
 class CurrentFolder {
 public:
     explicit CurrentFolder(const std::filesystem::path& folder);
@@ -41,7 +41,7 @@ private:
     std::filesystem::path before_;
 };
 
-/// Sets (or, without a value, unsets) an environment variable and puts it back.
+/// Sets an environment variable, or unsets it if there is no value. The destructor restores it.
 class EnvVar {
 public:
     EnvVar(const std::string& name, const std::optional<std::string>& value);
@@ -54,30 +54,30 @@ private:
     std::optional<std::string> before_;
 };
 
-/// The whole file; "" when there is none.
+/// The whole file; "" if it does not exist.
 std::string read_file(const std::string& name);
 
-/// The whole text file, with "\n" for what ends a line in files of this system; "" when there is none.
+/// The whole text file, with the system's line ends converted to "\n"; "" if it does not exist.
 std::string read_text(const std::string& name);
 
-/// The text's lines without their ends.
+/// The lines of a text, without line ends.
 Lines split_lines(const std::string& text);
 
-/// A log line without what differs from run to run: "2024-03-05 09:07:02.045 <info> tid=4711: text" becomes
-/// "<info> text". Other lines come back as they are.
+/// A log line without its time and thread: "2024-03-05 09:07:02.045 <info> tid=4711: text" becomes
+/// "<info> text". Other lines are returned unchanged.
 std::string without_header(const std::string& line);
 
-/// The lines of a log file, as without_header() gives them.
+/// The lines of a log file, each changed by without_header().
 Lines log_lines(const std::string& file);
 
-/// A log line without what differs from build to build and from run to run in the manager's first lines and
-/// in the banner of a log that is appended to: "BUILD" and "TIME".
+/// A log line with "BUILD" in place of the build date in the manager's first lines, and "TIME" in place of
+/// the time in the banner of an appended log.
 std::string without_build(const std::string& line);
 
-/// The lines as one text, of which GoogleTest shows the differing lines alone.
+/// The lines as one text. For texts, GoogleTest prints only the differing lines.
 std::string as_text(const Lines& lines);
 
-/// Collects what the log writes while the object lives, every severity unless told otherwise.
+/// Captures the log during the object's lifetime, by default with all severities.
 class LogCapture {
 public:
     explicit LogCapture(std::uint32_t severity_mask = 0xffff);
@@ -85,17 +85,17 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    /// All lines so far, as without_header() gives them.
+    /// All lines so far, each changed by without_header().
     Lines lines() const;
 
-    /// The text so far, as read_text() gives it.
+    /// The whole log so far, read by read_text().
     std::string text() const;
 
 private:
     TempDir dir_;
 };
 
-/// What an object prints.
+/// The text that operator<< prints for an object.
 template <typename Printable>
 std::string text_of(const Printable& printable) {
     std::ostringstream text;
@@ -103,7 +103,7 @@ std::string text_of(const Printable& printable) {
     return text.str();
 }
 
-/// The text of the std::exception that the function throws; "no exception" when it throws none.
+/// The text of the std::exception that the function throws; "no exception" if it throws none.
 template <typename Function>
 std::string error_text(Function function) {
     try {

@@ -5,13 +5,13 @@
 #include <optional>
 #include <string>
 
-/// What support.cpp asks of the operating system: support_posix.cpp or support_win.cpp.
+/// The system-dependent part of support.cpp, implemented in support_posix.cpp and support_win.cpp.
 namespace Kes::test {
 
-/// Makes a folder that nobody else has, where temporary files belong.
+/// Creates a new folder in the system's folder for temporary files.
 std::filesystem::path make_temp_dir();
 
-/// Sets a variable of this process, or unsets it, for whatever reads it in the process.
+/// Sets or unsets an environment variable for all code in this process.
 void set_env(const std::string& name, const std::optional<std::string>& value);
 
 } // namespace Kes::test

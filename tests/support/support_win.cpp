@@ -18,7 +18,7 @@ std::filesystem::path make_temp_dir() {
     throw std::runtime_error("no temporary folder can be made");
 }
 
-// The C runtime changes the system's environment along with its own. An empty value unsets.
+// _putenv() changes the environment of both the C runtime and the system. An empty value unsets the variable.
 void set_env(const std::string& name, const std::optional<std::string>& value) {
     ::_putenv((name + "=" + value.value_or("")).c_str());
 }

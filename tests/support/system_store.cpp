@@ -9,7 +9,7 @@ namespace {
 
 constexpr DWORD provider_type_of_card = PROV_RSA_FULL;
 constexpr DWORD provider_type_of_software = PROV_RSA_AES;
-constexpr std::size_t algorithm_offset = 4; // of BLOBHEADER's aiKeyAlg
+constexpr std::size_t algorithm_offset = 4; // of aiKeyAlg in BLOBHEADER
 
 void require(bool is_good, const std::string& what) {
     if (is_good) return;
@@ -50,7 +50,7 @@ void set_key(const CERT_CONTEXT* context, const KeyPlace& key) {
     info.dwProvType = key.provider_type;
     info.dwKeySpec = key.key_spec;
     require(::CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info) != 0,
-            "cannot tell the store where the key is");
+            "cannot set the location of the key");
 }
 
 } // namespace
@@ -65,7 +65,7 @@ KeyPlace in_software(const std::string& container, DWORD key_spec) {
 
 SystemStore::SystemStore(std::string name, Start start) : name_(std::move(name)) {
     if (::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "wine_get_version") == nullptr)
-        throw std::runtime_error("certificate stores are emptied under Wine only");
+        throw std::runtime_error("certificate stores are changed only under Wine");
     if (start == empty) remove();
     open(name_);
 }
@@ -75,7 +75,7 @@ void SystemStore::add(const std::vector<Bytes>& ders, const KeyPlace* key) {
     for (const Bytes& der : ders) {
         const ContextPtr context(
             ::CertCreateCertificateContext(X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size())));
-        require(context != nullptr, "that is no certificate");
+        require(context != nullptr, "not a certificate");
         if (key != nullptr) set_key(context.get(), *key);
         require(::CertAddCertificateContextToStore(store.get(), context.get(), CERT_STORE_ADD_NEW, nullptr) !=
                     0,
@@ -92,7 +92,7 @@ void SystemStore::remove() {
 }
 
 void import_software_key(const std::string& container, DWORD key_spec, Bytes blob) {
-    if (key_spec == AT_SIGNATURE) { // the program that made the blob knows keys for key exchange only
+    if (key_spec == AT_SIGNATURE) { // the openssl program writes all blobs as key exchange keys
         blob.at(algorithm_offset) = 0x00;
         blob.at(algorithm_offset + 1) = 0x24; // CALG_RSA_SIGN
     }

@@ -12,7 +12,7 @@ namespace Kes::test {
 constexpr const char* card_provider = "Microsoft Base Smart Card Crypto Provider";
 constexpr const char* software_provider = "Microsoft Enhanced RSA and AES Cryptographic Provider";
 
-/// Where the private key of a certificate is, as the store keeps it with the certificate.
+/// The location of a certificate's private key, which the store saves with the certificate.
 struct KeyPlace {
     std::string provider;
     DWORD provider_type;
@@ -22,9 +22,9 @@ struct KeyPlace {
 KeyPlace on_card(const std::string& container, DWORD key_spec);
 KeyPlace in_software(const std::string& container, DWORD key_spec);
 
-/// A certificate store of the current user, which is made unless it exists. Each change reaches the registry
-/// at once. All functions throw std::runtime_error; the constructor whenever this is not Wine, because
-/// elsewhere the store may be dear to somebody.
+/// A certificate store of the current user, created if it does not exist. Each change is written to the
+/// registry immediately. All functions throw std::runtime_error. The constructor always throws outside Wine,
+/// to protect the user's certificates.
 class SystemStore {
 public:
     enum Start { empty, as_it_is };
@@ -33,7 +33,7 @@ public:
     void add(const Bytes& der, const KeyPlace* key = nullptr) { add(std::vector<Bytes>{der}, key); }
     void add(const std::vector<Bytes>& ders, const KeyPlace* key = nullptr);
 
-    /// Deletes the store. Not done by the end of the object: what one program prepares may be for another.
+    /// Deletes the store. The destructor does not, because one program may prepare the store for another.
     void remove();
 
     const std::string& name() const { return name_; }
@@ -42,7 +42,7 @@ private:
     const std::string name_;
 };
 
-/// Puts a private key into a container of Windows' software provider, in place of one with that name.
+/// Imports a private key into a container of Windows' software provider. Replaces a container of that name.
 void import_software_key(const std::string& container, DWORD key_spec, Bytes blob);
 void delete_software_key(const std::string& container);
 

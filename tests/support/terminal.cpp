@@ -34,7 +34,7 @@ void close_file(int& file) {
 Terminal::Terminal() {
     require(::openpty(&keyboard_, &program_, nullptr, nullptr, nullptr) == 0, "openpty");
     require(::fcntl(keyboard_, F_SETFD, FD_CLOEXEC) == 0, "fcntl");
-    // For other programs that the test starts; login_tty() gives its own program copies without that flag.
+    // Other programs that the test starts must not inherit it. login_tty() makes copies without this flag.
     require(::fcntl(program_, F_SETFD, FD_CLOEXEC) == 0, "fcntl");
 }
 
@@ -66,7 +66,7 @@ void Terminal::start(const std::vector<std::string>& command, int output) {
     child_ = ::fork();
     require(child_ >= 0, "fork");
     if (child_ == 0) {
-        // A hang-up is to reach the program as the end of its input, not as a signal.
+        // The program shall see a hang-up as the end of its input, not as a signal.
         ::signal(SIGHUP, SIG_IGN);
         const int errors = ::dup(STDERR_FILENO);
         bool is_ready = ::login_tty(program_) == 0;
@@ -90,10 +90,10 @@ bool Terminal::read_more(std::string& output, std::chrono::steady_clock::time_po
     pollfd input{source, POLLIN, 0};
     const int ready = ::poll(&input, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
     require(ready >= 0, "poll");
-    if (ready == 0) throw std::runtime_error("the program does not go on; its last words were: " + output);
+    if (ready == 0) throw std::runtime_error("timeout; the program's last output: " + output);
     char part[4096];
     const ssize_t count = ::read(source, part, sizeof part);
-    if (count < 0 && errno == EIO) return false; // that is how a terminal tells that nobody is left
+    if (count < 0 && errno == EIO) return false; // the program's side of the terminal is closed
     require(count >= 0, "read");
     output.append(part, static_cast<std::size_t>(count));
     return count > 0;
@@ -138,7 +138,7 @@ void Terminal::wait_until_echo_is_off() const {
     while ((settings().c_lflag & static_cast<tcflag_t>(ECHO)) != 0) {
         if (std::chrono::steady_clock::now() > deadline)
             throw std::runtime_error("the terminal still echoes");
-        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // no event tells of a change
+        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // no event reports the change
     }
 }
 

@@ -10,8 +10,8 @@
 
 namespace Kes::test {
 
-/// A terminal with a program in it, and the user in front of it: the test. Waiting for the program gives up,
-/// with an exception, after a time in which any program would be through.
+/// A pseudo-terminal in which a program runs; the test is its user. Functions that wait for the program throw
+/// after a timeout.
 class Terminal {
 public:
     Terminal();
@@ -19,38 +19,37 @@ public:
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// Starts a program with the terminal as its standard input and output. Once for an object.
+    /// Starts a program with the terminal as its standard input and output. Only once for each object.
     void start(const std::vector<std::string>& command);
 
-    /// The same, but what the program writes on its standard output comes through a pipe, and its standard
-    /// error is the test's.
+    /// The same, but the standard output is a pipe, and the standard error is that of the test.
     void start_with_pipe(const std::vector<std::string>& command);
 
     /// Presses keys.
     void type(std::string_view keys) const;
 
-    /// Waits until the program has written so much since the last call that it ends with the text.
-    /// @return what it has written
+    /// Waits until the output since the last call ends with the text.
+    /// @return the output since the last call
     std::string read_until(std::string_view text);
 
     /// Waits until the program ends.
-    /// @return what it has written since the last read_until()
+    /// @return the output since the last read_until()
     std::string read_to_end();
 
-    /// How the program ended; after read_to_end() or hang_up(). A signal counts as 256 + its number.
+    /// Call it after read_to_end() or hang_up().
+    /// @return the program's exit code; 256 + the signal's number if a signal ended it
     int wait();
 
-    /// Takes the terminal away, with the user.
+    /// Disconnects the terminal.
     void hang_up();
 
-    /// Holds back what the program writes, and the program with it; to be called before it is started.
+    /// Suspends the output, so that the program blocks when it writes. Call it before the program is started.
     void stop_output() const;
     void resume_output() const;
 
-    /// Waits until keys are no longer echoed.
     void wait_until_echo_is_off() const;
 
-    /// Makes every key reach the program as it is, even CTRL-C, and without an echo.
+    /// Switches to raw mode: the program receives every key unchanged, even CTRL-C, and nothing is echoed.
     void pass_all_keys() const;
 
     termios settings() const;
@@ -59,16 +58,16 @@ public:
 private:
     void start(const std::vector<std::string>& command, int output);
 
-    /// @return false when the program has ended and everything it wrote was read
+    /// @return false if the program has ended and all its output was read
     bool read_more(std::string& output, std::chrono::steady_clock::time_point deadline) const;
 
     int keyboard_ = -1; // the user's side
-    int program_ = -1;  // the program's side, ours only until it is started
-    int pipe_ = -1;     // where the program's output comes out, unless it is the keyboard's side
+    int program_ = -1;  // the program's side, open here until the program is started
+    int pipe_ = -1;     // the read end of the program's output; -1 if the output goes to the terminal
     pid_t child_ = -1;
 };
 
-/// Whether both leave the terminal in the same state.
+/// Whether both describe the same state of the terminal.
 bool is_same(const termios& left, const termios& right);
 
 } // namespace Kes::test

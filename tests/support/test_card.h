@@ -6,42 +6,45 @@
 
 #include "support.h"
 
-/// The card that the test doubles of the pkcs11 road serve, as a test prepares it.
+/// The card of the test doubles for the pkcs11 back-end.
 namespace Kes::test {
 
 constexpr const char* card_pin = "24681357";
 
-/// A card in a folder of its own, with the label "Card 1", the PIN above and nothing else on it. While it
-/// lives it is the card of this process and of those that it starts.
+/// A card in a temporary folder, with the label "Card 1", the PIN card_pin and no objects. During the
+/// object's lifetime it is the card of this process and its child processes.
 class TestCard {
 public:
     TestCard();
 
-    /// Changes a line of the file "token", such as "label".
+    /// Changes a setting in the file "token", such as "label".
     void set(const std::string& name, const std::string& value);
 
     void pull_out() const;
     void insert() const;
 
-    /// Puts objects on the card: kinds as letters (c certificate, k private key, p public key), and the files
-    /// "rsa", "ec" or "encipher" of the build.
+    /// Adds objects to the card.
+    /// @param kinds  letters: c certificate, k private key, p public key
+    /// @param file   "rsa", "ec" or "encipher": the name of files that the build creates
     void add(const std::string& id, const std::string& kinds, const std::string& file,
              const std::string& label);
 
-    /// Plans a failure, by the number of the step or by the function; clear_failures() takes the plan back.
+    /// Make a step or a function fail until clear_failures().
     void fail_step(std::size_t number) const;
     void fail_function(const std::string& function, unsigned long code) const;
     void clear_failures() const;
 
-    /// Everything that the test doubles recorded, and parts of it without their marks, such as "step: ".
+    /// Everything that the test doubles recorded.
     Lines record() const;
+
+    /// Parts of the record, without prefixes such as "step: ".
     Lines steps() const { return marked("step: "); }
     Lines violations() const { return marked("violation: "); }
 
-    /// What stands in the record after the step with that number, acquisitions and releases aside.
+    /// The recorded calls after the step with that number.
     Lines calls_after_step(std::size_t number) const;
 
-    /// What was acquired more often than released, or the other way round.
+    /// Names that were not acquired and released equally often.
     Lines unbalanced() const;
 
 private:

@@ -6,8 +6,8 @@
 
 namespace Kes::test {
 
-/// The keys of the console as a user would press them, in the place of the real ones while the object lives.
-/// On Windows the program must be linked with --wrap=__imp__getch.
+/// Replaces the console's keyboard during the object's lifetime. On Windows, the program must be linked with
+/// --wrap=__imp__getch.
 class TypedKeys {
 public:
     TypedKeys();
@@ -17,10 +17,10 @@ public:
 
     void press(const std::string& keys);
 
-    /// No more keys will come: who still waits for one is told so, instead of waiting forever.
+    /// Ends the input: reading a key reports the end instead of waiting.
     void end();
 
-    /// What nobody has read; after end().
+    /// The keys that were not read. Call it after end().
     std::string unread();
 
     struct State;

@@ -5,7 +5,7 @@
 
 namespace Kes::test {
 
-/// A pipe in the place of standard input.
+/// A pipe replaces the standard input.
 struct TypedKeys::State {
     int stdin_before = ::dup(STDIN_FILENO);
     int keyboard = -1;
@@ -27,7 +27,7 @@ TypedKeys::~TypedKeys() {
         ::dup2(state_->stdin_before, STDIN_FILENO);
         ::close(state_->stdin_before);
     } else {
-        ::close(STDIN_FILENO); // as it was
+        ::close(STDIN_FILENO); // it was closed before
     }
 }
 

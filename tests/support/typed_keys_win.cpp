@@ -12,7 +12,7 @@ struct TypedKeys::State {
     bool is_ended = false;
 
     int next() {
-        if (keys.empty() && !is_ended) throw std::runtime_error("nobody presses a key");
+        if (keys.empty() && !is_ended) throw std::runtime_error("no key was pressed");
         if (keys.empty()) return EOF;
         const auto key = static_cast<unsigned char>(keys.front());
         keys.erase(0, 1);
@@ -30,7 +30,7 @@ int read_key();
 
 } // namespace
 
-// By --wrap. A function of a DLL is called through a pointer, whose name begins with "__imp_".
+// Names for the linker option --wrap. A DLL's function is called through a pointer with the prefix "__imp_".
 extern "C" {
 extern decltype(&::_getch) __real___imp__getch;
 extern decltype(&::_getch) __wrap___imp__getch;

@@ -5,7 +5,7 @@
 
 namespace Kes::test {
 
-/// A Windows error as error texts show it: "val=2 [0x2] (text)", with the text that the system has for it.
+/// A Windows error as error texts contain it: "val=2 [0x2] (text)", with the system's text.
 std::string windows_error(unsigned long code);
 
 } // namespace Kes::test
