@@ -1,6 +1,6 @@
 // A client that loads the DLL by name and knows nothing else of it. Usage:
 //     dll_client <file to write to> <path of the DLL> <command>...
-// Commands: name=value changes a setting; the others make an operation and write how it ended. "take_base" as
+// Commands: name=value changes a setting; the others make an operation and write how it ended. "occupy_preferred_base" as
 // the first has the DLL loaded elsewhere than where it would like to be.
 #include <cstdio>
 #include <functional>
@@ -65,7 +65,7 @@ public:
         const auto found = operations_.find(name);
         if (found == operations_.end()) return false;
         std::string text = name + ": " + std::to_string(found->second());
-        const std::string error = is_over_ ? "" : scard().get_last_error_msg();
+        const std::string error = is_destroyed_ ? "" : scard().get_last_error_msg();
         write(text + (error.empty() ? "" : " " + error));
         return true;
     }
@@ -103,7 +103,7 @@ private:
 
     int destroy() {
         scard().destroy();
-        is_over_ = true; // asking for the last error would make a new object
+        is_destroyed_ = true; // asking for the last error would make a new object
         return 0;
     }
 
@@ -125,7 +125,7 @@ private:
     HMODULE library_;
     OsslScardIf* (*get_if_)() = nullptr;
     OsslScardCfg* cfg_ = nullptr;
-    bool is_over_ = false;
+    bool is_destroyed_ = false;
     const std::map<std::string, std::function<void(const char*)>> settings_{
         {"backend", [this](const char* name) { cfg_->set_crypto_if(backend_of(name)); }},
         {"log", [this](const char* file) { cfg_->set_logfile(file); }},
@@ -161,7 +161,7 @@ private:
 int main(int argc, char** argv) {
     if (argc < 3) return 2;
     int first = 3;
-    if (argc > first && argv[first] == std::string("take_base")) {
+    if (argc > first && argv[first] == std::string("occupy_preferred_base")) {
         ++first;
         ::VirtualAlloc(preferred_base(argv[2]), 1, MEM_RESERVE, PAGE_NOACCESS);
     }

@@ -7,7 +7,7 @@ namespace {
 
 class EmptyFolderTest : public DllFolder {};
 
-TEST_F(EmptyFolderTest, TheDllNeedsNothingButLibcrypto) {
+TEST_F(EmptyFolderTest, DllNeedsOnlyLibcrypto) {
     const std::string defaults = dumped_settings(
         {.crypto_if = "capi", .logfile = dir.file("log"), .severity = "info|warn|error|fatal"});
     EXPECT_EQ(run({log_setting, "version_check", "init", "settings", "destroy"}),
@@ -15,13 +15,13 @@ TEST_F(EmptyFolderTest, TheDllNeedsNothingButLibcrypto) {
     EXPECT_EQ(logged_errors(), Lines());
 }
 
-TEST_F(EmptyFolderTest, ByDefaultTheLogIsInTheCurrentFolder) {
+TEST_F(EmptyFolderTest, DefaultLogIsInCurrentFolder) {
     EXPECT_EQ(run({"init", "destroy"}), "init: 0\ndestroy: 0\n");
     EXPECT_TRUE(std::filesystem::exists(current / "ossl_scard.log"));
     EXPECT_FALSE(std::filesystem::exists(folder / "ossl_scard.log"));
 }
 
-TEST_F(EmptyFolderTest, WithoutLibcryptoTheDllDoesNotLoadAndTheClientLives) {
+TEST_F(EmptyFolderTest, WithoutLibcryptoDllFailsToLoadAndClientContinues) {
     std::filesystem::remove(folder / "libcrypto-3-x64.dll");
     EXPECT_EQ(run({"init"}), "ended with 3\n");
 }

@@ -26,23 +26,23 @@ protected:
     }
 };
 
-TEST_F(Libp11SearchTest, WithoutLibp11InitTellsWhereItWasLookedForAndTheLogHasItToo) {
+TEST_F(Libp11SearchTest, MissingLibp11IsReportedWithSearchPathInErrorAndLog) {
     EXPECT_EQ(run(pkcs11_init), "init: 1 " + not_found() + "\ndestroy: 0\n");
     EXPECT_EQ(logged_errors(), Lines{"<error> " + not_found()});
 }
 
-TEST_F(Libp11SearchTest, WithoutLibp11EveryInitTellsTheSame) {
+TEST_F(Libp11SearchTest, MissingLibp11CausesSameErrorInEveryInit) {
     EXPECT_EQ(run({"backend=pkcs11", "init", "init", "init", "destroy"}),
               "init: 1 " + not_found() + "\ninit: 1 " + not_found() + "\ninit: 1 " + not_found() +
                   "\ndestroy: 0\n");
 }
 
-TEST_F(Libp11SearchTest, WithoutLibp11TheOtherBackendsStillWork) {
+TEST_F(Libp11SearchTest, MissingLibp11DoesNotAffectOtherBackends) {
     EXPECT_EQ(run({"backend=pkcs11", "init", "backend=capi", "init", "destroy"}),
               "init: 1 " + not_found() + "\ninit: 0\ndestroy: 0\n");
 }
 
-TEST_F(Libp11SearchTest, Libp11CanBeAddedWhileTheProgramRuns) {
+TEST_F(Libp11SearchTest, Libp11AddedWhileProgramRunsIsFound) {
     const std::string add =
         "copy_file=" + (wrong / "whole" / "libp11.dll").string() + "|" + (folder / "libp11.dll").string();
     EXPECT_EQ(run({log_setting, "append=yes", "backend=pkcs11", "init", add, "init", "destroy"}),
@@ -50,14 +50,14 @@ TEST_F(Libp11SearchTest, Libp11CanBeAddedWhileTheProgramRuns) {
     EXPECT_THAT(log(), Contains(loaded_from(folder)));
 }
 
-TEST_F(Libp11SearchTest, Libp11BesideTheDllIsFoundByAProgramElsewhere) {
+TEST_F(Libp11SearchTest, Libp11NextToDllIsFoundByProgramInAnotherFolder) {
     move_client_to(make_folder("program"));
     put(wrong / "whole" / "libp11.dll", folder);
     EXPECT_EQ(run(pkcs11_init), success);
     EXPECT_THAT(log(), Contains(loaded_from(folder)));
 }
 
-TEST_F(Libp11SearchTest, Libp11BesideTheProgramIsFound) {
+TEST_F(Libp11SearchTest, Libp11NextToProgramIsFound) {
     const auto program = make_folder("program");
     move_client_to(program);
     put(wrong / "whole" / "libp11.dll", program);
@@ -73,7 +73,7 @@ TEST_F(Libp11SearchTest, Libp11InPathIsFound) {
     EXPECT_THAT(log(), Contains(loaded_from(in_path)));
 }
 
-TEST_F(Libp11SearchTest, Libp11BesideTheDllGoesBeforeAllOthers) {
+TEST_F(Libp11SearchTest, Libp11NextToDllTakesPrecedence) {
     const auto program = make_folder("program");
     const auto in_path = make_folder("in path");
     move_client_to(program);
@@ -84,7 +84,7 @@ TEST_F(Libp11SearchTest, Libp11BesideTheDllGoesBeforeAllOthers) {
     EXPECT_THAT(log(), Contains(loaded_from(folder)));
 }
 
-TEST_F(Libp11SearchTest, Libp11BesideTheDllIsUsedAlthoughTheProgramHasLoadedAnother) {
+TEST_F(Libp11SearchTest, Libp11NextToDllIsUsedAlthoughProgramHasLoadedAnother) {
     const auto other = make_folder("other");
     put(wrong / "whole" / "libp11.dll", other);
     put(wrong / "whole" / "libp11.dll", folder);
@@ -94,7 +94,7 @@ TEST_F(Libp11SearchTest, Libp11BesideTheDllIsUsedAlthoughTheProgramHasLoadedAnot
     EXPECT_THAT(log(), Contains(loaded_from(folder)));
 }
 
-TEST_F(Libp11SearchTest, ACallOfAMissingLibp11FailsAndTheProcessLives) {
+TEST_F(Libp11SearchTest, CallsToMissingLibp11FailWithoutCrash) {
     put(bin / "libp11_direct_calls.exe", folder);
     EXPECT_EQ(run_other(folder / "libp11_direct_calls.exe"), "PKCS11_CTX_new: null\n"
                                                              "PKCS11_find_token: null\n"

@@ -16,11 +16,11 @@ endfunction()
 foreach(standard IN ITEMS c++11 c++17 c++20)
     string(REPLACE "+" "x" suffix ${standard})
     foreach(compiler IN ITEMS GXX CLANGXX)
-        add_header_test(ClientCompilesWithoutAWarning.${compiler}.${suffix} ${MARVO_${compiler}}
+        add_header_test(ClientCompilesWithoutWarnings.${compiler}.${suffix} ${MARVO_${compiler}}
             -std=${standard} ${CMAKE_CURRENT_SOURCE_DIR}/client_headers.cpp)
     endforeach()
     # As the compilers of Windows see them.
-    add_header_test(ClientCompilesWithoutAWarning.Microsoft.${suffix} ${MARVO_CLANGXX}
+    add_header_test(ClientCompilesWithoutWarnings.Microsoft.${suffix} ${MARVO_CLANGXX}
         --target=x86_64-pc-windows-msvc -std=${standard} ${CMAKE_CURRENT_SOURCE_DIR}/client_headers.cpp)
 endforeach()
 foreach(header IN ITEMS ossl_scard_if ossl_scard_cfg)
@@ -28,19 +28,19 @@ foreach(header IN ITEMS ossl_scard_if ossl_scard_cfg)
         add_header_test(${header}CompilesAlone.${compiler} ${MARVO_${compiler}}
             -std=c++11 -x c++ ${include_dir}/marvo/${header}.h)
     endforeach()
-    add_test(NAME headers.${header}IncludesStddefAlone
+    add_test(NAME headers.${header}IncludesOnlyStddef
         COMMAND ${CMAKE_COMMAND} -DHEADER=${include_dir}/marvo/${header}.h
             -P ${CMAKE_CURRENT_SOURCE_DIR}/header_includes.cmake)
 endforeach()
 
-add_test(NAME presets.HaveTheNamesThatAreUsed
+add_test(NAME presets.HaveDocumentedNames
     COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DCTEST_COMMAND=${CMAKE_CTEST_COMMAND}
         -P ${CMAKE_CURRENT_SOURCE_DIR}/presets.cmake)
 
 # Dependencies of the sources point one way.
 add_test(NAME sources.IncludesPointDownwards
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-includes ${PROJECT_SOURCE_DIR})
-add_test(NAME sources.CheckOfIncludesFindsEachMistake
+add_test(NAME sources.IncludeCheckFindsEachViolation
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-includes-test ${CMAKE_CURRENT_SOURCE_DIR}/check-includes
         ${CMAKE_CURRENT_BINARY_DIR}/check-includes-test)
 
@@ -80,25 +80,25 @@ if(NOT MARVO_SANITIZE)
     add_configure_test(Openssl40ForWindowsIsRefused 4.0.0
         "OpenSSL 4.0.0 has no engines any more: libmarvo needs OpenSSL 3.0 to 3.x." ${for_windows})
     set(nowhere ${CMAKE_CURRENT_BINARY_DIR}/nowhere)
-    add_configure_test(WithoutOpensslForWindowsItSaysHowToGetIt 3.5.0
+    add_configure_test(MissingOpensslForWindowsIsReportedWithRemedy 3.5.0
         "There is no OpenSSL for Windows x64 in ${nowhere}: run tools/setup, which builds it."
         ${for_windows} -DSETTINGS=-DOPENSSL_ROOT_DIR=${nowhere})
-    add_configure_test(WithoutHeadersOfLibp11ItNamesThem 3.5.0
+    add_configure_test(MissingLibp11HeadersAreReported 3.5.0
         "There is no libp11.h: install libp11-dev, or set MARVO_LIBP11_INCLUDE_DIR to its folder."
         ${for_windows} -DSETTINGS=-DCMAKE_IGNORE_PATH=/usr/include)
 
     # Builds as users make them, without a preset: the library and the examples. Tests need the presets.
     set(without_tests "-DMARVO_BUILD_TESTS=OFF|-DMARVO_BUILD_BENCH=OFF")
     find_program(MARVO_CLANG NAMES clang clang-14 clang-15 clang-16 clang-17 clang-18 clang-19 REQUIRED)
-    add_build_test(Release ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Release")
-    add_build_test(Debug ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Debug")
-    add_build_test(Clang ${PROJECT_SOURCE_DIR}
+    add_build_test(ReleaseHasNoWarnings ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Release")
+    add_build_test(DebugHasNoWarnings ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Debug")
+    add_build_test(ClangHasNoWarnings ${PROJECT_SOURCE_DIR}
         "-DSETTINGS=${without_tests}|-DCMAKE_C_COMPILER=${MARVO_CLANG}|-DCMAKE_CXX_COMPILER=${MARVO_CLANGXX}")
     # A project that adds this one needs none of the packages that only tests and examples use.
     foreach(package GTest CURL benchmark)
         string(APPEND without_packages "|-DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON")
     endforeach()
-    add_build_test(AsASubdirectory ${CMAKE_CURRENT_SOURCE_DIR}/consumer
+    add_build_test(LibraryBuildsAsSubdirectory ${CMAKE_CURRENT_SOURCE_DIR}/consumer
         "-DSETTINGS=-DMARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR}${without_packages}"
         -DPROGRAM=consumer -DEXPECTED=${PROJECT_VERSION})
 endif()

@@ -16,18 +16,18 @@ function(add_file_test name)
 endfunction()
 set(lib_dir ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY})
 set(dll_name libmarvo-${PROJECT_VERSION_MAJOR})
-add_file_test(ExportsOneFunctionAlone exports get_ossl_scard_if)
-add_file_test(NeedsTheSystemAndLibcryptoAlone imports
+add_file_test(ExportsOnlyOneFunction exports get_ossl_scard_if)
+add_file_test(ImportsOnlySystemAndLibcrypto imports
     ADVAPI32.dll CRYPT32.dll KERNEL32.dll libcrypto-3-x64.dll msvcrt.dll)
-add_file_test(Libp11AloneIsLoadedWhenItIsFirstNeeded delayed_imports ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
-add_file_test(Is64BitAndMayStandAnywhereInMemory hardening)
-add_file_test(HasNoMemoryThatCanBeWrittenAndRun sections)
-add_file_test(FunctionsWithBuffersWatchOverTheStack stack_protector
+add_file_test(DelayLoadsOnlyLibp11 delayed_imports ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
+add_file_test(Is64BitAndRelocatable hardening)
+add_file_test(HasNoWritableExecutableSection sections)
+add_file_test(FunctionsWithBuffersHaveStackProtector stack_protector
     # One of each library.
     Kes::WinErrorCode::to_string Kes::OsslScardMgr::init Kes::require_libp11 Kes::OsslScardIfImp::init)
-add_file_test(TellsNothingOfTheMachineThatBuiltIt paths ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} $ENV{HOME})
-add_file_test(HasAnImportLibraryForGnuLinkers gnu_import ${lib_dir}/${dll_name}.dll.a ${dll_name}.dll)
-add_file_test(HasAnImportLibraryForMicrosoftLinkers microsoft_import ${lib_dir}/${dll_name}.lib ${dll_name}.dll)
+add_file_test(ContainsNoPathOfBuildMachine paths ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} $ENV{HOME})
+add_file_test(HasImportLibraryForGnuLinkers gnu_import ${lib_dir}/${dll_name}.dll.a ${dll_name}.dll)
+add_file_test(HasImportLibraryForMicrosoftLinkers microsoft_import ${lib_dir}/${dll_name}.lib ${dll_name}.dll)
 
 # Files for the wrong places.
 set(wrong_dir ${CMAKE_CURRENT_BINARY_DIR}/wrong)

@@ -7,9 +7,9 @@
 namespace Kes::test {
 namespace {
 
-class VersionTest : public ::testing::Test {
+class VersionResourceTest : public ::testing::Test {
 protected:
-    VersionTest() {
+    VersionResourceTest() {
         DWORD ignored = 0;
         const char* const file = MARVO_BIN_DIR "/" MARVO_DLL_NAME;
         info_.resize(::GetFileVersionInfoSizeA(file, &ignored));
@@ -35,7 +35,7 @@ private:
     std::vector<char> info_;
 };
 
-TEST_F(VersionTest, TheNumbersAreTheProjects) {
+TEST_F(VersionResourceTest, NumbersMatchProjectVersion) {
     const auto* info = query<VS_FIXEDFILEINFO>("\\");
     ASSERT_NE(info, nullptr);
     const DWORD project[] = {MARVO_VERSION_NUMBERS};
@@ -46,7 +46,7 @@ TEST_F(VersionTest, TheNumbersAreTheProjects) {
     }
 }
 
-TEST_F(VersionTest, TheFileIsAFinishedDllForWindows) {
+TEST_F(VersionResourceTest, FileIsReleaseDllForWindows) {
     const auto* info = query<VS_FIXEDFILEINFO>("\\");
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(info->dwFileType, DWORD{VFT_DLL});
@@ -55,14 +55,14 @@ TEST_F(VersionTest, TheFileIsAFinishedDllForWindows) {
     EXPECT_EQ(info->dwFileFlags, 0U);
 }
 
-TEST_F(VersionTest, TheTextsAreInOneLanguage) {
+TEST_F(VersionResourceTest, TextsAreInUsEnglishAndUnicode) {
     const auto* translation = query<WORD>("\\VarFileInfo\\Translation");
     ASSERT_NE(translation, nullptr);
     EXPECT_EQ(translation[0], 0x0409); // English, United States
     EXPECT_EQ(translation[1], 1200);   // Unicode
 }
 
-TEST_F(VersionTest, TheTextsNameTheProjectAndItsVersion) {
+TEST_F(VersionResourceTest, TextsNameProjectAndVersion) {
     const std::string dll_name = MARVO_DLL_NAME;
     EXPECT_EQ(text("CompanyName"), "the maintainers of libmarvo");
     EXPECT_EQ(text("FileDescription"), MARVO_PROJECT_DESCRIPTION);

@@ -5,17 +5,17 @@ namespace Kes::test {
 namespace {
 
 /// A back-end, the setting for its engine, and where an engine's load is said to fail.
-struct CapiRoad {
+struct CapiBackend {
     const char* backend;
     const char* setting;
     const char* location;
 };
 
-void PrintTo(const CapiRoad& road, std::ostream* out) { *out << road.backend; }
+void PrintTo(const CapiBackend& road, std::ostream* out) { *out << road.backend; }
 
 constexpr const char* provider = "Microsoft Enhanced Cryptographic Provider v1.0"; // each Windows has it
 
-class WrongCapiEngineTest : public WrongFileTest, public testing::WithParamInterface<CapiRoad> {
+class WrongCapiEngineTest : public WrongFileTest, public testing::WithParamInterface<CapiBackend> {
 protected:
     /// The load with the wrong file, twice, and then one with the right file. That fails, too, for want of a
     /// key; the log tells that it came so far.
@@ -37,37 +37,37 @@ protected:
     void SetUp() override { put(bin / "capi.dll", folder); }
 };
 
-TEST_P(WrongCapiEngineTest, ATextFileIsNoEngine) {
+TEST_P(WrongCapiEngineTest, TextFileIsRejectedAsEngine) {
     const std::string file = path("text.dll");
     expect_failures(file, openssl_lines(file), not_loaded(file, 193, not_64_bits));
 }
 
-TEST_P(WrongCapiEngineTest, A32BitDllIsNoEngine) {
+TEST_P(WrongCapiEngineTest, DllFor32BitsIsRejectedAsEngine) {
     const std::string file = path("32bit.dll");
     expect_failures(file, openssl_lines(file), not_loaded(file, 193, not_64_bits));
 }
 
-TEST_P(WrongCapiEngineTest, AModuleIsNoEngine) {
+TEST_P(WrongCapiEngineTest, ModuleIsRejectedAsEngine) {
     const std::string file = path("itp11.dll");
     expect_failures(file, no_symbol_lines, no_function(file, "bind_engine"));
 }
 
-TEST_P(WrongCapiEngineTest, AnEngineThatLacksItsOwnDllIsToldSo) {
+TEST_P(WrongCapiEngineTest, EngineWithMissingDependencyIsReported) {
     const std::string file = path("needing.dll");
     expect_failures(file, openssl_lines(file), not_loaded(file, 126, needs_a_dll));
 }
 
-TEST_P(WrongCapiEngineTest, AnEngineThatIsNotThereIsToldSo) {
+TEST_P(WrongCapiEngineTest, MissingEngineIsReported) {
     const std::string file = path("missing.dll");
     expect_failures(file, openssl_lines(file), not_loaded(file, 126));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    OfEachBackend, WrongCapiEngineTest,
-    testing::Values(CapiRoad{"capi", "capi_engine",
-                             "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
-                    CapiRoad{"capi_store", "store_engine",
-                             "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
+    AllBackends, WrongCapiEngineTest,
+    testing::Values(
+        CapiBackend{"capi", "capi_engine", "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
+        CapiBackend{"capi_store", "store_engine",
+                    "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
     [](const auto& road) { return std::string(road.param.backend); });
 
 } // namespace

@@ -23,29 +23,29 @@ protected:
     }
 };
 
-TEST_F(WrongModuleTest, AnEngineIsNoModule) {
+TEST_F(WrongModuleTest, EngineIsRejectedAsModule) {
     EXPECT_EQ(run_with(path("pkcs11.dll")),
               failures(path("pkcs11.dll"), no_function(path("pkcs11.dll"), "C_GetFunctionList")));
 }
 
-TEST_F(WrongModuleTest, ATextFileIsNoModule) {
+TEST_F(WrongModuleTest, TextFileIsRejectedAsModule) {
     EXPECT_EQ(run_with(path("text.dll")),
               failures(path("text.dll"), not_loaded(path("text.dll"), 193, not_64_bits)));
 }
 
-TEST_F(WrongModuleTest, A32BitDllIsNoModule) {
+TEST_F(WrongModuleTest, DllFor32BitsIsRejectedAsModule) {
     EXPECT_EQ(run_with(path("32bit.dll")),
               failures(path("32bit.dll"), not_loaded(path("32bit.dll"), 193, not_64_bits)));
 }
 
-TEST_F(WrongModuleTest, AModuleThatLacksItsOwnDllIsToldFromOneThatIsNotThere) {
+TEST_F(WrongModuleTest, MissingDependencyIsDistinguishedFromMissingModule) {
     EXPECT_EQ(run_with(path("needing.dll")),
               failures(path("needing.dll"), not_loaded(path("needing.dll"), 126, needs_a_dll)));
     EXPECT_EQ(run_with(path("missing.dll")),
               failures(path("missing.dll"), not_loaded(path("missing.dll"), 126)));
 }
 
-TEST_F(WrongModuleTest, ABareNameIsToldWithThePlaceWhereItWasFound) {
+TEST_F(WrongModuleTest, ErrorForBareNameContainsPathOfFileFound) {
     EXPECT_EQ(run_with("pkcs11.dll"),
               failures("pkcs11.dll", no_function(path("pkcs11.dll"), "C_GetFunctionList")));
     EXPECT_EQ(run_with("text.dll"), failures("text.dll", not_loaded(path("text.dll"), 193, not_64_bits)));
@@ -53,7 +53,7 @@ TEST_F(WrongModuleTest, ABareNameIsToldWithThePlaceWhereItWasFound) {
     EXPECT_EQ(run_with("missing.dll"), failures("missing.dll", not_loaded("missing.dll", 126)));
 }
 
-TEST_F(WrongModuleTest, TheEndingOfABareNameMayBeLeftOut) {
+TEST_F(WrongModuleTest, ExtensionOfBareNameIsOptional) {
     EXPECT_EQ(run({"backend=pkcs11", "module=itp11", "init", "destroy"}), "init: 0\ndestroy: 0\n");
 }
 
@@ -79,29 +79,29 @@ protected:
     }
 };
 
-TEST_F(WrongEngineTest, AModuleIsNoEngine) {
+TEST_F(WrongEngineTest, ModuleIsRejectedAsEngine) {
     EXPECT_EQ(run_with(path("itp11.dll")),
               failures(no_symbol_lines, no_function(path("itp11.dll"), "bind_engine")));
 }
 
-TEST_F(WrongEngineTest, ATextFileIsNoEngine) {
+TEST_F(WrongEngineTest, TextFileIsRejectedAsEngine) {
     EXPECT_EQ(run_with(path("text.dll")),
               failures(openssl_lines(path("text.dll")), not_loaded(path("text.dll"), 193, not_64_bits)));
 }
 
-TEST_F(WrongEngineTest, A32BitDllIsNoEngine) {
+TEST_F(WrongEngineTest, DllFor32BitsIsRejectedAsEngine) {
     EXPECT_EQ(run_with(path("32bit.dll")),
               failures(openssl_lines(path("32bit.dll")), not_loaded(path("32bit.dll"), 193, not_64_bits)));
 }
 
-TEST_F(WrongEngineTest, AnEngineThatLacksItsOwnDllIsToldFromOneThatIsNotThere) {
+TEST_F(WrongEngineTest, MissingDependencyIsDistinguishedFromMissingEngine) {
     EXPECT_EQ(run_with(path("needing.dll")), failures(openssl_lines(path("needing.dll")),
                                                       not_loaded(path("needing.dll"), 126, needs_a_dll)));
     EXPECT_EQ(run_with(path("missing.dll")),
               failures(openssl_lines(path("missing.dll")), not_loaded(path("missing.dll"), 126)));
 }
 
-TEST_F(WrongEngineTest, ABareNameIsWithoutItsEnding) {
+TEST_F(WrongEngineTest, BareNameMustNotHaveExtension) {
     EXPECT_EQ(run({"backend=pkcs11", "engine=pkcs11", "init", "read_scard", "pin=" + std::string(card_pin),
                    "discover_keys", "set_key", "notify_config_done", "ossl_load", "destroy"}),
               beginning + std::string("ossl_load: 0\ndestroy: 0\n"));
@@ -111,7 +111,7 @@ TEST_F(WrongEngineTest, ABareNameIsWithoutItsEnding) {
               failures(openssl_lines("text.dll"), not_loaded(path("text.dll"), 193, not_64_bits)));
 }
 
-TEST_F(WrongEngineTest, ARelativePathStartsInTheCurrentFolder) {
+TEST_F(WrongEngineTest, RelativePathStartsInCurrentFolder) {
     put_text_file(current / "engine.dll");
     const std::string file = ".\\engine.dll";
     EXPECT_EQ(run_with(file),
@@ -163,19 +163,19 @@ protected:
         "init: 0\nread_scard: 0\n1 key(s)\ndiscover_keys: 0\nset_key: 0\n";
 };
 
-TEST_F(WrongEngineModuleTest, ATextFileIsToldWithTheFirstKey) {
+TEST_F(WrongEngineModuleTest, TextFileIsReportedWhenFirstKeyIsLoaded) {
     EXPECT_EQ(run_with(path("text.dll")), failures(not_loaded(path("text.dll"), 193, not_64_bits)));
 }
 
-TEST_F(WrongEngineModuleTest, AModuleThatIsNotThereIsToldWithTheFirstKey) {
+TEST_F(WrongEngineModuleTest, MissingModuleIsReportedWhenFirstKeyIsLoaded) {
     EXPECT_EQ(run_with("missing.dll"), failures(not_loaded("missing.dll", 126)));
 }
 
-TEST_F(WrongEngineModuleTest, AnEngineIsToldFromAModuleWithTheFirstKey) {
+TEST_F(WrongEngineModuleTest, EngineInPlaceOfModuleIsReportedWhenFirstKeyIsLoaded) {
     EXPECT_EQ(run_with(path("pkcs11.dll")), failures(no_function(path("pkcs11.dll"), "C_GetFunctionList")));
 }
 
-TEST_F(WrongEngineModuleTest, AnEngineThatDoesNotStartTellsOfAWrongModuleAlone) {
+TEST_F(WrongEngineModuleTest, EngineInitFailureMentionsModuleOnlyIfModuleIsWrong) {
     const std::string no_start =
         "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): ENGINE_init() failed: rc=0\n"
         "error:PKCS#11 module:General Error:engine.init\n";
@@ -185,12 +185,12 @@ TEST_F(WrongEngineModuleTest, AnEngineThatDoesNotStartTellsOfAWrongModuleAlone) 
     EXPECT_EQ(load_with("module=itp11.dll"), failure(no_start));
 }
 
-TEST_F(WrongEngineModuleTest, AKeyThatTheCardDoesNotHaveIsNoFaultOfTheModule) {
+TEST_F(WrongEngineModuleTest, MissingKeyIsNotBlamedOnModule) {
     EXPECT_EQ(load_with("key_name=pkcs11:id=%99;type=private"),
               failure(no_key("error:pkcs11 engine:object not found:engine.load_privkey\n", "")));
 }
 
-TEST_F(WrongEngineModuleTest, ACertificateThatTheCardDoesNotHaveIsNoFaultOfTheModule) {
+TEST_F(WrongEngineModuleTest, MissingCertificateIsNotBlamedOnModule) {
     EXPECT_EQ(
         load_with("cert_name=pkcs11:id=%99;type=cert"),
         failure("ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate(): ENGINE_ctrl_cmd() failed: "

@@ -28,34 +28,34 @@ protected:
     }
 };
 
-TEST_F(WrongLibp11Test, ATextFileIsNoDll) {
+TEST_F(WrongLibp11Test, TextFileIsRejected) {
     put_text_file(file);
     EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
 }
 
-TEST_F(WrongLibp11Test, AnEmptyFileIsNoDll) {
+TEST_F(WrongLibp11Test, EmptyFileIsRejected) {
     std::ofstream{file};
     EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
 }
 
-TEST_F(WrongLibp11Test, A32BitDllIsNotForThisProcess) {
+TEST_F(WrongLibp11Test, DllFor32BitsIsRejected) {
     put_as(wrong / "32bit.dll", file);
     EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
 }
 
-TEST_F(WrongLibp11Test, ADllThatLacksItsOwnDllIsToldFromOneThatIsNotThere) {
+TEST_F(WrongLibp11Test, MissingDependencyIsDistinguishedFromMissingLibp11) {
     put(wrong / "needing" / "libp11.dll", folder);
     EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(126, ": a DLL that it needs is missing")));
 }
 
-TEST_F(WrongLibp11Test, ADllThatLacksAFunctionIsNamedWithTheFunction) {
+TEST_F(WrongLibp11Test, ErrorNamesFileAndMissingFunction) {
     put(wrong / "lacking" / "libp11.dll", folder);
     EXPECT_EQ(run_with_wrong_file(),
               failures("libp11_library:117 Kes::require_libp11(): '" + file.string() +
                        "' has no function PKCS11_is_logged_in: " + windows_error(127)));
 }
 
-TEST_F(WrongLibp11Test, AFileInPathIsNamedAsItWasFound) {
+TEST_F(WrongLibp11Test, ErrorNamesFileFoundInPath) {
     const auto in_path = make_folder("in path");
     put_text_file(in_path / "libp11.dll");
     path_variable = in_path.string();
@@ -64,7 +64,7 @@ TEST_F(WrongLibp11Test, AFileInPathIsNamedAsItWasFound) {
                        (in_path / "libp11.dll").string() + "'" + not_64_bits + ": " + windows_error(193)));
 }
 
-TEST_F(WrongLibp11Test, TheRightFileAfterwardsIsTakenInTheSameProcess) {
+TEST_F(WrongLibp11Test, RightFileIsLoadedInSameProcessAfterWrongFile) {
     put(wrong / "lacking" / "libp11.dll", folder);
     const std::string replace =
         "copy_file=" + (wrong / "whole" / "libp11.dll").string() + "|" + file.string();
