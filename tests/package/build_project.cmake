@@ -1,5 +1,6 @@
-# Configures and builds a project in a fresh folder, and runs a program of it. Every warning is an error.
-# -DSOURCE_DIR=<project> -DBUILD_DIR=<fresh folder> [-DSETTINGS=<-D..., with "|" between>] [-DPROGRAM=<name> -DEXPECTED=<its output>]
+# Configures and builds a project in a new folder, and runs a program of it. Warnings are errors.
+# -DSOURCE_DIR=<project> -DBUILD_DIR=<new folder> [-DSETTINGS=<-D..., separated by "|">]
+# [-DPROGRAM=<name> -DEXPECTED=<output>]
 string(REPLACE "|" ";" SETTINGS "${SETTINGS}")
 file(REMOVE_RECURSE ${BUILD_DIR})
 execute_process(COMMAND ${CMAKE_COMMAND} -G Ninja -S ${SOURCE_DIR} -B ${BUILD_DIR} -DCMAKE_COMPILE_WARNING_AS_ERROR=ON ${SETTINGS}

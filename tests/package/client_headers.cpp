@@ -1,5 +1,5 @@
-// A client that uses of the two headers what can be used. It is only compiled: without a warning, and in
-// every language standard that clients are written in.
+// A client that uses everything in the two headers. Tests only compile it, as C++11, C++17 and C++20, with
+// warnings as errors.
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
 

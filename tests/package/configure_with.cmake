@@ -1,6 +1,6 @@
-# Configures the project with an OpenSSL that says it is VERSION (and, with NO_ENGINES, that it was built without
-# engines), and fails unless that is refused with the sentence EXPECTED; or, without a sentence, unless it is accepted.
-# With TOOLCHAIN it is for Windows. SETTINGS are further definitions.
+# Configures the project with an OpenSSL whose headers report VERSION, and a build without engines if NO_ENGINES is set.
+# Configuring must fail with the message EXPECTED, or succeed if EXPECTED is empty. TOOLCHAIN configures for Windows.
+# SETTINGS are further definitions.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(include_dir ${WORK_DIR}/openssl/include)
 string(REPLACE "." ";" numbers ${VERSION})
@@ -40,7 +40,7 @@ execute_process(
     RESULT_VARIABLE result
     OUTPUT_VARIABLE output
     ERROR_VARIABLE output)
-# CMake breaks the lines of its messages as it likes.
+# CMake wraps the lines of its messages.
 string(REGEX REPLACE "[ \t\r\n]+" " " words "${output}")
 if(EXPECTED STREQUAL "")
     if(NOT result EQUAL 0)

@@ -1,7 +1,7 @@
-// A client that loads the DLL by name and knows nothing else of it. Usage:
-//     dll_client <file to write to> <path of the DLL> <command>...
-// Commands: name=value changes a setting; the others make an operation and write how it ended. "occupy_preferred_base" as
-// the first has the DLL loaded elsewhere than where it would like to be.
+// A client that loads the DLL at run time and is not linked with it. Usage:
+//     dll_client <output file> <path of the DLL> [occupy_preferred_base] <command>...
+// A command name=value changes a setting; other commands call an operation and write its result.
+// occupy_preferred_base forces Windows to load the DLL at another address.
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -16,13 +16,13 @@ namespace {
 using Kes::OsslScardCfg;
 using Kes::OsslScardIf;
 
-/// @param files  from and to, with "|" between them
+/// @param files  source and target, separated by "|"
 void copy_file(const std::string& files) {
     const std::size_t bar = files.find('|');
     ::CopyFileA(files.substr(0, bar).c_str(), files.substr(bar + 1).c_str(), FALSE);
 }
 
-/// Where a DLL would like to be in memory, by its file; null when that cannot be read.
+/// The preferred base address of a DLL, read from its file; null if the file cannot be read.
 void* preferred_base(const char* library_path) {
     std::FILE* file = std::fopen(library_path, "rb");
     if (file == nullptr) return nullptr;
@@ -44,7 +44,7 @@ class Client {
 public:
     Client(const char* output_file, const char* library_path)
         : output_(std::fopen(output_file, "wb")),
-          // So that the DLL's own folder is where the DLLs that it needs are looked for.
+          // With this flag, Windows searches the DLL's own folder for the DLLs that it imports.
           library_(::LoadLibraryExA(library_path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH)) {
         if (library_ == nullptr) return;
         get_if_ = reinterpret_cast<decltype(get_if_)>(
@@ -103,7 +103,7 @@ private:
 
     int destroy() {
         scard().destroy();
-        is_destroyed_ = true; // asking for the last error would make a new object
+        is_destroyed_ = true; // get_last_error_msg() would create a new object
         return 0;
     }
 

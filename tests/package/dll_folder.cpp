@@ -26,7 +26,7 @@ void DllFolder::put_as(const std::filesystem::path& file, const std::filesystem:
 }
 
 void DllFolder::put_text_file(const std::filesystem::path& target) {
-    std::ofstream(target) << "This is no DLL.\n";
+    std::ofstream(target) << "This is not a DLL.\n";
 }
 
 void DllFolder::move_client_to(const std::filesystem::path& new_folder) {

@@ -12,41 +12,41 @@
 
 namespace Kes::test {
 
-/// A folder that holds the DLL, libcrypto and a client, and nothing else. The client is started with another
-/// folder as its current one and with nothing but the system's folder in PATH.
+/// A folder that contains only the DLL, libcrypto and a client. The client runs with a different current
+/// folder, and with only the system folder in PATH.
 class DllFolder : public ::testing::Test {
 protected:
     DllFolder();
 
-    /// Takes one of the build's files into a folder.
+    /// Copies a file of the build into a folder.
     static void put(const std::filesystem::path& file, const std::filesystem::path& folder);
     static void put_as(const std::filesystem::path& file, const std::filesystem::path& target);
     static void put_text_file(const std::filesystem::path& target);
 
-    /// Moves the client away from the DLL.
+    /// Moves the client to another folder, away from the DLL.
     void move_client_to(const std::filesystem::path& folder);
 
-    /// Makes a folder beside the DLL's.
+    /// Creates a folder next to the DLL's folder.
     std::filesystem::path make_folder(const std::string& name) const;
 
-    /// Runs the client. @return what it wrote, whole; what went wrong when it did not end well
+    /// Runs the client. @return its output, after its exit code if that is not 0
     std::string run(const Lines& commands) const;
 
-    /// The same for another program, which takes the file to write to alone.
+    /// Runs another program, whose only argument is the output file.
     std::string run_other(const std::filesystem::path& program) const;
 
-    /// Errors in the client's log.
+    /// The error lines in the client's log.
     Lines logged_errors() const;
 
     static const std::filesystem::path bin;     ///< the build's programs and DLLs
-    static const std::filesystem::path wrong;   ///< files for the wrong places
+    static const std::filesystem::path wrong;   ///< wrong files, which tests put in place of right ones
     static const std::filesystem::path doubles; ///< test doubles of libp11, its engine and a module
 
     TempDir dir;
     const std::filesystem::path folder = make_folder("dll");
     const std::filesystem::path current = make_folder("current");
     const std::string log_setting = "log=" + dir.file("log");
-    std::string path_variable; ///< besides the system's folder
+    std::string path_variable; ///< folders in PATH before the system folder
 
 private:
     std::string run_to_end(const std::filesystem::path& program, const std::string& arguments) const;

@@ -1,4 +1,4 @@
-// The DLL with libcrypto in a folder that held nothing before.
+// The DLL in a folder that contains nothing else but libcrypto and the client.
 #include "dll_folder.h"
 #include "support/expected_log.h"
 

@@ -1,5 +1,5 @@
-// Linked with libp11 as the DLL is. Calls all that is imported of it without asking for it first, and writes
-// what comes back to the file that is named.
+// Imports libp11 with delay, as the DLL does. Calls every imported function without loading libp11 first, and
+// writes the results to the file in the argument.
 #include <cstdio>
 #include <libp11.h>
 #include <p11_err.h>

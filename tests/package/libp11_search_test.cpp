@@ -1,5 +1,5 @@
-// Where libp11.dll is looked for. The test double gives the path of its file as the
-// maker's name, which the library logs.
+// The search path for libp11.dll. The test double returns the path of its file as the module's manufacturer,
+// which the library logs.
 #include "dll_folder.h"
 
 namespace Kes::test {

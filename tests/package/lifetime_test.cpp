@@ -1,4 +1,4 @@
-// How long the DLL stays in a process, and where in its memory.
+// When the DLL is unloaded from a process, and how it works at another than its preferred base address.
 #include "wrong_file_fixture.h"
 
 namespace Kes::test {
@@ -38,7 +38,7 @@ TEST_F(DllLifetimeTest, DllStaysLoadedAfterLibp11IsLoaded) {
     EXPECT_EQ(run_and_free_dll("pkcs11"), "init: 0\ndestroy: 0\nthe DLL stays\nfree_dll: 0\n");
 }
 
-/// The place that the DLL would like to have in memory is taken.
+/// The DLL's preferred base address is occupied.
 class RelocatedDllTest : public WrongFileTest {};
 
 TEST_F(RelocatedDllTest, ReportsMissingLibp11) {

@@ -1,4 +1,4 @@
-/* An engine and a module that would be right if only the DLL existed that they need. */
+/* An engine and a module that import a function from a DLL that does not exist. */
 __declspec(dllimport) int absent_function(void);
 __declspec(dllexport) int bind_engine(void);
 __declspec(dllexport) int C_GetFunctionList(void);

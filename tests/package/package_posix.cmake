@@ -1,8 +1,8 @@
-# What others see of the project before they run it: the client's headers, the presets, what configuring refuses.
+# Checks of the client headers, the presets, the includes, and configuring and building.
 find_program(MARVO_CLANGXX NAMES clang++ clang++-14 clang++-15 clang++-16 clang++-17 clang++-18 clang++-19)
 find_program(MARVO_GXX NAMES g++ g++-12 g++-13 g++-14)
 if(NOT MARVO_CLANGXX OR NOT MARVO_GXX)
-    message(FATAL_ERROR "The client's headers are tested with both compilers: g++ and clang++ must be installed.")
+    message(FATAL_ERROR "The client headers are tested with both compilers: g++ and clang++ must be installed.")
 endif()
 set(client_warnings -Wall -Wextra -Wconversion -Wshadow -Wold-style-cast -Wpedantic -Werror)
 set(include_dir ${PROJECT_SOURCE_DIR}/include)
@@ -19,7 +19,7 @@ foreach(standard IN ITEMS c++11 c++17 c++20)
         add_header_test(ClientCompilesWithoutWarnings.${compiler}.${suffix} ${MARVO_${compiler}}
             -std=${standard} ${CMAKE_CURRENT_SOURCE_DIR}/client_headers.cpp)
     endforeach()
-    # As the compilers of Windows see them.
+    # For Windows with the Microsoft ABI.
     add_header_test(ClientCompilesWithoutWarnings.Microsoft.${suffix} ${MARVO_CLANGXX}
         --target=x86_64-pc-windows-msvc -std=${standard} ${CMAKE_CURRENT_SOURCE_DIR}/client_headers.cpp)
 endforeach()
@@ -37,7 +37,6 @@ add_test(NAME presets.HaveDocumentedNames
     COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DCTEST_COMMAND=${CMAKE_CTEST_COMMAND}
         -P ${CMAKE_CURRENT_SOURCE_DIR}/presets.cmake)
 
-# Dependencies of the sources point one way.
 add_test(NAME sources.IncludesPointDownwards
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-includes ${PROJECT_SOURCE_DIR})
 add_test(NAME sources.IncludeCheckFindsEachViolation
@@ -62,7 +61,7 @@ function(add_configure_test name version expected)
     set_tests_properties(configure.${name} PROPERTIES TIMEOUT 120)
 endfunction()
 
-# Nothing of ours runs in these, so that a sanitizer has nothing to find: once is enough.
+# These tests run no code of the library, so they are not repeated with sanitizers.
 if(NOT MARVO_SANITIZE)
     set(no_engines "This OpenSSL was built without engines (OPENSSL_NO_ENGINE): libmarvo loads keys through them.")
     add_configure_test(Openssl30IsAccepted 3.0.0 "")
@@ -87,14 +86,14 @@ if(NOT MARVO_SANITIZE)
         "There is no libp11.h: install libp11-dev, or set MARVO_LIBP11_INCLUDE_DIR to its folder."
         ${for_windows} -DSETTINGS=-DCMAKE_IGNORE_PATH=/usr/include)
 
-    # Builds as users make them, without a preset: the library and the examples. Tests need the presets.
+    # Builds without a preset: the library and the examples.
     set(without_tests "-DMARVO_BUILD_TESTS=OFF|-DMARVO_BUILD_BENCH=OFF")
     find_program(MARVO_CLANG NAMES clang clang-14 clang-15 clang-16 clang-17 clang-18 clang-19 REQUIRED)
     add_build_test(ReleaseHasNoWarnings ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Release")
     add_build_test(DebugHasNoWarnings ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Debug")
     add_build_test(ClangHasNoWarnings ${PROJECT_SOURCE_DIR}
         "-DSETTINGS=${without_tests}|-DCMAKE_C_COMPILER=${MARVO_CLANG}|-DCMAKE_CXX_COMPILER=${MARVO_CLANGXX}")
-    # A project that adds this one needs none of the packages that only tests and examples use.
+    # A project that adds this one does not need the packages of tests, benchmarks and examples.
     foreach(package GTest CURL benchmark)
         string(APPEND without_packages "|-DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON")
     endforeach()

@@ -1,6 +1,4 @@
-# The DLL as others get it: what its file says of itself, and what it does in a folder with libcrypto and a client alone
-# or with wrong files in the places of others.
-# The file itself.
+# Checks of the DLL's file, and of the DLL in a folder that contains only libcrypto and a client, or also wrong files.
 find_program(MARVO_LLVM_READOBJ NAMES llvm-readobj llvm-readobj-14 REQUIRED)
 foreach(tool nm objdump strings strip)
     string(TOUPPER MARVO_${tool} variable)
@@ -23,13 +21,13 @@ add_file_test(DelayLoadsOnlyLibp11 delayed_imports ${PROJECT_SOURCE_DIR}/cmake/l
 add_file_test(Is64BitAndRelocatable hardening)
 add_file_test(HasNoWritableExecutableSection sections)
 add_file_test(FunctionsWithBuffersHaveStackProtector stack_protector
-    # One of each library.
+    # One function of each static library.
     Kes::WinErrorCode::to_string Kes::OsslScardMgr::init Kes::require_libp11 Kes::OsslScardIfImp::init)
 add_file_test(ContainsNoPathOfBuildMachine paths ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} $ENV{HOME})
 add_file_test(HasImportLibraryForGnuLinkers gnu_import ${lib_dir}/${dll_name}.dll.a ${dll_name}.dll)
 add_file_test(HasImportLibraryForMicrosoftLinkers microsoft_import ${lib_dir}/${dll_name}.lib ${dll_name}.dll)
 
-# Files for the wrong places.
+# Wrong files, which the tests put in place of right ones.
 set(wrong_dir ${CMAKE_CURRENT_BINARY_DIR}/wrong)
 file(MAKE_DIRECTORY ${wrong_dir})
 find_program(MARVO_CLANG NAMES clang clang-14 REQUIRED)
@@ -40,27 +38,28 @@ add_custom_command(OUTPUT ${wrong_dir}/32bit.dll
     COMMAND ${MARVO_LLD_LINK} /dll /noentry /machine:x86 /safeseh:no /nodefaultlib
         /export:bind_engine /export:C_GetFunctionList /out:${wrong_dir}/32bit.dll ${wrong_dir}/32bit.obj
     DEPENDS 32bit.c
-    COMMENT "Making a DLL for 32 bits"
+    COMMENT "Creating a 32-bit DLL"
     VERBATIM)
 add_custom_command(OUTPUT ${wrong_dir}/absent.a
     COMMAND ${MARVO_DLLTOOL} -m i386:x86-64 -d ${CMAKE_CURRENT_SOURCE_DIR}/absent.def -l absent.a
     WORKING_DIRECTORY ${wrong_dir}
     DEPENDS absent.def
-    COMMENT "Making an import library of a DLL that does not exist"
+    COMMENT "Creating the import library of a DLL that does not exist"
     VERBATIM)
 add_custom_target(absent_import DEPENDS ${wrong_dir}/absent.a)
 add_custom_target(kes_wrong_files DEPENDS ${wrong_dir}/32bit.dll)
 
-# Test doubles of libp11.dll that can be loaded and do nothing else; two of them lack something.
+# Test doubles of libp11.dll that can be loaded and do nothing else: a complete one, one without PKCS11_is_logged_in, and one
+# that imports from a DLL that does not exist.
 file(READ ${PROJECT_SOURCE_DIR}/cmake/libp11.def exports)
 string(REGEX REPLACE " *PKCS11_is_logged_in\n" "" exports "${exports}")
 file(CONFIGURE OUTPUT ${wrong_dir}/lacking.def CONTENT "${exports}")
-# add_loadable_libp11(<name> <exports>): as <name>/libp11.dll
+# add_loadable_libp11(<name> <exports>): builds <name>/libp11.dll
 function(add_loadable_libp11 name exports)
     add_library(libp11_${name} MODULE ../doubles/dll/loadable_libp11.c ${exports})
     set_target_properties(libp11_${name} PROPERTIES PREFIX "" OUTPUT_NAME libp11
         LIBRARY_OUTPUT_DIRECTORY ${wrong_dir}/${name})
-    target_include_directories(libp11_${name} SYSTEM PRIVATE ${OPENSSL_INCLUDE_DIR}) # for libp11's headers
+    target_include_directories(libp11_${name} SYSTEM PRIVATE ${OPENSSL_INCLUDE_DIR}) # included by libp11's headers
     target_link_libraries(libp11_${name} PRIVATE libp11_headers kes_flags)
     target_link_options(libp11_${name} PRIVATE -static)
     add_dependencies(kes_wrong_files libp11_${name})
@@ -78,7 +77,7 @@ target_link_options(needing_dll PRIVATE -static)
 add_dependencies(needing_dll absent_import)
 add_dependencies(kes_wrong_files needing_dll)
 
-# Programs that the tests start, each in a folder that it is copied to.
+# Programs that the tests copy to a folder and start there.
 add_executable(dll_client dll_client.cpp)
 target_include_directories(dll_client PRIVATE ${PROJECT_SOURCE_DIR}/utils/include)
 target_link_libraries(dll_client PRIVATE marvo_headers kes_flags)

@@ -1,5 +1,5 @@
-# Fails unless every kind of preset has the names that the documents and the continuous integration use, and unless warnings
-# are errors in each of them.
+# Fails unless each kind of preset has the names that the documents and the continuous integration use, and unless warnings
+# are errors in each configure preset.
 foreach(kind IN ITEMS configure build test workflow)
     if(kind STREQUAL "workflow")
         set(command ${CMAKE_COMMAND} --workflow --list-presets)

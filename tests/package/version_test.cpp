@@ -1,4 +1,4 @@
-// The version resource as Windows shows it.
+// The DLL's version resource, read with the functions of Windows.
 #include <algorithm>
 
 #include "dll_folder.h"
@@ -25,7 +25,7 @@ protected:
         return static_cast<const T*>(value);
     }
 
-    /// Of the strings in English and Unicode. "no such string" when there is none.
+    /// A string of the table for English and Unicode; "no such string" if it does not exist.
     std::string text(const std::string& name) {
         const char* value = query<char>("\\StringFileInfo\\040904B0\\" + name);
         return value == nullptr ? "no such string" : value;

@@ -1,24 +1,23 @@
-// Wrong files where the engine for CryptoAPI belongs, which is loaded without any card.
+// Wrong files in place of the CryptoAPI engine. No card is needed, because the engine loads without one.
 #include "wrong_file_fixture.h"
 
 namespace Kes::test {
 namespace {
 
-/// A back-end, the setting for its engine, and where an engine's load is said to fail.
 struct CapiBackend {
     const char* backend;
-    const char* setting;
-    const char* location;
+    const char* setting;  ///< the client's command that sets the engine
+    const char* location; ///< in the error text when the engine's LOAD command fails
 };
 
-void PrintTo(const CapiBackend& road, std::ostream* out) { *out << road.backend; }
+void PrintTo(const CapiBackend& backend, std::ostream* out) { *out << backend.backend; }
 
-constexpr const char* provider = "Microsoft Enhanced Cryptographic Provider v1.0"; // each Windows has it
+constexpr const char* provider = "Microsoft Enhanced Cryptographic Provider v1.0"; // part of every Windows
 
 class WrongCapiEngineTest : public WrongFileTest, public testing::WithParamInterface<CapiBackend> {
 protected:
-    /// The load with the wrong file, twice, and then one with the right file. That fails, too, for want of a
-    /// key; the log tells that it came so far.
+    /// Loads twice with the wrong file, then once with the right file. The last load fails because there is no
+    /// key, but the log shows that the engine was loaded.
     void expect_failures(const std::string& engine, const std::string& openssl_lines,
                          const std::string& last_line) const {
         const std::string setting = std::string(GetParam().setting) + "=";
@@ -68,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
         CapiBackend{"capi", "capi_engine", "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
         CapiBackend{"capi_store", "store_engine",
                     "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
-    [](const auto& road) { return std::string(road.param.backend); });
+    [](const auto& info) { return std::string(info.param.backend); });
 
 } // namespace
 } // namespace Kes::test

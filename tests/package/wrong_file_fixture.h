@@ -9,7 +9,7 @@ namespace Kes::test {
 constexpr const char* not_64_bits = ": it, or a DLL that it needs, is no DLL for 64 bits";
 constexpr const char* needs_a_dll = ": a DLL that it needs is missing";
 
-/// A client with a card. All DLLs that it needs are in its folder, and some that it does not.
+/// A client with a card. Its folder contains all DLLs that it needs, and wrong files.
 class WrongFileTest : public DllFolder {
 protected:
     WrongFileTest() {
@@ -23,7 +23,7 @@ protected:
 
     std::string path(const std::string& name) const { return (folder / name).string(); }
 
-    /// The last line of OpenSSL's queue, ours.
+    /// The last line of OpenSSL's error queue, which the library adds.
     static std::string our_line(const std::string& text) {
         return "error:DSO support routines:system lib:" + text + "\n";
     }
@@ -36,14 +36,14 @@ protected:
         return our_line("'" + file + "' has no function " + function + ": " + windows_error(127));
     }
 
-    /// What OpenSSL says itself when it cannot load a file.
+    /// OpenSSL's own errors when it cannot load a file.
     static std::string openssl_lines(const std::string& file) {
         return "error:DSO support routines:could not load the shared library:filename(" + file +
                ")\nerror:DSO support routines:could not load the shared library:\n"
                "error:engine routines:dso not found:\n";
     }
 
-    /// The same when a file that it has loaded is something else.
+    /// OpenSSL's own errors when the loaded file is not an engine.
     static constexpr const char* no_symbol_lines =
         "error:DSO support routines:could not bind to the requested symbol name:symname(bind_engine)\n"
         "error:DSO support routines:could not bind to the requested symbol name:\n"

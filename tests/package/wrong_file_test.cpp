@@ -1,5 +1,5 @@
-// Wrong files where the engine and the card's module belong: the error names the file and the system's cause,
-// the process lives on, and takes the right file afterwards.
+// Wrong files in place of the engine and the card's module. The error names the file and the system's error,
+// the process continues, and the right file loads afterwards.
 #include "wrong_file_fixture.h"
 
 namespace Kes::test {
@@ -7,7 +7,7 @@ namespace {
 
 class WrongModuleTest : public WrongFileTest {
 protected:
-    /// Twice with the wrong file, then with the right one.
+    /// Calls init() twice with the wrong file, then once with the right file.
     std::string run_with(const std::string& module) const {
         return masked_errors(run(
             {"backend=pkcs11", "module=" + module, "init", "init", "module=itp11.dll", "init", "destroy"}));
@@ -59,7 +59,7 @@ TEST_F(WrongModuleTest, ExtensionOfBareNameIsOptional) {
 
 class WrongEngineTest : public WrongFileTest {
 protected:
-    /// Up to the load with the wrong file, twice, and then one with the right file.
+    /// Loads twice with the wrong file, then once with the right file.
     std::string run_with(const std::string& engine) const {
         return masked_errors(
             run({"backend=pkcs11", "engine=" + engine, "init", "read_scard", "pin=" + std::string(card_pin),
@@ -118,10 +118,11 @@ TEST_F(WrongEngineTest, RelativePathStartsInCurrentFolder) {
               failures(openssl_lines(file), not_loaded((current / "engine.dll").string(), 193, not_64_bits)));
 }
 
-/// The module that the engine loads itself, with its first key; libp11 has loaded the right one by then.
+/// Wrong files in place of the module that the engine loads itself with the first key. libp11 has loaded the
+/// right module before.
 class WrongEngineModuleTest : public WrongFileTest {
 protected:
-    /// Up to the load with the wrong module, twice, and after a new start with the right one.
+    /// Loads twice with the wrong module, then restarts and loads once with the right module.
     std::string run_with(const std::string& module) const {
         Lines commands = to_set_key;
         commands.insert(commands.end(),
@@ -139,7 +140,7 @@ protected:
                "notify_config_done: 0\nossl_load: 0\ndestroy: 0\n";
     }
 
-    /// The load after a setting was changed.
+    /// Loads after changing a setting.
     std::string load_with(const std::string& setting) const {
         Lines commands = to_set_key;
         commands.insert(commands.end(), {setting, "notify_config_done", "ossl_load", "destroy"});
@@ -150,7 +151,7 @@ protected:
         return key_is_set + "notify_config_done: 0\nossl_load: 1 " + text + "destroy: 0\n";
     }
 
-    /// @param cause  the engine's line
+    /// @param cause  the engine's own error line
     static std::string no_key(const std::string& cause, const std::string& last_line) {
         return "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: "
                "rc=0\n" +

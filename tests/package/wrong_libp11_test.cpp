@@ -1,5 +1,5 @@
-// Something else under libp11's name: the error names the file and the system's cause, the process lives on,
-// and the right file afterwards is taken.
+// Wrong files with the name libp11.dll. The error names the file and the system's error, the process
+// continues, and the right file loads afterwards.
 #include <fstream>
 
 #include "dll_folder.h"
@@ -13,7 +13,7 @@ class WrongLibp11Test : public DllFolder {
 protected:
     const std::filesystem::path file = folder / "libp11.dll";
 
-    /// What init() says twice; then the client turns to capi, and at last to pkcs11 with the right file.
+    /// Calls init() twice with the pkcs11 back-end, then once with capi.
     std::string run_with_wrong_file() const {
         return run({log_setting, "backend=pkcs11", "init", "init", "backend=capi", "init", "destroy"});
     }
