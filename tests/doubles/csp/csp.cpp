@@ -1,6 +1,5 @@
-// The functions of a CryptoAPI provider for the test card: contexts, keys, certificates and parameters. What
-// has to do with keys is done by the system's software provider, which is given the card's keys and keeps
-// none of them.
+// The provider's functions for contexts, keys, certificates and parameters. The system's software provider
+// performs the key operations: it receives the card's keys and stores none of them.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -19,7 +18,8 @@ BOOL fail(LONG error) {
     return FALSE;
 }
 
-/// Hands out data as all these functions do: the size alone, or the data when the caller's buffer has room.
+/// Returns data as all CryptoAPI functions do: only the size if the buffer is null, or else the data if it
+/// fits.
 BOOL give(const void* data, std::size_t size, BYTE* buffer, DWORD* length) {
     const DWORD room = *length;
     *length = static_cast<DWORD>(size);
@@ -71,7 +71,7 @@ BOOL open_container(HCRYPTPROV* provider, const char* name, DWORD flags, const P
 
 BOOL list_container(Object& context, DWORD flags, BYTE* buffer, DWORD* length) {
     if ((flags & CRYPT_FIRST) != 0) context.to_list = Card().containers();
-    if (buffer == nullptr) return give(nullptr, MAX_PATH + 1, nullptr, length); // room for any
+    if (buffer == nullptr) return give(nullptr, MAX_PATH + 1, nullptr, length); // sufficient for any name
     if (context.to_list.empty()) return fail(ERROR_NO_MORE_ITEMS);
     if (!give_text(context.to_list.front(), buffer, length)) return FALSE;
     context.to_list.erase(context.to_list.begin());
@@ -109,21 +109,21 @@ BOOL WINAPI CPReleaseContext(HCRYPTPROV provider, DWORD flags) {
 BOOL WINAPI CPGetProvParam(HCRYPTPROV provider, DWORD parameter, BYTE* buffer, DWORD* length, DWORD flags) {
     Object* context = handles().find('p', provider);
     if (context == nullptr) return FALSE;
-    const auto asked = [&](const char* point, const std::function<BOOL()>& answer) {
-        return call(sized(point, buffer), context->container, [&](Note&) { return answer(); });
+    const auto logged = [&](const char* point, const std::function<BOOL()>& get) {
+        return call(sized(point, buffer), context->container, [&](Note&) { return get(); });
     };
     const DWORD key_specs = AT_KEYEXCHANGE | AT_SIGNATURE;
     switch (parameter) {
     case PP_NAME:
-        return asked("name", [&] { return give_text(context->provider_name, buffer, length); });
+        return logged("name", [&] { return give_text(context->provider_name, buffer, length); });
     case PP_CONTAINER:
-        return asked("container", [&] { return give_text(context->container, buffer, length); });
+        return logged("container", [&] { return give_text(context->container, buffer, length); });
     case PP_ENUMCONTAINERS:
-        return asked("list", [&] { return list_container(*context, flags, buffer, length); });
+        return logged("list", [&] { return list_container(*context, flags, buffer, length); });
     case PP_KEYSPEC:
-        return asked("key_specs", [&] { return give(&key_specs, sizeof key_specs, buffer, length); });
+        return logged("key_specs", [&] { return give(&key_specs, sizeof key_specs, buffer, length); });
     default:
-        return asked("parameter", [&] {
+        return logged("parameter", [&] {
             return rsaenh("CPGetProvParam", context->inner, parameter, buffer, length, flags);
         });
     }
@@ -178,7 +178,7 @@ BOOL WINAPI CPSetKeyParam(HCRYPTPROV provider, HCRYPTKEY key, DWORD parameter, B
 BOOL WINAPI CPExportKey(HCRYPTPROV provider, HCRYPTKEY key, HCRYPTKEY export_key, DWORD type, DWORD flags,
                         BYTE* buffer, DWORD* length) {
     return call(sized("export", buffer), container_of(provider), [&](Note&) {
-        if (type != PUBLICKEYBLOB) return fail(NTE_BAD_KEY_STATE); // the private ones stay on the card
+        if (type != PUBLICKEYBLOB) return fail(NTE_BAD_KEY_STATE); // private keys cannot be exported
         return rsaenh("CPExportKey", handles().inner('p', provider), handles().inner('k', key),
                       handles().inner('k', export_key), type, flags, buffer, length);
     });

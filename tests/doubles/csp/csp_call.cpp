@@ -11,7 +11,7 @@
 namespace Kes::test_card {
 namespace {
 
-/// What a call comes to before it begins: as planned, and on a card that was pulled out after it was opened.
+/// The error of a call that fails as planned, or because the card was removed after it was opened.
 std::optional<DWORD> certain_failure(const std::string& point, const std::string& container) {
     if (point != "acquire" && !Card().is_there()) return static_cast<DWORD>(SCARD_W_REMOVED_CARD);
     const std::array<std::string, 3> names{point, point + "@" + container, std::to_string(number_of_call())};
@@ -48,8 +48,8 @@ BOOL call(const std::string& point, const std::string& container, const std::fun
         error = *failure;
     }
     log(point + "@" + container + note, is_good != FALSE, error);
-    // The files that were used must leave no trace there: the caller may be cleaning up after another
-    // failure.
+    // File operations change the last error, but a successful call must not: the caller may be cleaning up
+    // after another failure.
     ::SetLastError(is_good ? error_before : error);
     return is_good;
 }

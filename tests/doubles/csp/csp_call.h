@@ -8,28 +8,29 @@
 
 namespace Kes::test_card {
 
-/// What a call tells the log besides its name: " +k7" for a handle that it made, " -k7" for one that it
-/// ended.
+/// Additions to a call's line in the log: " +k7" for a handle that it created, " -k7" for one that it closed.
 using Note = std::string;
 
-/// Makes one call of the card: of the point ("sign") and the container ("", when there is none).
+/// Performs, logs and optionally fails one call of the provider.
 ///
-/// The call leaves one line in the card's log: "sign@Login", then the note, then " !0x80090016" when it
-/// failed. The log is the card's file "calls".
+/// The call is logged as one line in the card's file "calls": "sign@Login", then the note, then
+/// " !0x80090016" if it failed.
 ///
-/// It fails when a line of the card's file "faults" says so, which is read anew at each call:
-/// "<which>=<code>", where <which> is the point, or point@container, or the number that the call's line will
-/// have in the log, from 1 on. The code is decimal, or hexadecimal after "0x". A planned failure keeps the
-/// body from running, unless it is a release: what could not be released properly is gone all the same.
+/// The call fails if the card's file "faults" contains a line "<which>=<code>" for it. <which> is the point,
+/// point@container, or the number of the call's line in the log, counted from 1. The code is decimal, or
+/// hexadecimal with "0x". The file is read again in each call. The body of a call that is to fail does not
+/// run, except for a release: a handle whose release fails is closed nevertheless.
 ///
-/// Without the card every call fails with SCARD_W_REMOVED_CARD, but for the opening of a context, which has
-/// an error of its own.
+/// Without the card every call fails with SCARD_W_REMOVED_CARD, except for the opening of a context, which
+/// has a different error.
 ///
-/// @param body  returns whether it went well, with the last error set if not
+/// @param point      the operation, such as "sign"
+/// @param container  the container; "" if there is none
+/// @param body       returns whether it succeeded, and sets the last error if not
 BOOL call(const std::string& point, const std::string& container, const std::function<BOOL(Note&)>& body,
           bool is_release = false);
 
-/// The number that the line of the call now made will have in the log: unlike any before.
+/// The number of the current call's line in the log. No other call has the same number.
 ULONG_PTR number_of_call();
 
 } // namespace Kes::test_card

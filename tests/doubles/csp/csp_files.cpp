@@ -8,12 +8,12 @@
 namespace Kes::test_card {
 namespace {
 
-constexpr std::size_t algorithm_offset = 4; // of BLOBHEADER's aiKeyAlg
+constexpr std::size_t algorithm_offset = 4; // of aiKeyAlg in BLOBHEADER
 constexpr std::array<unsigned char, 4> rsa_sign{0x00, 0x24, 0x00, 0x00};
 
 } // namespace
 
-// From the system, not from the C runtime: the program may have a runtime of its own.
+// Read from the system, not from the C runtime, because the program may use another C runtime.
 std::filesystem::path Card::named_folder() {
     std::array<char, 1024> text{};
     const DWORD length =
@@ -42,7 +42,7 @@ bool Card::has(const std::string& container) const {
 
 std::optional<Bytes> Card::key(const std::string& container, DWORD key_spec) const {
     auto blob = read(container, key_spec, ".blob");
-    // The program that made the file knows keys for key exchange only.
+    // The openssl program writes all blobs as key exchange keys.
     if (blob && key_spec == AT_SIGNATURE && blob->size() > algorithm_offset + rsa_sign.size())
         std::copy(rsa_sign.begin(), rsa_sign.end(),
                   blob->begin() + static_cast<std::ptrdiff_t>(algorithm_offset));

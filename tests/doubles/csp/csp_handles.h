@@ -10,26 +10,26 @@
 
 namespace Kes::test_card {
 
-/// What stands behind a handle that we gave: a context ('p'), a key ('k') or a hash ('h').
+/// The object of a handle: a context ('p'), a key ('k') or a hash ('h').
 struct Object {
     char kind;
     ULONG_PTR inner; ///< the software provider's own handle
     std::string container;
     std::string provider_name;        ///< of a context
-    std::vector<std::string> to_list; ///< of a context: what its enumeration has still to name
+    std::vector<std::string> to_list; ///< of a context: the containers not yet enumerated
     DWORD key_spec = 0;               ///< of a user key
 };
 
-/// All of this process. A handle is the number of the call that made it, so that the log can tell one from
-/// the other. Providers are used by one thread at a time here.
+/// All handles of this process. A handle is the number of the call that created it, so that each handle in
+/// the log is unique. Not thread-safe.
 class Handles {
 public:
     ULONG_PTR add(Object object, Note& note);
 
-    /// Null, with the last error set, for what is no handle of that kind.
+    /// Null, with the last error set, if there is no such handle of that kind.
     Object* find(char kind, ULONG_PTR handle);
 
-    /// The software provider's handle; 0 for 0 and for what is none.
+    /// The software provider's handle; 0 for 0 and for an invalid handle.
     ULONG_PTR inner(char kind, ULONG_PTR handle);
 
     void remove(char kind, ULONG_PTR handle, Note& note);

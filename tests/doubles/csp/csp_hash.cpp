@@ -1,4 +1,4 @@
-// The functions of a CryptoAPI provider for the test card: hashes, signatures, encryption and random numbers.
+// The provider's functions for hashes, signatures, encryption and random numbers.
 #include <string>
 
 #include "csp_call.h"
@@ -8,7 +8,7 @@
 namespace Kes::test_card {
 namespace {
 
-/// A call whose container is the context's.
+/// Performs a call with the context's container.
 BOOL call_of(HCRYPTPROV provider, const char* point, const std::function<BOOL(HCRYPTPROV, Note&)>& body,
              bool is_release = false) {
     const Object* context = handles().find('p', provider);

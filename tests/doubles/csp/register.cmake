@@ -1,4 +1,4 @@
-# The test that registers the card in Wine's prefix, once for all parts with tests that require it.
+# Adds the test that registers the provider in Wine's prefix, once for all folders with tests that require it.
 include_guard(GLOBAL)
 add_test(NAME RegisterTestCard
     COMMAND ${PROJECT_SOURCE_DIR}/tests/data/prepare-card register ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})

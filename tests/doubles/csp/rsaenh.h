@@ -5,7 +5,7 @@
 
 namespace Kes::test_card {
 
-/// What the system hands to a provider. Not every <wincrypt.h> declares it.
+/// The table that the system passes to a provider. Not every <wincrypt.h> declares it.
 struct ProviderTable {
     DWORD version;
     FARPROC verify_image;
@@ -16,10 +16,10 @@ struct ProviderTable {
     LPSTR provider_name;
 };
 
-/// A function of the system's own software provider; null when it does not have it.
+/// A function of the system's software provider; null if it does not exist.
 void* rsaenh_function(const char* name);
 
-/// Calls such a function. The arguments must have exactly the types that the function has.
+/// Calls such a function. The arguments must have exactly the types of its parameters.
 template <typename... Arguments>
 BOOL rsaenh(const char* name, Arguments... arguments) {
     using Function = BOOL(WINAPI*)(Arguments...);
@@ -29,7 +29,7 @@ BOOL rsaenh(const char* name, Arguments... arguments) {
     return FALSE;
 }
 
-/// Opens a context that keeps nothing. @param table  what the system handed to us
+/// Opens a context that stores nothing. @param table  the table that the system passed to the test provider
 BOOL open_rsaenh(HCRYPTPROV* provider, const ProviderTable& table);
 
 } // namespace Kes::test_card
