@@ -11,14 +11,14 @@
 namespace Kes::test {
 namespace {
 
-/// The last error behind calls that do not fail. Whoever reads it reads too late, or needlessly.
+/// The last error after a successful call. Code that reads it has no failure to report, or reads it too late.
 constexpr DWORD meaningless = 0x0bad0bad;
 
 constexpr ULONG_PTR handle_base = 0x7a000000;
 
 CallScript& script() { return CallScript::instance(); }
 
-/// A handle that came from here, or a null pointer and a remark.
+/// The entry of a valid handle; the end and a violation for an invalid one.
 template <typename Map, typename Handle>
 auto find_in(Map& map, Handle handle, const std::string& caller) {
     const auto found = map.find(handle);
@@ -152,10 +152,10 @@ const CERT_CONTEXT* ScriptedCapi::add_certificate(HCERTSTORE store, std::size_t 
     cert->store = store;
     cert->position = position;
     cert->der = source.certs.at(position);
-    const ErrorQueueMark mark; // what Windows does leaves nothing on OpenSSL's queue
+    const ErrorQueueMark mark; // the real function leaves nothing on OpenSSL's queue
     const unsigned char* next = cert->der.data();
     const X509Ptr x509(::d2i_X509(nullptr, &next, static_cast<long>(cert->der.size())));
-    if (x509) { // what is none stands for one that OpenSSL cannot read and Windows can
+    if (x509) { // other bytes represent a certificate that Windows can read but OpenSSL cannot
         cert->issuer = name_der(::X509_get_issuer_name(x509.get()));
         cert->subject = name_der(::X509_get_subject_name(x509.get()));
     }

@@ -13,18 +13,19 @@
 #include "support/types.h"
 #include "utils/windows_api.h"
 
-/// CryptoAPI that does what it is told: this library's sources define the functions that ours call, over
-/// providers, containers and stores that a test writes down. Calls, failures and wrong uses go to the
-/// CallScript; a failure's rc is the last error that the call leaves behind.
+/// A test double of CryptoAPI. The sources define the functions that the library calls; tests define
+/// providers, containers and stores. Calls, planned failures and violations go to the CallScript. The rc of a
+/// planned failure is the call's last error.
 ///
-/// Every other call leaves a last error of no meaning, so that nobody reads it too late. Handles have names
-/// in the record: "prov" for a provider alone, "prov:c1" for its container c1, "key:c1/2" for the key of
-/// key type 2 in there, "store:MY", and "cert:MY/0" for the certificate at a store's position 0.
+/// A successful call sets a meaningless last error, so that tests detect code that reads it too late. Handles
+/// are recorded by name: "prov" for a provider without a container, "prov:c1" for its container c1,
+/// "key:c1/2" for the key of key type 2 in it, "store:MY", and "cert:MY/0" for the certificate at position 0
+/// of a store.
 namespace Kes::test {
 
 struct ScriptedUserKey {
-    std::optional<Bytes> certificate = {}; ///< without: there is none on the card
-    EVP_PKEY* public_key = nullptr;        ///< lent
+    std::optional<Bytes> certificate = {}; ///< without a value, the card has no certificate
+    EVP_PKEY* public_key = nullptr;        ///< borrowed
 };
 
 struct ScriptedContainer {
@@ -37,36 +38,36 @@ struct ScriptedProvider {
     DWORD key_specs = AT_KEYEXCHANGE | AT_SIGNATURE;
     std::string default_container = "default";
     std::vector<ScriptedContainer> containers;
-    bool ends_names = true;           ///< by a NUL, as most do
-    bool reports_end_on_read = false; ///< that no container is left, only when asked for more than the size
+    bool ends_names = true;           ///< with a NUL, as most providers do
+    bool reports_end_on_read = false; ///< report the last container only when a name is read, not its size
 };
 
-/// What a function says that gives bytes by a buffer, where that is not what the objects would have it say.
+/// Overrides the result of a function that fills a buffer.
 struct OddAnswer {
-    std::optional<DWORD> size = {};     ///< to the question for the size
-    std::optional<Bytes> data = {};     ///< as much is written
-    std::optional<DWORD> reported = {}; ///< as the number of bytes that were written
+    std::optional<DWORD> size = {};     ///< the size returned for a null buffer
+    std::optional<Bytes> data = {};     ///< the bytes written to the buffer
+    std::optional<DWORD> reported = {}; ///< the size returned after writing
 };
 
 struct ScriptedStore {
     std::string name;
     std::vector<Bytes> certs;
-    std::vector<std::size_t> deleted = {}; ///< positions that are not in the store any more
+    std::vector<std::size_t> deleted = {}; ///< positions of certificates that were deleted from the store
 };
 
 class ScriptedCapi {
 public:
     static ScriptedCapi& instance();
 
-    /// Back to no provider and no store; handles that were not released are forgotten.
+    /// Restores the initial state, without providers, stores and handles.
     void reset();
 
     std::vector<ScriptedProvider> providers; ///< the first is the system's default
     std::vector<ScriptedStore> stores;
-    std::map<std::string, OddAnswer> odd_answers; ///< by function, and parameter: "CryptGetProvParam 39"
-    std::map<std::string, DWORD> errors;          ///< the same, and "CryptAcquireContextA c1" by container
-    std::optional<ULONG_PTR> junk_handle;         ///< what failing calls leave where a handle would be
-    std::optional<std::string> odd_name;          ///< what CertNameToStrA() writes, as far as it fits
+    std::map<std::string, OddAnswer> odd_answers; ///< by function and parameter: "CryptGetProvParam 39"
+    std::map<std::string, DWORD> errors;          ///< the same, or by container: "CryptAcquireContextA c1"
+    std::optional<ULONG_PTR> junk_handle;         ///< written in place of a handle by failing calls
+    std::optional<std::string> odd_name;          ///< written by CertNameToStrA(), as far as it fits
 
     std::size_t unreleased_handles() const;
 
@@ -75,19 +76,19 @@ public:
     struct Store;
     struct Certificate;
 
-    // The functions below are what those of Windows ask.
+    // The functions below are for the functions of CryptoAPI.
 
-    /// Notes the call. @return whether it is to succeed; if not, the last error is set
+    /// Records the call. @return whether it is to succeed; if not, the last error is set
     bool enter(const std::string& function, const std::string& arguments, const std::string& what = "");
     void note(const std::string& call);
     bool fail(DWORD error);
     bool fail(HRESULT error) { return fail(static_cast<DWORD>(error)); }
     DWORD last_error();
 
-    /// As Windows gives bytes: a null buffer asks for the size, one that is too small is an error.
+    /// Returns bytes as Windows does: only the size for a null buffer, an error if the buffer is too small.
     bool give(const std::string& what, const Bytes& usual, void* buffer, DWORD* size);
 
-    /// "cert:MY/0 subject", for a name that lies in a certificate of here; "?" for another.
+    /// "cert:MY/0 subject" for a name in one of the certificates; "?" for another name.
     std::string name_label(const CERT_NAME_BLOB* name) const;
 
     Provider* find_provider(HCRYPTPROV handle, const char* caller);
@@ -119,7 +120,7 @@ private:
 struct ScriptedCapi::Provider {
     std::string label; ///< in the record
     ScriptedProvider* script;
-    ScriptedContainer* container; ///< null: the provider alone
+    ScriptedContainer* container; ///< null if the context has no container
     std::size_t next_name = 0;
 };
 
@@ -146,8 +147,8 @@ struct ScriptedCapi::Certificate {
     int references = 1;
 };
 
-/// A name of a certificate as Windows writes it in the code page 1252: "C=AT, CN=\"a, b\"" as
-/// CERT_X500_NAME_STR, "AT, \"a, b\"" as CERT_SIMPLE_NAME_STR. Made from the DER encoding.
+/// The text that Windows makes of a DER-encoded name, in code page 1252: "C=AT, CN=\"a, b\"" for
+/// CERT_X500_NAME_STR, "AT, \"a, b\"" for CERT_SIMPLE_NAME_STR.
 std::string windows_name_text(const Bytes& name, DWORD string_type);
 
 } // namespace Kes::test

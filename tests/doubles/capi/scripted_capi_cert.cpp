@@ -15,7 +15,7 @@ void require(bool is_right, const char* remark) {
     if (!is_right) CallScript::instance().violation(remark);
 }
 
-/// As Windows compares: the letters of ASCII alone have two cases.
+/// Converts only ASCII letters to lower case, as Windows does to compare names.
 std::string folded(std::string text) {
     for (char& character : text)
         if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
@@ -26,7 +26,7 @@ bool is_deleted(const ScriptedStore& store, std::size_t position) {
     return std::find(store.deleted.begin(), store.deleted.end(), position) != store.deleted.end();
 }
 
-/// The next certificate of the store for which the condition holds; null behind the last.
+/// The next certificate of the store that meets the condition; null after the last one.
 template <typename Condition>
 const CERT_CONTEXT* next_certificate(HCERTSTORE handle, const ScriptedStore& store, std::size_t previous,
                                      const Condition& condition) {
@@ -40,7 +40,7 @@ const CERT_CONTEXT* next_certificate(HCERTSTORE handle, const ScriptedStore& sto
     return nullptr;
 }
 
-/// Ends one reference, as a function does to which a context is handed over.
+/// Releases the reference of a context that a function takes over. @return its position in the store
 std::size_t consume(const CERT_CONTEXT* context, const char* caller) {
     const auto* cert = the_double().find_certificate(context, caller);
     if (cert == nullptr) return before_first;
@@ -127,7 +127,7 @@ const CERT_CONTEXT* CertDuplicateCertificateContext(const CERT_CONTEXT* pCertCon
     the_double().note(std::string(function) + "(" + Kes::test::label_of(pCertContext, function) + ")");
     auto* cert = the_double().find_certificate(pCertContext, function);
     if (cert != nullptr) ++cert->references;
-    return pCertContext; // a duplicate is the same context, counted once more
+    return pCertContext; // a duplicate is the same context with one more reference
 }
 
 BOOL CertFreeCertificateContext(const CERT_CONTEXT* pCertContext) {
@@ -151,10 +151,10 @@ DWORD CertNameToStrA(DWORD dwCertEncodingType, CERT_NAME_BLOB* pName, DWORD dwSt
     if (psz == nullptr)
         return odd == the_double().odd_answers.end() ? static_cast<DWORD>(text.size())
                                                      : odd->second.size.value_or(0);
-    if (the_double().odd_name) text = *the_double().odd_name; // with or without an end of its own
+    if (the_double().odd_name) text = *the_double().odd_name; // may lack the terminating NUL
     const std::size_t length = std::min<std::size_t>(text.size(), csz);
     std::memcpy(psz, text.data(), length);
-    if (!the_double().odd_name && length != 0) psz[length - 1] = '\0'; // cut where it does not fit
+    if (!the_double().odd_name && length != 0) psz[length - 1] = '\0'; // terminate a truncated text
     return static_cast<DWORD>(length);
 }
 

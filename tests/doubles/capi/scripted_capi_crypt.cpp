@@ -30,7 +30,7 @@ auto find_named(List& list, const char* name) {
     return std::find_if(list.begin(), list.end(), [&](const auto& item) { return item.name == name; });
 }
 
-/// A question for a parameter, as it stands in the record.
+/// The recorded arguments of a call that reads a parameter.
 std::string param_call(const std::string& handle, DWORD param, DWORD flags, const BYTE* data) {
     return handle + ", " + std::to_string(param) + ", " + std::to_string(flags) +
            (data == nullptr ? ", size" : ", read");
@@ -82,7 +82,7 @@ bool give_prov_param(ScriptedCapi::Provider& provider, DWORD param, BYTE* data, 
     return the_double().fail(NTE_BAD_TYPE);
 }
 
-/// The structure, and behind it what it points to.
+/// Writes a CERT_PUBLIC_KEY_INFO, followed by the data that it points to.
 struct PackedKey {
     std::string algorithm;
     Bytes parameters;
@@ -129,7 +129,7 @@ struct PackedKey {
     }
 };
 
-/// The other way round.
+/// The DER encoding of a CERT_PUBLIC_KEY_INFO.
 Bytes encode(const CERT_PUBLIC_KEY_INFO& info) {
     const unsigned char* params = info.Algorithm.Parameters.pbData;
     ASN1_TYPE* type = ::d2i_ASN1_TYPE(nullptr, &params, static_cast<long>(info.Algorithm.Parameters.cbData));
@@ -148,7 +148,7 @@ bool export_key(ScriptedCapi::Provider& provider, DWORD key_spec, CERT_PUBLIC_KE
     if (provider.container == nullptr || !provider.container->keys.contains(key_spec))
         return the_double().fail(NTE_NO_KEY);
     const PackedKey packed(provider.container->keys.at(key_spec).public_key);
-    // Zeros are given first, of the right number; what they stand for follows once they are known to fit.
+    // Check the size with zeros first, and write the key only if it fits.
     if (!the_double().give("CryptExportPublicKeyInfoEx", Bytes(packed.size()), info, size)) return false;
     if (info != nullptr) packed.write(info);
     return true;
@@ -195,7 +195,7 @@ BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags) {
     const std::string label = provider == nullptr ? "?" : provider->label;
     const bool is_good = the_double().enter("CryptReleaseContext", label);
     if (provider == nullptr) return FALSE;
-    the_double().end_provider(hProv); // a context that is not released well is of no use either
+    the_double().end_provider(hProv); // the handle is invalid even if the release fails
     return is_good ? TRUE : FALSE;
 }
 

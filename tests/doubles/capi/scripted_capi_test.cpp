@@ -5,10 +5,10 @@
 namespace Kes::test {
 namespace {
 
-/// That the test doubles notice what the other tests rely on them for.
-class FakeCapiTest : public CapiTest {
+/// The violations that other tests rely on the test double to detect.
+class ScriptedCapiTest : public CapiTest {
 protected:
-    FakeCapiTest() {
+    ScriptedCapiTest() {
         ::CryptAcquireContextA(&opened, "c1", csp, PROV_RSA_FULL, 0);
         ::CryptGetUserKey(opened, AT_SIGNATURE, &key);
         EXPECT_NE(opened, 0U);
@@ -29,19 +29,19 @@ protected:
     HCRYPTKEY key = 0;
 };
 
-TEST_F(FakeCapiTest, AHandleThatIsKeptCounts) {
+TEST_F(ScriptedCapiTest, UnreleasedHandlesAreCounted) {
     EXPECT_EQ(capi().unreleased_handles(), 2U);
     release();
     EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
-TEST_F(FakeCapiTest, AProviderMustNotBeReleasedBeforeItsKey) {
+TEST_F(ScriptedCapiTest, ReleasingProviderBeforeItsKeyIsViolation) {
     ::CryptReleaseContext(opened, 0);
     expect_violation("CryptReleaseContext: before its key");
     ::CryptDestroyKey(key);
 }
 
-TEST_F(FakeCapiTest, NothingMayBeReleasedTwice) {
+TEST_F(ScriptedCapiTest, ReleasingHandleTwiceIsViolation) {
     release();
     ::CryptDestroyKey(key);
     expect_violation("CryptDestroyKey: no such handle");
@@ -49,7 +49,7 @@ TEST_F(FakeCapiTest, NothingMayBeReleasedTwice) {
     expect_violation("CryptReleaseContext: no such handle");
 }
 
-TEST_F(FakeCapiTest, NothingMayBeUsedAfterItsRelease) {
+TEST_F(ScriptedCapiTest, UsingReleasedHandleIsViolation) {
     release();
     DWORD length = 0;
     EXPECT_EQ(::CryptGetKeyParam(key, KP_CERTIFICATE, nullptr, &length, 0), FALSE);
@@ -58,7 +58,7 @@ TEST_F(FakeCapiTest, NothingMayBeUsedAfterItsRelease) {
     expect_violation("CryptGetProvParam: no such handle");
 }
 
-TEST_F(FakeCapiTest, AKeyMustNotBePutOverAnother) {
+TEST_F(ScriptedCapiTest, OverwritingKeyHandleIsViolation) {
     const HCRYPTKEY first = key;
     ::CryptGetUserKey(opened, AT_KEYEXCHANGE, &key);
     expect_violation("CryptGetUserKey: in the place of a key that was not destroyed");
@@ -66,7 +66,7 @@ TEST_F(FakeCapiTest, AKeyMustNotBePutOverAnother) {
     release();
 }
 
-TEST_F(FakeCapiTest, TheLastErrorIsThatOfTheLastCallAlone) {
+TEST_F(ScriptedCapiTest, ReadingLastErrorAfterSuccessfulCallIsViolation) {
     DWORD length = 0;
     EXPECT_EQ(::CryptGetProvParam(opened, 99, nullptr, &length, 0), FALSE);
     EXPECT_EQ(::GetLastError(), bad_type);
@@ -75,7 +75,7 @@ TEST_F(FakeCapiTest, TheLastErrorIsThatOfTheLastCallAlone) {
     expect_violation("GetLastError: the last call has set none");
 }
 
-TEST_F(FakeCapiTest, AStoreMustNotBeClosedBeforeItsCertificatesAndEachIsFreedOnce) {
+TEST_F(ScriptedCapiTest, ClosingStoreBeforeItsCertificatesOrFreeingCertificateTwiceIsViolation) {
     release();
     HCERTSTORE opened_store = ::CertOpenStore(CERT_STORE_PROV_SYSTEM_A, 0, 0, 0x14000, "MY");
     const CERT_CONTEXT* cert = ::CertEnumCertificatesInStore(opened_store, nullptr);

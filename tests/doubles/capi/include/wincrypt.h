@@ -1,7 +1,8 @@
 #ifndef KES_TESTS_DOUBLES_CAPI_INCLUDE_WINCRYPT_H_
 #define KES_TESTS_DOUBLES_CAPI_INCLUDE_WINCRYPT_H_
 
-/// As windows.h beside it; as with the real one, that comes first.
+/// The part of Windows' header that the CryptoAPI sources need. Include windows.h first, as with the real
+/// header.
 
 #define PROV_RSA_FULL 1
 #define CRYPT_VERIFYCONTEXT 0xF0000000
@@ -25,7 +26,7 @@
 #define CERT_STORE_PROV_SYSTEM_A reinterpret_cast<LPCSTR>(ULONG_PTR{9})
 #define X509_PUBLIC_KEY_INFO reinterpret_cast<LPCSTR>(ULONG_PTR{8})
 
-// Not used, and in OpenSSL's way: whoever includes this must see to that.
+// Unused. Like the real ones, they collide with names of OpenSSL, so windows_api.h must undefine them.
 #define X509_EXTENSIONS reinterpret_cast<LPCSTR>(ULONG_PTR{5})
 #define X509_NAME reinterpret_cast<LPCSTR>(ULONG_PTR{7})
 
@@ -55,7 +56,7 @@ struct CERT_PUBLIC_KEY_INFO {
     CRYPT_BIT_BLOB PublicKey;
 };
 
-struct CERT_INFO { // the real one has more
+struct CERT_INFO { // the real structure has more members
     CERT_NAME_BLOB Issuer;
     CERT_NAME_BLOB Subject;
 };

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-/// Of Windows' own header, only what the CryptoAPI sources need. Names, numbers and layouts are those of
-/// 64-bit Windows.
+/// The part of Windows' header that the CryptoAPI sources need. Names, values and layouts are those of 64-bit
+/// Windows.
 
 #define WINAPI
 #define TRUE 1
