@@ -59,7 +59,7 @@ std::string CallScript::describe_pin(const char* pin) const {
 }
 
 void put_on_error_queue(const std::string& text) {
-    constexpr int reason = 160; // CKR_PIN_INCORRECT, as a real token gives it
+    constexpr int reason = 160; // CKR_PIN_INCORRECT
     ::ERR_new();
     ::ERR_set_debug("double.c", 1, "scripted");
     ::ERR_set_error(ERR_LIB_USER, reason, "%s", text.c_str());

@@ -11,53 +11,52 @@
 
 namespace Kes::test {
 
-/// How a call to a test double is to fail.
+/// How a call to a test double fails.
 struct Failure {
-    int rc = 7;                  ///< what a function answers that returns a number; the others answer null
+    int rc = 7;                  ///< the result of functions that return a number; others return null
     std::string queue_text = {}; ///< put on OpenSSL's error queue unless empty
-    bool throws_int = false;     ///< leave by an exception of no known class instead
+    bool throws_int = false;     ///< throw an int instead
 };
 
-/// The one record of all calls to test doubles in the process, in order, and the plan of what is to fail.
+/// Records all calls to test doubles in this process, in order, and makes calls fail as planned.
 ///
-/// A call is recorded as "function(argument, ...)", with the names that the test doubles gave to handles
-/// ("ctx1", "slot1.2", "engine1"), and with a verdict in place of a PIN. No copy of a PIN is kept.
+/// A call is recorded as "function(argument, ...)". Handles are recorded by name ("ctx1", "slot1.2",
+/// "engine1"), and a PIN only as right, wrong, empty or missing. No copy of a PIN is kept.
 class CallScript {
 public:
     static CallScript& instance();
 
-    /// Forgets record and plan.
+    /// Clears the recorded calls and the planned failures.
     void reset();
 
-    /// Notes a call that has no way to fail.
+    /// Records a call that cannot fail.
     void note(const std::string& call) { calls_.push_back(call); }
 
-    /// Notes a call that can fail, and makes it fail if that is planned: puts the text on the error queue, or
-    /// throws. @return the failure, null when the call is to succeed
+    /// Records a step, which is a call that can fail. Puts a planned failure's text on the error queue, or
+    /// throws. @return the planned failure; null if the call is to succeed
     const Failure* step(const std::string& function, const std::string& arguments);
 
-    /// Notes a wrong use of a test double, such as a dead handle.
+    /// Records a wrong use of a test double, such as an invalid handle.
     void violation(const std::string& text) { violations_.push_back(text); }
 
-    /// Plans the n-th call (from 1) that can fail, whatever its function, to fail.
+    /// Makes the n-th step fail, counted from 1.
     void fail_step(std::size_t n, Failure failure) { by_step_[n] = std::move(failure); }
 
-    /// Plans every call of a function from now on to fail.
+    /// Makes every call of a function fail from now on.
     void fail_function(const std::string& function, Failure failure = {}) {
         by_function_[function] = std::move(failure);
     }
 
-    /// Takes back what was planned.
     void clear_failures();
 
     const std::vector<std::string>& calls() const noexcept { return calls_; }
     const std::vector<std::string>& violations() const noexcept { return violations_; }
     std::size_t steps() const noexcept { return step_positions_.size(); }
 
-    /// The record after the n-th call that can fail, provided that nothing was taken from the record.
+    /// The calls after the n-th step. Not valid after take_calls().
     std::vector<std::string> calls_after_step(std::size_t n) const;
 
-    /// The record since the last take.
+    /// Returns and removes the recorded calls.
     std::vector<std::string> take_calls() { return std::exchange(calls_, {}); }
 
     void set_right_pin(const char* pin);
@@ -72,10 +71,10 @@ private:
     std::vector<std::size_t> step_positions_;
     std::map<std::size_t, Failure> by_step_;
     std::map<std::string, Failure> by_function_;
-    std::optional<std::uint64_t> right_pin_hash_; // the hash, so that this object holds no copy
+    std::optional<std::uint64_t> right_pin_hash_; // a hash, because tests search memory for copies of the PIN
 };
 
-/// Puts an entry on the thread's OpenSSL error queue that reads the same in every run.
+/// Puts an entry on the thread's OpenSSL error queue that is identical in every run.
 void put_on_error_queue(const std::string& text);
 
 } // namespace Kes::test

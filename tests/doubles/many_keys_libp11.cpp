@@ -1,5 +1,5 @@
-// A test double of libp11: a token that needs no login and has as many keys as the environment variable
-// MARVO_TEST_KEYS says, each with a certificate, labelled "key 0", "key 1", ...
+// A test double of libp11 with a token that requires no login. The environment variable MARVO_TEST_KEYS sets
+// the number of its keys. They have the labels "key 0", "key 1", ..., and a certificate each.
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -31,7 +31,7 @@ std::vector<Object>& objects() {
 }
 
 template <typename T>
-int give(T** found, unsigned int* count) {
+int list_objects(T** found, unsigned int* count) {
     static std::vector<T> all = [] {
         std::vector<T> made(objects().size());
         for (std::size_t i = 0; i < made.size(); ++i) {
@@ -76,10 +76,12 @@ int PKCS11_is_logged_in(PKCS11_SLOT*, int, int*) { return -1; }
 int PKCS11_login(PKCS11_SLOT*, int, const char*) { return -1; }
 
 int PKCS11_enumerate_certs(PKCS11_TOKEN*, PKCS11_CERT** certs, unsigned int* count) {
-    return give(certs, count);
+    return list_objects(certs, count);
 }
 
-int PKCS11_enumerate_keys(PKCS11_TOKEN*, PKCS11_KEY** keys, unsigned int* count) { return give(keys, count); }
+int PKCS11_enumerate_keys(PKCS11_TOKEN*, PKCS11_KEY** keys, unsigned int* count) {
+    return list_objects(keys, count);
+}
 
 int PKCS11_enumerate_public_keys(PKCS11_TOKEN*, PKCS11_KEY** keys, unsigned int* count) {
     *keys = nullptr;

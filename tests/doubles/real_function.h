@@ -1,12 +1,12 @@
 #ifndef KES_TESTS_DOUBLES_REAL_FUNCTION_H_
 #define KES_TESTS_DOUBLES_REAL_FUNCTION_H_
 
-/// Libcrypto's own functions, for those that a test double defines under the same name.
+/// Access to functions of libcrypto that a test double replaces by definitions of the same name.
 namespace Kes::test {
 
 using AnyFunction = void (*)();
 
-/// Never null; real_function_posix.cpp or real_function_win.cpp.
+/// Never null. Implemented in real_function_posix.cpp and real_function_win.cpp.
 AnyFunction find_in_libcrypto(const char* name);
 
 template <typename Function>

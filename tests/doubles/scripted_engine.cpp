@@ -11,7 +11,7 @@
 #include "real_function.h"
 #include "text_or_null.h"
 
-/// OpenSSL leaves this type open to whoever defines the functions.
+/// OpenSSL's headers only declare this type; the definition belongs to the functions below.
 struct engine_st {
     std::string name;
     std::string id = "dynamic";
@@ -19,9 +19,9 @@ struct engine_st {
     bool is_in_list = false;
     bool is_list_asked = false;
     int references = 1;
-    int extra_references = 0; // those of ENGINE_up_ref()
+    int extra_references = 0; // taken by ENGINE_up_ref()
     int functional_references = 0;
-    int circle = 0; // functional references that the engine's own cache holds
+    int cycle = 0; // functional references that the engine's own key cache holds
     bool has_right_pin = false;
     ENGINE_GEN_INT_FUNC_PTR finish = nullptr;
 };
@@ -29,11 +29,11 @@ struct engine_st {
 namespace Kes::test {
 namespace {
 
-/// The engine's own: forgets its cache.
+/// The engine's own finish function, which clears its key cache.
 int clean_up(ENGINE* engine) {
-    if (engine->circle == 0) return 1;
+    if (engine->cycle == 0) return 1;
     CallScript::instance().note("clean_up(" + engine->name + ")");
-    engine->functional_references -= std::exchange(engine->circle, 0);
+    engine->functional_references -= std::exchange(engine->cycle, 0);
     return 1;
 }
 
@@ -61,7 +61,7 @@ void ScriptedEngine::reset() {
     std::move(engines_.begin(), engines_.end(), std::back_inserter(forgotten_));
     engines_.clear();
     objects_.clear();
-    engines_made_ = keys_made_ = certs_made_ = keys_lent_ = 0;
+    engines_made_ = keys_made_ = certs_made_ = keys_tracked_ = 0;
 }
 
 std::size_t ScriptedEngine::unreleased_engines() const {
@@ -84,7 +84,7 @@ std::size_t ScriptedEngine::loaded_engines() const {
 
 void ScriptedEngine::break_cycles() {
     for (const auto& engine : engines_)
-        engine->functional_references -= std::exchange(engine->circle, 0);
+        engine->functional_references -= std::exchange(engine->cycle, 0);
 }
 
 ENGINE* ScriptedEngine::add_engine() {
@@ -115,7 +115,7 @@ void ScriptedEngine::free_engine(ENGINE* engine) {
     engines_.erase(owner);
 }
 
-void ScriptedEngine::lend(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_lent_); }
+void ScriptedEngine::track(const EVP_PKEY* key) { objects_[key] = "lent" + std::to_string(++keys_tracked_); }
 
 EVP_PKEY* ScriptedEngine::make_copy(EVP_PKEY* key) {
     EVP_PKEY* copy = ::EVP_PKEY_dup(key);
@@ -149,12 +149,12 @@ std::string name_of(const ENGINE* engine, const std::string& caller) {
     return "?";
 }
 
-/// As above, for what somebody may ask who keeps a reference of ENGINE_up_ref() alone.
-std::string name_of_kept(const ENGINE* engine, const std::string& caller) {
+/// As above, but a reference taken by ENGINE_up_ref() is sufficient.
+std::string name_of_known(const ENGINE* engine, const std::string& caller) {
     return the_double().is_known(engine) ? engine->name : name_of(engine, caller);
 }
 
-void require_use(const ENGINE* engine, const char* function) {
+void require_initialised(const ENGINE* engine, const char* function) {
     if (engine->functional_references == 0) script().violation(std::string(function) + ": not initialised");
 }
 
@@ -163,7 +163,7 @@ EVP_PKEY* load_key(const char* function, ENGINE* engine, const char* name, const
     const std::string arguments = name_of(engine, function) + ", " + text_or_null(name);
     const Failure* failure = script().step(function, arguments);
     if (!the_double().is_alive(engine)) return nullptr;
-    require_use(engine, function);
+    require_initialised(engine, function);
     if (ui != ::UI_OpenSSL() || callback_data != nullptr)
         script().violation(std::string(function) + ": wrong user interface");
     if (failure != nullptr || source == nullptr) return nullptr;
@@ -194,7 +194,7 @@ void unregister(const char* function, const ENGINE* engine) {
 
 using Kes::test::Failure;
 using Kes::test::name_of;
-using Kes::test::name_of_kept;
+using Kes::test::name_of_known;
 using Kes::test::real_function;
 using Kes::test::script;
 using Kes::test::text_or_null;
@@ -210,7 +210,7 @@ ENGINE* ENGINE_by_id(const char* id) {
 int ENGINE_free(ENGINE* e) {
     script().note("ENGINE_free(" + name_of(e, "ENGINE_free") + ")");
     if (!the_double().is_alive(e)) return 0;
-    if (e->functional_references != e->circle) script().violation("ENGINE_free: still initialised");
+    if (e->functional_references != e->cycle) script().violation("ENGINE_free: still initialised");
     the_double().free_engine(e);
     return 1;
 }
@@ -227,7 +227,7 @@ int ENGINE_ctrl_cmd_string(ENGINE* e, const char* cmd_name, const char* arg, int
 }
 
 int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(void), int cmd_optional) {
-    struct Record { // the engine's layout of the command's parameters
+    struct Record { // layout of the command's parameters in libp11's engine
         const char* cert_id;
         X509* cert;
     };
@@ -239,7 +239,7 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
     const Failure* failure = script().step(function, name_of(e, function) + ", " + cmd_name + ", " +
                                                          text_or_null(record->cert_id));
     if (!the_double().is_alive(e)) return 0;
-    Kes::test::require_use(e, function);
+    Kes::test::require_initialised(e, function);
     if (failure == nullptr || the_double().returns_certificate_on_failure)
         record->cert =
             the_double().certificate == nullptr ? nullptr : the_double().make_copy(the_double().certificate);
@@ -248,7 +248,7 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
 
 int ENGINE_init(ENGINE* e) {
     if (the_double().is_forgotten(e)) return 0;
-    const Failure* failure = script().step("ENGINE_init", name_of_kept(e, "ENGINE_init"));
+    const Failure* failure = script().step("ENGINE_init", name_of_known(e, "ENGINE_init"));
     if (failure != nullptr) return failure->rc;
     if (!the_double().is_known(e)) return 0;
     if (!e->is_loaded) script().violation("ENGINE_init: nothing loaded");
@@ -257,11 +257,11 @@ int ENGINE_init(ENGINE* e) {
 }
 
 int ENGINE_finish(ENGINE* e) {
-    const Failure* failure = script().step("ENGINE_finish", name_of_kept(e, "ENGINE_finish"));
+    const Failure* failure = script().step("ENGINE_finish", name_of_known(e, "ENGINE_finish"));
     if (!the_double().is_known(e)) return 0;
     if (e->functional_references == 0)
         script().violation("ENGINE_finish: not initialised");
-    else if (--e->functional_references == 0) // dropped even when the engine's own finish function fails
+    else if (--e->functional_references == 0) // also if the call is planned to fail
         e->finish(e);
     return failure == nullptr ? 1 : failure->rc;
 }
@@ -278,7 +278,7 @@ int ENGINE_remove(ENGINE* e) {
 int ENGINE_set_default(ENGINE* e, unsigned int flags) {
     const std::string arguments = name_of(e, "ENGINE_set_default") + ", " + std::to_string(flags);
     if (const Failure* failure = script().step("ENGINE_set_default", arguments)) return failure->rc;
-    if (the_double().is_alive(e)) Kes::test::require_use(e, "ENGINE_set_default");
+    if (the_double().is_alive(e)) Kes::test::require_initialised(e, "ENGINE_set_default");
     return 1;
 }
 
@@ -295,8 +295,8 @@ EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_m
     }
     EVP_PKEY* key =
         Kes::test::load_key("ENGINE_load_private_key", e, key_id, ui_method, callback_data, source);
-    if (key != nullptr && the_double().keys_hold_engine && e->circle == 0)
-        e->functional_references += ++e->circle;
+    if (key != nullptr && the_double().keys_hold_engine && e->cycle == 0)
+        e->functional_references += ++e->cycle;
     return key;
 }
 
@@ -325,7 +325,7 @@ int ENGINE_up_ref(ENGINE* e) {
     return 1;
 }
 
-/// The reference that was taken before becomes one of the engine's users.
+/// The reference taken by ENGINE_up_ref() before now belongs to the list.
 int ENGINE_add(ENGINE* e) {
     script().note("ENGINE_add(" + e->name + ")");
     e->is_in_list = true;
@@ -349,7 +349,7 @@ int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
         Kes::test::put_on_error_queue("no such method");
         return 0;
     }
-    the_double().lend(pkey);
+    the_double().track(pkey);
     return 1;
 }
 
@@ -365,7 +365,7 @@ void EVP_PKEY_free(EVP_PKEY* pkey) {
     real(pkey);
 }
 
-/// Printing a name fails only out of memory; here it can be made to.
+/// Makes a failure of this function testable. The real one fails only when memory is exhausted.
 int X509_NAME_print_ex(BIO* out, const X509_NAME* nm, int indent, unsigned long flags) {
     using Print = int (*)(BIO*, const X509_NAME*, int, unsigned long);
     static const auto real = real_function<Print>("X509_NAME_print_ex");

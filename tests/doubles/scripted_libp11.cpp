@@ -12,7 +12,7 @@ struct ScriptedLibp11::Context {
     bool is_loaded = false;
 };
 
-/// What one enumeration of slots handed out, and everything that was listed of its tokens since.
+/// The result of one enumeration of slots, and all objects listed on their tokens.
 struct ScriptedLibp11::SlotArray {
     ~SlotArray() {
         for (X509* x509 : copies)
@@ -34,7 +34,7 @@ struct ScriptedLibp11::SlotArray {
     std::string name;
     const Context* owner = nullptr;
     std::vector<PKCS11_SLOT> slots;
-    std::vector<PKCS11_TOKEN> tokens; // beside slots; those of empty slots are unused
+    std::vector<PKCS11_TOKEN> tokens; // parallel to slots; entries of empty slots are unused
     std::vector<std::size_t> scripted_slots;
     std::deque<std::vector<PKCS11_CERT>> certs;
     std::deque<std::vector<PKCS11_KEY>> keys;
@@ -159,7 +159,7 @@ CallScript& script() { return CallScript::instance(); }
 
 const char* role(int so) { return so == 0 ? "user" : "so"; }
 
-/// Lists the objects as libp11 structures of type Object, which live as long as the slots.
+/// Lists the objects as libp11 structures of type Object, which are valid as long as the slots.
 template <typename Object, typename Finish>
 void list_objects(ScriptedLibp11::SlotArray& array, std::deque<std::vector<Object>>& lists,
                   const std::vector<ScriptedObject>& objects, Object** out, unsigned int* count,
@@ -217,7 +217,7 @@ int PKCS11_CTX_load(PKCS11_CTX* ctx, const char* ident) {
     const std::string arguments = context->name + ", " + (ident == nullptr ? "null" : ident);
     if (const Failure* failure = script().step("PKCS11_CTX_load", arguments)) return failure->rc;
     context->is_loaded = true;
-    // Texts of the module live as long as the test double does.
+    // The module's texts are valid as long as the test double exists.
     ctx->manufacturer = the_double().manufacturer ? the_double().manufacturer->data() : nullptr;
     ctx->description = the_double().description ? the_double().description->data() : nullptr;
     return 0;
@@ -267,7 +267,7 @@ PKCS11_SLOT* PKCS11_find_token(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int
     if (context == nullptr || array == nullptr) return nullptr;
     const std::string arguments = context->name + ", " + array->name + ", " + std::to_string(nslots);
     if (script().step("PKCS11_find_token", arguments) != nullptr) return nullptr;
-    PKCS11_SLOT* best = nullptr; // the first token, but rather an initialised one
+    PKCS11_SLOT* best = nullptr; // the first initialised token, or else the first token
     for (PKCS11_SLOT& slot : array->slots) {
         if (slot.token == nullptr) continue;
         if (best == nullptr || best->token->initialized < slot.token->initialized) best = &slot;

@@ -10,8 +10,8 @@
 
 #include "call_script.h"
 
-/// A libp11 that does what it is told: this library's source defines the PKCS11_* functions that ours call,
-/// in place of the real ones. Calls, failures and wrong uses go to the CallScript.
+/// A test double of libp11. The source defines the PKCS11_* functions that the library calls. Calls, planned
+/// failures and violations go to the CallScript.
 namespace Kes::test {
 
 using ScriptedText = std::optional<std::string>; ///< without a value: a null pointer
@@ -20,7 +20,7 @@ using ScriptedText = std::optional<std::string>; ///< without a value: a null po
 struct ScriptedObject {
     ScriptedText label;
     std::vector<unsigned char> id; ///< empty: a null pointer and length 0
-    X509* x509 = nullptr;          ///< certificates; lent, each enumeration hands out a copy
+    X509* x509 = nullptr;          ///< of a certificate; borrowed, each enumeration returns a copy
 };
 
 struct ScriptedToken {
@@ -46,7 +46,7 @@ class ScriptedLibp11 {
 public:
     static ScriptedLibp11& instance();
 
-    /// Back to no slots and nobody logged in; frees what was never released.
+    /// Restores the initial state, without slots and login. Frees what was not released.
     void reset();
 
     ScriptedText manufacturer = "Module maker";
@@ -60,7 +60,7 @@ public:
     struct Context;
     struct SlotArray;
 
-    // The functions below are what the PKCS11_* functions ask.
+    // The functions below are for the PKCS11_* functions.
     Context* find(const PKCS11_CTX* ctx, const std::string& caller);
     SlotArray* find_array(const PKCS11_SLOT* slots_in, const std::string& caller);
     std::string name_of(const PKCS11_SLOT* slot, const std::string& caller);

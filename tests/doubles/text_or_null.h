@@ -5,7 +5,7 @@
 
 namespace Kes::test {
 
-/// A text that was passed to a test double, as its record shows it.
+/// A text argument of a test double as it is recorded.
 inline std::string text_or_null(const char* text) { return text == nullptr ? "null" : text; }
 
 } // namespace Kes::test
