@@ -1,4 +1,4 @@
-// The test doubles themselves: each wrong use is told, because the tests of the road rely on that.
+// Tests that the test doubles report each wrong use, because the tests of the pkcs11 back-end rely on it.
 #include <gtest/gtest.h>
 #include <libp11.h>
 #include <openssl/engine.h>
@@ -12,7 +12,7 @@ namespace {
 
 const std::filesystem::path doubles = MARVO_DOUBLES_DIR;
 
-/// A function of a DLL, of whatever type it is taken for.
+/// A function of a DLL, converted to the type of the variable that it initialises.
 struct Entry {
     HMODULE library;
     const char* name;
@@ -23,11 +23,11 @@ struct Entry {
     }
 };
 
-class DoublesTest : public ::testing::Test {
+class Libp11DoubleTest : public ::testing::Test {
 protected:
-    DoublesTest() { card.add("01", "ckp", "rsa", "Login"); }
+    Libp11DoubleTest() { card.add("01", "ckp", "rsa", "Login"); }
 
-    /// A context with the module loaded and its slots listed.
+    /// Creates a context, loads the module and enumerates the slots.
     void enumerate() {
         context = ctx_new();
         ASSERT_EQ(ctx_load(context, "itp11.dll"), 0);
@@ -53,14 +53,14 @@ protected:
     unsigned int count = 0;
 };
 
-TEST_F(DoublesTest, SlotsBeforeTheModuleAreAViolation) {
+TEST_F(Libp11DoubleTest, EnumeratingSlotsWithoutModuleIsViolation) {
     context = ctx_new();
     EXPECT_EQ(enumerate_slots(context, &slots, &count), -1);
     EXPECT_EQ(card.violations(), Lines{"PKCS11_enumerate_slots: no module is loaded"});
     EXPECT_EQ(card.unbalanced(), Lines{"ctx1: 1"});
 }
 
-TEST_F(DoublesTest, SlotsReleasedTwiceAreAViolation) {
+TEST_F(Libp11DoubleTest, ReleasingSlotsTwiceIsViolation) {
     enumerate();
     release_all_slots(context, slots, count);
     EXPECT_EQ(card.violations(), Lines());
@@ -68,19 +68,19 @@ TEST_F(DoublesTest, SlotsReleasedTwiceAreAViolation) {
     EXPECT_EQ(card.violations(), Lines{"PKCS11_release_all_slots: no such slot"});
 }
 
-TEST_F(DoublesTest, SlotsReleasedWithAnotherCountAreAViolation) {
+TEST_F(Libp11DoubleTest, ReleasingSlotsWithWrongCountIsViolation) {
     enumerate();
     release_all_slots(context, slots, 2);
     EXPECT_EQ(card.violations(), Lines{"PKCS11_release_all_slots: wrong context or count"});
 }
 
-TEST_F(DoublesTest, ALoginWithoutASlotIsAViolation) {
+TEST_F(Libp11DoubleTest, LoginWithoutSlotIsViolation) {
     enumerate();
     EXPECT_EQ(login(nullptr, 0, card_pin), -1);
     EXPECT_EQ(card.violations(), Lines{"PKCS11_login: no such slot"});
 }
 
-TEST_F(DoublesTest, ATokenOfReleasedSlotsIsAViolation) {
+TEST_F(Libp11DoubleTest, UsingTokenOfReleasedSlotsIsViolation) {
     enumerate();
     PKCS11_TOKEN* token = slots->token;
     PKCS11_CERT* certs = nullptr;
@@ -91,7 +91,7 @@ TEST_F(DoublesTest, ATokenOfReleasedSlotsIsAViolation) {
     EXPECT_EQ(card.violations(), Lines{"PKCS11_enumerate_certs: no such token"});
 }
 
-TEST_F(DoublesTest, SlotsAfterTheModuleAreAViolation) {
+TEST_F(Libp11DoubleTest, UsingSlotsAfterUnloadingModuleIsViolation) {
     enumerate();
     ctx_unload(context);
     int state = 0;
@@ -101,7 +101,7 @@ TEST_F(DoublesTest, SlotsAfterTheModuleAreAViolation) {
               (Lines{"PKCS11_is_logged_in: no such slot", "PKCS11_CTX_unload: no module is loaded"}));
 }
 
-TEST_F(DoublesTest, AContextFreedWithItsModuleOrTwiceIsAViolation) {
+TEST_F(Libp11DoubleTest, FreeingContextBeforeModuleOrTwiceIsViolation) {
     enumerate();
     ctx_free(context);
     ctx_free(context);
@@ -109,7 +109,7 @@ TEST_F(DoublesTest, AContextFreedWithItsModuleOrTwiceIsAViolation) {
               (Lines{"PKCS11_CTX_free: the module is still loaded", "PKCS11_CTX_free: no such context"}));
 }
 
-TEST_F(DoublesTest, PrivateKeysShowOnlyAfterTheLogin) {
+TEST_F(Libp11DoubleTest, PrivateKeysAreListedOnlyAfterLogin) {
     enumerate();
     PKCS11_KEY* keys = nullptr;
     ASSERT_EQ(enumerate_keys(slots->token, &keys, &count), 0);
@@ -125,7 +125,7 @@ TEST_F(DoublesTest, PrivateKeysShowOnlyAfterTheLogin) {
 
 using EnginePtr = std::unique_ptr<ENGINE, FreeWith<&::ENGINE_free>>;
 
-class EngineDoubleTest : public DoublesTest {
+class EngineDoubleTest : public Libp11DoubleTest {
 protected:
     void SetUp() override {
         ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
@@ -145,7 +145,7 @@ protected:
     EnginePtr engine;
 };
 
-TEST_F(EngineDoubleTest, AKeyUsedAfterTheCleanUpIsAViolation) {
+TEST_F(EngineDoubleTest, UsingKeyAfterCleanUpIsViolation) {
     ASSERT_TRUE(command("MODULE_PATH", "itp11.dll") && command("PIN", card_pin));
     ASSERT_EQ(::ENGINE_init(engine.get()), 1);
     EVP_PKEY* key = load_key();
@@ -160,10 +160,10 @@ TEST_F(EngineDoubleTest, AKeyUsedAfterTheCleanUpIsAViolation) {
     EXPECT_EQ(card.violations(), Lines{"key1 is used after the engine's clean-up"});
 }
 
-TEST_F(EngineDoubleTest, WhatIsLoadedOfAnEngineThatIsNotInitialisedIsAViolation) {
+TEST_F(EngineDoubleTest, LoadingObjectsFromUninitialisedEngineIsViolation) {
     ASSERT_TRUE(command("MODULE_PATH", "itp11.dll") && command("PIN", card_pin));
     UI_METHOD* ui_method = const_cast<UI_METHOD*>(::UI_null());
-    // Past OpenSSL, which would refuse the keys by itself.
+    // Call the engine's functions directly, because OpenSSL would refuse to load the keys.
     EXPECT_EQ(::ENGINE_get_load_privkey_function(engine.get())(engine.get(), "pkcs11:id=%01;type=private",
                                                                ui_method, nullptr),
               nullptr);
@@ -181,7 +181,7 @@ TEST_F(EngineDoubleTest, WhatIsLoadedOfAnEngineThatIsNotInitialisedIsAViolation)
                                         "engine.LOAD_CERT_CTRL: the engine is not initialised"}));
 }
 
-TEST_F(EngineDoubleTest, ALoadedKeyKeepsTheEngineAlive) {
+TEST_F(EngineDoubleTest, LoadedKeyKeepsEngineAlive) {
     ASSERT_TRUE(command("MODULE_PATH", "itp11.dll") && command("PIN", card_pin));
     ASSERT_EQ(::ENGINE_init(engine.get()), 1);
     ::EVP_PKEY_free(load_key());
@@ -193,7 +193,7 @@ TEST_F(EngineDoubleTest, ALoadedKeyKeepsTheEngineAlive) {
     EXPECT_FALSE(command("LOAD", nullptr));
 }
 
-TEST_F(EngineDoubleTest, AnEngineThatLoadedNoKeyGoes) {
+TEST_F(EngineDoubleTest, EngineWithoutLoadedKeyIsUnloaded) {
     ASSERT_TRUE(command("MODULE_PATH", "itp11.dll"));
     ASSERT_EQ(::ENGINE_init(engine.get()), 1);
     ::ENGINE_finish(engine.get());
@@ -201,10 +201,10 @@ TEST_F(EngineDoubleTest, AnEngineThatLoadedNoKeyGoes) {
     EXPECT_EQ(card.unbalanced(), Lines());
     EXPECT_EQ(card.violations(), Lines());
     EXPECT_EQ(::GetModuleHandleA("pkcs11.dll"), nullptr);
-    SetUp(); // it is loaded again
+    SetUp(); // it can be loaded again
 }
 
-TEST_F(EngineDoubleTest, AKeyWithoutModuleOrPinIsAViolation) {
+TEST_F(EngineDoubleTest, LoadingKeyWithoutModuleOrPinIsViolation) {
     ASSERT_EQ(::ENGINE_init(engine.get()), 1);
     EXPECT_EQ(load_key(), nullptr);
     ::ENGINE_finish(engine.get());
