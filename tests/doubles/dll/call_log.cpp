@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* step_mark = "step: ";
 
-// The system's environment, not the C runtime's, of which each DLL has a copy of its own.
+// Read from the system, because each DLL's C runtime has its own copy of the environment.
 std::string card_folder() {
     std::string folder(MAX_PATH, '\0');
     folder.resize(
@@ -27,7 +27,7 @@ void record(const std::string& line) {
     if (!file.empty()) std::ofstream(file, std::ios::app | std::ios::binary) << line << '\n';
 }
 
-/// How many steps the record holds. All test doubles write to it, so none of them can count for itself.
+/// The number of steps in the record. All test doubles write to it, so each must count in the file.
 unsigned long recorded_steps() {
     std::ifstream file(card_file("calls"), std::ios::binary);
     unsigned long count = 0;

@@ -5,18 +5,20 @@
 #include <utility>
 #include <vector>
 
-/// What the three test doubles of the pkcs11 road share: the card's folder, the record of what they were
-/// asked in the file "calls", and the plan of what is to fail in the file "fail".
+/// Shared by the three test doubles for the pkcs11 back-end: the card's folder, the record of their calls in
+/// the file "calls", and the planned failures in the file "fail".
 ///
-/// The variable MARVO_TEST_CARD names the folder. Both files are opened anew at each call, so that a test may
-/// read and change them at any time; without the variable nothing is recorded and nothing fails.
+/// The environment variable MARVO_TEST_CARD contains the folder's path. Both files are opened again in each
+/// call, so that a test can read and change them at any time. Without the variable, nothing is recorded and
+/// nothing fails.
 ///
-/// A line of "calls" begins with what it tells:
-///   step: a call that can fail      call: one that cannot      violation: a wrong use
-///   acquired: something that has to be released                released: the same, by name
-/// A line of "fail" is "function=code", for every call of the function, or "step=number" or
-/// "step=number,code", for the step with that number (from 1) since "calls" was begun. The code is a CKR_*
-/// number, general_error without one.
+/// Each line of "calls" begins with its kind:
+///   step: a call that can fail                call: a call that cannot fail
+///   acquired: an object to be released        released: the same object, by name
+///   violation: a wrong use
+/// A line "function=code" in "fail" makes every call of the function fail. "step=number" or
+/// "step=number,code" makes a step fail; the number counts the steps in "calls", from 1. The code is a CKR_*
+/// value, by default general_error.
 namespace Kes::test {
 
 constexpr unsigned long card_ok = 0x0;
@@ -31,10 +33,10 @@ constexpr unsigned long already_initialized = 0x191;
 /// A file of the card's folder; "" without a card's folder.
 std::string card_file(const std::string& name);
 
-/// The "name=value" lines of such a file, in order.
+/// The "name=value" lines of a file in the card's folder, in order.
 std::vector<std::pair<std::string, std::string>> read_settings(const std::string& name);
 
-/// Records a call that can fail. @return the code it has to fail with, card_ok when it is to succeed
+/// Records a call that can fail. @return the code of a planned failure; card_ok if the call is to succeed
 unsigned long step(const std::string& function, const std::string& arguments);
 
 void note_call(const std::string& call);
@@ -42,7 +44,7 @@ void note_violation(const std::string& text);
 void note_acquired(const std::string& name);
 void note_released(const std::string& name);
 
-/// What a PIN is worth: "right pin", "wrong pin", "empty pin", "no pin". No copy of it is kept.
+/// "right pin", "wrong pin", "empty pin" or "no pin" (null). No copy of the PIN is kept.
 std::string describe_pin(const char* pin);
 
 } // namespace Kes::test

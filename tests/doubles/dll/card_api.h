@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <openssl/types.h>
 
-/// What the test doubles of libp11 and of its engine ask of the card's module, in place of PKCS#11: the
-/// module is one in name only, by the entry C_GetFunctionList. Functions answer with CKR_* numbers. What they
-/// hand out stays the module's and is valid until finalize().
+/// The interface between the card's module and the test doubles of libp11 and its engine. It replaces
+/// PKCS#11, of which the module only exports C_GetFunctionList. Functions return CKR_* values. The module
+/// owns the returned objects, which are valid until finalize().
 namespace Kes::test {
 
 struct CardToken {
@@ -27,24 +27,25 @@ struct CardObject {
     const unsigned char* id;
     std::size_t id_size;
     X509* certificate;    ///< of certificates
-    EVP_PKEY* public_key; ///< of keys; in a library context of the module's own
+    EVP_PKEY* public_key; ///< of keys; in the module's own library context
 };
 
 enum class CardMechanism { rsa_pkcs1, rsa_raw, ecdsa };
 
-/// One card for all in the process: they share its initialisation, its login and its end.
+/// All users in the process share the card's initialisation, login and finalization.
 struct CardApi {
     unsigned long (*initialize)();
     unsigned long (*finalize)();
-    /// Looks anew. Null when the reader is empty.
+    /// Reads the token again. Null if the reader is empty.
     unsigned long (*read_token)(const CardToken** token);
     unsigned long (*is_logged_in)(bool* state);
     unsigned long (*login)(const char* pin);
-    /// Ends the login, too.
+    /// Also ends the login.
     unsigned long (*close_sessions)();
-    /// Private keys only after the login that the token requires.
+    /// Private keys are listed only after the login, if the token requires one.
     unsigned long (*list)(CardKind kind, const CardObject** objects, std::size_t* count);
-    /// @param size  in: the room for the signature; ECDSA gives its two numbers one behind the other
+    /// An ECDSA signature consists of r and s, without ASN.1.
+    /// @param size  in: the size of the buffer; out: the size of the signature
     unsigned long (*sign)(unsigned long handle, CardMechanism mechanism, const unsigned char* data,
                           std::size_t data_size, unsigned char* signature, std::size_t* size);
 };

@@ -35,7 +35,7 @@ bool CardModule::load(const char* path, const char* caller) {
 
 void CardModule::unload() {
     if (!is_loaded()) return;
-    api_->finalize(); // "not initialised" when another user was first: known, and of no interest
+    api_->finalize(); // fails if another user has finalized the module; libp11 ignores that
     ::FreeLibrary(static_cast<HMODULE>(library_));
     library_ = nullptr;
     api_ = nullptr;

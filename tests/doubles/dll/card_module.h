@@ -7,7 +7,7 @@
 
 namespace Kes::test {
 
-/// A loaded PKCS#11 module, as libp11 and its engine load it, each for itself.
+/// A loaded PKCS#11 module. libp11 and its engine load it separately.
 class CardModule {
 public:
     CardModule() = default;
@@ -15,11 +15,10 @@ public:
     CardModule(const CardModule&) = delete;
     CardModule& operator=(const CardModule&) = delete;
 
-    /// Loads and initialises the module. On failure an entry about it, with the name of the caller, is on the
-    /// error queue.
+    /// Loads and initialises the module. On failure, puts an entry with the caller's name on the error queue.
     bool load(const char* path, const char* caller);
 
-    /// Ends the module, for all who have loaded it. Does nothing when none is loaded.
+    /// Finalizes the module for all users in the process, and unloads it. Does nothing if it is not loaded.
     void unload();
 
     bool is_loaded() const { return api_ != nullptr; }

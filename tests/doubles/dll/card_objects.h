@@ -12,8 +12,8 @@ namespace Kes::test {
 
 /// The token and its objects, read from the card's folder.
 ///
-/// The file "token" describes the token in lines "label=", "manufacturer=", "model=", "serial=",
-/// "initialized=", "login_required=", "pin_pad=" (0 or 1) and "pin_sha256="; without it the reader is empty.
+/// The file "token" contains the lines "label=", "manufacturer=", "model=", "serial=", "initialized=",
+/// "login_required=", "pin_pad=" (0 or 1) and "pin_sha256=". Without this file, the reader is empty.
 /// A line of the file "objects" is "id=kinds name label": the id in hexadecimal, the kinds as letters (c
 /// certificate, k private key, p public key), the name of the files (name.crt and name.key, PEM), and the
 /// label.
@@ -21,13 +21,13 @@ class CardObjects {
 public:
     CardObjects();
 
-    /// Null when the reader is empty.
+    /// Null if the reader is empty.
     const CardToken* read_token();
 
-    /// The objects of a kind as they are now, with handles that were never given before.
+    /// The current objects of a kind, with new handles.
     const std::vector<CardObject>& list(CardKind kind);
 
-    /// The private key that list() gave the handle; null when there is none.
+    /// The private key with a handle from list(); null if there is none.
     EVP_PKEY* find_private_key(unsigned long handle) const;
 
     OSSL_LIB_CTX* context() const { return context_.get(); }
@@ -47,7 +47,7 @@ private:
 
     void add(CardKind kind, const std::string& id, const std::string& file, const std::string& label);
 
-    // Of its own, which no engine reaches: the card's key must not come back to the engine that asks for it.
+    // Without engines: otherwise an operation with the card's key would call the engine again.
     std::unique_ptr<OSSL_LIB_CTX, FreeWith<&::OSSL_LIB_CTX_free>> context_;
     std::deque<Token> tokens_;
     std::deque<Object> objects_;

@@ -11,10 +11,10 @@
 namespace Kes::test {
 namespace {
 
-/// What an object of OpenSSL's carries along, to be told apart from those that the engine did not make.
+/// The ex data of OpenSSL objects that the engine created. Other objects do not have it.
 struct Mark {
     std::string name;
-    const CardModule* module = nullptr; // null: a certificate, or a key that has ended
+    const CardModule* module = nullptr; // null for a certificate, or a key after the engine's clean-up
     unsigned long handle = 0;
 };
 
@@ -41,7 +41,7 @@ Mark* make_mark(const std::string& name, const CardModule* module, unsigned long
     return &marks.emplace_back(Mark{name, module, handle});
 }
 
-/// Has the card sign. @return the signature; empty on failure
+/// Signs with the card. @return the signature; empty on failure
 std::vector<unsigned char> sign(const Mark& key, CardMechanism mechanism, const unsigned char* data,
                                 int size) {
     if (key.module == nullptr) {
@@ -58,7 +58,7 @@ std::vector<unsigned char> sign(const Mark& key, CardMechanism mechanism, const 
     return signature;
 }
 
-/// The keys of others pass through here, too, once the engine is the default for RSA.
+/// OpenSSL also calls this for software keys when the engine is the default for RSA.
 int rsa_private_encrypt(int size, const unsigned char* from, unsigned char* to, RSA* rsa, int padding) {
     const auto* key = static_cast<const Mark*>(::RSA_get_ex_data(rsa, rsa_index));
     if (key == nullptr) return ::RSA_meth_get_priv_enc(::RSA_PKCS1_OpenSSL())(size, from, to, rsa, padding);
@@ -157,7 +157,7 @@ int engine_pkey_methods(ENGINE*, EVP_PKEY_METHOD** method, const int** nids, int
         *nids = known;
         return static_cast<int>(std::size(known));
     }
-    // OpenSSL's own: the padding is its work, the rest is the key's.
+    // OpenSSL's own methods add the padding and then call the key's method.
     const bool is_known = nid == EVP_PKEY_RSA || nid == EVP_PKEY_EC;
     *method = is_known ? const_cast<EVP_PKEY_METHOD*>(::EVP_PKEY_meth_find(nid)) : nullptr;
     return *method == nullptr ? 0 : 1;

@@ -5,7 +5,7 @@
 namespace Kes::test {
 namespace {
 
-/// One of the libraries that errors come from, with room for OpenSSL's marks in its texts.
+/// A library that raises errors. Its texts are not const because OpenSSL adds the library number to them.
 struct Library {
     const char* name;
     ERR_STRING_DATA* reasons;

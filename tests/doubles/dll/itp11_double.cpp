@@ -1,4 +1,4 @@
-// The card's module, under the name that our configuration has for it by default.
+// The test double of the card's module. Its name is the default in the settings.
 #include <cstring>
 #include <openssl/ecdsa.h>
 #include <openssl/rsa.h>
@@ -9,7 +9,7 @@
 namespace Kes::test {
 namespace {
 
-/// What all users of the module share, from initialize() to finalize().
+/// State that all users of the module share, from initialize() to finalize().
 struct Session {
     CardObjects objects;
     bool is_logged_in = false;
@@ -35,7 +35,7 @@ unsigned long initialize() {
     return card_ok;
 }
 
-/// Whoever calls it first ends the module for the others, too; that is known and no wrong use.
+/// The first call finalizes the module for all users in the process. This is not a violation.
 unsigned long finalize() {
     note_call("card.finalize()");
     if (!session()) return not_initialized;
@@ -58,17 +58,17 @@ unsigned long is_logged_in(bool* state) {
 }
 
 unsigned long login(const char* pin) {
-    const std::string worth = describe_pin(pin);
-    if (const unsigned long code = step("card.login", worth)) return code;
+    const std::string description = describe_pin(pin);
+    if (const unsigned long code = step("card.login", description)) return code;
     if (const unsigned long code = require_session("card.login")) return code;
-    if (session()->is_logged_in) return user_already_logged_in; // whatever the PIN
-    if (worth != "right pin") return pin_incorrect;
+    if (session()->is_logged_in) return user_already_logged_in; // even with a wrong PIN
+    if (description != "right pin") return pin_incorrect;
     session()->is_logged_in = true;
     return card_ok;
 }
 
 unsigned long close_sessions() {
-    if (!session()) return not_initialized; // as finalize()
+    if (!session()) return not_initialized; // not a violation, as in finalize()
     session()->is_logged_in = false;
     return card_ok;
 }
@@ -89,7 +89,7 @@ unsigned long list(CardKind kind, const CardObject** objects, std::size_t* count
 using KeyContextPtr = std::unique_ptr<EVP_PKEY_CTX, FreeWith<&::EVP_PKEY_CTX_free>>;
 using EcdsaSignaturePtr = std::unique_ptr<ECDSA_SIG, FreeWith<&::ECDSA_SIG_free>>;
 
-/// From the ASN.1 form to the two numbers alone, which is what a card answers.
+/// Converts an ECDSA signature from ASN.1 to r and s, which a card returns.
 bool to_two_numbers(unsigned char* signature, std::size_t* size, int number_size) {
     const unsigned char* der = signature;
     const EcdsaSignaturePtr numbers(::d2i_ECDSA_SIG(nullptr, &der, static_cast<long>(*size)));
@@ -130,7 +130,7 @@ constexpr CardApi api{&initialize, &finalize,       &read_token, &is_logged_in,
 
 extern "C" {
 
-/// By this name a DLL is known as a PKCS#11 module. There is no function list behind it.
+/// libp11 accepts a DLL with this function as a PKCS#11 module. There is no function list.
 __declspec(dllexport) unsigned long C_GetFunctionList(void**) { return Kes::test::general_error; }
 
 __declspec(dllexport) const Kes::test::CardApi* itp11_card() { return &Kes::test::api; }

@@ -1,5 +1,5 @@
-// The test double of libp11.dll: the functions of libp11 0.4.12 that our library calls, with its signatures,
-// its ways of failing and its entries on the error queue.
+// The test double of libp11.dll: the functions of libp11 0.4.12 that the library calls, with the same
+// signatures, failures and entries on the error queue.
 #include "call_log.h"
 #include "doubles/text_or_null.h"
 #include "error_texts.h"
@@ -17,14 +17,14 @@ std::string name_of(const T* object) {
     return object == nullptr ? "?" : object->name;
 }
 
-/// Records a call and makes it fail if that is planned. @return whether it is to go on
+/// Records a call and raises a planned failure. @return whether the call continues
 bool begin(const char* function, const std::string& arguments) {
     const unsigned long code = step(function, arguments);
     if (code != card_ok) raise_module_error(code, function);
     return code == card_ok;
 }
 
-/// What the module answered, as libp11 answers.
+/// Converts the module's result to that of libp11.
 int result(unsigned long code, const char* function) {
     if (code == card_ok) return 0;
     raise_module_error(code, function);
@@ -44,7 +44,7 @@ void describe(Libp11Slots& slots, const CardToken& card) {
     slots.slot.token = &token;
 }
 
-/// Lists the card's objects as libp11's structures, which live as long as the slots.
+/// Lists the card's objects as libp11's structures, which are valid as long as the slots.
 template <typename Object, typename Finish>
 int list_objects(const char* function, PKCS11_TOKEN* token, CardKind kind,
                  std::deque<std::vector<Object>> Libp11Slots::*lists, Object** out, unsigned int* count,

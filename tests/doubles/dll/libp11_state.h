@@ -9,8 +9,8 @@
 
 #include "card_module.h"
 
-/// What the test double of libp11 has handed out and not taken back. Whatever it is given is looked up here,
-/// so that a wrong or dead handle is told and never used.
+/// The objects that the test double of libp11 has returned and that were not yet released. Each argument is
+/// looked up here, so that an invalid handle is recorded and never used.
 namespace Kes::test {
 
 struct Libp11Context {
@@ -21,8 +21,8 @@ struct Libp11Context {
     CardModule module;
 };
 
-/// The slots of one enumeration, and everything that was listed of their token since: as in libp11 they end
-/// together. There is one reader, with a card in it or none.
+/// The slots of one enumeration and all objects listed on their token, which libp11 frees together. There is
+/// one reader, which may be empty.
 struct Libp11Slots {
     Libp11Slots() = default;
     ~Libp11Slots();
@@ -50,7 +50,8 @@ public:
     void remove(Libp11Context& context);
     void remove(Libp11Slots& slots);
 
-    /// Null, and a violation noted, for what is not alive. Slots whose context has no module are of no use.
+    /// Null for an invalid handle, which is recorded as a violation. Slots are valid only while their context
+    /// has a module.
     Libp11Context* find(const PKCS11_CTX* ctx, const char* caller);
     Libp11Slots* find(const PKCS11_SLOT* slot, const char* caller);
     Libp11Slots* find(const PKCS11_TOKEN* token, const char* caller);

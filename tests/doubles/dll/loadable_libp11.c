@@ -1,5 +1,5 @@
-/* A libp11.dll that can only be loaded: its contexts tell which file they are from. Variants: one that needs
-   a DLL which does not exist; by its list of exports, one that lacks a function. */
+/* A test double of libp11.dll that can only be loaded. The manufacturer in a context is the path of the DLL.
+   One variant imports from a DLL that does not exist; another one lacks a function in its export list. */
 #include <libp11.h>
 #include <p11_err.h>
 #include <stdlib.h>

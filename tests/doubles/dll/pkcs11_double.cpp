@@ -1,5 +1,5 @@
-// The test double of libp11's engine: it answers the commands that our library sends, finds keys and
-// certificates by their URIs, and keeps itself alive once a key was loaded, as version 0.4.12 does.
+// The test double of libp11's engine. It handles the commands that the library sends, finds keys and
+// certificates by URI, and stays initialised after a key was loaded, as version 0.4.12 does.
 #include <map>
 #include <optional>
 
@@ -30,22 +30,23 @@ struct LoadCertParameters {
     X509* cert;
 };
 
-/// What there is of an engine: OpenSSL binds one of a library at a time.
+/// The engine's state. There is only one, because OpenSSL binds one engine of a library at a time.
 struct State {
     std::string module_path;
     std::optional<std::string> pin;
     bool is_initialised = false;
     bool was_initialised = false;
-    CardModule module; // from the first key or certificate on
-    std::map<std::vector<unsigned char>, EvpPkeyPtr>
-        keys; // each holds the engine, which so never ends by itself
+    CardModule module; // loaded with the first key or certificate
+
+    // By id. Each key has a functional reference to the engine, so the engine is not finished by itself.
+    std::map<std::vector<unsigned char>, EvpPkeyPtr> keys;
 };
 
-// Never ended by the end of the process, when the others may be gone. So it is with all that the test doubles
-// keep.
+// Never destroyed, because at the end of the process the other DLLs may already be unloaded. The same applies
+// to the state of the other test doubles.
 std::optional<State>& state = *new std::optional<State>;
 
-/// Records a call and makes it fail if that is planned. @return whether it is to go on
+/// Records a call and raises a planned failure. @return whether the call continues
 bool begin(const char* function, const std::string& arguments) {
     const unsigned long code = step(function, arguments);
     if (code != card_ok) raise_module_error(code, function);
@@ -68,7 +69,7 @@ bool log_in(const char* function) {
     const unsigned long code = state->module->login(state->pin->c_str());
     if (code == card_ok) return true;
     raise_module_error(code, function);
-    forget_pin(); // so that the next attempt asks
+    forget_pin(); // the next login asks the user
     return false;
 }
 
@@ -191,8 +192,8 @@ int init(ENGINE*) {
     return 1;
 }
 
-/// OpenSSL calls it when the last user is gone; whoever wants to break the circle of engine and keys calls it
-/// before, and then it comes twice. The keys end in it, and with each of them a user.
+/// OpenSSL calls it when the last functional reference is dropped. It frees the keys, which drops their
+/// references. A caller that breaks the cycle of engine and keys calls it directly, so that it runs twice.
 int finish(ENGINE*) {
     note_call("engine.finish()");
     if (!state->was_initialised) note_violation("engine.finish: it was never initialised");
@@ -217,7 +218,7 @@ int destroy(ENGINE*) {
 
 int bind(ENGINE* engine, const char*) {
     if (step("engine.bind", "") != card_ok)
-        return 0; // and no error text: the DLL that would hold it goes now
+        return 0; // without an error: its text would be in this DLL, which is unloaded now
     set_up_engine_objects();
     state.emplace();
     return ::ENGINE_set_id(engine, "pkcs11") == 1 &&

@@ -7,7 +7,7 @@
 
 namespace Kes::test {
 
-/// What a "pkcs11:" URI asks for. What it does not name is open.
+/// The attributes of a "pkcs11:" URI. An absent attribute matches every object.
 struct Pkcs11Uri {
     std::optional<std::string> token;
     std::optional<std::string> object;
@@ -17,7 +17,7 @@ struct Pkcs11Uri {
     bool names_object(const char* label, const unsigned char* id_bytes, std::size_t id_size) const;
 };
 
-/// Nothing for what is no such URI.
+/// Without a value if the text is not a pkcs11: URI.
 std::optional<Pkcs11Uri> parse_pkcs11_uri(const std::string& text);
 
 } // namespace Kes::test
