@@ -22,7 +22,7 @@ Bytes der_by(Write write, Object* object) {
     return bytes;
 }
 
-/// Empty when there is no certificate.
+/// Empty for null.
 Bytes der_of(const X509* certificate);
 
 /// The SubjectPublicKeyInfo of a key or of a certificate.
