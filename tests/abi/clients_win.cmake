@@ -103,7 +103,7 @@ foreach(optimisation IN ITEMS O0 O2)
     foreach(standard IN ITEMS 11 20)
         set(program abi_microsoft_client_${suffix}_cxx${standard})
         set(objects ${kit_objects})
-        foreach(source IN LISTS client_sources ITEMS own_cfg_microsoft.cpp start_microsoft.cpp)
+        foreach(source IN LISTS client_sources ITEMS own_cfg_microsoft.cpp heap_microsoft.cpp)
             cmake_path(GET source STEM name)
             add_microsoft_object(objects ${program}.${name}_cxx ${source} ${MARVO_CLANGXX}
                 -std=c++${standard} -${optimisation} -fno-exceptions -fno-rtti)
