@@ -21,4 +21,4 @@ gtest_discover_tests(kes_windows_login_tests TEST_FILTER -*WindowsCapi*:*MyStore
 gtest_discover_tests(kes_windows_login_tests TEST_FILTER *WindowsCapi* TEST_LIST windows_capi_tests
     TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES FIXTURES_REQUIRED test_card TIMEOUT 120)
 gtest_discover_tests(kes_windows_login_tests TEST_FILTER *MyStore* TEST_LIST windows_store_tests
-    TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES FIXTURES_REQUIRED test_card TIMEOUT 120 RESOURCE_LOCK winapi_my_store)
+    TEST_PREFIX servers. NO_PRETTY_VALUES PROPERTIES FIXTURES_REQUIRED test_card TIMEOUT 120 RESOURCE_LOCK windows_my_store)
