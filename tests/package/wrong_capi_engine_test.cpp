@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
         CapiBackend{"capi", "capi_engine", "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
         CapiBackend{"capi_store", "store_engine",
                     "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
-    [](const auto& info) { return std::string(info.param.backend); });
+    [](const auto& tested) { return std::string(tested.param.backend); });
 
 } // namespace
 } // namespace Kes::test
