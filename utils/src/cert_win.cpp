@@ -6,7 +6,7 @@
 
 namespace Kes {
 
-WinCert::WinCert(const CERT_CONTEXT* ctx_in, bool owns) : ctx(ctx_in), owned_(owns ? ctx_in : nullptr) {
+WinCert::WinCert(const CERT_CONTEXT* ctx_in, bool owns) : ctx(ctx_in), owned_ctx(owns ? ctx_in : nullptr) {
     // Not ErrorCodeType::null_pointer: that code means that a called function returned null.
     if (ctx == nullptr)
         throw Error(ErrorCodeType::bad_argument, "cert_ctx is a null pointer",
@@ -15,7 +15,7 @@ WinCert::WinCert(const CERT_CONTEXT* ctx_in, bool owns) : ctx(ctx_in), owned_(ow
 }
 
 WinCert::~WinCert() {
-    owned_.reset(); // before the log line, which reports what has happened
+    owned_ctx.reset(); // before the log line, which reports what has happened
     log_trace("destroyed WinCert [ctx=", PointerText{ctx}, "]");
 }
 

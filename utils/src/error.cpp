@@ -79,10 +79,10 @@ std::string OsslErrorCode::to_string() const {
 }
 
 ErrorBase::ErrorBase(const char* location, const std::string& message, const std::string& code_text)
-    : text_(location == nullptr ? "" : location) {
+    : whole_text(location == nullptr ? "" : location) {
     for (const std::string* part : {&message, &code_text}) {
-        if (!text_.empty() && !part->empty()) text_ += ": ";
-        text_ += *part;
+        if (!whole_text.empty() && !part->empty()) whole_text += ": ";
+        whole_text += *part;
     }
 }
 

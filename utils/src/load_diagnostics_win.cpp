@@ -79,10 +79,10 @@ void append_engine_load_error(const char* path) {
 // libp11 passes the name of the module to the system's loader unchanged.
 void append_module_load_error(const char* path) { append_load_error(path, "C_GetFunctionList"); }
 
-ScopedNoLoaderDialogs::ScopedNoLoaderDialogs() : saved_mode_(::GetThreadErrorMode()) {
-    ::SetThreadErrorMode(saved_mode_ | SEM_FAILCRITICALERRORS, nullptr);
+ScopedNoLoaderDialogs::ScopedNoLoaderDialogs() : saved_mode(::GetThreadErrorMode()) {
+    ::SetThreadErrorMode(saved_mode | SEM_FAILCRITICALERRORS, nullptr);
 }
 
-ScopedNoLoaderDialogs::~ScopedNoLoaderDialogs() { ::SetThreadErrorMode(saved_mode_, nullptr); }
+ScopedNoLoaderDialogs::~ScopedNoLoaderDialogs() { ::SetThreadErrorMode(saved_mode, nullptr); }
 
 } // namespace Kes

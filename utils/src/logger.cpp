@@ -30,24 +30,24 @@ const char* severity_name(Severity severity) {
 class LineBuffer final : public std::streambuf {
 public:
     LineBuffer(const std::string& file_name, std::ios::openmode mode) {
-        file_.pubsetbuf(nullptr, 0); // unbuffered: line_ is the buffer
-        file_.open(file_name, mode);
+        file.pubsetbuf(nullptr, 0); // unbuffered: line is the buffer
+        file.open(file_name, mode);
     }
     LineBuffer(const LineBuffer&) = delete;
     LineBuffer& operator=(const LineBuffer&) = delete;
     ~LineBuffer() override { write_line(); }
 
-    bool is_open() const { return file_.is_open(); }
+    bool is_open() const { return file.is_open(); }
 
 protected:
     int_type overflow(int_type character) override {
         if (!traits_type::eq_int_type(character, traits_type::eof()))
-            line_ += traits_type::to_char_type(character);
+            line += traits_type::to_char_type(character);
         return traits_type::not_eof(character);
     }
 
     std::streamsize xsputn(const char* text, std::streamsize count) override {
-        line_.append(text, static_cast<std::size_t>(count));
+        line.append(text, static_cast<std::size_t>(count));
         return count;
     }
 
@@ -55,14 +55,14 @@ protected:
 
 private:
     bool write_line() {
-        const auto length = static_cast<std::streamsize>(line_.size());
-        const bool is_written = length == 0 || file_.sputn(line_.data(), length) == length;
-        line_.clear(); // keeps the memory for the next line
+        const auto length = static_cast<std::streamsize>(line.size());
+        const bool is_written = length == 0 || file.sputn(line.data(), length) == length;
+        line.clear(); // keeps the memory for the next line
         return is_written;
     }
 
-    std::string line_;
-    std::filebuf file_;
+    std::string line;
+    std::filebuf file;
 };
 
 } // namespace
@@ -71,15 +71,15 @@ private:
 class FileSink final : public std::ostream {
 public:
     FileSink(const std::string& file_name, std::ios::openmode mode)
-        : std::ostream(nullptr), buffer_(file_name, mode) {
-        rdbuf(&buffer_);
+        : std::ostream(nullptr), line_buffer(file_name, mode) {
+        rdbuf(&line_buffer);
         imbue(std::locale::classic());
     }
 
-    bool is_open() const { return buffer_.is_open(); }
+    bool is_open() const { return line_buffer.is_open(); }
 
 private:
-    LineBuffer buffer_;
+    LineBuffer line_buffer;
 };
 
 std::string severity_mask_name(std::uint32_t mask) {
@@ -88,32 +88,32 @@ std::string severity_mask_name(std::uint32_t mask) {
 
 // The format of the log must not depend on the client's global locale, which may group digits or use a
 // decimal comma.
-Logger::Logger() { memory_output_.imbue(std::locale::classic()); }
+Logger::Logger() { memory_output.imbue(std::locale::classic()); }
 
 Logger::~Logger() = default;
 
 std::ostream& Logger::log(Severity severity, const char* function) {
-    if (!is_enabled(severity) || output_ == &null_output_) return null_output_;
+    if (!is_enabled(severity) || output == &null_output) return null_output;
     // snprintf() formats the seven padded numbers several times faster than the stream operators.
     std::array<char, 128> text{};
     int length = std::snprintf(text.data(), text.size(), "%s <%s>", TextHelper::timestamp_text().data(),
                                severity_name(severity));
-    output_->write(text.data(), length);
-    if (function != nullptr) *output_ << ' ' << function << "()";
+    output->write(text.data(), length);
+    if (function != nullptr) *output << ' ' << function << "()";
     length = std::snprintf(text.data(), text.size(), " tid=%lu: ", platform::thread_id());
-    return output_->write(text.data(), length);
+    return output->write(text.data(), length);
 }
 
 void Logger::buffer_output() {
     const std::lock_guard lock(mutex_);
-    memory_output_.str("");
-    memory_output_.clear();
-    output_ = &memory_output_;
+    memory_output.str("");
+    memory_output.clear();
+    output = &memory_output;
 }
 
 void Logger::discard_output() {
     const std::lock_guard lock(mutex_);
-    output_ = &null_output_;
+    output = &null_output;
 }
 
 void Logger::register_sink(const std::string& file_name, bool append) {
@@ -126,11 +126,11 @@ void Logger::register_sink(const std::string& file_name, bool append) {
                     "logger:90 Kes::Logger::register_sink()");
     if (append)
         *sink << "[[[ ------ restart logger at " << TextHelper::timestamp() << " ------]]]" << std::endl;
-    output_ = sink.get();
-    sink_ = std::move(sink); // closes the previous file
-    *output_ << memory_output_.str() << std::flush;
-    memory_output_.str("");
-    memory_output_.clear();
+    output = sink.get();
+    file_sink = std::move(sink); // closes the previous file
+    *output << memory_output.str() << std::flush;
+    memory_output.str("");
+    memory_output.clear();
 }
 
 } // namespace Kes

@@ -16,28 +16,27 @@ void overwrite(char* characters, std::size_t count) noexcept {
 Pin::Pin(const char* characters) {
     if (characters == nullptr || *characters == '\0') return; // no memory to overwrite
     const std::size_t size = std::strlen(characters);
-    characters_ = std::make_unique<char[]>(size + 1);
-    std::memcpy(characters_.get(), characters, size);
-    size_ = size;
+    memory = std::make_unique<char[]>(size + 1);
+    std::memcpy(memory.get(), characters, size);
+    length = size;
 }
 
-Pin::Pin(Pin&& other) noexcept
-    : characters_(std::move(other.characters_)), size_(std::exchange(other.size_, 0)) {}
+Pin::Pin(Pin&& other) noexcept : memory(std::move(other.memory)), length(std::exchange(other.length, 0)) {}
 
 Pin& Pin::operator=(Pin&& other) noexcept {
     if (this == &other) return *this;
     clear(); // before the move, which frees the memory
-    characters_ = std::move(other.characters_);
-    size_ = std::exchange(other.size_, 0);
+    memory = std::move(other.memory);
+    length = std::exchange(other.length, 0);
     return *this;
 }
 
 Pin::~Pin() { clear(); }
 
 void Pin::clear() noexcept {
-    overwrite(characters_.get(), size_);
-    characters_.reset();
-    size_ = 0;
+    overwrite(memory.get(), length);
+    memory.reset();
+    length = 0;
 }
 
 } // namespace Kes

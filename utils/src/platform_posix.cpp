@@ -41,19 +41,19 @@ struct Keyboard::State {
     bool is_terminal = false;
 };
 
-Keyboard::Keyboard() : state_(std::make_unique<State>()) {
-    if (::tcgetattr(STDIN_FILENO, &state_->saved_mode) != 0) return; // a pipe or a file
-    termios key_mode = state_->saved_mode;
+Keyboard::Keyboard() : state(std::make_unique<State>()) {
+    if (::tcgetattr(STDIN_FILENO, &state->saved_mode) != 0) return; // a pipe or a file
+    termios key_mode = state->saved_mode;
     key_mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG | IEXTEN);
     // Do not convert Enter (13) to a line feed (10), and do not use CTRL-S and CTRL-Q for flow control.
     key_mode.c_iflag &= ~static_cast<tcflag_t>(ICRNL | IXON);
     key_mode.c_cc[VMIN] = 1;
     key_mode.c_cc[VTIME] = 0;
-    state_->is_terminal = ::tcsetattr(STDIN_FILENO, TCSADRAIN, &key_mode) == 0;
+    state->is_terminal = ::tcsetattr(STDIN_FILENO, TCSADRAIN, &key_mode) == 0;
 }
 
 Keyboard::~Keyboard() {
-    if (state_->is_terminal) ::tcsetattr(STDIN_FILENO, TCSADRAIN, &state_->saved_mode);
+    if (state->is_terminal) ::tcsetattr(STDIN_FILENO, TCSADRAIN, &state->saved_mode);
 }
 
 namespace {
@@ -112,7 +112,7 @@ int read_after_escape() {
 
 int Keyboard::read_key() {
     const int key = read_byte();
-    return key == escape && state_->is_terminal ? read_after_escape() : key;
+    return key == escape && state->is_terminal ? read_after_escape() : key;
 }
 
 } // namespace Kes::platform

@@ -37,7 +37,7 @@ private:
 
     const CERT_CONTEXT* ctx;
     // The same pointer as ctx, or null if this object does not own the context.
-    std::unique_ptr<const CERT_CONTEXT, FreeWith<&::CertFreeCertificateContext>> owned_;
+    std::unique_ptr<const CERT_CONTEXT, FreeWith<&::CertFreeCertificateContext>> owned_ctx;
 };
 
 } // namespace Kes

@@ -39,8 +39,8 @@ public:
     };
 
     /// @param items  in the order of display; if several items have the same key, it selects the first one
-    ConsSelectMenu(std::string title, std::vector<Item> items)
-        : title_(std::move(title)), items_(std::move(items)) {}
+    ConsSelectMenu(std::string title_in, std::vector<Item> items_in)
+        : title(std::move(title_in)), items(std::move(items_in)) {}
 
     /// Shows the menu on standard output and waits for the key of an item. Ignores other keys.
     /// @return a copy of the selected item
@@ -60,8 +60,8 @@ private:
     static constexpr int ctrl_c = 3;
 
     void show() const {
-        std::cout << std::endl << title_ << std::endl;
-        for (const Item& item : items_)
+        std::cout << std::endl << title << std::endl;
+        for (const Item& item : items)
             std::cout << "   ( " << item.key << " ) ... " << item.text << std::endl;
         std::cout << "  => " << std::flush;
     }
@@ -75,13 +75,13 @@ private:
             // Without this check, the loop would not end after the input is closed.
             if (key == platform::Keyboard::end_of_input)
                 throw Error(ErrorCodeType::user_abort, "user abort <end of input>", Traits::location);
-            for (const Item& item : items_)
+            for (const Item& item : items)
                 if (static_cast<unsigned char>(item.key) == key) return item;
         }
     }
 
-    std::string title_;
-    std::vector<Item> items_;
+    std::string title;
+    std::vector<Item> items;
 };
 
 } // namespace Kes

@@ -102,10 +102,10 @@ public:
     ErrorBase(const char* location, const std::string& message, const std::string& code_text);
 
     /// The complete text. Never null; valid as long as the error exists.
-    const char* what() const noexcept override { return text_.c_str(); }
+    const char* what() const noexcept override { return whole_text.c_str(); }
 
 private:
-    std::string text_;
+    std::string whole_text;
 };
 
 /// An error with a message, but without a location and a code.

@@ -22,7 +22,7 @@ public:
     ScopedNoLoaderDialogs& operator=(const ScopedNoLoaderDialogs&) = delete;
 
 private:
-    [[maybe_unused]] unsigned long saved_mode_ = 0; // the thread's error mode, which the destructor restores
+    [[maybe_unused]] unsigned long saved_mode = 0; // the thread's error mode, which the destructor restores
 };
 
 } // namespace Kes

@@ -25,7 +25,7 @@ std::string severity_mask_name(std::uint32_t mask);
 /// A stream that discards everything and never fails.
 class NullOstream final : public std::ostream {
 public:
-    NullOstream() : std::ostream(nullptr) { rdbuf(&buffer_); }
+    NullOstream() : std::ostream(nullptr) { rdbuf(&null_buffer); }
 
 private:
     class NullStreambuf final : public std::streambuf {
@@ -33,7 +33,7 @@ private:
         int_type overflow(int_type character) override { return traits_type::not_eof(character); }
         std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
     };
-    NullStreambuf buffer_;
+    NullStreambuf null_buffer;
 };
 
 class FileSink;
@@ -51,7 +51,7 @@ class Logger final : public Singleton<Logger> {
 public:
     bool is_enabled(Severity severity) const noexcept {
         const auto bit = static_cast<std::uint32_t>(severity);
-        return (mask_.load(std::memory_order_relaxed) & bit) == bit;
+        return (severity_mask.load(std::memory_order_relaxed) & bit) == bit;
     }
 
     /// Starts a line: writes "2024-03-05 09:07:02.045 <info> tid=4711: " to the current output. The caller
@@ -64,7 +64,9 @@ public:
     std::ostream& log(Severity severity, const char* function = nullptr);
 
     /// Enables the severities whose bits are set, and disables the others.
-    void set_severity_mask(std::uint32_t mask) noexcept { mask_.store(mask, std::memory_order_relaxed); }
+    void set_severity_mask(std::uint32_t mask) noexcept {
+        severity_mask.store(mask, std::memory_order_relaxed);
+    }
 
     /// Sends the following lines to memory, and discards the lines that memory contains.
     void buffer_output();
@@ -87,11 +89,11 @@ private:
     Logger();
     ~Logger();
 
-    NullOstream null_output_;
-    std::ostringstream memory_output_;
-    std::unique_ptr<FileSink> sink_;
-    std::ostream* output_ = &null_output_; // one of the three
-    std::atomic<std::uint32_t> mask_{0xffff};
+    NullOstream null_output;
+    std::ostringstream memory_output;
+    std::unique_ptr<FileSink> file_sink;
+    std::ostream* output = &null_output; // one of the three
+    std::atomic<std::uint32_t> severity_mask{0xffff};
     std::recursive_mutex mutex_;
 };
 

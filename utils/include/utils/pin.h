@@ -26,14 +26,14 @@ public:
     /// Overwrites the PIN and makes it empty.
     void clear() noexcept;
 
-    bool is_empty() const noexcept { return size_ == 0; }
+    bool is_empty() const noexcept { return length == 0; }
 
     /// The characters, zero-terminated. Never null; valid until the PIN changes. Do not store or copy them.
-    const char* c_str() const noexcept { return characters_ ? characters_.get() : ""; }
+    const char* c_str() const noexcept { return memory ? memory.get() : ""; }
 
 private:
-    std::unique_ptr<char[]> characters_;
-    std::size_t size_ = 0;
+    std::unique_ptr<char[]> memory;
+    std::size_t length = 0;
 };
 
 } // namespace Kes

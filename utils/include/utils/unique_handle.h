@@ -15,20 +15,20 @@ public:
     using Raw = typename Traits::Raw;
 
     UniqueHandle() = default;
-    explicit UniqueHandle(Raw handle) noexcept : handle_(handle) {}
+    explicit UniqueHandle(Raw handle_in) noexcept : handle(handle_in) {}
     ~UniqueHandle() { reset(); }
     UniqueHandle(const UniqueHandle&) = delete;
     UniqueHandle& operator=(const UniqueHandle&) = delete;
 
-    Raw get() const noexcept { return handle_; }
-    explicit operator bool() const noexcept { return handle_ != Raw{}; }
+    Raw get() const noexcept { return handle; }
+    explicit operator bool() const noexcept { return handle != Raw{}; }
 
     /// Transfers the handle to the caller without closing it.
-    Raw release() noexcept { return std::exchange(handle_, Raw{}); }
+    Raw release() noexcept { return std::exchange(handle, Raw{}); }
 
     /// Closes the handle and takes ownership of another one.
-    void reset(Raw handle = Raw{}) noexcept {
-        const Raw before = std::exchange(handle_, handle);
+    void reset(Raw handle_in = Raw{}) noexcept {
+        const Raw before = std::exchange(handle, handle_in);
         if (before != Raw{}) Traits::close(before);
     }
 
@@ -36,11 +36,11 @@ public:
     /// an argument.
     Raw* put() noexcept {
         reset();
-        return &handle_;
+        return &handle;
     }
 
 private:
-    Raw handle_{};
+    Raw handle{};
 };
 
 } // namespace Kes
