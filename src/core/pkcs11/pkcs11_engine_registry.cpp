@@ -12,10 +12,10 @@ namespace Kes {
 
 /// Two members are atomic, because a client may free its last key in any thread.
 struct LoadedEngineRecord {
-    LoadedEngineRecord(ENGINE* engine_in, std::string library_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
-        : engine(engine_in), library(std::move(library_in)), own_finish(own_finish_in) {}
+    LoadedEngineRecord(EnginePtr engine_in, std::string library_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
+        : engine(std::move(engine_in)), library(std::move(library_in)), own_finish(own_finish_in) {}
 
-    ENGINE* engine;
+    EnginePtr engine;
     std::string library;                // as library_name() returns it
     ENGINE_GEN_INT_FUNC_PTR own_finish; // the engine's finish function; may be null
     std::atomic<bool> is_clean = true;  // nothing was set up since the last clean-up
@@ -82,22 +82,22 @@ bool share_material(EVP_PKEY* lent, EVP_PKEY* engine_key) {
 
 int run_finish(LoadedEngineRecord& record) {
     record.is_clean = true;
-    return record.own_finish(record.engine);
+    return record.own_finish(record.engine.get());
 }
 
 void clean_up(LoadedEngineRecord& record) {
     if (record.is_clean || record.lent_keys != 0) return;
     // Hold a functional reference during the call; otherwise the finish function drops the last one itself
     // and is re-entered.
-    if (::ENGINE_init(record.engine) != 1) return;
+    if (::ENGINE_init(record.engine.get()) != 1) return;
     run_finish(record);
-    ::ENGINE_finish(record.engine);
+    ::ENGINE_finish(record.engine.get());
 }
 
 } // namespace
 
 LoadedEngine::~LoadedEngine() {
-    if (record == nullptr || !is_initialized) return;
+    if (!is_initialized) return;
     overwrite_pin();
     Pkcs11EngineRegistry::instance().clean_up_pending();
 }
@@ -114,7 +114,7 @@ void LoadedEngine::note_pin() noexcept {
 void LoadedEngine::overwrite_pin() noexcept {
     if (record == nullptr || !record->has_pin) return;
     const ErrorQueueMark mark;
-    ::ENGINE_ctrl_cmd_string(record->engine, "PIN", "", 0);
+    ::ENGINE_ctrl_cmd_string(record->engine.get(), "PIN", "", 0);
     record->has_pin = false;
 }
 
@@ -124,7 +124,7 @@ EvpPkeyPtr LoadedEngine::lend(EvpPkeyPtr engine_key) {
     EvpPkeyPtr lent(::EVP_PKEY_new());
     ++record->lent_keys;
     if (lent && share_material(lent.get(), engine_key.get()) &&
-        ::EVP_PKEY_set1_engine(lent.get(), record->engine) == 1 &&
+        ::EVP_PKEY_set1_engine(lent.get(), record->engine.get()) == 1 &&
         ::EVP_PKEY_set_ex_data(lent.get(), lent_key_index(), record) == 1)
         return lent;
     return engine_key; // the count stays increased: no callback is called when this key is freed
@@ -153,18 +153,19 @@ LoadedEngineRecord* Pkcs11EngineRegistry::find_library(const std::string& engine
 /// Installed as the finish function of registered engines, to observe whether it is called.
 int Pkcs11EngineRegistry::finish_engine(ENGINE* engine) {
     LoadedEngineRecord* record =
-        instance().find([&](const LoadedEngineRecord& other) { return other.engine == engine; });
+        instance().find([&](const LoadedEngineRecord& other) { return other.engine.get() == engine; });
     return record == nullptr ? 1 : run_finish(*record); // null: a copy of a registered engine
 }
 
 LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine, const std::string& engine_path) {
     if (::ENGINE_up_ref(engine) != 1) return {};
+    EnginePtr reference(engine);
     const ENGINE_GEN_INT_FUNC_PTR own_finish = ::ENGINE_get_finish_function(engine);
     LoadedEngineRecord* record = nullptr;
     {
         std::string library = library_name(engine_path);
         const std::lock_guard lock(mutex);
-        record = &records.emplace_back(engine, std::move(library), own_finish);
+        record = &records.emplace_back(std::move(reference), std::move(library), own_finish);
     }
     if (own_finish != nullptr) ::ENGINE_set_finish_function(engine, finish_engine);
     return LoadedEngine(record);
@@ -172,10 +173,10 @@ LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine, const std::string& engine
 
 std::pair<LoadedEngine, EnginePtr> Pkcs11EngineRegistry::reuse(const std::string& engine_path) {
     LoadedEngineRecord* record = find_library(engine_path);
-    if (record == nullptr || !record->is_clean || ::ENGINE_up_ref(record->engine) != 1) return {};
-    EnginePtr reference(record->engine);
+    if (record == nullptr || !record->is_clean || ::ENGINE_up_ref(record->engine.get()) != 1) return {};
+    EnginePtr reference(record->engine.get());
     const ErrorQueueMark mark;
-    ::ENGINE_add(record->engine); // fails, without harm, if the engine is still in the list
+    ::ENGINE_add(record->engine.get()); // fails, without harm, if the engine is still in the list
     return {LoadedEngine(record), std::move(reference)};
 }
 

@@ -16,19 +16,17 @@ struct LoadedEngineRecord;
 
 /// The use of one engine of libp11, from its load to its unload. Move-only. The destructor makes the engine
 /// overwrite its copy of the PIN, and then runs all pending clean-ups of the registry. Destroy the object
-/// after ENGINE_finish().
+/// after ENGINE_finish(). An engine that finishes needs overwrite_pin() before that, while it still accepts
+/// commands.
 class LoadedEngine {
 public:
     LoadedEngine() = default; ///< no engine: every operation does nothing
-    explicit LoadedEngine(LoadedEngineRecord* record_in) noexcept : record(record_in) {}
     ~LoadedEngine();
     LoadedEngine(LoadedEngine&& other) noexcept { swap(other); }
     LoadedEngine& operator=(LoadedEngine&& other) noexcept {
         swap(other); // the other object ends the earlier use
         return *this;
     }
-
-    explicit operator bool() const noexcept { return record != nullptr; }
 
     /// Records that the engine was initialised, and that it therefore needs a clean-up.
     void note_initialized() noexcept;
@@ -45,9 +43,15 @@ public:
     EvpPkeyPtr lend(EvpPkeyPtr engine_key);
 
     /// Ends the use without any call to the engine. A clean-up that is due stays pending.
-    void abandon() noexcept { record = nullptr; }
+    void abandon() noexcept {
+        record = nullptr;
+        is_initialized = false;
+    }
 
 private:
+    friend class Pkcs11EngineRegistry;
+    explicit LoadedEngine(LoadedEngineRecord* record_in) noexcept : record(record_in) {}
+
     void swap(LoadedEngine& other) noexcept {
         std::swap(record, other.record);
         std::swap(is_initialized, other.is_initialized);
