@@ -2,6 +2,7 @@
 #define KES_BASE_CFG_READER_H_
 
 #include "marvo/ossl_scard_cfg.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
 
@@ -33,7 +34,7 @@ public:
     bool get_logfile_append() const { return cfg.get_logfile_append(); }
 
 private:
-    static const char* text(const char* value) noexcept { return value == nullptr ? "" : value; }
+    static const char* text(const char* value) noexcept { return TextHelper::text_or_empty(value); }
 
     const OsslScardCfg& cfg;
 };

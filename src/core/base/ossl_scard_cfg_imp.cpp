@@ -12,8 +12,6 @@
 namespace Kes {
 namespace {
 
-std::string text_of(const char* value) { return value == nullptr ? "" : value; }
-
 /// Appends the parts one by one. If memory runs out, the text keeps the parts appended so far.
 template <typename... Parts>
 void append(std::string& text, const Parts&... parts) {
@@ -52,7 +50,9 @@ OsslScardCfg* OsslScardCfgImp::clone() const {
 }
 
 void OsslScardCfgImp::store(std::string& setting, const char* value, const char* name) {
-    const auto assign = [&] { setting = text_of(value); }; // the old value stays if this throws
+    const auto assign = [&] {
+        setting = std::string(Helper::text_or_empty(value));
+    }; // the old value stays if this throws
     if (ThrowingSetters::is_active()) return assign();
     guarded(assign, [&](int, const char* message) {
         log_error("setting ", name, " keeps its old value: ", message);

@@ -8,21 +8,21 @@
 #include "utils/error.h"
 #include "utils/load_diagnostics.h"
 #include "utils/logger.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
 namespace {
 
 constexpr int user_role = 0; // 1 would be the security officer
 
-const char* text_of(const char* text) { return text == nullptr ? "" : text; }
-
 void log_token(const PKCS11_SLOT& slot, const PKCS11_TOKEN& token) {
-    log_info("slot: manufacturer=", text_of(slot.manufacturer), ", description=", text_of(slot.description));
+    log_info("slot: manufacturer=", TextHelper::text_or_empty(slot.manufacturer),
+             ", description=", TextHelper::text_or_empty(slot.description));
     log_info("token:");
-    log_info("  label:         ", text_of(token.label));
-    log_info("  manufacturer:  ", text_of(token.manufacturer));
-    log_info("  model:         ", text_of(token.model));
-    log_info("  serialnr:      ", text_of(token.serialnr));
+    log_info("  label:         ", TextHelper::text_or_empty(token.label));
+    log_info("  manufacturer:  ", TextHelper::text_or_empty(token.manufacturer));
+    log_info("  model:         ", TextHelper::text_or_empty(token.model));
+    log_info("  serialnr:      ", TextHelper::text_or_empty(token.serialnr));
     log_info("  loginRequired: ", static_cast<int>(token.loginRequired));
     log_info("  secureLogin:   ", static_cast<int>(token.secureLogin));
 }
@@ -47,7 +47,8 @@ Libp11Init::Libp11Init(const char* module_path) {
                         "libp11_helper:86 Kes::Libp11Init::Libp11Init()");
     }
     ::ERR_pop_to_mark(); // modules that load without error may still leave errors in the queue
-    log_info("ctx: manufacturer=", text_of(ctx->manufacturer), ", description=", text_of(ctx->description));
+    log_info("ctx: manufacturer=", TextHelper::text_or_empty(ctx->manufacturer),
+             ", description=", TextHelper::text_or_empty(ctx->description));
     log_info("libp11 initialized");
 }
 
@@ -60,6 +61,8 @@ Libp11Init::~Libp11Init() {
 
 void Libp11Init::release_slots() noexcept {
     slots.reset();
+    for (SlotArray& array : earlier_slots)
+        array.reset();
     earlier_slots.clear();
     slot = nullptr;
     token = nullptr;

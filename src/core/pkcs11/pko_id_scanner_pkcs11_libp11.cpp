@@ -13,8 +13,6 @@ namespace {
 
 constexpr std::uint32_t no_key_type = 0;
 
-std::string text_of(const char* label) { return label == nullptr ? "" : label; }
-
 std::string type_word(PkoType type) {
     switch (type) {
     case PkoType::private_key:
@@ -121,13 +119,14 @@ template <typename Object>
 std::unique_ptr<PkoId>
 Pkcs11Libp11PkoIdScanner::make_record(const PKCS11_TOKEN* token, PkoType type, const Object& object,
                                       std::unique_ptr<const CertKeyUsage> key_usage) const {
-    const std::string token_label = text_of(token->label);
+    const std::string token_label = Helper::text_or_empty(token->label);
     // The label is not percent-encoded. If it contains ";" or "%", the engine does not find the object.
     std::string id = "%"; // "%" + ... makes GCC 12 warn wrongly (-Wrestrict)
     id += Helper::bytes_to_hex(object.id, object.id_len, "%");
     const std::string uri = "pkcs11:token=" + token_label + ";id=" + id + ";type=" + type_word(type);
-    auto record = list->create_pko_id(type, no_key_type, uri, id, token_label + ": " + text_of(object.label),
-                                      std::move(key_usage));
+    auto record =
+        list->create_pko_id(type, no_key_type, uri, id,
+                            token_label + ": " + Helper::text_or_empty(object.label), std::move(key_usage));
     log_lines(Severity::info, "handling ", *record);
     return record;
 }

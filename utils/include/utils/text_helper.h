@@ -23,6 +23,9 @@ enum class HexCase { lower, upper };
 /// Helper::write_file() needs errors and the logger. Other code reaches both through Helper.
 class TextHelper {
 public:
+    /// The text, or "" for null. OpenSSL, libp11 and clients use null for a text that they do not have.
+    static const char* text_or_empty(const char* text) noexcept { return text == nullptr ? "" : text; }
+
     TextHelper() = delete;
 
     /// The local time in the format of log lines: "2024-03-05 09:07:02.045".
