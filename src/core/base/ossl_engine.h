@@ -56,7 +56,8 @@ public:
     /// @return never null. @throws OsslError if the engine cannot read the key
     EvpPkeyPtr read_private_key(const char* name);
 
-    /// Reads a public key.
+    /// Reads a public key. The library itself needs private keys and certificates only; this completes what an
+    /// engine can read.
     /// @return never null. @throws Error unsupported, OsslError
     virtual EvpPkeyPtr read_public_key(const char* name);
 
@@ -99,8 +100,8 @@ protected:
     /// The engine, borrowed.
     ENGINE* get_engine() const noexcept { return engine.get(); }
 
-    /// Called after the library was loaded. A subclass that holds a reference of its own returns true; the
-    /// engine then stays in OpenSSL's list even if a later step fails.
+    /// Called after the library was loaded. If the subclass returns true, the engine stays in OpenSSL's list
+    /// even if a later step fails: the subclass can load it again from there.
     virtual bool keep_engine(const char* engine_path);
 
     /// Called after OpenSSL has refused to load the library, with the reason in its error queue.

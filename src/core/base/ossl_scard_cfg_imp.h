@@ -41,6 +41,7 @@ private:
 class OsslScardCfgImp final : public OsslScardCfg {
 public:
     static constexpr const char* csp_base_smart_card = "Microsoft Base Smart Card Crypto Provider";
+    // Two more providers that clients use by name; nothing in the library needs them.
     static constexpr const char* csp_strong = "Microsoft Strong Cryptographic Provider";
     static constexpr const char* csp_it_solution = "IT Solution GmbH CSP";
 
@@ -89,7 +90,8 @@ public:
     char* dump_settings(char* buffer, size_t size) const override;
     int select_crypto_if_from_console(CryptoIf* selected) override;
 
-    /// See load_settings_from_env().
+    /// See load_settings_from_env(), which the library calls for configurations of every class. This is the same
+    /// for an object of this class alone.
     void load_from_env(const char* prefix);
 
     /// The library creates and destroys objects of this class in the ordinary way. Without these operators,

@@ -61,7 +61,8 @@ protected:
 /// until the next scan(), until clear(), or until the list is destroyed.
 class PkoIdList {
 public:
-    /// @param scanner_in  may be null; otherwise the constructor scans at once
+    /// @param scanner_in  may be null, as for the manager, which registers scanners later; otherwise the
+    ///                    constructor scans at once
     /// @throws ErrorBase if the scan fails
     explicit PkoIdList(std::unique_ptr<PkoIdScanner> scanner_in = nullptr, const Pin& pin = Pin());
 

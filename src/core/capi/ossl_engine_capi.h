@@ -16,7 +16,7 @@ public:
     /// Loads the engine and makes it the default for all methods.
     /// @param engine_path  as for Pkcs11OsslEngine
     /// @param key_type_in  AT_KEYEXCHANGE (1) or AT_SIGNATURE (2)
-    /// @param debug_file   the file for the engine's debug output; "" for none
+    /// @param debug_file   the file for the engine's debug output; "" for none, which the back-end passes
     /// @throws OsslError
     CapiOsslEngine(const char* engine_path, const char* csp_name_in, std::uint32_t key_type_in,
                    const std::string& debug_file);

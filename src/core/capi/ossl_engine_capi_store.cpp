@@ -1,5 +1,8 @@
 #include "capi/ossl_engine_capi_store.h"
 
+#include <string>
+#include <vector>
+
 #include "utils/cert_ossl.h"
 #include "utils/certstore_win.h"
 #include "utils/error.h"

@@ -13,7 +13,7 @@ class CapiStoreOsslEngine final : public OsslEngine {
 public:
     /// Loads the engine and makes it the default for all methods.
     /// @param engine_path  as for Pkcs11OsslEngine
-    /// @param debug_file   the file for the engine's debug output; "" for none
+    /// @param debug_file   the file for the engine's debug output; "" for none, which the back-end passes
     /// @throws OsslError
     CapiStoreOsslEngine(const char* engine_path, const char* store_name_in, const std::string& debug_file);
     ~CapiStoreOsslEngine() override;
