@@ -33,7 +33,7 @@ foreach(header IN ITEMS ossl_scard_if ossl_scard_cfg)
             -P ${CMAKE_CURRENT_SOURCE_DIR}/header_includes.cmake)
 endforeach()
 
-add_test(NAME presets.HaveDocumentedNames
+add_test(NAME presets.HaveDocumentedNamesAndMakeWarningsErrors
     COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DCTEST_COMMAND=${CMAKE_CTEST_COMMAND}
         -P ${CMAKE_CURRENT_SOURCE_DIR}/presets.cmake)
 

@@ -12,11 +12,11 @@ namespace Kes {
 
 /// Two members are atomic, because a client may free its last key in any thread.
 struct LoadedEngineRecord {
-    LoadedEngineRecord(EnginePtr engine_in, std::string library_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
-        : engine(std::move(engine_in)), library(std::move(library_in)), own_finish(own_finish_in) {}
+    LoadedEngineRecord(EnginePtr engine_in, std::string file_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
+        : engine(std::move(engine_in)), file(std::move(file_in)), own_finish(own_finish_in) {}
 
     EnginePtr engine;
-    std::string library;                // as library_name() returns it
+    std::string file;                   // as library_name() returns it
     ENGINE_GEN_INT_FUNC_PTR own_finish; // the engine's finish function; may be null
     std::atomic<bool> is_clean = true;  // nothing was set up since the last clean-up
     std::atomic<int> lent_keys = 0;
@@ -146,7 +146,7 @@ LoadedEngineRecord* Pkcs11EngineRegistry::find(Predicate predicate) {
 LoadedEngineRecord* Pkcs11EngineRegistry::find_library(const std::string& engine_path) {
     const std::string name = library_name(engine_path);
     return find([&](const LoadedEngineRecord& record) {
-        return record.library == name || is_same_file(record.library, name);
+        return record.file == name || is_same_file(record.file, name);
     });
 }
 
@@ -163,9 +163,9 @@ LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine, const std::string& engine
     const ENGINE_GEN_INT_FUNC_PTR own_finish = ::ENGINE_get_finish_function(engine);
     LoadedEngineRecord* record = nullptr;
     {
-        std::string library = library_name(engine_path);
+        std::string file = library_name(engine_path);
         const std::lock_guard lock(mutex);
-        record = &records.emplace_back(std::move(reference), std::move(library), own_finish);
+        record = &records.emplace_back(std::move(reference), std::move(file), own_finish);
     }
     if (own_finish != nullptr) ::ENGINE_set_finish_function(engine, finish_engine);
     return LoadedEngine(record);
