@@ -18,6 +18,17 @@ void append(std::string& text, const Parts&... parts) {
     (text.append(parts), ...);
 }
 
+/// Stores a text setting. What a client cannot see fail keeps its old value.
+void store(std::string& setting, const char* value, const char* name) {
+    const auto assign = [&] {
+        setting = std::string(Helper::text_or_empty(value));
+    }; // the old value stays if this throws
+    if (ThrowingSetters::is_active()) return assign();
+    guarded(assign, [&](int, const char* message) {
+        log_error("setting ", name, " keeps its old value: ", message);
+    });
+}
+
 } // namespace
 
 std::string crypto_if_name(OsslScardCfg::CryptoIf crypto_if) {
@@ -47,16 +58,6 @@ OsslScardCfg* OsslScardCfgImp::clone() const {
     guarded([&] { copy = new OsslScardCfgImp(*this); },
             [](int, const char* message) { log_error("configuration cannot be cloned: ", message); });
     return copy;
-}
-
-void OsslScardCfgImp::store(std::string& setting, const char* value, const char* name) {
-    const auto assign = [&] {
-        setting = std::string(Helper::text_or_empty(value));
-    }; // the old value stays if this throws
-    if (ThrowingSetters::is_active()) return assign();
-    guarded(assign, [&](int, const char* message) {
-        log_error("setting ", name, " keeps its old value: ", message);
-    });
 }
 
 void OsslScardCfgImp::set_capi_openssl_engine_dll(const char* value) {

@@ -100,7 +100,6 @@ public:
     static void operator delete(void* object) { ::operator delete(object); }
 
 private:
-    void store(std::string& setting, const char* value, const char* name);
     void append_description(CryptoIf value, std::string& text) const;
     void append_settings(std::string& text) const;
     CryptoIf ask_for_crypto_if() const;
