@@ -46,7 +46,7 @@ protected:
 /// Same as print().
 inline std::ostream& operator<<(std::ostream& out, const Cert& cert) { return cert.print(out); }
 
-/// Streams a pointer in the format of log lines: "0x" and 16 upper-case hexadecimal digits.
+/// A pointer that is streamed in the format of log lines: "0x" and 16 upper-case hexadecimal digits.
 struct PointerText {
     const void* pointer;
 };

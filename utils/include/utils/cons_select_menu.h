@@ -34,7 +34,7 @@ class ConsSelectMenu {
 public:
     struct Item {
         char key;         ///< the key that selects the item; upper and lower case differ
-        T object;         ///< what the item stands for
+        T object;         ///< what the item represents
         std::string text; ///< what the user sees
     };
 

@@ -38,10 +38,10 @@ private:
 
 class FileSink;
 
-/// The log of the process. Its output is nowhere, memory, or a file (the "sink").
+/// The log of the process. Lines are discarded, kept in memory, or written to a file (the "sink").
 ///
-/// At first, the output is nowhere and all severities are enabled. The next file that is registered starts
-/// with the lines in memory. Thus it also contains the lines from before its name was known.
+/// At first, all severities are enabled and lines are discarded. register_sink() writes the lines from memory
+/// to the file first, so that the file also contains the lines from before its name was known.
 ///
 /// Other code calls log_info() and the similar functions below. A complete line is passed to the C runtime in
 /// one write, so that several processes can append to one file without mixing up their lines. On Windows, the

@@ -1,9 +1,9 @@
 #ifndef KES_UTILS_WINDOWS_API_H_
 #define KES_UTILS_WINDOWS_API_H_
 
-/// Includes the headers of Windows, for the sources named *_win.cpp and the CryptoAPI sources. No other file
-/// of the library includes them directly: wincrypt.h defines macros with names of OpenSSL types, and this
-/// header removes them.
+/// Includes windows.h and wincrypt.h, for the sources named *_win.cpp and the CryptoAPI sources. No other
+/// file of the library includes the two directly: wincrypt.h defines macros with names of OpenSSL types, and
+/// this header removes those macros.
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
