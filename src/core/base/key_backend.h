@@ -31,8 +31,8 @@ public:
     /// @return whether the card requires the PIN from the client
     virtual bool read_card(const CfgReader& settings, bool is_engine_loaded) = 0;
 
-    /// Throws if the PIN is empty although the card that read_card() found requires a login, and the user is
-    /// not logged in.
+    /// Throws if the card that read_card() found requires a login, the user is not logged in, and the PIN is
+    /// empty. Does not log in.
     virtual void require_pin(const Pin& pin) const = 0;
 
     /// Creates the scanner that fills the list of keys.

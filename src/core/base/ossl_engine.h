@@ -56,8 +56,7 @@ public:
     /// @return never null. @throws OsslError if the engine cannot read the key
     EvpPkeyPtr read_private_key(const char* name);
 
-    /// Reads a public key. The library itself needs private keys and certificates only; this completes what an
-    /// engine can read.
+    /// Reads a public key. For completeness: the library itself reads only private keys and certificates.
     /// @return never null. @throws Error unsupported, OsslError
     virtual EvpPkeyPtr read_public_key(const char* name);
 
@@ -101,7 +100,7 @@ protected:
     ENGINE* get_engine() const noexcept { return engine.get(); }
 
     /// Called after the library was loaded. If the subclass returns true, the engine stays in OpenSSL's list
-    /// even if a later step fails: the subclass can load it again from there.
+    /// even if a later step fails, and the subclass can set it up again.
     virtual bool keep_engine(const char* engine_path);
 
     /// Called after OpenSSL has refused to load the library, with the reason in its error queue.

@@ -90,12 +90,12 @@ public:
     char* dump_settings(char* buffer, size_t size) const override;
     int select_crypto_if_from_console(CryptoIf* selected) override;
 
-    /// See load_settings_from_env(), which the library calls for configurations of every class. This is the same
-    /// for an object of this class alone.
+    /// Same as load_settings_from_env() with this object. The library calls that function instead, because a
+    /// client's configuration may be of another class.
     void load_from_env(const char* prefix);
 
     /// The library creates and destroys objects of this class in the ordinary way. Without these operators,
-    /// it would inherit the clients' operator delete, which calls destructor_entry().
+    /// the class would inherit the clients' operator delete, which calls destructor_entry().
     static void* operator new(std::size_t size) { return ::operator new(size); }
     static void operator delete(void* object) { ::operator delete(object); }
 

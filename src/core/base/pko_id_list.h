@@ -100,11 +100,11 @@ public:
     /// is not in the list.
     const PkoId* find_next(PkoType type, const PkoId* previous) const;
 
-    /// Finds the first record with these values. Takes the same time however long the list is.
+    /// Finds the first record with these values, in constant time.
     const PkoId* find(PkoType type, std::uint32_t key_type, const std::string& cluster_name) const;
 
-    /// Finds the first record of a type that has the key type and cluster name of other. Takes the same time
-    /// however long the list is. Returns null if other is null.
+    /// Finds the first record of a type that has the key type and cluster name of other, in constant time.
+    /// Returns null if other is null.
     const PkoId* find_matching(PkoType type, const PkoId* other) const;
 
     /// Increases whenever the records are deleted. A record borrowed in an earlier generation is invalid.

@@ -8,7 +8,7 @@
 namespace Kes {
 
 /// Create the two back-ends of CryptoAPI: for the key containers of a provider, and for a certificate store
-/// of the current user. On other systems than Windows, the first operation that needs Windows throws Error
+/// of the current user. On systems other than Windows, the first operation that needs Windows throws Error
 /// unsupported.
 std::unique_ptr<KeyBackend> create_capi_backend();
 std::unique_ptr<KeyBackend> create_capi_store_backend();

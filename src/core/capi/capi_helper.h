@@ -33,7 +33,7 @@ public:
     /// @return whether the key was fetched
     bool try_fetch_key(std::uint32_t key_type_in);
 
-    /// The handles, borrowed. Valid as long as this object; the key only until the next fetch.
+    /// The handles, borrowed. Valid as long as this object exists; the key only until the next fetch.
     HCRYPTPROV provider() const noexcept { return hprov.get(); }
     HCRYPTKEY key() const noexcept { return hkey.get(); }
 

@@ -16,8 +16,8 @@ public:
     ///                     system's suffix for libraries to a name
     /// @param module_path  the PKCS#11 module: a file name or path for the system's loader
     /// @param pin          passed to the engine even if it is empty; null passes no PIN
-    /// @throws OsslError
     /// @param verbose      whether the engine prints what it does; the back-end passes false
+    /// @throws OsslError
     Pkcs11OsslEngine(const char* engine_path, const char* module_path, const Pin* pin, bool verbose);
     ~Pkcs11OsslEngine() override;
 

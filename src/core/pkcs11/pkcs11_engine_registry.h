@@ -20,7 +20,7 @@ struct LoadedEngineRecord;
 /// commands.
 class LoadedEngine {
 public:
-    LoadedEngine() = default; ///< no engine: every operation does nothing
+    LoadedEngine() = default; ///< no engine: lend() returns its argument, the other operations do nothing
     ~LoadedEngine();
     LoadedEngine(LoadedEngine&& other) noexcept { swap(other); }
     LoadedEngine& operator=(LoadedEngine&& other) noexcept {
