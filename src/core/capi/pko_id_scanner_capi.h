@@ -18,8 +18,9 @@ public:
 
     /// Ignores the PIN, because CryptoAPI asks the user for it when a key is used. If Windows reports an
     /// error for a container, the rest of the container is skipped.
-    /// @throws WinError if the provider cannot be opened or queried, OsslError if the data of a certificate
-    ///         cannot be decoded
+    /// @throws WinError if the provider cannot be opened or queried, Error unsupported if the provider stores
+    ///         no certificates or does not list its containers, OsslError if the data of a certificate cannot
+    ///         be decoded
     void scan(const Pin& pin) override;
 
 private:
