@@ -18,11 +18,11 @@ void append(std::string& text, const Parts&... parts) {
     (text.append(parts), ...);
 }
 
-/// Stores a text setting. What a client cannot see fail keeps its old value.
+/// Stores a text setting. If memory runs out, a client's call keeps the old value and logs an error. The
+/// library's own calls throw; see ThrowingSetters.
 void store(std::string& setting, const char* value, const char* name) {
-    const auto assign = [&] {
-        setting = std::string(Helper::text_or_empty(value));
-    }; // the old value stays if this throws
+    // Constructs the new value first, so that the old one stays if this throws.
+    const auto assign = [&] { setting = std::string(Helper::text_or_empty(value)); };
     if (ThrowingSetters::is_active()) return assign();
     guarded(assign, [&](int, const char* message) {
         log_error("setting ", name, " keeps its old value: ", message);
