@@ -21,15 +21,16 @@ public:
 
 /// Calls the operation repeatedly, each time with the next of its allocations failing, until none fails.
 /// After each call, runs check(has_failed) without failing allocations.
+/// @tparam Failing  makes the allocations fail, such as FailingAllocation
 /// @return the number of calls in which an allocation failed
-template <typename Operation, typename Check>
+template <typename Failing = FailingAllocation, typename Operation, typename Check>
 std::size_t for_each_failing_allocation(Operation operation, Check check) {
     for (std::size_t call = 1;; ++call) {
         {
-            const FailingAllocation failing(call);
+            const Failing failing(call);
             operation();
         }
-        const bool has_failed = FailingAllocation::has_failed();
+        const bool has_failed = Failing::has_failed();
         check(has_failed);
         if (!has_failed) return call - 1;
     }
