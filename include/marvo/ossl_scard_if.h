@@ -152,6 +152,11 @@ public:
     /// @param pkey  receives the key, or null if none is loaded; unchanged on failure. The library adds no
     ///              reference: the key is valid until ossl_unload(), the next ossl_load() that loads, or
     ///              destroy().
+    ///
+    /// Free everything that was made from the key before destroy(): TLS objects, references added with
+    /// EVP_PKEY_up_ref(), duplicates, and each RSA or EC_KEY that was extracted from it. As long as one of
+    /// them exists after destroy(), the engine stays loaded, and ossl_load() fails in the next lifetime.
+    /// Freeing it later is safe; using it then is not.
     virtual int ossl_get_private_key(evp_pkey_st** pkey) = 0;
 
     /// Returns the loaded certificate. Succeeds even if none is loaded.

@@ -2,15 +2,13 @@
 
 #include <atomic>
 #include <filesystem>
-#include <openssl/ec.h>
 #include <openssl/engine.h>
-#include <openssl/rsa.h>
 
+#include "pkcs11/key_lender.h"
 #include "utils/error_queue_mark.h"
 
 namespace Kes {
 
-/// Two members are atomic, because a client may free its last key in any thread.
 struct LoadedEngineRecord {
     LoadedEngineRecord(EnginePtr engine_in, std::string file_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
         : engine(std::move(engine_in)), file(std::move(file_in)), own_finish(own_finish_in) {}
@@ -18,8 +16,9 @@ struct LoadedEngineRecord {
     EnginePtr engine;
     std::string file;                   // as library_name() returns it
     ENGINE_GEN_INT_FUNC_PTR own_finish; // the engine's finish function; may be null
-    std::atomic<bool> is_clean = true;  // nothing was set up since the last clean-up
-    std::atomic<int> lent_keys = 0;
+    std::atomic<bool> is_clean = true; // nothing was set up since the last clean-up. Atomic, because a client
+                                       // may free its last key in any thread
+    KeyLender key_lender;
     bool has_pin = false;
 };
 
@@ -48,45 +47,13 @@ bool is_same_file(const std::string& left, const std::string& right) {
     }
 }
 
-// OpenSSL calls these two functions when a key is duplicated and when it is freed. The value is the record of
-// a lent key, and null for every other key.
-int count_duplicate(CRYPTO_EX_DATA*, const CRYPTO_EX_DATA*, void** value, int, long, void*) {
-    if (*value != nullptr) ++static_cast<LoadedEngineRecord*>(*value)->lent_keys;
-    return 1;
-}
-
-void count_free(void*, void* value, CRYPTO_EX_DATA*, int, long, void*) {
-    if (value != nullptr) --static_cast<LoadedEngineRecord*>(value)->lent_keys;
-}
-
-int lent_key_index() {
-    static const int index =
-        ::CRYPTO_get_ex_new_index(CRYPTO_EX_INDEX_EVP_PKEY, 0, nullptr, nullptr, count_duplicate, count_free);
-    return index;
-}
-
-bool share_material(EVP_PKEY* lent, EVP_PKEY* engine_key) {
-    switch (::EVP_PKEY_get_base_id(engine_key)) {
-    case EVP_PKEY_RSA: {
-        const std::unique_ptr<RSA, FreeWith<&::RSA_free>> rsa(::EVP_PKEY_get1_RSA(engine_key));
-        return rsa && ::EVP_PKEY_set1_RSA(lent, rsa.get()) == 1;
-    }
-    case EVP_PKEY_EC: {
-        const std::unique_ptr<EC_KEY, FreeWith<&::EC_KEY_free>> ec(::EVP_PKEY_get1_EC_KEY(engine_key));
-        return ec && ::EVP_PKEY_set1_EC_KEY(lent, ec.get()) == 1;
-    }
-    default:
-        return false;
-    }
-}
-
 int run_finish(LoadedEngineRecord& record) {
     record.is_clean = true;
     return record.own_finish(record.engine.get());
 }
 
 void clean_up(LoadedEngineRecord& record) {
-    if (record.is_clean || record.lent_keys != 0) return;
+    if (record.is_clean || record.key_lender.has_lent_keys()) return;
     // Hold a functional reference during the call; otherwise the finish function drops the last one itself
     // and is re-entered.
     if (::ENGINE_init(record.engine.get()) != 1) return;
@@ -120,14 +87,7 @@ void LoadedEngine::overwrite_pin() noexcept {
 
 EvpPkeyPtr LoadedEngine::lend(EvpPkeyPtr engine_key) {
     if (record == nullptr) return engine_key;
-    const ErrorQueueMark mark;
-    EvpPkeyPtr lent(::EVP_PKEY_new());
-    ++record->lent_keys;
-    if (lent && share_material(lent.get(), engine_key.get()) &&
-        ::EVP_PKEY_set1_engine(lent.get(), record->engine.get()) == 1 &&
-        ::EVP_PKEY_set_ex_data(lent.get(), lent_key_index(), record) == 1)
-        return lent;
-    return engine_key; // the count stays increased: no callback is called when this key is freed
+    return record->key_lender.lend(std::move(engine_key), record->engine.get());
 }
 
 Pkcs11EngineRegistry& Pkcs11EngineRegistry::instance() {
@@ -183,7 +143,7 @@ std::pair<LoadedEngine, EnginePtr> Pkcs11EngineRegistry::reuse(const std::string
 const char* Pkcs11EngineRegistry::refusal(const std::string& engine_path) {
     const LoadedEngineRecord* record = find_library(engine_path);
     if (record == nullptr) return nullptr;
-    return record->lent_keys != 0
+    return record->key_lender.has_lent_keys()
                ? "the engine cannot be loaded again: the client still uses a private key of an earlier load"
                : "the engine cannot be loaded again before the next init: a private key of an earlier "
                  "load was freed after this one";

@@ -38,8 +38,9 @@ public:
     /// in memory.
     void overwrite_pin() noexcept;
 
-    /// Returns a key that signs like the engine's own key. The clean-up waits until the last reference to the
-    /// returned key is released.
+    /// Returns a key that signs like the engine's own key. The clean-up waits until the client has released
+    /// the key and everything that it has extracted from it.
+    /// @throws OsslError as KeyLender::lend()
     EvpPkeyPtr lend(EvpPkeyPtr engine_key);
 
     /// Ends the use without any call to the engine. A clean-up that is due stays pending.
@@ -71,8 +72,8 @@ private:
 /// in the library, which must therefore stay loaded.
 ///
 /// The finish function destroys the material of the keys. Therefore it runs only after the client has
-/// released every key that was lent to it, including the keys in its TLS objects. Objects that the client
-/// extracts from a key, such as an RSA, are not counted.
+/// released every key that was lent to it, including the keys in its TLS objects and each RSA and EC_KEY that
+/// it has extracted.
 class Pkcs11EngineRegistry {
 public:
     /// Returns the only registry. It is never destroyed, because clients may free keys at process exit.
