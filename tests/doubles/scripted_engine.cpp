@@ -8,6 +8,7 @@
 #include <openssl/ui.h>
 #include <utility>
 
+#include "inside_double.h"
 #include "real_function.h"
 #include "text_or_null.h"
 
@@ -31,6 +32,7 @@ namespace {
 
 /// The engine's own finish function, which clears its key cache.
 int clean_up(ENGINE* engine) {
+    const InsideDouble inside;
     if (engine->cycle == 0) return 1;
     CallScript::instance().note("clean_up(" + engine->name + ")");
     engine->functional_references -= std::exchange(engine->cycle, 0);
@@ -186,6 +188,7 @@ int run_command(ENGINE* engine, const std::string& command, const char* value) {
 }
 
 void unregister(const char* function, const ENGINE* engine) {
+    const InsideDouble inside;
     script().note(std::string(function) + "(" + name_of(engine, function) + ")");
 }
 
@@ -193,6 +196,7 @@ void unregister(const char* function, const ENGINE* engine) {
 } // namespace Kes::test
 
 using Kes::test::Failure;
+using Kes::test::InsideDouble;
 using Kes::test::name_of;
 using Kes::test::name_of_known;
 using Kes::test::real_function;
@@ -204,10 +208,12 @@ using Kes::test::unregister;
 extern "C" {
 
 ENGINE* ENGINE_by_id(const char* id) {
+    const InsideDouble inside;
     return script().step("ENGINE_by_id", id) != nullptr ? nullptr : the_double().add_engine();
 }
 
 int ENGINE_free(ENGINE* e) {
+    const InsideDouble inside;
     script().note("ENGINE_free(" + name_of(e, "ENGINE_free") + ")");
     if (!the_double().is_alive(e)) return 0;
     if (e->functional_references != e->cycle) script().violation("ENGINE_free: still initialised");
@@ -216,6 +222,7 @@ int ENGINE_free(ENGINE* e) {
 }
 
 int ENGINE_ctrl_cmd_string(ENGINE* e, const char* cmd_name, const char* arg, int cmd_optional) {
+    const InsideDouble inside;
     constexpr const char* function = "ENGINE_ctrl_cmd_string";
     const std::string command = text_or_null(cmd_name);
     const std::string value = command == "PIN" ? script().describe_pin(arg) : text_or_null(arg);
@@ -227,6 +234,7 @@ int ENGINE_ctrl_cmd_string(ENGINE* e, const char* cmd_name, const char* arg, int
 }
 
 int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(void), int cmd_optional) {
+    const InsideDouble inside;
     struct Record { // layout of the command's parameters in libp11's engine
         const char* cert_id;
         X509* cert;
@@ -247,6 +255,7 @@ int ENGINE_ctrl_cmd(ENGINE* e, const char* cmd_name, long i, void* p, void (*f)(
 }
 
 int ENGINE_init(ENGINE* e) {
+    const InsideDouble inside;
     if (the_double().is_forgotten(e)) return 0;
     const Failure* failure = script().step("ENGINE_init", name_of_known(e, "ENGINE_init"));
     if (failure != nullptr) return failure->rc;
@@ -257,6 +266,7 @@ int ENGINE_init(ENGINE* e) {
 }
 
 int ENGINE_finish(ENGINE* e) {
+    const InsideDouble inside;
     const Failure* failure = script().step("ENGINE_finish", name_of_known(e, "ENGINE_finish"));
     if (!the_double().is_known(e)) return 0;
     if (e->functional_references == 0)
@@ -267,6 +277,7 @@ int ENGINE_finish(ENGINE* e) {
 }
 
 int ENGINE_remove(ENGINE* e) {
+    const InsideDouble inside;
     const Failure* failure = script().step("ENGINE_remove", name_of(e, "ENGINE_remove"));
     if (failure != nullptr) return failure->rc;
     if (!the_double().is_alive(e)) return 0;
@@ -276,6 +287,7 @@ int ENGINE_remove(ENGINE* e) {
 }
 
 int ENGINE_set_default(ENGINE* e, unsigned int flags) {
+    const InsideDouble inside;
     const std::string arguments = name_of(e, "ENGINE_set_default") + ", " + std::to_string(flags);
     if (const Failure* failure = script().step("ENGINE_set_default", arguments)) return failure->rc;
     if (the_double().is_alive(e)) Kes::test::require_initialised(e, "ENGINE_set_default");
@@ -283,11 +295,13 @@ int ENGINE_set_default(ENGINE* e, unsigned int flags) {
 }
 
 const char* ENGINE_get_id(const ENGINE* e) {
+    const InsideDouble inside;
     script().note("ENGINE_get_id(" + name_of(e, "ENGINE_get_id") + ")");
     return the_double().is_alive(e) ? e->id.c_str() : "?";
 }
 
 EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
+    const InsideDouble inside;
     EVP_PKEY* source = the_double().private_key;
     if (the_double().needs_right_pin && the_double().is_alive(e) && !e->has_right_pin) {
         Kes::test::put_on_error_queue("PIN incorrect");
@@ -301,6 +315,7 @@ EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_m
 }
 
 EVP_PKEY* ENGINE_load_public_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {
+    const InsideDouble inside;
     return Kes::test::load_key("ENGINE_load_public_key", e, key_id, ui_method, callback_data,
                                the_double().public_key);
 }
@@ -316,6 +331,7 @@ void ENGINE_unregister_pkey_meths(ENGINE* e) { unregister("ENGINE_unregister_pke
 void ENGINE_unregister_pkey_asn1_meths(ENGINE* e) { unregister("ENGINE_unregister_pkey_asn1_meths", e); }
 
 int ENGINE_up_ref(ENGINE* e) {
+    const InsideDouble inside;
     if (!the_double().is_known(e)) {
         script().violation("ENGINE_up_ref: no such engine");
         return 0;
@@ -327,6 +343,7 @@ int ENGINE_up_ref(ENGINE* e) {
 
 /// The reference taken by ENGINE_up_ref() before now belongs to the list.
 int ENGINE_add(ENGINE* e) {
+    const InsideDouble inside;
     script().note("ENGINE_add(" + e->name + ")");
     e->is_in_list = true;
     --e->extra_references;
@@ -334,15 +351,18 @@ int ENGINE_add(ENGINE* e) {
 }
 
 ENGINE_GEN_INT_FUNC_PTR ENGINE_get_finish_function(const ENGINE* e) {
+    const InsideDouble inside;
     return the_double().has_finish_function ? e->finish : nullptr;
 }
 
 int ENGINE_set_finish_function(ENGINE* e, ENGINE_GEN_INT_FUNC_PTR finish_f) {
+    const InsideDouble inside;
     e->finish = finish_f;
     return 1;
 }
 
 int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
+    const InsideDouble inside;
     if (e == nullptr) return 1;
     name_of(e, "EVP_PKEY_set1_engine");
     if (the_double().refuses_key_engine) {
@@ -354,12 +374,14 @@ int EVP_PKEY_set1_engine(EVP_PKEY* pkey, ENGINE* e) {
 }
 
 void X509_free(X509* a) {
+    const InsideDouble inside;
     static const auto real = real_function<void (*)(X509*)>("X509_free");
     the_double().end_object("X509_free", a);
     real(a);
 }
 
 void EVP_PKEY_free(EVP_PKEY* pkey) {
+    const InsideDouble inside;
     static const auto real = real_function<void (*)(EVP_PKEY*)>("EVP_PKEY_free");
     the_double().end_object("EVP_PKEY_free", pkey);
     real(pkey);
@@ -367,6 +389,7 @@ void EVP_PKEY_free(EVP_PKEY* pkey) {
 
 /// Makes a failure of this function testable. The real one fails only when memory is exhausted.
 int X509_NAME_print_ex(BIO* out, const X509_NAME* nm, int indent, unsigned long flags) {
+    const InsideDouble inside;
     using Print = int (*)(BIO*, const X509_NAME*, int, unsigned long);
     static const auto real = real_function<Print>("X509_NAME_print_ex");
     if (const Failure* failure = script().step("X509_NAME_print_ex", "")) return failure->rc;

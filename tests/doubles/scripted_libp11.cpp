@@ -4,6 +4,8 @@
 #include <deque>
 #include <openssl/x509.h>
 
+#include "inside_double.h"
+
 namespace Kes::test {
 
 struct ScriptedLibp11::Context {
@@ -194,6 +196,7 @@ int list_keys(const char* function, PKCS11_TOKEN* token, PKCS11_KEY** keys, unsi
 } // namespace Kes::test
 
 using Kes::test::Failure;
+using Kes::test::InsideDouble;
 using Kes::test::list_keys;
 using Kes::test::list_objects;
 using Kes::test::role;
@@ -205,13 +208,18 @@ using Kes::test::the_double;
 
 extern "C" {
 
-void ERR_load_PKCS11_strings(void) { script().note("ERR_load_PKCS11_strings()"); }
+void ERR_load_PKCS11_strings(void) {
+    const InsideDouble inside;
+    script().note("ERR_load_PKCS11_strings()");
+}
 
 PKCS11_CTX* PKCS11_CTX_new(void) {
+    const InsideDouble inside;
     return script().step("PKCS11_CTX_new", "") != nullptr ? nullptr : &the_double().add_context()->ctx;
 }
 
 int PKCS11_CTX_load(PKCS11_CTX* ctx, const char* ident) {
+    const InsideDouble inside;
     ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_CTX_load");
     if (context == nullptr) return -1;
     const std::string arguments = context->name + ", " + (ident == nullptr ? "null" : ident);
@@ -224,6 +232,7 @@ int PKCS11_CTX_load(PKCS11_CTX* ctx, const char* ident) {
 }
 
 void PKCS11_CTX_unload(PKCS11_CTX* ctx) {
+    const InsideDouble inside;
     ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_CTX_unload");
     script().note("PKCS11_CTX_unload(" + (context == nullptr ? "?" : context->name) + ")");
     if (context == nullptr) return;
@@ -233,6 +242,7 @@ void PKCS11_CTX_unload(PKCS11_CTX* ctx) {
 }
 
 void PKCS11_CTX_free(PKCS11_CTX* ctx) {
+    const InsideDouble inside;
     ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_CTX_free");
     script().note("PKCS11_CTX_free(" + (context == nullptr ? "?" : context->name) + ")");
     if (context == nullptr) return;
@@ -241,6 +251,7 @@ void PKCS11_CTX_free(PKCS11_CTX* ctx) {
 }
 
 int PKCS11_enumerate_slots(PKCS11_CTX* ctx, PKCS11_SLOT** slotsp, unsigned int* nslotsp) {
+    const InsideDouble inside;
     ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_enumerate_slots");
     if (context == nullptr) return -1;
     if (const Failure* failure = script().step("PKCS11_enumerate_slots", context->name)) return failure->rc;
@@ -251,6 +262,7 @@ int PKCS11_enumerate_slots(PKCS11_CTX* ctx, PKCS11_SLOT** slotsp, unsigned int* 
 }
 
 void PKCS11_release_all_slots(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int nslots) {
+    const InsideDouble inside;
     const ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_release_all_slots");
     ScriptedLibp11::SlotArray* array = the_double().find_array(slots, "PKCS11_release_all_slots");
     script().note("PKCS11_release_all_slots(" + (context == nullptr ? "?" : context->name) + ", " +
@@ -262,6 +274,7 @@ void PKCS11_release_all_slots(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int 
 }
 
 PKCS11_SLOT* PKCS11_find_token(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int nslots) {
+    const InsideDouble inside;
     const ScriptedLibp11::Context* context = the_double().find(ctx, "PKCS11_find_token");
     ScriptedLibp11::SlotArray* array = the_double().find_array(slots, "PKCS11_find_token");
     if (context == nullptr || array == nullptr) return nullptr;
@@ -276,6 +289,7 @@ PKCS11_SLOT* PKCS11_find_token(PKCS11_CTX* ctx, PKCS11_SLOT* slots, unsigned int
 }
 
 int PKCS11_is_logged_in(PKCS11_SLOT* slot, int so, int* res) {
+    const InsideDouble inside;
     const std::string arguments = the_double().name_of(slot, "PKCS11_is_logged_in") + ", " + role(so);
     if (const Failure* failure = script().step("PKCS11_is_logged_in", arguments)) return failure->rc;
     *res = the_double().is_logged_in ? 1 : 0;
@@ -283,6 +297,7 @@ int PKCS11_is_logged_in(PKCS11_SLOT* slot, int so, int* res) {
 }
 
 int PKCS11_login(PKCS11_SLOT* slot, int so, const char* pin) {
+    const InsideDouble inside;
     const std::string arguments =
         the_double().name_of(slot, "PKCS11_login") + ", " + role(so) + ", " + script().describe_pin(pin);
     if (const Failure* failure = script().step("PKCS11_login", arguments)) return failure->rc;
@@ -295,6 +310,7 @@ int PKCS11_login(PKCS11_SLOT* slot, int so, const char* pin) {
 }
 
 int PKCS11_enumerate_certs(PKCS11_TOKEN* token, PKCS11_CERT** certs, unsigned int* count) {
+    const InsideDouble inside;
     constexpr const char* function = "PKCS11_enumerate_certs";
     if (const Failure* failure = script().step(function, the_double().name_of(token, function)))
         return failure->rc;
@@ -311,10 +327,12 @@ int PKCS11_enumerate_certs(PKCS11_TOKEN* token, PKCS11_CERT** certs, unsigned in
 }
 
 int PKCS11_enumerate_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* count) {
+    const InsideDouble inside;
     return list_keys("PKCS11_enumerate_keys", token, keys, count, &ScriptedToken::private_keys);
 }
 
 int PKCS11_enumerate_public_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* count) {
+    const InsideDouble inside;
     return list_keys("PKCS11_enumerate_public_keys", token, keys, count, &ScriptedToken::public_keys);
 }
 

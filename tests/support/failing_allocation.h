@@ -6,7 +6,8 @@
 namespace Kes::test {
 
 /// Makes one call of operator new in this thread throw std::bad_alloc during the object's lifetime. The
-/// program must contain failing_allocation.cpp, which replaces operator new.
+/// program must contain failing_allocation.cpp, which replaces operator new. Calls by the scripted engine do
+/// not count.
 class FailingAllocation {
 public:
     /// @param call  the call that fails, counted from 1
