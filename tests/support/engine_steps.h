@@ -34,15 +34,26 @@ void expect_each_failing_step_undone(const std::vector<EngineStep>& steps, Load 
     }
 }
 
-/// Fails the seventh step, which is the first after ENGINE_init().
+/// Makes each of the first steps after ENGINE_by_id() throw an exception that is not an OsslError.
+/// @param last_step  the number of the last step to fail
+/// @param load       called with the number of the step
 template <typename Load>
-void expect_other_exceptions_to_leave_without_finish(Load load) {
+void expect_load_to_succeed_after_other_exceptions(std::size_t last_step, Load load) {
     CallScript& script = CallScript::instance();
-    script.fail_step(7, {.throws_int = true});
-    EXPECT_THROW(load(), int);
-    EXPECT_EQ(script.calls().back(), "ENGINE_free(engine1)");
-    EXPECT_EQ(script.violations(), Lines{"ENGINE_free: still initialised"});
-    script.reset();
+    ScriptedEngine& engine = ScriptedEngine::instance();
+    for (std::size_t step = 2; step <= last_step; ++step) {
+        SCOPED_TRACE(step);
+        engine.refuses_loaded_library = true;
+        script.fail_step(step, {.throws_int = true});
+        EXPECT_THROW(load(step), int);
+        EXPECT_EQ(engine.initialised_engines(), 0U);
+        EXPECT_EQ(engine.unreleased_engines(), 0U);
+        script.clear_failures();
+        EXPECT_NO_THROW(load(step));
+        EXPECT_EQ(script.violations(), Lines());
+        script.reset();
+        engine.reset();
+    }
 }
 
 template <typename Load>

@@ -27,6 +27,18 @@ UI_METHOD* as_mutable(const UI_METHOD* method) { return const_cast<UI_METHOD*>(m
 
 void FreeEngine::operator()(ENGINE* engine) const noexcept { ::ENGINE_free(engine); }
 
+void OsslEngine::DefaultEngineTraits::close(Raw registered) noexcept {
+    ::ENGINE_unregister_RSA(registered);
+    ::ENGINE_unregister_DSA(registered);
+    ::ENGINE_unregister_EC(registered);
+    ::ENGINE_unregister_DH(registered);
+    ::ENGINE_unregister_RAND(registered);
+    ::ENGINE_unregister_ciphers(registered);
+    ::ENGINE_unregister_digests(registered);
+    ::ENGINE_unregister_pkey_meths(registered);
+    ::ENGINE_unregister_pkey_asn1_meths(registered);
+}
+
 void OsslEngine::ListEntryTraits::close(Raw listed) noexcept {
     if (::ENGINE_remove(listed) != 1) log_warn("ENGINE_remove() returned error");
 }
@@ -46,10 +58,10 @@ OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
 }
 
 OsslEngine::~OsslEngine() {
-    // The engine is still in OpenSSL's list only if the constructor of the subclass has failed. If it stayed
-    // there, OpenSSL would refuse to load its library again.
+    // Releases what the failed constructor of a subclass has left. If OpenSSL kept a reference to the engine,
+    // it would refuse to load its library again.
     const ErrorQueueMark mark;
-    list_entry.reset();
+    release();
 }
 
 EvpPkeyPtr OsslEngine::read_private_key(const char* name) {
@@ -109,8 +121,6 @@ void OsslEngine::free_key(EvpPkeyPtr key) {
     log_info("freed key");
 }
 
-bool OsslEngine::keep_engine(const char*) { return false; }
-
 EnginePtr OsslEngine::reuse_engine(const char*) { return nullptr; }
 
 EvpPkeyPtr OsslEngine::lend_key(EvpPkeyPtr engine_key) { return engine_key; }
@@ -128,26 +138,22 @@ void OsslEngine::set_up(const EngineSetup& setup) {
         // Not reset(), which could log a second failure. The error already reports what failed.
         ::ENGINE_finish(functional_reference.release());
         throw;
-    } catch (...) {
-        // Out of memory: the engine's finish function could fail as well, so the reference is abandoned.
-        functional_reference.release();
-        throw;
     }
-    if (!list_entry) list_entry.reset(engine.get());
 }
 
 void OsslEngine::load(const EngineCommand& command, const char* engine_path) {
+    prepare_load(engine_path);
     const ScopedNoLoaderDialogs no_dialogs;
-    ::ERR_set_mark();
+    const ErrorQueueMark mark; // an OsslError contains the errors when they are removed
     const int result = ::ENGINE_ctrl_cmd_string(engine.get(), command.name, command.value, 0);
     if (result == 1) {
-        ::ERR_clear_last_mark();
-        if (!keep_engine(engine_path)) list_entry.reset(engine.get());
+        list_entry.reset(engine.get());
+        keep_engine();
         return;
     }
     if (EnginePtr loaded = reuse_engine(engine_path)) {
-        ::ERR_pop_to_mark();
         engine = std::move(loaded);
+        list_entry.reset(engine.get());
         return;
     }
     append_engine_load_error(engine_path);
@@ -172,6 +178,7 @@ void OsslEngine::make_usable(const EngineSetup& setup) {
     const int result = ::ENGINE_set_default(engine.get(), ENGINE_METHOD_ALL);
     if (result != 1)
         throw OsslError(OsslErrorCode(result), "ENGINE_set_default() failed", setup.set_default_location);
+    default_engine.reset(engine.get());
 }
 
 void OsslEngine::control(const EngineCommand& command) {
@@ -184,18 +191,14 @@ void OsslEngine::control(const EngineCommand& command) {
 const char* OsslEngine::id() const noexcept { return ::ENGINE_get_id(engine.get()); }
 
 void OsslEngine::unload() noexcept {
+    log_info("unloading engine: id=", id());
+    release();
+}
+
+void OsslEngine::release() noexcept {
     // Unregister, remove from the list, then release, so that no other thread can pick up an engine that is
     // half torn down. Every step runs, even if an earlier one has failed.
-    log_info("unloading engine: id=", id());
-    ::ENGINE_unregister_RSA(engine.get());
-    ::ENGINE_unregister_DSA(engine.get());
-    ::ENGINE_unregister_EC(engine.get());
-    ::ENGINE_unregister_DH(engine.get());
-    ::ENGINE_unregister_RAND(engine.get());
-    ::ENGINE_unregister_ciphers(engine.get());
-    ::ENGINE_unregister_digests(engine.get());
-    ::ENGINE_unregister_pkey_meths(engine.get());
-    ::ENGINE_unregister_pkey_asn1_meths(engine.get());
+    default_engine.reset();
     list_entry.reset();
     functional_reference.reset();
 }

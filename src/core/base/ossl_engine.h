@@ -84,6 +84,7 @@ protected:
 
     /// Loads and initialises the engine, and makes it the default for all methods. If a step after the
     /// initialisation throws OsslError, the functional reference is released before the error propagates.
+    /// After any other exception, the destructor of the base class releases it.
     /// @throws OsslError if a call of OpenSSL does not return 1
     void set_up(const EngineSetup& setup);
 
@@ -99,9 +100,12 @@ protected:
     /// The engine, borrowed.
     ENGINE* get_engine() const noexcept { return engine.get(); }
 
-    /// Called after the library was loaded. If the subclass returns true, the engine stays in OpenSSL's list
-    /// even if a later step fails, and the subclass can set it up again.
-    virtual bool keep_engine(const char* engine_path);
+    /// Called before the library is loaded. A subclass allocates here what keep_engine() needs: if that failed
+    /// for lack of memory, the loaded engine would be lost, and OpenSSL would refuse to load its library again.
+    virtual void prepare_load(const char*) {}
+
+    /// Called after the library was loaded.
+    virtual void keep_engine() noexcept {}
 
     /// Called after OpenSSL has refused to load the library, with the reason in its error queue.
     /// @return an engine of that library that was loaded earlier, to be used instead; null if none exists
@@ -120,6 +124,11 @@ private:
         using Raw = ENGINE*;
         static void close(Raw listed) noexcept;
     };
+    /// The registration as OpenSSL's default engine.
+    struct DefaultEngineTraits {
+        using Raw = ENGINE*;
+        static void close(Raw registered) noexcept;
+    };
     /// A functional reference, which keeps the engine initialised.
     struct FunctionalReferenceTraits {
         using Raw = ENGINE*;
@@ -129,10 +138,12 @@ private:
     void load(const EngineCommand& command, const char* engine_path);
     void init(const char* location);
     void make_usable(const EngineSetup& setup);
+    void release() noexcept;
 
     EnginePtr engine; // structural reference
-    UniqueHandle<ListEntryTraits> list_entry;
     UniqueHandle<FunctionalReferenceTraits> functional_reference;
+    UniqueHandle<ListEntryTraits> list_entry;
+    UniqueHandle<DefaultEngineTraits> default_engine;
     const UI_METHOD* const ui_method;
     const bool public_key_supported;
     [[maybe_unused]] const bool second_flag; // part of the constructor's contract; nothing reads it

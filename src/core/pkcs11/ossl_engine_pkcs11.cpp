@@ -28,31 +28,24 @@ bool is_refused_as_loaded() {
 Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path_in, const Pin* pin,
                                    bool verbose)
     : OsslEngine(true, true), module_path(module_path_in) {
-    try {
-        set_up(
-            {.so_path = {"SO_PATH", engine_path,
-                         "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
-             .list_add = {"LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
-             .load = {"LOAD", nullptr, "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
-             .before_init = {{"MODULE_PATH", module_path.c_str(),
-                              "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"}},
-             .init_location = "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()",
-             .after_init = {},
-             .configure = [&] { configure(pin, verbose); },
-             .set_default_location = "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
-    } catch (const OsslError&) {
-        throw;
-    } catch (...) {
-        loaded.abandon(); // out of memory: the clean-up stays pending until the next init()
-        throw;
-    }
+    set_up({.so_path = {"SO_PATH", engine_path,
+                        "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
+            .list_add = {"LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
+            .load = {"LOAD", nullptr, "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
+            .before_init = {{"MODULE_PATH", module_path.c_str(),
+                             "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"}},
+            .init_location = "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()",
+            .after_init = {},
+            .configure = [&] { configure(pin, verbose); },
+            .set_default_location = "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"});
     log_info("loaded engine: id=", id());
 }
 
-bool Pkcs11OsslEngine::keep_engine(const char* engine_path) {
-    loaded = Pkcs11EngineRegistry::instance().add(get_engine(), engine_path);
-    return true;
+void Pkcs11OsslEngine::prepare_load(const char* engine_path) {
+    Pkcs11EngineRegistry::instance().reserve(engine_path);
 }
+
+void Pkcs11OsslEngine::keep_engine() noexcept { loaded = Pkcs11EngineRegistry::instance().add(get_engine()); }
 
 EnginePtr Pkcs11OsslEngine::reuse_engine(const char* engine_path) {
     if (!is_refused_as_loaded()) return nullptr;

@@ -28,7 +28,8 @@ public:
     void set_pin(const Pin& pin) override;
 
 private:
-    bool keep_engine(const char* engine_path) override;
+    void prepare_load(const char* engine_path) override;
+    void keep_engine() noexcept override;
     EnginePtr reuse_engine(const char* engine_path) override;
     EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) override;
     void explain_failure() override;

@@ -10,12 +10,9 @@
 namespace Kes {
 
 struct LoadedEngineRecord {
-    LoadedEngineRecord(EnginePtr engine_in, std::string file_in, ENGINE_GEN_INT_FUNC_PTR own_finish_in)
-        : engine(std::move(engine_in)), file(std::move(file_in)), own_finish(own_finish_in) {}
-
-    EnginePtr engine;
-    std::string file;                   // as library_name() returns it
-    ENGINE_GEN_INT_FUNC_PTR own_finish; // the engine's finish function; may be null
+    EnginePtr engine;                             // null while the record is only reserved
+    std::string file;                             // as library_name() returns it
+    ENGINE_GEN_INT_FUNC_PTR own_finish = nullptr; // the engine's finish function; may be null
     std::atomic<bool> is_clean = true; // nothing was set up since the last clean-up. Atomic, because a client
                                        // may free its last key in any thread
     KeyLender key_lender;
@@ -99,7 +96,7 @@ template <typename Predicate>
 LoadedEngineRecord* Pkcs11EngineRegistry::find(Predicate predicate) {
     const std::lock_guard lock(mutex);
     for (LoadedEngineRecord& record : records)
-        if (predicate(record)) return &record;
+        if (record.engine && predicate(record)) return &record;
     return nullptr;
 }
 
@@ -117,18 +114,22 @@ int Pkcs11EngineRegistry::finish_engine(ENGINE* engine) {
     return record == nullptr ? 1 : run_finish(*record); // null: a copy of a registered engine
 }
 
-LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine, const std::string& engine_path) {
+void Pkcs11EngineRegistry::reserve(const std::string& engine_path) {
+    std::string file = library_name(engine_path);
+    const std::lock_guard lock(mutex);
+    if (records.empty() || records.back().engine) records.emplace_back();
+    records.back().file = std::move(file);
+}
+
+LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine) noexcept {
     if (::ENGINE_up_ref(engine) != 1) return {};
-    EnginePtr reference(engine);
     const ENGINE_GEN_INT_FUNC_PTR own_finish = ::ENGINE_get_finish_function(engine);
-    LoadedEngineRecord* record = nullptr;
-    {
-        std::string file = library_name(engine_path);
-        const std::lock_guard lock(mutex);
-        record = &records.emplace_back(std::move(reference), std::move(file), own_finish);
-    }
+    const std::lock_guard lock(mutex);
+    LoadedEngineRecord& record = records.back();
+    record.engine.reset(engine);
+    record.own_finish = own_finish;
     if (own_finish != nullptr) ::ENGINE_set_finish_function(engine, finish_engine);
-    return LoadedEngine(record);
+    return LoadedEngine(&record);
 }
 
 std::pair<LoadedEngine, EnginePtr> Pkcs11EngineRegistry::reuse(const std::string& engine_path) {

@@ -43,12 +43,6 @@ public:
     /// @throws OsslError as KeyLender::lend()
     EvpPkeyPtr lend(EvpPkeyPtr engine_key);
 
-    /// Ends the use without any call to the engine. A clean-up that is due stays pending.
-    void abandon() noexcept {
-        record = nullptr;
-        is_initialized = false;
-    }
-
 private:
     friend class Pkcs11EngineRegistry;
     explicit LoadedEngine(LoadedEngineRecord* record_in) noexcept : record(record_in) {}
@@ -82,10 +76,13 @@ public:
     Pkcs11EngineRegistry(const Pkcs11EngineRegistry&) = delete;
     Pkcs11EngineRegistry& operator=(const Pkcs11EngineRegistry&) = delete;
 
-    /// Registers an engine that OpenSSL has loaded from the path. The registry adds a structural reference of
-    /// its own.
+    /// Allocates what add() needs to register an engine that is loaded from the path.
+    void reserve(const std::string& engine_path);
+
+    /// Registers an engine that OpenSSL has loaded from the reserved path. The registry adds a structural
+    /// reference of its own.
     /// @return the use; without an engine if the reference cannot be added
-    LoadedEngine add(ENGINE* engine, const std::string& engine_path);
+    LoadedEngine add(ENGINE* engine) noexcept;
 
     /// Provides the engine that was loaded from that library earlier. The engine is then in OpenSSL's list
     /// again and can be set up again.

@@ -1,9 +1,10 @@
 #include "base/ossl_engine.h"
 
+#include <new>
+#include <openssl/err.h>
+
 #include "support/core_fixture.h"
 #include "utils/error.h"
-
-#include <openssl/err.h>
 
 namespace Kes::test {
 namespace {
@@ -36,6 +37,23 @@ public:
     bool has_key = true;
 };
 
+/// An engine whose constructor fails after the engine has become the default.
+class FailingEngine final : public OsslEngine {
+public:
+    FailingEngine() : OsslEngine(true, true) {
+        set_up({.so_path = {"SO_PATH", "./engine.so", "here"},
+                .list_add = {"LIST_ADD", "1", "here"},
+                .load = {"LOAD", nullptr, "here"},
+                .before_init = {},
+                .init_location = "here",
+                .after_init = {},
+                .configure = [] {},
+                .set_default_location = "here"});
+        CallScript::instance().take_calls();
+        throw std::bad_alloc();
+    }
+};
+
 class OsslEngineTest : public CoreTest {
 protected:
     LogCapture log;
@@ -56,6 +74,14 @@ TEST_F(OsslEngineTest, UnloadsInOrderAndFreesLast) {
     }
     EXPECT_EQ(script().calls(), engine_unload_calls());
     EXPECT_EQ(log.lines(), Lines{"<info> unloading engine: id=pkcs11"});
+}
+
+TEST_F(OsslEngineTest, ExceptionAfterTheSetUpUndoesAllOfIt) {
+    EXPECT_THROW(FailingEngine(), std::bad_alloc);
+    Lines expected = engine_unload_calls();
+    expected.erase(expected.begin()); // the log line with the engine's id
+    EXPECT_EQ(script().calls(), expected);
+    EXPECT_EQ(log.lines(), Lines());
 }
 
 TEST_F(OsslEngineTest, FailuresDuringUnloadAreLoggedAsWarningsAndDoNotStopIt) {

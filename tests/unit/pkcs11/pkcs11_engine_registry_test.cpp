@@ -68,9 +68,8 @@ TEST_F(Pkcs11EngineRegistryTest, FailedStepOfARepeatedSetUpIsUndoneAndTheNextLoa
     script().fail_function("ENGINE_set_default");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_set_default() failed: rc=7");
-    EXPECT_EQ(last_calls(3),
-              (Lines{"ENGINE_finish(engine1)", "ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)",
-                     "ENGINE_free(engine1)"}));
+    EXPECT_EQ(last_calls(3), (Lines{"ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)",
+                                    "ENGINE_remove(engine1)", "ENGINE_free(engine1)"}));
     script().clear_failures();
     EXPECT_EQ(load_error(library), "no exception");
 }

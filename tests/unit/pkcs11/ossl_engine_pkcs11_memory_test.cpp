@@ -1,0 +1,38 @@
+#include <openssl/err.h>
+
+#include "pkcs11_engine_registry_fixture.h"
+#include "support/failing_allocation.h"
+
+namespace Kes::test {
+namespace {
+
+class Pkcs11OsslEngineMemoryTest : public Pkcs11EngineRegistryTest {
+protected:
+    void load_and_read_key() {
+        Pkcs11OsslEngine loaded(library.c_str(), "module.so", &pin, false);
+        key = loaded.read_private_key("key");
+    }
+};
+
+TEST_F(Pkcs11OsslEngineMemoryTest, LoadSucceedsAfterAnyAllocationOfAnEarlierLoadFailed) {
+    const std::size_t failures = for_each_failing_allocation(
+        [&] {
+            try {
+                load_and_read_key();
+            } catch (const std::exception&) { // not always bad_alloc: the file system library hides it
+            }
+        },
+        [&](bool) {
+            key.reset();
+            Pkcs11EngineRegistry::instance().clean_up_pending();
+            EXPECT_EQ(engine().initialised_engines(), 0U);
+            EXPECT_EQ(engine().unreleased_engines(), 0U);
+            EXPECT_EQ(::ERR_peek_error(), 0UL);
+            EXPECT_EQ(error_text([&] { load_and_read_key(); }), "no exception");
+            key.reset();
+        });
+    EXPECT_GE(failures, 10U);
+}
+
+} // namespace
+} // namespace Kes::test
