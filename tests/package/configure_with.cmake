@@ -1,6 +1,6 @@
 # Configures the project with an OpenSSL whose headers report VERSION, and a build without engines if NO_ENGINES is set.
 # Configuring must fail with the message EXPECTED, or succeed if EXPECTED is empty. TOOLCHAIN configures for Windows.
-# SETTINGS are further definitions.
+# LIBP11_VERSION is the version of libp11 that pkg-config reports, if it is set. SETTINGS are further definitions.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(include_dir ${WORK_DIR}/openssl/include)
 string(REPLACE "." ";" numbers ${VERSION})
@@ -28,6 +28,11 @@ foreach(library crypto ssl)
     file(WRITE ${WORK_DIR}/openssl/lib/lib${library}${library_end} "")
     file(WRITE ${WORK_DIR}/openssl/bin/lib${library}-3-x64.dll "")
 endforeach()
+if(DEFINED LIBP11_VERSION)
+    file(WRITE ${WORK_DIR}/pkgconfig/libp11.pc
+        "Name: libp11\nDescription: libp11\nVersion: ${LIBP11_VERSION}\nLibs: -lp11\n")
+    set(ENV{PKG_CONFIG_PATH} ${WORK_DIR}/pkgconfig)
+endif()
 
 execute_process(
     COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -G Ninja
@@ -44,14 +49,14 @@ execute_process(
 string(REGEX REPLACE "[ \t\r\n]+" " " words "${output}")
 if(EXPECTED STREQUAL "")
     if(NOT result EQUAL 0)
-        message(FATAL_ERROR "OpenSSL ${VERSION} was refused:\n${output}")
+        message(FATAL_ERROR "The project was refused:\n${output}")
     endif()
     return()
 endif()
 if(result EQUAL 0)
-    message(FATAL_ERROR "OpenSSL ${VERSION} was accepted:\n${output}")
+    message(FATAL_ERROR "The project was accepted:\n${output}")
 endif()
 string(FIND "${words}" "${EXPECTED}" position)
 if(position EQUAL -1)
-    message(FATAL_ERROR "OpenSSL ${VERSION} was refused, but not with '${EXPECTED}':\n${output}")
+    message(FATAL_ERROR "The project was refused, but not with '${EXPECTED}':\n${output}")
 endif()

@@ -74,6 +74,10 @@ if(NOT MARVO_SANITIZE)
     add_configure_test(OpensslWithoutDynamicEnginesIsRefused 3.0.0 ${no_engines}
         -DNO_ENGINES=OPENSSL_NO_DYNAMIC_ENGINE)
 
+    add_configure_test(Libp11Before0412IsRefused 3.0.0
+        "libp11 0.4.11 is too old: libmarvo needs libp11 0.4.12 or later." -DLIBP11_VERSION=0.4.11)
+    add_configure_test(Libp11From0412IsAccepted 3.0.0 "" -DLIBP11_VERSION=0.4.12)
+
     set(for_windows -DTOOLCHAIN=${PROJECT_SOURCE_DIR}/cmake/windows-x64.toolchain.cmake)
     add_configure_test(Openssl35ForWindowsIsAccepted 3.5.0 "" ${for_windows})
     add_configure_test(Openssl40ForWindowsIsRefused 4.0.0
@@ -85,6 +89,11 @@ if(NOT MARVO_SANITIZE)
     add_configure_test(MissingLibp11HeadersAreReported 3.5.0
         "There is no libp11.h: install libp11-dev, or set MARVO_LIBP11_INCLUDE_DIR to its folder."
         ${for_windows} -DSETTINGS=-DCMAKE_IGNORE_PATH=/usr/include)
+    set(old_headers ${CMAKE_CURRENT_BINARY_DIR}/old_headers)
+    file(WRITE ${old_headers}/libp11.h "int PKCS11_enumerate_slots(void);\n")
+    add_configure_test(HeadersOfLibp11Before0412AreRefused 3.5.0
+        "The libp11.h in ${old_headers} is too old: libmarvo needs libp11 0.4.12 or later."
+        ${for_windows} -DSETTINGS=-DMARVO_LIBP11_INCLUDE_DIR=${old_headers})
 
     # Builds without a preset: the library and the examples.
     set(without_tests "-DMARVO_BUILD_TESTS=OFF|-DMARVO_BUILD_BENCH=OFF")
