@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     std::fprintf(output, "PKCS11_enumerate_keys: %d\n", ::PKCS11_enumerate_keys(nullptr, nullptr, &count));
     std::fprintf(output, "PKCS11_enumerate_public_keys: %d\n",
                  ::PKCS11_enumerate_public_keys(nullptr, nullptr, &count));
+    std::fprintf(output, "PKCS11_update_slots: %d\n", ::PKCS11_update_slots(nullptr, nullptr, &count));
     std::fclose(output);
     return 0;
 }

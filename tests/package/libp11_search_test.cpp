@@ -104,7 +104,8 @@ TEST_F(Libp11SearchTest, CallsToMissingLibp11FailWithoutCrash) {
                                                              "PKCS11_login: -1\n"
                                                              "PKCS11_enumerate_certs: -1\n"
                                                              "PKCS11_enumerate_keys: -1\n"
-                                                             "PKCS11_enumerate_public_keys: -1\n");
+                                                             "PKCS11_enumerate_public_keys: -1\n"
+                                                             "PKCS11_update_slots: -1\n");
 }
 
 } // namespace

@@ -61,6 +61,28 @@ function(add_configure_test name version expected)
     set_tests_properties(configure.${name} PROPERTIES TIMEOUT 120)
 endfunction()
 
+# A test double of a libp11 before 0.4.12. It has all functions that the library calls, but not the one that it looks for.
+# Calling one of them ends the process.
+set(old_libp11_dir ${CMAKE_CURRENT_BINARY_DIR}/old_libp11)
+file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/libp11.def lines REGEX "^    ")
+set(source "#include <stdlib.h>\n")
+foreach(line IN LISTS lines)
+    string(STRIP ${line} function)
+    if(NOT function STREQUAL PKCS11_update_slots)
+        string(APPEND source "void ${function}(void);\nvoid ${function}(void) { abort(); }\n")
+    endif()
+endforeach()
+file(CONFIGURE OUTPUT ${old_libp11_dir}/old_libp11.c CONTENT "${source}")
+file(CONFIGURE OUTPUT ${old_libp11_dir}/old_libp11.map CONTENT "LIBP11_3 { global: *; };\n")
+add_library(old_libp11 SHARED ${old_libp11_dir}/old_libp11.c)
+set_target_properties(old_libp11 PROPERTIES OUTPUT_NAME p11 SOVERSION 3 LIBRARY_OUTPUT_DIRECTORY ${old_libp11_dir})
+target_link_options(old_libp11 PRIVATE -Wl,--version-script=${old_libp11_dir}/old_libp11.map)
+add_executable(old_libp11_test old_libp11_test.cpp)
+target_compile_definitions(old_libp11_test PRIVATE MARVO_OLD_LIBP11="${old_libp11_dir}/libp11.so.3")
+target_link_libraries(old_libp11_test PRIVATE marvo kes_test_support GTest::gtest_main kes_flags)
+add_dependencies(old_libp11_test old_libp11)
+gtest_discover_tests(old_libp11_test PROPERTIES ENVIRONMENT LD_LIBRARY_PATH=${old_libp11_dir} TIMEOUT 120)
+
 # These tests run no code of the library, so they are not repeated with sanitizers.
 if(NOT MARVO_SANITIZE)
     set(no_engines "This OpenSSL was built without engines (OPENSSL_NO_ENGINE): libmarvo loads keys through them.")

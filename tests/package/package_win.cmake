@@ -49,11 +49,13 @@ add_custom_command(OUTPUT ${wrong_dir}/absent.a
 add_custom_target(absent_import DEPENDS ${wrong_dir}/absent.a)
 add_custom_target(kes_wrong_files DEPENDS ${wrong_dir}/32bit.dll)
 
-# Test doubles of libp11.dll that can be loaded and do nothing else: a complete one, one without PKCS11_is_logged_in, and one
-# that imports from a DLL that does not exist.
+# Test doubles of libp11.dll that can be loaded and do nothing else: a complete one, one without PKCS11_is_logged_in, one that
+# lacks PKCS11_update_slots like versions before 0.4.12, and one that imports from a DLL that does not exist.
 file(READ ${PROJECT_SOURCE_DIR}/cmake/libp11.def exports)
-string(REGEX REPLACE " *PKCS11_is_logged_in\n" "" exports "${exports}")
-file(CONFIGURE OUTPUT ${wrong_dir}/lacking.def CONTENT "${exports}")
+string(REGEX REPLACE " *PKCS11_is_logged_in\n" "" lacking_exports "${exports}")
+string(REGEX REPLACE " *PKCS11_update_slots\n" "" old_exports "${exports}")
+file(CONFIGURE OUTPUT ${wrong_dir}/lacking.def CONTENT "${lacking_exports}")
+file(CONFIGURE OUTPUT ${wrong_dir}/old.def CONTENT "${old_exports}")
 # add_loadable_libp11(<name> <exports>): builds <name>/libp11.dll
 function(add_loadable_libp11 name exports)
     add_library(libp11_${name} MODULE ../doubles/dll/loadable_libp11.c ${exports})
@@ -66,6 +68,7 @@ function(add_loadable_libp11 name exports)
 endfunction()
 add_loadable_libp11(whole ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
 add_loadable_libp11(lacking ${wrong_dir}/lacking.def)
+add_loadable_libp11(old ${wrong_dir}/old.def)
 add_loadable_libp11(needing ${PROJECT_SOURCE_DIR}/cmake/libp11.def)
 target_compile_definitions(libp11_needing PRIVATE NEEDS_ABSENT_DLL)
 target_link_libraries(libp11_needing PRIVATE ${wrong_dir}/absent.a)

@@ -55,6 +55,14 @@ TEST_F(WrongLibp11Test, ErrorNamesFileAndMissingFunction) {
                        "' has no function PKCS11_is_logged_in: " + windows_error(127)));
 }
 
+TEST_F(WrongLibp11Test, ErrorNamesNeededVersionIfLibp11IsTooOld) {
+    put(wrong / "old" / "libp11.dll", folder);
+    EXPECT_EQ(run_with_wrong_file(),
+              failures("libp11_library:117 Kes::require_libp11(): '" + file.string() +
+                       "' has no function PKCS11_update_slots: libp11 0.4.12 or later is needed: " +
+                       windows_error(127)));
+}
+
 TEST_F(WrongLibp11Test, ErrorNamesFileFoundInPath) {
     const auto in_path = make_folder("in path");
     put_text_file(in_path / "libp11.dll");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <libp11.h>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,11 @@ namespace Kes {
 namespace {
 
 constexpr const char* file_name = "libp11.dll";
+
+/// Before 0.4.12, libp11 lacks this function, and its structures have a different layout.
+constexpr const char* function_since_0_4_12 = "PKCS11_update_slots";
+// The linker imports only functions that are referenced.
+[[gnu::used]] const auto import_of_function_since_0_4_12 = &::PKCS11_update_slots;
 
 INT_PTR WINAPI return_null() { return 0; }
 INT_PTR WINAPI return_failure() { return -1; }
@@ -119,7 +125,10 @@ HMODULE load_and_bind() {
     const WinErrorCode code(ERROR_PROC_NOT_FOUND);
     const std::string path = library_path(library);
     ::FreeLibrary(library); // none of its functions was called; the user can now replace the file
-    throw WinError(code, "'" + path + "' has no function " + missing,
+    const bool is_too_old = std::strcmp(missing, function_since_0_4_12) == 0;
+    throw WinError(code,
+                   "'" + path + "' has no function " + missing +
+                       (is_too_old ? ": libp11 0.4.12 or later is needed" : ""),
                    "libp11_library:117 Kes::require_libp11()");
 }
 

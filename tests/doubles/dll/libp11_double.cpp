@@ -201,4 +201,10 @@ int PKCS11_enumerate_public_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigne
     return list_keys("PKCS11_enumerate_public_keys", token, CardKind::public_key, keys, count);
 }
 
+/// The library only checks that this function exists.
+int PKCS11_update_slots(PKCS11_CTX*, PKCS11_SLOT**, unsigned int*) {
+    note_violation("PKCS11_update_slots: the library must not call it");
+    return -1;
+}
+
 } // extern "C"

@@ -1,5 +1,5 @@
 /* A test double of libp11.dll that can only be loaded. The manufacturer in a context is the path of the DLL.
-   One variant imports from a DLL that does not exist; another one lacks a function in its export list. */
+   One variant imports from a DLL that does not exist; two others lack a function in their export lists. */
 #include <libp11.h>
 #include <p11_err.h>
 #include <stdlib.h>
@@ -70,5 +70,10 @@ int PKCS11_enumerate_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* 
 
 int PKCS11_enumerate_public_keys(PKCS11_TOKEN* token, PKCS11_KEY** keys, unsigned int* count) {
     (void)token, (void)keys, (void)count;
+    return -1;
+}
+
+int PKCS11_update_slots(PKCS11_CTX* ctx, PKCS11_SLOT** slots, unsigned int* count) {
+    (void)ctx, (void)slots, (void)count;
     return -1;
 }
