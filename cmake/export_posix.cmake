@@ -3,8 +3,8 @@ set(export_list ${PROJECT_SOURCE_DIR}/cmake/export.map)
 target_link_options(marvo PRIVATE
     -Wl,--version-script=${export_list}
     -Wl,-z,relro,-z,now
-    # libcrypto keeps pointers to libp11's error texts, so libp11 must stay loaded. With nodelete, a dlclose() unloads
-    # neither this library nor libp11.
+    # libcrypto keeps pointers to libp11's error texts and to functions of this library, so both must stay loaded. With
+    # nodelete, a dlclose() unloads neither of them.
     -Wl,-z,nodelete)
 if(NOT MARVO_SANITIZE)
     target_link_options(marvo PRIVATE -Wl,-z,defs)

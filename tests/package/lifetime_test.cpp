@@ -38,6 +38,31 @@ TEST_F(DllLifetimeTest, DllStaysLoadedAfterLibp11IsLoaded) {
     EXPECT_EQ(run_and_free_dll("pkcs11"), "init: 0\ndestroy: 0\nthe DLL stays\nfree_dll: 0\n");
 }
 
+/// Only the engine uses the card: init() was called with another back-end, so libp11 is not loaded.
+class EngineAloneTest : public WrongFileTest {
+protected:
+    EngineAloneTest() { std::filesystem::remove(folder / "libp11.dll"); }
+
+    std::string run_with_key(const std::string& id) const {
+        const std::string object = "pkcs11:token=Card 1;id=%" + id + ";type=";
+        return masked_errors(
+            run({"backend=capi_store", "init", "read_scard", "backend=pkcs11", "engine=" + path("pkcs11.dll"),
+                 "pin=" + std::string(card_pin), "key_name=" + object + "private",
+                 "cert_name=" + object + "cert", "notify_config_done", "ossl_load", "destroy", "free_dll"}));
+    }
+};
+
+TEST_F(EngineAloneTest, DllStaysLoadedAfterKeyIsLoaded) {
+    EXPECT_EQ(run_with_key("01"), "init: 0\nread_scard: 0\nnotify_config_done: 0\nossl_load: 0\ndestroy: 0\n"
+                                  "the DLL stays\nfree_dll: 0\n");
+}
+
+TEST_F(EngineAloneTest, DllStaysLoadedAfterKeyIsMissing) {
+    const std::string text = run_with_key("02");
+    EXPECT_THAT(text, StartsWith("init: 0\nread_scard: 0\nnotify_config_done: 0\nossl_load: 1 "));
+    EXPECT_THAT(text, EndsWith("\ndestroy: 0\nthe DLL stays\nfree_dll: 0\n"));
+}
+
 /// The DLL's preferred base address is occupied.
 class RelocatedDllTest : public WrongFileTest {};
 

@@ -36,6 +36,8 @@ unsigned long thread_id() noexcept { return static_cast<unsigned long>(::syscall
 
 std::optional<std::string> system_message(unsigned long, unsigned long) { return std::nullopt; }
 
+void keep_library_loaded() noexcept {}
+
 struct Keyboard::State {
     termios saved_mode{};
     bool is_terminal = false;

@@ -34,6 +34,12 @@ std::optional<std::string> system_message(unsigned long error, unsigned long lan
     return message;
 }
 
+void keep_library_loaded() noexcept {
+    HMODULE self = nullptr;
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                         reinterpret_cast<const wchar_t*>(&keep_library_loaded), &self);
+}
+
 // _getch() disables echo and line input only during the call, so there is no mode to restore.
 struct Keyboard::State {};
 

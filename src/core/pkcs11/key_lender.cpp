@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "utils/error.h"
+#include "utils/platform.h"
 
 namespace Kes {
 namespace {
@@ -134,6 +135,7 @@ void KeyLender::set_ec_key(EVP_PKEY& lent, EvpPkeyPtr engine_key) {
 }
 
 int KeyLender::register_count(int key_class) {
+    platform::keep_library_loaded(); // OpenSSL keeps both callbacks
     const int index = ::CRYPTO_get_ex_new_index(key_class, 0, &count, nullptr, count_duplicate, count_free);
     require(index >= 0);
     return index;

@@ -10,6 +10,7 @@
 #include "utils/error.h"
 #include "utils/load_diagnostics.h"
 #include "utils/load_diagnostics_win.h"
+#include "utils/platform.h"
 #include <delayimp.h>
 
 // Names that the linker defines: the start of this image, and its delay-load imports of libp11.
@@ -108,18 +109,11 @@ const char* bind_functions(HMODULE library) {
     return nullptr;
 }
 
-/// Keeps this DLL loaded until the process ends, because OpenSSL has pointers to its functions.
-void pin_this_library() {
-    HMODULE self = nullptr;
-    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
-                         reinterpret_cast<const wchar_t*>(&pin_this_library), &self);
-}
-
 HMODULE load_and_bind() {
     HMODULE library = load();
     const char* missing = bind_functions(library);
     if (missing == nullptr) {
-        pin_this_library();
+        platform::keep_library_loaded();
         return library;
     }
     const WinErrorCode code(ERROR_PROC_NOT_FOUND);

@@ -6,6 +6,7 @@
 
 #include "pkcs11/key_lender.h"
 #include "utils/error_queue_mark.h"
+#include "utils/platform.h"
 
 namespace Kes {
 
@@ -128,6 +129,7 @@ LoadedEngine Pkcs11EngineRegistry::add(ENGINE* engine) noexcept {
     LoadedEngineRecord& record = records.back();
     record.engine.reset(engine);
     record.own_finish = own_finish;
+    platform::keep_library_loaded(); // the engine keeps the finish function
     if (own_finish != nullptr) ::ENGINE_set_finish_function(engine, finish_engine);
     return LoadedEngine(&record);
 }

@@ -28,6 +28,11 @@ unsigned long thread_id() noexcept;
 /// @return nullopt if Windows has no text for the number in that language; always nullopt on other systems
 std::optional<std::string> system_message(unsigned long error, unsigned long language);
 
+/// Keeps the library that contains this function loaded until the process ends. Call it before OpenSSL
+/// receives a pointer to a function of this library and may keep it. On Linux, it does nothing, because the
+/// library is linked with -z nodelete.
+void keep_library_loaded() noexcept;
+
 /// Reads single keys from the console, without echo and without Enter. CTRL-C is an ordinary key and raises
 /// no signal. The destructor restores the previous mode of the console. On Linux, the bytes of standard input
 /// are the keys if it is not a terminal.
