@@ -1,4 +1,4 @@
-// The search path for libp11.dll. The test double returns the path of its file as the module's manufacturer,
+// The names and the search path of libp11. The test double returns the path of its file as the module's manufacturer,
 // which the library logs.
 #include "dll_folder.h"
 
@@ -13,7 +13,8 @@ protected:
     const std::string success = "init: 0\ndestroy: 0\n";
 
     std::string not_found() const {
-        return "libp11_library:78 Kes::require_libp11(): libp11.dll not found: looked for it in '" +
+        return "libp11_library:78 Kes::require_libp11(): libp11.dll and libp11-3.dll not found: "
+               "looked for them in '" +
                folder.string() +
                "\\', the program's folder, the system's folders, the current folder and PATH: " +
                windows_error(126);
@@ -21,8 +22,16 @@ protected:
 
     Lines log() const { return log_lines(dir.file("log")); }
 
+    static std::string loaded(const std::filesystem::path& file) {
+        return "<info> ctx: manufacturer=" + file.string() + ", description=a module";
+    }
+
     static std::string loaded_from(const std::filesystem::path& place) {
-        return "<info> ctx: manufacturer=" + (place / "libp11.dll").string() + ", description=a module";
+        return loaded(place / "libp11.dll");
+    }
+
+    void put_whole(const std::filesystem::path& target) const {
+        put_as(wrong / "whole" / "libp11.dll", target);
     }
 };
 
@@ -92,6 +101,47 @@ TEST_F(Libp11SearchTest, Libp11NextToDllIsUsedAlthoughProgramHasLoadedAnother) {
                    "destroy"}),
               success);
     EXPECT_THAT(log(), Contains(loaded_from(folder)));
+}
+
+TEST_F(Libp11SearchTest, SecondNameIsFoundNextToDll) {
+    put_whole(folder / "libp11-3.dll");
+    EXPECT_EQ(run(pkcs11_init), success);
+    EXPECT_THAT(log(), Contains(loaded(folder / "libp11-3.dll")));
+}
+
+TEST_F(Libp11SearchTest, SecondNameIsFoundInPath) {
+    const auto in_path = make_folder("in path");
+    put_whole(in_path / "libp11-3.dll");
+    path_variable = in_path.string();
+    EXPECT_EQ(run(pkcs11_init), success);
+    EXPECT_THAT(log(), Contains(loaded(in_path / "libp11-3.dll")));
+}
+
+TEST_F(Libp11SearchTest, FirstNameTakesPrecedenceNextToDll) {
+    put_whole(folder / "libp11.dll");
+    put_whole(folder / "libp11-3.dll");
+    EXPECT_EQ(run(pkcs11_init), success);
+    EXPECT_THAT(log(), Contains(loaded(folder / "libp11.dll")));
+}
+
+TEST_F(Libp11SearchTest, SecondNameNextToDllTakesPrecedenceOverFirstNameElsewhere) {
+    const auto program = make_folder("program");
+    move_client_to(program);
+    put_whole(folder / "libp11-3.dll");
+    put_whole(program / "libp11.dll");
+    EXPECT_EQ(run(pkcs11_init), success);
+    EXPECT_THAT(log(), Contains(loaded(folder / "libp11-3.dll")));
+}
+
+TEST_F(Libp11SearchTest, FirstNameInPathTakesPrecedenceOverSecondNameNextToProgram) {
+    const auto program = make_folder("program");
+    const auto in_path = make_folder("in path");
+    move_client_to(program);
+    put_whole(program / "libp11-3.dll");
+    put_whole(in_path / "libp11.dll");
+    path_variable = in_path.string();
+    EXPECT_EQ(run(pkcs11_init), success);
+    EXPECT_THAT(log(), Contains(loaded(in_path / "libp11.dll")));
 }
 
 TEST_F(Libp11SearchTest, CallsToMissingLibp11FailWithoutCrash) {

@@ -18,7 +18,10 @@ protected:
 
 TEST_F(DllLifetimeTest, DllIsUnloadedIfLibp11IsMissing) {
     const std::string text = run_and_free_dll("pkcs11");
-    EXPECT_THAT(text, StartsWith("init: 1 libp11_library:78 Kes::require_libp11(): libp11.dll not found: "));
+    EXPECT_THAT(
+        text,
+        StartsWith(
+            "init: 1 libp11_library:78 Kes::require_libp11(): libp11.dll and libp11-3.dll not found: "));
     EXPECT_THAT(text, EndsWith(gone));
 }
 
@@ -69,8 +72,8 @@ class RelocatedDllTest : public WrongFileTest {};
 TEST_F(RelocatedDllTest, ReportsMissingLibp11) {
     std::filesystem::remove(folder / "libp11.dll");
     EXPECT_THAT(run({"occupy_preferred_base", "backend=pkcs11", "init", "destroy"}),
-                testing::AllOf(StartsWith("init: 1 libp11_library:78 Kes::require_libp11(): libp11.dll not "
-                                          "found: looked for it in '" +
+                testing::AllOf(StartsWith("init: 1 libp11_library:78 Kes::require_libp11(): libp11.dll and "
+                                          "libp11-3.dll not found: looked for them in '" +
                                           folder.string() + "\\', "),
                                EndsWith(": " + windows_error(126) + "\ndestroy: 0\n")));
 }

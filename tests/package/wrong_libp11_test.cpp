@@ -1,4 +1,4 @@
-// Wrong files with the name libp11.dll. The error names the file and the system's error, the process
+// Wrong files with a name of libp11. The error names the file and the system's error, the process
 // continues, and the right file loads afterwards.
 #include <fstream>
 
@@ -66,6 +66,30 @@ TEST_F(WrongLibp11Test, ErrorNamesNeededVersionIfLibp11IsTooOld) {
 TEST_F(WrongLibp11Test, ErrorNamesFileFoundInPath) {
     const auto in_path = make_folder("in path");
     put_text_file(in_path / "libp11.dll");
+    path_variable = in_path.string();
+    EXPECT_EQ(run_with_wrong_file(),
+              failures("libp11_library:78 Kes::require_libp11(): error loading '" +
+                       (in_path / "libp11.dll").string() + "'" + not_64_bits + ": " + windows_error(193)));
+}
+
+TEST_F(WrongLibp11Test, ErrorNamesFileWithSecondName) {
+    const auto second = folder / "libp11-3.dll";
+    put_text_file(second);
+    EXPECT_EQ(run_with_wrong_file(),
+              failures("libp11_library:78 Kes::require_libp11(): error loading '" + second.string() + "'" +
+                       not_64_bits + ": " + windows_error(193)));
+}
+
+TEST_F(WrongLibp11Test, WrongFileIsNotReplacedByRightFileWithSecondName) {
+    put_text_file(file);
+    put_as(wrong / "whole" / "libp11.dll", folder / "libp11-3.dll");
+    EXPECT_EQ(run_with_wrong_file(), failures(not_loaded(193, not_64_bits)));
+}
+
+TEST_F(WrongLibp11Test, WrongFileInPathIsNotReplacedByRightFileWithSecondName) {
+    const auto in_path = make_folder("in path");
+    put_text_file(in_path / "libp11.dll");
+    put_as(wrong / "whole" / "libp11.dll", in_path / "libp11-3.dll");
     path_variable = in_path.string();
     EXPECT_EQ(run_with_wrong_file(),
               failures("libp11_library:78 Kes::require_libp11(): error loading '" +

@@ -11,8 +11,8 @@ namespace Kes {
 /// loads libp11, so that only programs that use it need the DLL. On other systems the loader has already
 /// loaded it. The function belongs to the target libp11: a target that replaces libp11 with a test double
 /// must define it as well.
-/// @throws WinError on Windows, if libp11.dll does not exist, cannot be loaded, lacks a function, or is too
-///         old; the next call tries again
+/// @throws WinError on Windows, if libp11 does not exist, cannot be loaded, lacks a function, or is too old;
+///         the next call tries again
 /// @throws Error on other systems, if libp11 is too old
 void require_libp11();
 

@@ -1,6 +1,7 @@
 #include "pkcs11/libp11_library.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <libp11.h>
@@ -22,7 +23,10 @@ extern const ImgDelayDescr __DELAY_IMPORT_DESCRIPTOR_libp11_delayed_a; // NOLINT
 namespace Kes {
 namespace {
 
-constexpr const char* file_name = "libp11.dll";
+constexpr const char* location = "libp11_library:78 Kes::require_libp11()";
+
+/// In the order of the search. MSYS2's packages use the second name.
+constexpr std::array file_names{"libp11.dll", "libp11-3.dll"};
 
 /// Before 0.4.12, libp11 lacks this function, and its structures have a different layout.
 constexpr const char* function_since_0_4_12 = "PKCS11_update_slots";
@@ -36,7 +40,7 @@ INT_PTR WINAPI return_failure() { return -1; }
 /// the helper would raise an exception that no C++ handler catches, and the process would end. The hook
 /// therefore supplies a function that fails.
 FARPROC WINAPI delay_load_failure_hook(unsigned what, DelayLoadInfo* info) {
-    // Without libp11.dll, the hook returns any module that lacks its functions: the program. The helper then
+    // Without libp11, the hook returns any module that lacks its functions: the program. The helper then
     // calls the hook again for the function.
     if (what == dliFailLoadLib) return reinterpret_cast<FARPROC>(::GetModuleHandleA(nullptr));
     if (what != dliFailGetProc) return nullptr;
@@ -57,33 +61,41 @@ std::wstring own_folder() {
     return path.substr(0, path.rfind(L'\\') + 1);
 }
 
-[[noreturn]] void throw_not_loaded(const WinErrorCode& code, const std::string& file,
-                                   const std::wstring& folder) {
-    constexpr const char* location = "libp11_library:78 Kes::require_libp11()";
-    if (file.empty())
-        throw WinError(code,
-                       std::string(file_name) + " not found: looked for it in '" + to_ansi_code_page(folder) +
-                           "', the program's folder, the system's folders, the current folder and PATH",
-                       location);
+[[noreturn]] void throw_not_loaded(const WinErrorCode& code, const std::string& file) {
     throw WinError(code, "error loading '" + file + "'" + loader_error_cause(code.value, true), location);
 }
 
-/// Loads libp11.dll. The folder of this DLL comes first, because the system does not search it if it differs
-/// from the program's folder.
+/// @return null if the folder contains no libp11
+HMODULE load_from(const std::wstring& folder) {
+    for (const std::string name : file_names) {
+        const std::wstring file = folder + std::wstring(name.begin(), name.end());
+        if (::GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) continue;
+        HMODULE library = ::LoadLibraryExW(file.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+        if (library != nullptr) return library;
+        const WinErrorCode code(::GetLastError()); // before another call can change the number
+        throw_not_loaded(code, to_ansi_code_page(file));
+    }
+    return nullptr;
+}
+
+/// Loads libp11. The folder of this DLL comes first, because the system does not search it if it differs from
+/// the program's folder. The first file that exists is used, even if it cannot be loaded: another libp11 than
+/// the expected one would hide the mistake.
 HMODULE load() {
     const ScopedNoLoaderDialogs no_dialogs;
     const std::wstring folder = own_folder();
-    const std::wstring adjacent = folder + L"libp11.dll";
-    if (::GetFileAttributesW(adjacent.c_str()) != INVALID_FILE_ATTRIBUTES) {
-        HMODULE library = ::LoadLibraryExW(adjacent.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-        if (library != nullptr) return library;
-        const WinErrorCode code(::GetLastError()); // before another call can change the number
-        throw_not_loaded(code, to_ansi_code_page(adjacent), folder);
+    if (HMODULE library = load_from(folder)) return library;
+    WinErrorCode code(ERROR_MOD_NOT_FOUND);
+    for (const std::string name : file_names) {
+        if (HMODULE library = ::LoadLibraryA(name.c_str())) return library;
+        code = WinErrorCode(::GetLastError());
+        const std::string file = find_library_path(name);
+        if (!file.empty()) throw_not_loaded(code, file);
     }
-    HMODULE library = ::LoadLibraryA(file_name);
-    if (library != nullptr) return library;
-    const WinErrorCode code(::GetLastError());
-    throw_not_loaded(code, find_library_path(file_name), folder);
+    throw WinError(code,
+                   "libp11.dll and libp11-3.dll not found: looked for them in '" + to_ansi_code_page(folder) +
+                       "', the program's folder, the system's folders, the current folder and PATH",
+                   location);
 }
 
 /// Converts an offset from the start of this image to a pointer.
