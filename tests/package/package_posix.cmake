@@ -42,6 +42,9 @@ add_test(NAME sources.IncludesPointDownwards
 add_test(NAME sources.IncludeCheckFindsEachViolation
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-includes-test ${CMAKE_CURRENT_SOURCE_DIR}/check-includes
         ${CMAKE_CURRENT_BINARY_DIR}/check-includes-test)
+add_test(NAME sources.ChecksSkipWhatGitIgnores
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/file-checks-test ${PROJECT_SOURCE_DIR}/tools/test
+        ${CMAKE_CURRENT_BINARY_DIR}/file-checks-test)
 
 # add_build_test(<name> <project> [<argument of build_project.cmake>...])
 function(add_build_test name project)
