@@ -1,44 +1,66 @@
-// Logs in to a TLS server with a key that stays on its card.
-//
-//   tls_client [KEY HOST PORT 1.2|1.3] [-]
-//
-// Without KEY, it lists the keys on the token. With "-", it reads the PIN from standard input; otherwise it
-// asks for the PIN on the terminal. The environment contains the settings:
+// Logs in to a TLS server with a key that stays on its card. The constant "usage" describes the arguments.
+// The environment contains the settings:
 //   ossl_scard_cfg_crypto_if                  the back-end; default: pkcs11
 //   ossl_scard_cfg_pkcs11_module_dll          the PKCS#11 module
 //   ossl_scard_cfg_pkcs11_openssl_engine_dll  OpenSSL's pkcs11 engine
 //   SSL_CERT_FILE                             the CA certificate of the server
+#include <charconv>
 #include <csignal>
-#include <cstring>
 #include <iostream>
 #include <memory>
-#include <openssl/err.h>
-#include <openssl/ssl.h>
-#include <openssl/ui.h>
-#include <stdexcept>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "marvo/ossl_scard_cfg.h"
-#include "marvo/ossl_scard_if.h"
+#include <openssl/ssl.h>
+
+#include "common/client.h"
 
 using BioPtr = std::unique_ptr<BIO, void (*)(BIO*)>;
-static void require(bool good, const std::string& text) {
-    if (!good) throw std::runtime_error(text);
+using examples::require;
+
+static const char* const usage =
+    "usage: tls_client [KEY HOST PORT 1.2|1.3] [-]\n"
+    "  KEY  a key's number in the list, or its type and id, such as 0:%01 (\"cluster_name\" in the log)\n"
+    "  -    read the PIN from standard input; without it, the terminal asks for the PIN\n"
+    "Without KEY, tls_client lists the keys.\n";
+
+struct Arguments {
+    unsigned int key = 0; // a number, or with key_id, the type
+    std::optional<std::string> key_id;
+    std::string host; // empty: list the keys
+    std::string port;
+    int version = TLS1_3_VERSION;
+    bool has_terminal = true;
+};
+
+static bool parse_key(const std::string& text, Arguments& parsed) {
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, parsed.key);
+    if (error != std::errc()) return false;
+    if (rest == end) return true;
+    parsed.key_id = std::string(rest + 1, end);
+    return *rest == ':';
 }
 
-static void read_and_set_pin(Kes::OsslScardIf& card, bool ask) {
-    char pin[128] = "";
-    const BioPtr input(BIO_new_fd(0, BIO_NOCLOSE), BIO_free_all); // unbuffered: keeps no copy of the PIN
-    const bool was_read = ask ? UI_UTIL_read_pw_string(pin, sizeof pin - 1, "PIN: ", 0) == 0 // no echo
-                              : BIO_read(input.get(), pin, sizeof pin - 1) > 0;
-    pin[strcspn(pin, "\r\n")] = '\0';
-    const int status = was_read ? card.set_pin(pin) : 1;
-    OPENSSL_cleanse(pin, sizeof pin);
-    require(status == 0, was_read ? card.get_last_error_msg() : "no PIN was given");
+static std::optional<Arguments> parse(std::vector<std::string> words) {
+    Arguments parsed;
+    if (!words.empty() && words.back() == "-") {
+        parsed.has_terminal = false;
+        words.pop_back();
+    }
+    if (words.empty()) return parsed;
+    if (words.size() != 4 || !parse_key(words[0], parsed)) return std::nullopt;
+    parsed.host = words[1];
+    parsed.port = words[2];
+    if (words[3] == "1.2") parsed.version = TLS1_2_VERSION;
+    if (words[3] != "1.2" && words[3] != "1.3") return std::nullopt;
+    return parsed;
 }
 
-static void log_in(EVP_PKEY* key, X509* cert, bool uses_cryptoapi, const std::string& host,
-                   const std::string& port, int version) {
+static void log_in(EVP_PKEY* key, X509* cert, bool uses_cryptoapi, const Arguments& arguments) {
+    const std::string& host = arguments.host;
+    const int version = arguments.version;
     const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> ctx(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     SSL_CTX_set_verify(ctx.get(), SSL_VERIFY_PEER, nullptr);
     require(SSL_CTX_set_default_verify_paths(ctx.get()) &&
@@ -55,7 +77,7 @@ static void log_in(EVP_PKEY* key, X509* cert, bool uses_cryptoapi, const std::st
     const BioPtr bio(BIO_new_ssl_connect(ctx.get()), BIO_free_all);
     SSL* ssl = nullptr;
     BIO_get_ssl(bio.get(), &ssl);
-    BIO_set_conn_hostname(bio.get(), (host + ":" + port).c_str());
+    BIO_set_conn_hostname(bio.get(), (host + ":" + arguments.port).c_str());
     require(SSL_set1_host(ssl, host.c_str()) && BIO_do_connect(bio.get()) > 0, "no TLS connection");
     BIO_puts(bio.get(), ("GET / HTTP/1.0\r\nHost: " + host + "\r\n\r\n").c_str());
     std::string answer;
@@ -71,46 +93,51 @@ static void log_in(EVP_PKEY* key, X509* cert, bool uses_cryptoapi, const std::st
               << OBJ_nid2sn(digest) << "\nanswer: " << answer << std::endl;
 }
 
-static void run(Kes::OsslScardIf& card, int argc, char** argv) {
-    const auto check = [&card](int status) { require(status == 0, card.get_last_error_msg()); };
+static void list_keys(Kes::OsslScardIf& card) {
+    size_t num_keys = 0;
+    examples::check(card, card.discover_keys(&num_keys));
+    for (size_t i = 0; i < num_keys; ++i)
+        std::cout << "key " << i << ": " << card.get_key_name(i) << std::endl;
+}
+
+static void run(Kes::OsslScardIf& card, const Arguments& arguments) {
+    const auto check = [&card](int status) { examples::check(card, status); };
     check(card.version_check(4));
     Kes::OsslScardCfg* cfg = card.get_config_default();
     cfg->set_crypto_if(Kes::OsslScardCfg::pkcs11);
-    check(card.init(cfg));
-    check(card.read_scard());
-    if (card.is_pin_required()) read_and_set_pin(card, argv[argc - 1] != std::string("-"));
-    size_t num_keys = 0;
-    check(card.discover_keys(&num_keys));
-    for (size_t i = 0; i < num_keys; ++i)
-        std::cout << "key " << i << ": " << card.get_key_name(i) << std::endl;
-    if (argc < 5) return;
-    check(card.set_key(static_cast<size_t>(std::stoul(argv[1]))));
+    examples::open_card(card, cfg);
+    if (card.is_pin_required()) examples::read_and_set_pin(card, arguments.has_terminal);
+    list_keys(card);
+    if (arguments.host.empty()) return;
+    // The id of a key stays the same from run to run; its number may change.
+    check(arguments.key_id ? card.set_key(arguments.key, arguments.key_id->c_str())
+                           : card.set_key(size_t{arguments.key}));
     check(card.notify_config_done());
     check(card.ossl_load());
     EVP_PKEY* key = nullptr;
     X509* cert = nullptr;
     check(card.ossl_get_private_key(&key));
     check(card.ossl_get_certificate(&cert));
+    examples::check_certificate(cert);
     std::cout << "key: " << EVP_PKEY_get0_type_name(key) << ' ' << EVP_PKEY_get_bits(key) << std::endl;
     const bool uses_cryptoapi = card.get_config_used()->get_crypto_if() != Kes::OsslScardCfg::pkcs11;
-    log_in(key, cert, uses_cryptoapi, argv[2], argv[3],
-           argv[4] == std::string("1.2") ? TLS1_2_VERSION : TLS1_3_VERSION);
+    log_in(key, cert, uses_cryptoapi, arguments);
     check(card.ossl_unload());
 }
 
 int main(int argc, char** argv) {
-    Kes::OsslScardIf& card = *get_ossl_scard_if();
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    if (words == std::vector<std::string>{"--help"}) {
+        std::cout << usage;
+        return 0;
+    }
+    const std::optional<Arguments> arguments = parse(words);
+    if (!arguments) {
+        std::cerr << usage;
+        return 2;
+    }
 #ifdef SIGPIPE
     std::signal(SIGPIPE, SIG_IGN); // otherwise a server that closes the connection ends the program
 #endif
-    int status = 0;
-    try {
-        run(card, argc, argv);
-    } catch (const std::exception& error) {
-        std::cerr << "tls_client: " << error.what() << std::endl;
-        ERR_print_errors_cb([](const char* s, size_t, void*) { return (std::cerr << s) ? 1 : 0; }, nullptr);
-        status = 1;
-    }
-    card.destroy();
-    return status;
+    return examples::run_client("tls_client", [&](Kes::OsslScardIf& card) { run(card, *arguments); });
 }
