@@ -99,6 +99,38 @@ TEST_F(ExamplesTest, TlsClientReportsAnIdThatNoKeyHas) {
     EXPECT_TRUE(has_shown("specified key not found: val=8 (not_found)\r\n"));
 }
 
+TEST_F(ExamplesTest, ReadmeClientLoadsTheKey) {
+    terminal_.start({README_CLIENT_PROGRAM});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("ready to log in as /CN=Mary Ross\r\n"));
+}
+
+TEST_F(ExamplesTest, ReadmeClientContinuesWhenTheLogCannotBeOpened) {
+    const EnvVar log("ossl_scard_cfg_logfile", card_.file("absent/client.log"));
+    terminal_.start({README_CLIENT_PROGRAM});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("error opening logfile '" + card_.file("absent/client.log") + "'"));
+    EXPECT_TRUE(has_shown("ready to log in as /CN=Mary Ross\r\n"));
+}
+
+TEST_F(ExamplesTest, ReadmeClientRejectsAnExpiredCertificate) {
+    const Card card("ec:P-256", "/CN=Mary Ross", {"--expired"});
+    terminal_.start({README_CLIENT_PROGRAM});
+    type_pin(card.pin());
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("the certificate has expired or is not valid yet\r\n"));
+}
+
+TEST_F(ExamplesTest, ReadmeClientRejectsACertificateForServers) {
+    const Card card("ec:P-256", "/CN=Mary Ross", {"--eku", "serverAuth"});
+    terminal_.start({README_CLIENT_PROGRAM});
+    type_pin(card.pin());
+    EXPECT_EQ(finish(), 1);
+    EXPECT_TRUE(has_shown("the certificate is not for TLS clients\r\n"));
+}
+
 TEST_F(ExamplesTest, ClientsShowTheirUsageOnRequestAndAskForNoPin) {
     EXPECT_EQ(run_to_end({TLS_CLIENT_PROGRAM, "--help"}), 0);
     EXPECT_EQ(transcript_.find("usage: tls_client [KEY HOST PORT 1.2|1.3] [-]\r\n"), 0U) << transcript_;
