@@ -23,8 +23,9 @@ class OsslScardCfg; // marvo/ossl_scard_cfg.h
 /// States: uninitialized, initialized (after init), configuring (after read_scard) and configured (after
 /// notify_config_done). read_scard also leads from configured back to configuring. "States:" at an operation
 /// lists where it is allowed; without such a line, it is allowed in every state. An operation that fails does
-/// not change the state. If it fails because of the state, it changes nothing else, except as noted at init()
-/// and discover_keys().
+/// not change the state, apart from the case noted at init(). If it fails because of the state, it changes
+/// nothing else, with two exceptions: init() opens the log file again and may empty it, and discover_keys()
+/// makes the earlier key numbers invalid.
 ///
 /// Errors: an operation that returns int returns 0 on success and 1 on failure; 255 means that it failed with
 /// an exception of unknown type. get_last_error_msg() returns the message. No exception escapes from these
@@ -66,7 +67,10 @@ public:
     /// happens if the state does not allow the call. Opening empties the file unless append mode is on.
     ///
     /// If only the log file cannot be opened, the operation returns 1, but the state is initialized and the
-    /// library works without a log. After any other failure, init() may be called again.
+    /// library works without a log. Another init() is then not allowed, and fails with the old path. To get a
+    /// log, call destroy() and start from the beginning. After any other failure, init() may be called again.
+    /// If the log file cannot be opened either, get_last_error_msg() has only the text about the log file;
+    /// read_scard() shows whether init() has succeeded.
     ///
     /// An operation of a client's own configuration class may throw. The exception may escape if it is not a
     /// std::exception (clients in C++ only).
