@@ -9,7 +9,7 @@ std::string OsslHelper::cert_name_to_str(X509* cert, int which) {
     if (cert == nullptr)
         throw Error(ErrorCodeType::bad_argument, "cert is a null pointer",
                     "ossl_helper:110 Kes::OsslHelper::cert_name_to_str()");
-    constexpr int indent = 2; // in spaces; part of the log's format, so it does not change
+    constexpr int indent = 2; // OpenSSL 3 ignores it with XN_FLAG_COMPAT
     // Not checked for null: X509_NAME_print_ex() then fails and is reported.
     const BioPtr memory(::BIO_new(::BIO_s_mem()));
     const X509_NAME* name = which == subject ? ::X509_get_subject_name(cert) : ::X509_get_issuer_name(cert);

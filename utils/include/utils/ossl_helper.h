@@ -15,8 +15,8 @@ public:
     static constexpr int subject = 1;
     static constexpr int issuer = 2;
 
-    /// Formats a name of a certificate as one line, indented by two spaces. OpenSSL's XN_FLAG_COMPAT defines
-    /// the format.
+    /// Formats a name of a certificate as one line, without indentation. OpenSSL's XN_FLAG_COMPAT defines the
+    /// format.
     /// @param which  subject or issuer; other values count as issuer
     /// @throws Error bad_argument for a null certificate, OsslError if OpenSSL cannot print the name
     static std::string cert_name_to_str(X509* cert, int which);
