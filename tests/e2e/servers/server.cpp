@@ -114,13 +114,35 @@ private:
     }
 };
 
+/// Of the three servers, the only one that sends an alert for every certificate that it rejects.
+class OpensslServer : public Server {
+public:
+    using Server::Server;
+
+    std::string report(const std::string& answer) override {
+        stop();
+        return answer;
+    }
+
+private:
+    std::unique_ptr<Process> create_process(int port) override {
+        return std::make_unique<Process>(
+            std::vector<std::string>{OPENSSL_PROGRAM, "s_server", "-accept",
+                                     "127.0.0.1:" + std::to_string(port), "-cert", setup().cert_file, "-key",
+                                     setup().key_file, "-CAfile", setup().client_ca_file, "-max_protocol",
+                                     setup().has_tls_13 ? "TLSv1.3" : "TLSv1.2", "-Verify", "1",
+                                     "-verify_return_error", "-www"},
+            log_name());
+    }
+};
+
 } // namespace
 
 void Server::start() {
     for (int attempt = 0; attempt < 10; ++attempt) {
         port_ = find_free_port();
         process_ = create_process(port_);
-        // Neither server reports that it is ready, but an accepted connection shows it.
+        // Not all servers report that they are ready, but an accepted connection shows it.
         while (process_->is_running()) {
             if (is_listening(port_) && process_->is_running()) return;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -133,6 +155,8 @@ std::unique_ptr<Server> create_server(const std::string& maker, const ServerSetu
     std::unique_ptr<Server> server;
     if (maker == "nginx")
         server = std::make_unique<NginxServer>(setup);
+    else if (maker == "openssl")
+        server = std::make_unique<OpensslServer>(setup);
     else
         server = std::make_unique<GnutlsServer>(setup);
     server->start();

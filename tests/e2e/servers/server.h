@@ -67,7 +67,7 @@ private:
     int port_ = 0;
 };
 
-/// @param maker  "nginx" or "gnutls"
+/// @param maker  "nginx", "gnutls" or "openssl"
 std::unique_ptr<Server> create_server(const std::string& maker, const ServerSetup& setup);
 
 } // namespace Kes::test
