@@ -27,9 +27,10 @@ void CapiPkoIdScanner::scan(const Pin&) {
         try {
             scan_container(container, key_specs);
         } catch (const WinError& error) {
-            // Skip the rest of this container only. Errors that Windows did not report are not caught,
-            // because nobody would notice them. See docs/decisions/0008-skipping-unreadable-keys.md.
+            // A failure costs only its container; see docs/decisions/0008-skipping-unreadable-keys.md.
             log_debug(error.what());
+        } catch (const ErrorBase& error) {
+            log_warn("skipping container '", container, "': ", error.what());
         }
     }
 }

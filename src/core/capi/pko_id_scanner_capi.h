@@ -16,11 +16,10 @@ public:
     CapiPkoIdScanner(std::string csp_name_in, std::unique_ptr<CertKeyUsageFilter> filter);
     ~CapiPkoIdScanner() override;
 
-    /// Ignores the PIN, because CryptoAPI asks the user for it when a key is used. If Windows reports an
-    /// error for a container, the rest of the container is skipped.
-    /// @throws WinError if the provider cannot be opened or queried, Error unsupported if the provider stores
-    ///         no certificates or does not list its containers, OsslError if the data of a certificate cannot
-    ///         be decoded
+    /// Ignores the PIN, because CryptoAPI asks the user for it when a key is used. If a container fails, the
+    /// rest of the container is skipped and the failure is logged.
+    /// @throws WinError if the provider cannot be opened or queried, Error unsupported if it does not list
+    ///         its containers
     void scan(const Pin& pin) override;
 
 private:

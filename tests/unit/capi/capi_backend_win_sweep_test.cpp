@@ -91,8 +91,7 @@ const std::vector<Row> capi_rows{
     {13, every, "set_key", no_key}, // opening the container
     {14, every, "", ""},            // fetching the key exchange key, which does not exist
     {15, every, "set_key", no_key},
-    {16, not_type, "set_key", no_key},
-    {16, only_type, "discover_keys", key_param_unknown},
+    {16, every, "set_key", no_key},
     {17, every, "set_key", no_key},
     {18, every, "", ""}, // releases
     {19, every, "", ""},

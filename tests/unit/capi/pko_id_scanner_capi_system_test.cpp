@@ -22,14 +22,18 @@ TEST_F(CapiPkoIdScannerTest, AddsThreeRecordsForEachKeyInAscendingOrder) {
     EXPECT_EQ(text_of(list), expected);
 }
 
-TEST_F(CapiPkoIdScannerTest, ProviderWithoutCertificatesEndsTheScan) {
-    card.fail("certificate_size", bad_type);
-    PkoIdList list;
-    list.register_scanner(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr));
-    EXPECT_EQ(error_text([&] { list.scan(Pin()); }), "capi_helper:423 Kes::CapiKeyParamReader::read_len(): "
-                                                     "CryptGetKeyParam() with param=26, flags=0 is not "
-                                                     "supported: val=4 (unsupported)");
-    EXPECT_TRUE(list.is_empty());
+TEST_F(CapiPkoIdScannerTest, UnsupportedCertificateParameterSkipsOnlyItsContainerWithAWarning) {
+    card.add("sign");
+    card.fail("certificate_size@both", bad_type);
+    const PkoIdList list(std::make_unique<CapiPkoIdScanner>(card_provider, nullptr), Pin());
+    EXPECT_THAT(
+        log.lines(),
+        testing::Contains("<warn> skipping container 'both': capi_helper:423 "
+                          "Kes::CapiKeyParamReader::read_len(): CryptGetKeyParam() with param=26, flags=0 "
+                          "is not supported: val=4 (unsupported)"));
+    ASSERT_NE(list.find_first(PkoType::private_key), nullptr);
+    EXPECT_EQ(list.find_first(PkoType::private_key)->name, "sign");
+    EXPECT_EQ(list.find_next(PkoType::private_key, list.find_first(PkoType::private_key)), nullptr);
 }
 
 } // namespace

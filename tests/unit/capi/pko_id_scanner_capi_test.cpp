@@ -1,5 +1,8 @@
 #include "capi/pko_id_scanner_capi.h"
 
+#include <new>
+#include <openssl/err.h>
+
 #include "support/capi_fixture.h"
 #include "utils/error.h"
 
@@ -160,16 +163,50 @@ TEST_F(CapiPkoIdScannerTest, KeyWithoutACertificateSkipsOnlyTheRestOfItsContaine
               "flags=0) failed: val=2148532268 [0x8010002c] (unknown winerror)");
 }
 
-TEST_F(CapiPkoIdScannerTest, InvalidCertificateEndsTheScan) {
+TEST_F(CapiPkoIdScannerTest, InvalidCertificateSkipsOnlyTheRestOfItsContainerWithAWarning) {
     for (const Bytes& bytes : {Bytes(), Bytes{0x30, 0x01}}) {
         container(0).keys[AT_SIGNATURE].certificate = bytes;
-        const std::string error = scan();
-        EXPECT_EQ(error.substr(0, error.find('\n')),
-                  "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 "
-                  "format: rc=0");
-        EXPECT_EQ(records(list), capi_records("c1", AT_KEYEXCHANGE)); // earlier records are kept
+        const LogCapture log(2 | 8 | 16 | 32);
+        EXPECT_EQ(scan(), good);
+        const Lines lines = log.lines();
+        EXPECT_EQ(lines.at(0),
+                  "<warn> skipping container 'c1': cert_ossl:55 Kes::OsslCert::OsslCert(): error "
+                  "converting certificate from DER to X509 format: rc=0");
+        EXPECT_THAT(Lines(lines.begin() + 1, lines.end()), // OpenSSL's error queue
+                    testing::Each(testing::ContainsRegex("^[0-9A-F]+:error:")));
+        EXPECT_EQ(records(list), capi_records("c1", AT_KEYEXCHANGE) + capi_records("c2", AT_SIGNATURE));
         EXPECT_EQ(capi().unreleased_handles(), 0U);
+        EXPECT_EQ(ERR_peek_error(), 0UL);
     }
+}
+
+TEST_F(CapiPkoIdScannerTest, UnsupportedCertificateParameterSkipsOnlyTheRestOfItsContainerWithAWarning) {
+    script().fail_step(13, win_failure(bad_type)); // the certificate of the first key
+    const LogCapture log(2 | 8 | 16 | 32);
+    EXPECT_EQ(scan(), good);
+    EXPECT_EQ(log.lines(),
+              Lines{"<warn> skipping container 'c1': capi_helper:423 Kes::CapiKeyParamReader::read_len(): "
+                    "CryptGetKeyParam() with param=26, flags=0 is not supported: val=4 (unsupported)"});
+    EXPECT_EQ(records(list), capi_records("c2", AT_SIGNATURE));
+}
+
+TEST_F(CapiPkoIdScannerTest, FailedAllocationEndsTheScan) {
+    class ShortOfMemory : public PkoIdList {
+        std::unique_ptr<PkoId> create_pko_id(PkoType type, std::uint32_t key_type, const std::string& name,
+                                             const std::string& cluster_name, const std::string& display_name,
+                                             std::unique_ptr<const CertKeyUsage> key_usage) override {
+            if (key_type == AT_SIGNATURE) throw std::bad_alloc();
+            return PkoIdList::create_pko_id(type, key_type, name, cluster_name, display_name,
+                                            std::move(key_usage));
+        }
+    } short_of_memory;
+    short_of_memory.register_scanner(std::make_unique<CapiPkoIdScanner>(csp, nullptr));
+    const LogCapture log(2 | 8 | 16 | 32);
+    EXPECT_THROW(short_of_memory.scan(Pin()), std::bad_alloc);
+    EXPECT_EQ(records(short_of_memory), capi_records("c1", AT_KEYEXCHANGE)); // earlier records are kept
+    EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("(c2,"))));
+    EXPECT_EQ(log.lines(), Lines());
+    EXPECT_EQ(capi().unreleased_handles(), 0U);
 }
 
 TEST_F(CapiPkoIdScannerTest, MissingProviderThrows) {

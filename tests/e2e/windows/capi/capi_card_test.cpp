@@ -141,14 +141,33 @@ TEST_F(CapiCardTest, KeyWithoutCertificateCausesOnlyItsContainerToBeSkipped) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
 }
 
-TEST_F(CapiCardTest, InvalidCertificateFailsTheDiscovery) {
+TEST_F(CapiCardTest, InvalidCertificateCausesOnlyItsContainerToBeSkippedWithAWarning) {
+    card.add("both");
+    card.add("exchange");
+    card.add("sign");
+    card.replace_certificate("exchange", key_exchange, {'n', 'o', 'n', 'e'});
+    ASSERT_TRUE(discover());
+    EXPECT_EQ(key_names(), (Lines{"both (KEYEXCHANGE)", "both (SIGNATURE)", "sign (SIGNATURE)"}));
+    const std::string line =
+        "<warn> skipping container 'exchange': cert_ossl:55 Kes::OsslCert::OsslCert(): error converting "
+        "certificate from DER to X509 format: rc=0";
+    const Lines lines = log();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
+    ASSERT_TRUE(load(signature, "sign"));
+    EXPECT_TRUE(is_loaded("sign", signature));
+}
+
+TEST_F(CapiCardTest, ContainerWithoutACertificateParameterIsSkippedWithAWarning) {
     card.add("both");
     card.add("sign");
-    card.replace_certificate("both", signature, {'n', 'o', 'n', 'e'});
-    EXPECT_FALSE(discover());
-    EXPECT_EQ(
-        error().substr(0, error().find('\n')),
-        "cert_ossl:55 Kes::OsslCert::OsslCert(): error converting certificate from DER to X509 format: rc=0");
+    card.fail("certificate_size@both", bad_type);
+    ASSERT_TRUE(discover());
+    EXPECT_EQ(key_names(), Lines{"sign (SIGNATURE)"});
+    const std::string line =
+        "<warn> skipping container 'both': capi_helper:423 Kes::CapiKeyParamReader::read_len(): "
+        "CryptGetKeyParam() with param=26, flags=0 is not supported: val=4 (unsupported)";
+    const Lines lines = log();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1);
 }
 
 TEST_F(CapiCardTest, MissingCardIsReportedAndCardInsertedLaterIsRead) {
