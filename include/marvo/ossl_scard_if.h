@@ -145,6 +145,10 @@ public:
     /// Does nothing and returns 0 if it has already succeeded since the last notify_config_done(), even if
     /// ossl_unload() was called in between. Otherwise it frees the objects of an earlier load first. After a
     /// failure, no key is loaded, and the operation may be called again.
+    ///
+    /// pkcs11: passes the PIN to the engine, even if none was set. If the card needs a login, the engine logs
+    /// in with it, and an empty PIN may cost one of the card's tries. Therefore call set_pin() first if
+    /// is_pin_required() returns true.
     virtual int ossl_load() = 0;
 
     /// Frees the key and the certificate; without them, it does nothing. States: configured. Free every TLS

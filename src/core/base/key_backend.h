@@ -31,10 +31,6 @@ public:
     /// @return whether the card requires the PIN from the client
     virtual bool read_card(const CfgReader& settings, bool is_engine_loaded) = 0;
 
-    /// Throws if the card that read_card() found requires a login, the user is not logged in, and the PIN is
-    /// empty. Does not log in.
-    virtual void require_pin(const Pin& pin) const = 0;
-
     /// Creates the scanner that fills the list of keys.
     /// @param filter  selects the keys to offer
     /// @return null if the back-end has no scanner

@@ -20,8 +20,6 @@ public:
 
     bool read_card(const CfgReader&, bool) override { return false; }
 
-    void require_pin(const Pin&) const override {}
-
     std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader&,
                                                  std::unique_ptr<CertKeyUsageFilter>) override {
         fail(scanner_location);

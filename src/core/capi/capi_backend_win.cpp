@@ -14,7 +14,6 @@ namespace {
 class NoPinBackend : public KeyBackend {
 public:
     void open(const CfgReader&) override {}
-    void require_pin(const Pin&) const override {}
 };
 
 class CapiBackend final : public NoPinBackend {

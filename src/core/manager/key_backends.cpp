@@ -12,7 +12,6 @@ class UnknownBackend final : public KeyBackend {
 public:
     void open(const CfgReader&) override {}
     bool read_card(const CfgReader&, bool) override { return false; }
-    void require_pin(const Pin&) const override {}
     std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader&,
                                                  std::unique_ptr<CertKeyUsageFilter>) override {
         return nullptr;

@@ -89,9 +89,7 @@ void OsslScardMgr::read_scard() {
     require_state({CfgState::initialized, CfgState::configuring, CfgState::configured});
     clear();
     is_pin_required_ = false;
-    KeyBackend& backend = selected_backend();
-    is_pin_required_ = backend.read_card(settings(), engine != nullptr);
-    card_backend = &backend;
+    is_pin_required_ = selected_backend().read_card(settings(), engine != nullptr);
     if (!is_pin_required_) pin.clear(); // a stored PIN belongs to an earlier card
     cfg_state = CfgState::configuring;
 }
@@ -181,8 +179,6 @@ void OsslScardMgr::ossl_load() {
 
 void OsslScardMgr::load_key_and_certificate() {
     engine->set_key_type(settings().get_capi_key_type());
-    // The engine would try to log in with an empty PIN, which costs one of the card's tries.
-    if (is_pin_required_) card_backend->require_pin(pin);
     engine->set_pin(pin);
     private_key = engine->read_private_key(settings().get_priv_key_name());
     certificate = engine->read_certificate(settings().get_cert_name());

@@ -80,7 +80,6 @@ private:
     bool is_pin_required_ = false;
     Pin pin;
     std::unique_ptr<KeyBackends> backends;
-    KeyBackend* card_backend = nullptr; ///< the back-end of the last successful read_scard()
     std::unique_ptr<OsslEngine> engine;
     EvpPkeyPtr private_key;
     X509Ptr certificate;

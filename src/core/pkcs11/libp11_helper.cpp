@@ -123,12 +123,6 @@ void Libp11Init::authenticate(const Pin& pin) {
     log_info("logged-in successfully");
 }
 
-void Libp11Init::require_pin(const Pin& pin) const {
-    if (login_required && pin.is_empty() && !is_logged_in())
-        throw Error(ErrorCodeType::empty, "no PIN specified",
-                    "libp11_helper:198 Kes::Libp11Init::require_pin()");
-}
-
 PKCS11_TOKEN* Libp11Init::get_token() const {
     if (token == nullptr)
         throw Error(ErrorCodeType::empty, "no token has been read",

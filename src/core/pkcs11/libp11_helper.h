@@ -50,10 +50,6 @@ public:
     ///         because it was never initialised
     PKCS11_TOKEN* get_token() const;
 
-    /// Throws if the token requires a login, the user is not logged in and the PIN is empty. Does not log in.
-    /// @throws Error empty, OsslError
-    void require_pin(const Pin& pin) const;
-
 private:
     /// Releases the array of one PKCS11_enumerate_slots() call.
     struct ReleaseSlots {

@@ -23,8 +23,6 @@ bool Pkcs11Backend::read_card(const CfgReader&, bool is_engine_loaded) {
     return context.is_login_required();
 }
 
-void Pkcs11Backend::require_pin(const Pin& pin) const { require_libp11().require_pin(pin); }
-
 std::unique_ptr<PkoIdScanner> Pkcs11Backend::create_scanner(const CfgReader&,
                                                             std::unique_ptr<CertKeyUsageFilter> filter) {
     return std::make_unique<Pkcs11Libp11PkoIdScanner>(&require_libp11(), std::move(filter));

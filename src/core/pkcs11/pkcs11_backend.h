@@ -16,7 +16,6 @@ class Pkcs11Backend final : public KeyBackend {
 public:
     void open(const CfgReader& settings) override;
     bool read_card(const CfgReader& settings, bool is_engine_loaded) override;
-    void require_pin(const Pin& pin) const override;
     std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,
                                                  std::unique_ptr<CertKeyUsageFilter> filter) override;
     std::unique_ptr<OsslEngine> create_engine(const CfgReader& settings, const Pin& pin) override;

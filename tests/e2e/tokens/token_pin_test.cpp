@@ -265,19 +265,22 @@ TEST_F(LoginCountTest, EachLoadWithWrongPinLogsInOnce) {
     EXPECT_EQ(logins(), 2U);
 }
 
-TEST_F(LoginCountTest, LoadWithoutPinDoesNotLogIn) {
+TEST_F(LoginCountTest, EachLoadWithoutPinLogsInOnceWithAnEmptyPin) {
     ASSERT_TRUE(client.read());
+    EXPECT_TRUE(client->is_pin_required());
     ASSERT_EQ(client->notify_config_done(), 0);
     EXPECT_EQ(client->ossl_load(), 1);
-    EXPECT_EQ(logins(), 0U);
+    EXPECT_EQ(logins(), 1U);
+    EXPECT_EQ(client->ossl_load(), 1);
+    EXPECT_EQ(logins(), 2U);
 }
 
-TEST_F(LoginCountTest, LoadWithEmptyPinDoesNotLogIn) {
+TEST_F(LoginCountTest, LoadWithEmptyPinLogsInOnce) {
     ASSERT_TRUE(client.read());
     ASSERT_EQ(client->set_pin(""), 0);
     ASSERT_EQ(client->notify_config_done(), 0);
     EXPECT_EQ(client->ossl_load(), 1);
-    EXPECT_EQ(logins(), 0U);
+    EXPECT_EQ(logins(), 1U);
 }
 
 TEST_F(LoginCountTest, RightPinIsUsedAsOftenAsWithDirectCalls) {

@@ -181,16 +181,6 @@ TEST_F(Libp11InitTest, ErrorsQueuedByASuccessfulModuleLoadAreCleared) {
     script().reset();
 }
 
-TEST_F(Libp11InitTest, PinIsRequiredOnlyBeforeTheLogin) {
-    Libp11Init context("module.so");
-    context.read_scard();
-    EXPECT_EQ(error_text([&] { context.require_pin(Pin()); }),
-              "libp11_helper:198 Kes::Libp11Init::require_pin(): no PIN specified: val=11 (empty)");
-    context.require_pin(Pin("1234"));
-    context.authenticate(Pin("1234"));
-    context.require_pin(Pin());
-}
-
 TEST_F(Libp11InitTest, FailedSecondReadingLeavesNoTokenAndNoLoginRequirement) {
     Libp11Init context("module.so");
     context.read_scard();
