@@ -124,10 +124,11 @@ void Logger::register_sink(const std::string& file_name, bool append) {
     if (!sink->is_open())
         throw Error(ErrorCodeType::open_failed, "error opening logfile '" + file_name + "'",
                     "logger:90 Kes::Logger::register_sink()");
-    if (append)
-        *sink << "[[[ ------ restart logger at " << TextHelper::timestamp() << " ------]]]" << std::endl;
     output = sink.get();
-    file_sink = std::move(sink); // closes the previous file
+    file_sink = std::move(sink); // closes the previous file, which may still write the end of a line
+    if (append)
+        *output << "[[[ ------ restart logger at " << TextHelper::timestamp_text().data() << " ------]]]"
+                << std::endl;
     *output << memory_output.str() << std::flush;
     memory_output.str("");
     memory_output.clear();

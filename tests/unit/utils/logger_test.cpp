@@ -3,12 +3,14 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
+#include <regex>
 #include <string>
 
 #include "hooks.h"
 #include "logger_fixture.h"
 #include "support/support.h"
 #include "utils/error.h"
+#include "utils/platform.h"
 
 /// The destinations of log lines: discarded, buffered in memory, written to a file.
 namespace Kes {
@@ -102,6 +104,35 @@ TEST_F(LoggerTest, SecondSinkClosesTheFirstAndReceivesOnlyNewLines) {
     log_info("for the second");
     EXPECT_EQ(lines("first"), (Lines{"<info> buffered", "<info> for the first"}));
     EXPECT_EQ(lines("second"), (Lines{"<info> for the second"}));
+}
+
+TEST_F(LoggerTest, UnfinishedLineOfTheSameFileIsWrittenBeforeTheBannerAndTheBufferedLines) {
+    logger().register_sink(file(), true);
+    logger().log(Severity::info) << "unfinished";
+    logger().buffer_output();
+    log_info("buffered");
+    logger().register_sink(file(), true);
+    log_info("after");
+    const std::regex time(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
+    const std::string tid = " tid=" + std::to_string(platform::thread_id()) + ": ";
+    EXPECT_EQ(std::regex_replace(read_text(file()), time, "TIME"),
+              "[[[ ------ restart logger at TIME ------]]]\n"
+              "TIME <info>" +
+                  tid +
+                  "unfinished"
+                  "[[[ ------ restart logger at TIME ------]]]\n"
+                  "TIME <info>" +
+                  tid + "buffered\nTIME <info>" + tid + "after\n");
+}
+
+TEST_F(LoggerTest, FailedSinkLeavesAnUnfinishedLineInTheEarlierFile) {
+    logger().register_sink(file(), true);
+    logger().log(Severity::info) << "unfinished";
+    EXPECT_THROW(logger().register_sink(file("missing/log"), true), Error);
+    log_lines(Severity::info, "and continued\n");
+    EXPECT_EQ(lines().size(), 2U);
+    EXPECT_TRUE(lines().at(1).starts_with("<info> unfinished")) << lines().at(1);
+    EXPECT_TRUE(lines().at(1).ends_with("and continued")) << lines().at(1);
 }
 
 TEST_F(LoggerTest, DiscardedLinesAreLostAndTheBufferIsKept) {

@@ -74,8 +74,8 @@ public:
     /// Discards the following lines. Lines in memory remain there.
     void discard_output();
 
-    /// Sends the following lines to the file, after the lines in memory. Closes the file that was registered
-    /// before.
+    /// Sends the following lines to the file, after the lines in memory. Before anything is written to it,
+    /// closes the file that was registered before, which may be the same one.
     /// @param append  whether to append to an existing file, after a line about the restart, or to empty it
     /// @throws Error open_failed "error opening logfile '...'"; the output does not change then
     void register_sink(const std::string& file_name, bool append);
