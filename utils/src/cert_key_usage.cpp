@@ -10,6 +10,7 @@
 #include "utils/error.h"
 #include "utils/error_queue_mark.h"
 #include "utils/logger.h"
+#include "utils/ossl_helper.h"
 #include "utils/ossl_ptr.h"
 #include "utils/text_helper.h"
 
@@ -58,6 +59,24 @@ std::vector<std::string> read_ext_key_usages(X509* x509) {
     return names;
 }
 
+/// The subject for a log line; "" if OpenSSL cannot print it, because a warning must not become an error.
+std::string subject_of(X509* x509) {
+    try {
+        return OsslHelper::cert_name_to_str(x509, OsslHelper::subject);
+    } catch (const ErrorBase&) {
+        return "";
+    }
+}
+
+/// Warns if the certificate has the extension. Call it for an extension from which no usage was read: a filter
+/// of type exact_none lets it pass like an absent one, although it may forbid the use. The extension may be
+/// broken or occur twice, or OpenSSL may consider the certificate invalid because of another extension.
+void warn_if_present(X509* x509, int nid, const char* name) {
+    if (::X509_get_ext_by_NID(x509, nid, -1) < 0) return;
+    log_warn("no usage can be read from the ", name, " extension of certificate '", subject_of(x509),
+             "'; the extension counts as absent");
+}
+
 } // namespace
 
 CertKeyUsage::CertKeyUsage(X509* x509) {
@@ -69,6 +88,8 @@ CertKeyUsage::CertKeyUsage(X509* x509) {
     _kuse_mask = zero_if_absent(::X509_get_key_usage(x509));
     _xkuse_mask = zero_if_absent(::X509_get_extended_key_usage(x509));
     _xkuse_nid_list = read_ext_key_usages(x509);
+    if (_kuse_mask == 0) warn_if_present(x509, NID_key_usage, "key usage");
+    if (_xkuse_nid_list.empty()) warn_if_present(x509, NID_ext_key_usage, "extended key usage");
 }
 
 CertKeyUsage::CertKeyUsage(const std::vector<unsigned char>& der) : CertKeyUsage(OsslCert(der).x509()) {}

@@ -2,9 +2,12 @@
 
 #include <array>
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 
+#include "hooks.h"
 #include "support/support.h"
 #include "unit_certs.h"
+#include "utils/cert_ossl.h"
 
 namespace Kes {
 namespace {
@@ -15,6 +18,7 @@ using test::unit_cert;
 
 constexpr auto client_auth = "1.3.6.1.5.5.7.3.2";
 constexpr std::uint32_t info_and_above = 60; // without the trace lines of the certificates
+constexpr std::uint32_t warnings_and_above = 56;
 
 CertKeyUsage usage_of(const std::string& cert) { return CertKeyUsage(unit_cert(cert)); }
 
@@ -71,6 +75,53 @@ constexpr std::array ext_key_usage_rows{
     Row{static_cast<FilterType>(7), "email_client", "0110000"},
 };
 
+/// A certificate, the warnings when it is read, and the results for the types all, exact and exact_none.
+struct WarningRow {
+    const char* cert;
+    const char* subject;
+    bool warns_of_key_usage;
+    bool warns_of_ext_key_usage;
+    const char* results;     ///< for digital signature
+    const char* ext_results; ///< for client authentication
+};
+
+constexpr std::array warning_rows{
+    WarningRow{"ku_none_eku_none", "CN=ku_none_eku_none", false, false, "101", "101"},
+    WarningRow{"ku_80_eku_client", "CN=ku_80_eku_client", false, false, "111", "111"},
+    WarningRow{"ku_20_eku_email", "CN=ku_20_eku_email", false, false, "100", "100"},
+    WarningRow{"unknown_ext_key_usage", "CN=unknown_ext_key_usage", false, false, "101", "100"},
+    WarningRow{"broken_key_usage", "CN=broken_key_usage", true, false, "101", "111"},
+    WarningRow{"doubled_key_usage", "CN=twice", true, false, "101", "111"},
+    WarningRow{"empty_key_usage", "CN=empty_key_usage", true, false, "101", "101"},
+    WarningRow{"empty_ext_key_usage", "CN=empty_ext_key_usage", false, true, "101", "101"},
+    // A broken extension makes the whole certificate invalid. OpenSSL then returns no key usage either.
+    WarningRow{"broken_ext_key_usage", "CN=broken_ext_key_usage", true, true, "101", "101"},
+    WarningRow{"doubled_ext_key_usage", "CN=twice", true, true, "101", "101"},
+    WarningRow{"broken_usages", "CN=broken_usages", true, true, "101", "101"},
+    WarningRow{"broken_constraints", "CN=broken_constraints", true, false, "101", "111"},
+    WarningRow{"only_broken_constraints", "CN=only_broken_constraints", false, false, "101", "101"},
+};
+
+/// The results of the filter for the three types, '1' for each that passes.
+template <typename MakeFilter>
+std::string results_of(const CertKeyUsage& key_usage, MakeFilter make_filter) {
+    std::string results;
+    for (const FilterType type : {FilterType::all, FilterType::exact, FilterType::exact_none})
+        results += make_filter(type).check(key_usage) ? '1' : '0';
+    return results;
+}
+
+Lines expected_warnings(const WarningRow& row) {
+    const auto warning = [&](const char* extension) {
+        return std::string("<warn> no usage can be read from the ") + extension +
+               " extension of certificate '" + row.subject + "'; the extension counts as absent";
+    };
+    Lines lines;
+    if (row.warns_of_key_usage) lines.push_back(warning("key usage"));
+    if (row.warns_of_ext_key_usage) lines.push_back(warning("extended key usage"));
+    return lines;
+}
+
 class CertKeyUsageFilterTest : public testing::Test {
 protected:
     /// Checks every combination of requirements of the two rows with the certificate that both rows name.
@@ -100,6 +151,37 @@ TEST_F(CertKeyUsageFilterTest, EveryFilterTypeAppliesItsRuleToEveryCertificate) 
     for (const Row& row : key_usage_rows)
         for (const Row& ext_row : ext_key_usage_rows)
             check_all(row, ext_row);
+}
+
+TEST_F(CertKeyUsageFilterTest, ExtensionWithoutReadableUsageCountsAsAbsentWithOneWarning) {
+    ::ERR_clear_error();
+    for (const WarningRow& row : warning_rows) {
+        SCOPED_TRACE(row.cert);
+        const LogCapture log(warnings_and_above);
+        const CertKeyUsage key_usage = usage_of(row.cert);
+        EXPECT_EQ(
+            results_of(key_usage,
+                       [](FilterType type) { return CertKeyUsageFilter(type, 0x80, FilterType::all, ""); }),
+            row.results);
+        EXPECT_EQ(results_of(key_usage,
+                             [](FilterType type) {
+                                 return CertKeyUsageFilter(FilterType::all, 0, type, client_auth);
+                             }),
+                  row.ext_results);
+        EXPECT_EQ(log.lines(), expected_warnings(row));
+        EXPECT_EQ(::ERR_peek_error(), 0UL);
+    }
+}
+
+TEST_F(CertKeyUsageFilterTest, SubjectThatCannotBePrintedIsLeftOutOfTheWarning) {
+    const OsslCert cert(unit_cert("broken_key_usage"));
+    const LogCapture log(warnings_and_above);
+    test::OsslCalls calls;
+    calls.name_print_result = 0;
+    EXPECT_EQ(CertKeyUsage(cert.x509()).kuse_mask(), 0U);
+    EXPECT_EQ(log.lines(),
+              Lines{"<warn> no usage can be read from the key usage extension of certificate ''; "
+                    "the extension counts as absent"});
 }
 
 TEST_F(CertKeyUsageFilterTest, DigitalSignatureIsRequired) {

@@ -11,9 +11,9 @@
 
 namespace Kes {
 
-/// The uses that a certificate allows for its key, from the extensions key usage and extended key usage.
-/// RFC 5280, sections 4.2.1.3 and 4.2.1.12, defines them. An extension that OpenSSL cannot decode counts as
-/// absent.
+/// The uses that a certificate allows for its key, from the extensions key usage and extended key usage (RFC
+/// 5280, sections 4.2.1.3 and 4.2.1.12). An extension from which OpenSSL reads no usage counts as absent; a
+/// warning names the certificate and the extension.
 class CertKeyUsage {
 public:
     /// The key usage of a certificate that has neither extension.
