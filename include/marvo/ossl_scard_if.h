@@ -81,7 +81,7 @@ public:
     /// only the state changes. States: initialized, configuring, configured.
     ///
     /// Discards the keys of an earlier discover_keys(), even if it fails: their numbers and names become
-    /// invalid.
+    /// invalid. Does not end a login: the user stays logged in to the card until destroy().
     virtual int read_scard() = 0;
 
     /// Whether the card that read_scard() found needs a PIN from set_pin(). False before read_scard() and
@@ -94,7 +94,7 @@ public:
     /// The copy is kept until another PIN replaces it, read_scard() finds that no PIN is needed, or
     /// destroy(). The library overwrites it before it releases the memory, and never logs it. set_pin() does
     /// not check the PIN; the card does, in discover_keys() and ossl_load(), and counts each wrong PIN as a
-    /// failed try.
+    /// failed try. Once the user is logged in, a wrong PIN goes unnoticed until destroy().
     /// @param pin  must not be null
     virtual int set_pin(const char* pin) = 0;
 

@@ -109,6 +109,7 @@ bool Libp11Init::is_logged_in() const {
 void Libp11Init::authenticate(const Pin& pin) {
     if (!login_required) return;
     if (is_logged_in()) {
+        has_logged_in_ = true;
         log_info("pin required but already logged-in");
         return;
     }
@@ -120,6 +121,7 @@ void Libp11Init::authenticate(const Pin& pin) {
     if (rc != 0)
         throw OsslError(OsslErrorCode(rc), "PKCS11_login() failed",
                         "libp11_helper:190 Kes::Libp11Init::authenticate()");
+    has_logged_in_ = true;
     log_info("logged-in successfully");
 }
 

@@ -45,6 +45,10 @@ public:
     /// @throws Error empty if a login is needed and the PIN is empty, OsslError
     void authenticate(const Pin& pin);
 
+    /// Whether authenticate() has logged the user in, or has found that the user is logged in. Stays true
+    /// until this object is destroyed: it never logs out.
+    bool has_logged_in() const noexcept { return has_logged_in_; }
+
     /// The token that read_scard() has found, borrowed.
     /// @throws Error empty without a token, not_initialized for a token on which no session can be opened
     ///         because it was never initialised
@@ -66,6 +70,7 @@ private:
     PKCS11_SLOT* slot = nullptr;          // points into slots
     PKCS11_TOKEN* token = nullptr;        // belongs to slot
     bool login_required = false;
+    bool has_logged_in_ = false;
 };
 
 } // namespace Kes

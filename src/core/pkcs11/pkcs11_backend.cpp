@@ -17,8 +17,9 @@ void Pkcs11Backend::open(const CfgReader& settings) {
 
 bool Pkcs11Backend::read_card(const CfgReader&, bool is_engine_loaded) {
     Libp11Init& context = require_libp11();
-    // Releasing slots closes all sessions of the module, including those that an engine's keys use.
-    if (!is_engine_loaded) context.release_slots();
+    // Releasing slots closes all sessions of the module: the login would end, and an engine's keys would
+    // become unusable. See docs/decisions/0002-slots-of-earlier-reads.md.
+    if (!is_engine_loaded && !context.has_logged_in()) context.release_slots();
     context.read_scard();
     return context.is_login_required();
 }

@@ -204,13 +204,10 @@ protected:
     }
 
     /// The growth with direct libp11 calls: libp11 itself leaks a little in each repetition.
-    static long growth_with_direct_calls() {
+    template <typename Action>
+    static long growth_with_direct_calls(Action action) {
         DirectLibp11Client direct(WrappedModule::path());
-        const long bytes = growth([&] {
-            direct.read();
-            EXPECT_TRUE(direct.log_in(token_pin));
-            EXPECT_EQ(direct.scan(), 1U);
-        });
+        const long bytes = growth([&] { action(direct); });
         direct.end();
         return bytes;
     }
@@ -218,23 +215,38 @@ protected:
     static void read_and_scan(Client& client) {
         EXPECT_EQ(client->read_scard(), 0) << client.error();
         EXPECT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
-        EXPECT_EQ(client.num_keys, 1U);
     }
 
-    static void set_up(Client& client) {
+    static void set_module(const Client& client) {
         client.cfg->set_pkcs11_module_dll(WrappedModule::path().c_str());
-        ASSERT_TRUE(client.discover()) << client.error();
     }
 
     const SoftToken token{"one"};
     const WrappedModule module;
 };
 
-TEST_F(RepeatedScanTest, ReadingAndScanningLeakNeitherFilesNorSessionsNorMemory) {
-    const long direct_growth = growth_with_direct_calls();
+TEST_F(RepeatedScanTest, ReadingBeforeALoginLeaksNeitherFilesNorSessionsNorMemory) {
+    const long direct_growth = growth_with_direct_calls([](DirectLibp11Client& direct) { direct.read(); });
+    Client client;
+    set_module(client);
+    ASSERT_TRUE(client.read()) << client.error();
+    const std::size_t files = open_files();
+    EXPECT_LE(growth([&] { EXPECT_EQ(client->read_scard(), 0) << client.error(); }), direct_growth + slack);
+    EXPECT_EQ(open_files(), files);
+    EXPECT_EQ(module->open_sessions, 0U);
+}
+
+TEST_F(RepeatedScanTest, ReadingAndScanningWithoutALoginLeakNeitherFilesNorSessionsNorMemory) {
+    module->clear_token_flags = 0x4; // CKF_LOGIN_REQUIRED
+    const long direct_growth = growth_with_direct_calls([](DirectLibp11Client& direct) {
+        direct.read();
+        EXPECT_EQ(direct.scan(), 0U);
+    });
     EXPECT_EQ(module->open_sessions, 0U);
     Client client;
-    set_up(client);
+    set_module(client);
+    ASSERT_TRUE(client.read()) << client.error();
+    read_and_scan(client);
     const std::size_t files = open_files();
     const std::uint64_t sessions = module->open_sessions;
     EXPECT_GT(sessions, 0U);
@@ -247,23 +259,34 @@ TEST_F(RepeatedScanTest, ReadingAndScanningLeakNeitherFilesNorSessionsNorMemory)
     EXPECT_EQ(module.calls(P11::finalize), 2U);
 }
 
-TEST_F(RepeatedScanTest, SlotsOfRepeatedReadsAfterALoadAreReleasedByDestroy) {
+class KeptSlotsTest : public RepeatedScanTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(KeptSlotsTest, SlotsOfRepeatedReadsAreReleasedByDestroy) {
+    const bool is_key_loaded = GetParam();
     constexpr long kept = 16 * 1024; // bytes at most in each repetition
     long memory = 0;
-    for (const bool is_first : {true, false}) { // the first makes all allocations that happen only once
-        if (!is_first) memory = static_cast<long>(allocated());
+    for (int i = 0; i < 3; ++i) { // the first two make all allocations that happen only once
+        memory = static_cast<long>(allocated());
         Client client;
-        set_up(client);
-        ASSERT_TRUE(client.load()) << client.error();
+        set_module(client);
+        ASSERT_TRUE(client.discover()) << client.error();
+        if (is_key_loaded) {
+            ASSERT_TRUE(client.load()) << client.error();
+        }
         const std::size_t files = open_files();
         EXPECT_LE(growth([&] { read_and_scan(client); }), kept);
+        EXPECT_EQ(client.num_keys, 1U);
         EXPECT_EQ(open_files(), files);
-        EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+        if (is_key_loaded) {
+            EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+        }
         client.end();
         EXPECT_EQ(module->open_sessions, 0U);
     }
     EXPECT_LE(static_cast<long>(allocated()) - memory, kept); // in all repetitions together
 }
+
+INSTANTIATE_TEST_SUITE_P(AfterALoginAndAfterALoad, KeptSlotsTest, testing::Bool());
 
 /// Runs the first steps of a typical sequence.
 /// @return the number of the step that failed; 0 if none did

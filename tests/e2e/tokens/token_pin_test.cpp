@@ -255,6 +255,34 @@ TEST_F(LoginCountTest, DiscoveryWithoutPinDoesNotLogIn) {
     EXPECT_EQ(logins(), 0U);
 }
 
+TEST_F(LoginCountTest, WrongPinAfterARightOneGoesUnnoticedUntilDestroyWhenTheCardIsReadAgain) {
+    ASSERT_TRUE(discover(client, right_pin));
+    EXPECT_EQ(logins(), 1U);
+    for (std::uint64_t i = 2; i < 5; ++i) {
+        ASSERT_EQ(client->read_scard(), 0) << client.error();
+        ASSERT_TRUE(set_pin(client, wrong_pin));
+        EXPECT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+        EXPECT_EQ(client.num_keys, 1U);
+        EXPECT_EQ(logins(), i); // answered with "already logged in"
+    }
+    ASSERT_TRUE(client.load()) << client.error();
+    EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
+    client.end();
+    Client next;
+    EXPECT_FALSE(discover(next, wrong_pin));
+}
+
+TEST_F(LoginCountTest, WrongPinIsRejectedAgainWhenTheCardIsReadAgain) {
+    EXPECT_FALSE(discover(client, wrong_pin));
+    ASSERT_EQ(client->read_scard(), 0) << client.error();
+    EXPECT_EQ(client->discover_keys(&client.num_keys), 1);
+    EXPECT_EQ(logins(), 2U);
+    ASSERT_EQ(client->read_scard(), 0) << client.error();
+    ASSERT_TRUE(set_pin(client, right_pin));
+    EXPECT_EQ(client->discover_keys(&client.num_keys), 0) << client.error();
+    EXPECT_EQ(logins(), 3U);
+}
+
 TEST_F(LoginCountTest, EachLoadWithWrongPinLogsInOnce) {
     ASSERT_TRUE(client.read());
     ASSERT_TRUE(set_pin(client, wrong_pin));
@@ -281,6 +309,13 @@ TEST_F(LoginCountTest, LoadWithEmptyPinLogsInOnce) {
     ASSERT_EQ(client->notify_config_done(), 0);
     EXPECT_EQ(client->ossl_load(), 1);
     EXPECT_EQ(logins(), 1U);
+}
+
+TEST_F(LoginCountTest, LoadWithEmptyPinWorksAfterTheLoginOfADiscovery) {
+    ASSERT_TRUE(discover(client, right_pin));
+    ASSERT_EQ(client->set_pin(""), 0);
+    ASSERT_TRUE(client.load()) << client.error();
+    EXPECT_EQ(signing_problem(client.key(), client.certificate()), "");
 }
 
 TEST_F(LoginCountTest, RightPinIsUsedAsOftenAsWithDirectCalls) {

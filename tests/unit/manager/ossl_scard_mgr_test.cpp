@@ -1,6 +1,7 @@
 #include "manager/ossl_scard_mgr.h"
 
 #include <algorithm>
+#include <regex>
 
 #include "support/core_fixture.h"
 
@@ -141,18 +142,66 @@ TEST_F(OsslScardMgrTest, TokenWithLoginKeepsTheStoredPin) {
     EXPECT_THAT(script().calls(), testing::Contains("PKCS11_login(slot2.1, user, right pin)"));
 }
 
-TEST_F(OsslScardMgrTest, SlotsOfEarlierReadingsAreReleasedBeforeTheModule) {
+/// The slot arrays that the next calls release, in order, such as "slots1".
+class SlotReleaseTest : public OsslScardMgrTest {
+protected:
+    static Lines released_slots() {
+        static const std::regex release(R"(PKCS11_release_all_slots\(ctx1, (.*), 1\))");
+        Lines released;
+        std::smatch match;
+        for (const std::string& call : script().take_calls())
+            if (std::regex_match(call, match, release)) released.push_back(match[1]);
+        return released;
+    }
+};
+
+TEST_F(SlotReleaseTest, BeforeALoginEachReadingReleasesTheSlotsOfTheEarlierOne) {
+    go_to(CfgState::initialized);
+    manager().read_scard();
+    EXPECT_EQ(released_slots(), Lines());
+    manager().read_scard();
+    EXPECT_EQ(released_slots(), Lines{"slots1"});
+    manager().set_pin("0000");
+    EXPECT_THROW(manager().discover_keys(), OsslError);
+    manager().read_scard();
+    EXPECT_EQ(released_slots(), Lines{"slots2"}) << "a failed login is none";
+    scard().destroy();
+    EXPECT_EQ(released_slots(), Lines{"slots3"});
+}
+
+TEST_F(SlotReleaseTest, WithoutARequiredLoginEachReadingReleasesTheSlotsOfTheEarlierOne) {
+    token().loginRequired = 0;
+    go_to(CfgState::initialized);
+    for (const Lines& released : {Lines(), Lines{"slots1"}, Lines{"slots2"}}) {
+        manager().read_scard();
+        manager().discover_keys();
+        EXPECT_EQ(released_slots(), released);
+    }
+}
+
+TEST_F(SlotReleaseTest, AfterALoginTheSlotsAreKeptUntilTheModuleIsUnloaded) {
+    go_to(CfgState::configuring); // with a login
+    script().take_calls();
+    manager().read_scard();
+    manager().discover_keys();
+    manager().read_scard();
+    EXPECT_EQ(released_slots(), Lines());
+    scard().destroy();
+    EXPECT_EQ(script().calls().back(), "PKCS11_CTX_free(ctx1)");
+    EXPECT_EQ(released_slots(), (Lines{"slots3", "slots1", "slots2"}));
+}
+
+TEST_F(SlotReleaseTest, AfterALoadTheSlotsAreKeptUntilTheModuleIsUnloaded) {
+    token().loginRequired = 0;
     go_to(CfgState::configured);
     manager().ossl_load();
-    manager().read_scard();
-    manager().read_scard();
     script().take_calls();
+    manager().read_scard();
+    manager().read_scard();
+    EXPECT_EQ(released_slots(), Lines());
     scard().destroy();
-    const Lines& calls = script().calls();
-    EXPECT_EQ(std::count_if(calls.begin(), calls.end(),
-                            [](const auto& call) { return call.starts_with("PKCS11_release_all_slots"); }),
-              3);
-    EXPECT_EQ(calls.back(), "PKCS11_CTX_free(ctx1)");
+    EXPECT_EQ(script().calls().back(), "PKCS11_CTX_free(ctx1)");
+    EXPECT_EQ(released_slots(), (Lines{"slots3", "slots1", "slots2"}));
 }
 
 TEST_F(OsslScardMgrTest, FilterOfTheConfigurationSelectsTheKeys) {

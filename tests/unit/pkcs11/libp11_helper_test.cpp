@@ -248,6 +248,30 @@ TEST_F(Libp11LoginTest, LogsInOnceAndDetectsTheExistingLoginAfterwards) {
                                   "<info> pin required but already logged-in"}));
 }
 
+TEST_F(Libp11LoginTest, SuccessfulLoginIsRemembered) {
+    EXPECT_FALSE(context_.has_logged_in());
+    context_.authenticate(Pin("1234"));
+    EXPECT_TRUE(context_.has_logged_in());
+    context_.read_scard();
+    EXPECT_TRUE(context_.has_logged_in());
+}
+
+TEST_F(Libp11LoginTest, ExistingLoginIsRemembered) {
+    libp11().is_logged_in = true;
+    context_.authenticate(Pin());
+    EXPECT_TRUE(context_.has_logged_in());
+}
+
+TEST_F(Libp11LoginTest, NoLoginIsRememberedAfterAFailureOrWhenNoneIsRequired) {
+    EXPECT_THROW(context_.authenticate(Pin("0000")), OsslError);
+    EXPECT_THROW(context_.authenticate(Pin()), Error);
+    EXPECT_FALSE(context_.has_logged_in());
+    token().loginRequired = 0;
+    context_.read_scard();
+    context_.authenticate(Pin("1234"));
+    EXPECT_FALSE(context_.has_logged_in());
+}
+
 TEST_F(Libp11LoginTest, EmptyPinLogsTheRequiredLoginAndThrows) {
     EXPECT_EQ(error_text([&] { context_.authenticate(Pin()); }),
               "libp11_helper:185 Kes::Libp11Init::authenticate(): no PIN specified: val=11 (empty)");
