@@ -98,9 +98,10 @@ private:
     TypedKeys keyboard_;
 };
 
-/// The end of the error text when a library to be loaded is missing: the system's error, on systems where
-/// OpenSSL and libp11 hide it. See core_fixture_posix.cpp and core_fixture_win.cpp.
-std::string missing_file_detail(const std::string& file);
+/// The end of the error text when the PKCS#11 module or the engine's library does not exist: the system's
+/// error, where libp11 or OpenSSL hides it. See core_fixture_posix.cpp and core_fixture_win.cpp.
+std::string missing_module_detail(const std::string& file);
+std::string missing_engine_detail(const std::string& file);
 
 Lines operator+(Lines first, const Lines& second);
 

@@ -259,21 +259,34 @@ TEST(DuplicateLabelTest, LoadWithoutDiscoveryFails) {
               std::string(load_failed) + "error:pkcs11 engine:object not found:\n" + load_failed_end);
 }
 
-std::string module_failure(const std::string& path) {
+std::string module_failure(const std::string& path, const std::string& last_line) {
     return "libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to load PKCS#11 library "
            "'" +
-           path + "': rc=-1\nerror:libp11:Unable to load PKCS#11 module:";
+           path + "': rc=-1\nerror:libp11:Unable to load PKCS#11 module:\n" +
+           "error:DSO support routines:system lib:" + last_line;
 }
+
+/// The loader's message in the last line, without the folder of its file.
+std::string loader_message(const std::string& text) { return text.substr(text.rfind('/') + 1); }
 
 TEST(ModuleTest, InvalidModuleFailsInitAndTheRightOneWorksAfterwards) {
     const SoftToken token("one");
     std::ofstream(token.file("text")) << "This is no library.\n";
+    const struct {
+        std::string path, reason;
+    } rows[] = {
+        {"/nowhere/module.so",
+         "/nowhere/module.so: cannot open shared object file: No such file or directory"},
+        {"module.so", "module.so: cannot open shared object file: No such file or directory"},
+        {token.file("text"), token.file("text") + ": file too short"},
+        {token.file(""), token.file("") + ": cannot read file data: Is a directory"},
+        {pkcs11_engine(), "'" + pkcs11_engine() + "' is an OpenSSL engine, not a PKCS#11 module"},
+    };
     Client client;
-    for (const std::string& path : {std::string("/nowhere/module.so"), token.file("text"), token.file(""),
-                                    std::string("libz.so.1"), std::string()}) {
+    for (const auto& [path, reason] : rows) {
         client.cfg->set_pkcs11_module_dll(path.c_str());
         EXPECT_FALSE(client.init());
-        EXPECT_EQ(client.masked_error(), module_failure(path));
+        EXPECT_EQ(client.masked_error(), module_failure(path, reason));
         EXPECT_EQ(client->read_scard(), 1);
         EXPECT_EQ(client.error(),
                   "operation not allowed in current state (cfg_state=uninitialized): val=6 (invalid_state)");
@@ -281,6 +294,19 @@ TEST(ModuleTest, InvalidModuleFailsInitAndTheRightOneWorksAfterwards) {
     client.cfg->set_pkcs11_module_dll(softhsm_module().c_str());
     EXPECT_TRUE(client.discover()) << client.error();
     EXPECT_TRUE(client.load()) << client.error();
+}
+
+TEST(ModuleTest, LibraryThatIsNoModuleFailsInitWithTheMissingFunction) {
+    Client client;
+    // The loader takes an empty path for the program itself.
+    for (const char* path : {"libz.so.1", ""}) {
+        client.cfg->set_pkcs11_module_dll(path);
+        EXPECT_FALSE(client.init());
+        const std::string text = client.masked_error();
+        const std::string file = *path == '\0' ? "tokens_test" : path;
+        EXPECT_EQ(text.rfind(module_failure(path, ""), 0), 0U) << text;
+        EXPECT_EQ(loader_message(text), file + ": undefined symbol: C_GetFunctionList");
+    }
 }
 
 constexpr const char* engine_failure = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
@@ -309,7 +335,9 @@ TEST(EngineTest, InvalidEngineFailsTheLoadAndTheRightOneLoadsAfterwards) {
                                 "name:symname(bind_engine): " +
                                 softhsm_module() + ": undefined symbol: bind_engine\n") +
                                "error:DSO support routines:could not bind to the requested symbol "
-                               "name:\nerror:engine routines:DSO failure:"},
+                               "name:\nerror:engine routines:DSO failure:\n"
+                               "error:DSO support routines:system lib:'" +
+                               softhsm_module() + "' is a PKCS#11 module, not an OpenSSL engine"},
         {"", "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
              "ENGINE_ctrl_cmd_string(SO_PATH) failed: rc=0"}};
     Client client;

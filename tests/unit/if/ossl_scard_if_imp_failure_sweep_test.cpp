@@ -116,12 +116,12 @@ constexpr std::size_t find_token_step = 4;
 /// The load diagnosis that follows the error of step n.
 std::string load_diagnosis(std::size_t n) {
     constexpr std::size_t load_engine_step = 13;
-    if (n == load_engine_step) return missing_file_detail("./engine.so");
+    if (n == load_engine_step) return missing_engine_detail("./engine.so");
     // An engine may load the module in any of the later steps.
     constexpr std::size_t steps_of_module[] = {2, 15, 19, 20};
     const bool is_of_module =
         std::find(std::begin(steps_of_module), std::end(steps_of_module), n) != std::end(steps_of_module);
-    return is_of_module ? missing_file_detail("module.so") : "";
+    return is_of_module ? missing_module_detail("module.so") : "";
 }
 
 class OsslScardIfImpFailureSweepTest : public ScardTest {

@@ -37,7 +37,7 @@ TEST_F(Libp11InitTest, ErrorNamesAModuleThatCannotBeLoadedAndItsContextIsFreedWi
         error_text([] { Libp11Init("./no such.so"); }),
         "libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to load PKCS#11 library "
         "'./no such.so': rc=-1" +
-            missing_file_detail("./no such.so"));
+            missing_module_detail("./no such.so"));
     EXPECT_EQ(script().calls(), (Lines{"ERR_load_PKCS11_strings()", "PKCS11_CTX_new()",
                                        "PKCS11_CTX_load(ctx1, ./no such.so)", "PKCS11_CTX_free(ctx1)"}));
     EXPECT_EQ(log.lines(), Lines());

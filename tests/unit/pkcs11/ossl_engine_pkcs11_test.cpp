@@ -56,10 +56,10 @@ TEST_F(Pkcs11OsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder) {
         {2, "ossl_engine_pkcs11:91" + constructor + "ENGINE_ctrl_cmd_string(SO_PATH) failed", freed},
         {3, "ossl_engine_pkcs11:98" + constructor + "ENGINE_ctrl_cmd_string(LIST_ADD) failed", freed},
         {4, "ossl_engine_pkcs11:104" + constructor + "ENGINE_ctrl_cmd_string(LOAD) failed", freed,
-         missing_file_detail("./engine.so")},
+         missing_engine_detail("./engine.so")},
         {5, "ossl_engine_pkcs11:110" + constructor + "ENGINE_ctrl_cmd_string(MODULE_PATH) failed", removed},
         {6, "ossl_engine_pkcs11:116" + constructor + "ENGINE_init() failed", removed,
-         missing_file_detail("module.so")},
+         missing_module_detail("module.so")},
         {7, "ossl_engine_pkcs11:127" + constructor + "ENGINE_ctrl_cmd_string(VERBOSE) failed", finished},
         {8, "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed",
          finished},
@@ -132,7 +132,7 @@ TEST_F(Pkcs11OsslEngineTest, FailedCertificateCommandThrowsAndLeaksNoCertificate
             error_text([&] { loaded->read_certificate("c"); }),
             "ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate(): ENGINE_ctrl_cmd() failed: "
             "rc=0" +
-                missing_file_detail("module.so"));
+                missing_module_detail("module.so"));
         EXPECT_EQ(engine().unreleased_objects(), 0U);
     }
 }

@@ -78,7 +78,7 @@ TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialis
     script().fail_function("ENGINE_init");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_init() failed: rc=7" +
-                                       missing_file_detail("module.so"));
+                                       missing_module_detail("module.so"));
     script().clear_failures();
     EXPECT_EQ(load_error(library), "no exception");
 }
