@@ -36,6 +36,10 @@ protected:
         return our_line("'" + file + "' has no function " + function + ": " + windows_error(127));
     }
 
+    static std::string wrong_kind(const std::string& file, const std::string& kinds) {
+        return our_line("'" + file + "' is " + kinds);
+    }
+
     /// OpenSSL's own errors when it cannot load a file.
     static std::string openssl_lines(const std::string& file) {
         return "error:DSO support routines:could not load the shared library:filename(" + file +

@@ -5,6 +5,9 @@
 namespace Kes::test {
 namespace {
 
+constexpr const char* engine_not_module = "an OpenSSL engine, not a PKCS#11 module";
+constexpr const char* module_not_engine = "a PKCS#11 module, not an OpenSSL engine";
+
 class WrongModuleTest : public WrongFileTest {
 protected:
     /// Calls init() twice with the wrong file, then once with the right file.
@@ -25,7 +28,7 @@ protected:
 
 TEST_F(WrongModuleTest, EngineIsRejectedAsModule) {
     EXPECT_EQ(run_with(path("pkcs11.dll")),
-              failures(path("pkcs11.dll"), no_function(path("pkcs11.dll"), "C_GetFunctionList")));
+              failures(path("pkcs11.dll"), wrong_kind(path("pkcs11.dll"), engine_not_module)));
 }
 
 TEST_F(WrongModuleTest, TextFileIsRejectedAsModule) {
@@ -45,12 +48,18 @@ TEST_F(WrongModuleTest, MissingDependencyIsDistinguishedFromMissingModule) {
               failures(path("missing.dll"), not_loaded(path("missing.dll"), 126)));
 }
 
+TEST_F(WrongModuleTest, LibraryThatIsNeitherModuleNorEngineIsRejected) {
+    EXPECT_EQ(run_with(path("libp11.dll")),
+              failures(path("libp11.dll"), no_function(path("libp11.dll"), "C_GetFunctionList")));
+}
+
 TEST_F(WrongModuleTest, ErrorForBareNameContainsPathOfFileFound) {
     EXPECT_EQ(run_with("pkcs11.dll"),
-              failures("pkcs11.dll", no_function(path("pkcs11.dll"), "C_GetFunctionList")));
+              failures("pkcs11.dll", wrong_kind(path("pkcs11.dll"), engine_not_module)));
     EXPECT_EQ(run_with("text.dll"), failures("text.dll", not_loaded(path("text.dll"), 193, not_64_bits)));
     EXPECT_EQ(run_with("text"), failures("text", not_loaded(path("text.dll"), 193, not_64_bits)));
-    EXPECT_EQ(run_with("missing.dll"), failures("missing.dll", not_loaded("missing.dll", 126)));
+    EXPECT_EQ(run_with("missing.dll"),
+              failures("missing.dll", not_loaded("missing.dll", 126, searched_folders)));
 }
 
 TEST_F(WrongModuleTest, ExtensionOfBareNameIsOptional) {
@@ -81,7 +90,7 @@ protected:
 
 TEST_F(WrongEngineTest, ModuleIsRejectedAsEngine) {
     EXPECT_EQ(run_with(path("itp11.dll")),
-              failures(no_symbol_lines, no_function(path("itp11.dll"), "bind_engine")));
+              failures(no_symbol_lines, wrong_kind(path("itp11.dll"), module_not_engine)));
 }
 
 TEST_F(WrongEngineTest, TextFileIsRejectedAsEngine) {
@@ -106,7 +115,7 @@ TEST_F(WrongEngineTest, BareNameMustNotHaveExtension) {
                    "discover_keys", "set_key", "notify_config_done", "ossl_load", "destroy"}),
               beginning + std::string("ossl_load: 0\ndestroy: 0\n"));
     EXPECT_EQ(run_with("pkcs11.dll"),
-              failures(openssl_lines("pkcs11.dll.dll"), not_loaded("pkcs11.dll.dll", 126)));
+              failures(openssl_lines("pkcs11.dll.dll"), not_loaded("pkcs11.dll.dll", 126, searched_folders)));
     EXPECT_EQ(run_with("text"),
               failures(openssl_lines("text.dll"), not_loaded(path("text.dll"), 193, not_64_bits)));
 }
@@ -169,11 +178,11 @@ TEST_F(WrongEngineModuleTest, TextFileIsReportedWhenFirstKeyIsLoaded) {
 }
 
 TEST_F(WrongEngineModuleTest, MissingModuleIsReportedWhenFirstKeyIsLoaded) {
-    EXPECT_EQ(run_with("missing.dll"), failures(not_loaded("missing.dll", 126)));
+    EXPECT_EQ(run_with("missing.dll"), failures(not_loaded("missing.dll", 126, searched_folders)));
 }
 
 TEST_F(WrongEngineModuleTest, EngineInPlaceOfModuleIsReportedWhenFirstKeyIsLoaded) {
-    EXPECT_EQ(run_with(path("pkcs11.dll")), failures(no_function(path("pkcs11.dll"), "C_GetFunctionList")));
+    EXPECT_EQ(run_with(path("pkcs11.dll")), failures(wrong_kind(path("pkcs11.dll"), engine_not_module)));
 }
 
 TEST_F(WrongEngineModuleTest, EngineInitFailureMentionsModuleOnlyIfModuleIsWrong) {

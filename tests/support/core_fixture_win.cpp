@@ -5,7 +5,9 @@
 namespace Kes::test {
 
 std::string missing_module_detail(const std::string& file) {
-    return "\n" + queue_line("error loading '" + file + "': " + windows_error(ERROR_MOD_NOT_FOUND));
+    const bool is_bare = file.find_first_of("/\\:") == std::string::npos;
+    return "\n" + queue_line("error loading '" + file + "'" + (is_bare ? searched_folders : "") + ": " +
+                             windows_error(ERROR_MOD_NOT_FOUND));
 }
 
 std::string missing_engine_detail(const std::string& file) { return missing_module_detail(file); }

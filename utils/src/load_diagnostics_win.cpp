@@ -9,29 +9,58 @@
 namespace Kes {
 namespace {
 
-/// Describes why the library cannot be loaded, or that it lacks the function; "" if neither is the case.
-/// OpenSSL and libp11 do not keep the loader's error, so the function loads the library once more.
-std::string describe_load_error(const std::string& name, const char* function) {
+/// A kind of library that is loaded by its path.
+struct LibraryKind {
+    const char* function; ///< every such library exports it
+    const char* name;
+};
+
+constexpr LibraryKind engine_kind{"bind_engine", "an OpenSSL engine"};
+constexpr LibraryKind module_kind{"C_GetFunctionList", "a PKCS#11 module"};
+
+bool is_bare(const std::string& name) { return name.find_first_of("/\\:") == std::string::npos; }
+
+bool is_directory(const std::string& path) {
+    const DWORD attributes = ::GetFileAttributesA(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+/// Describes the error with which the loader has rejected the library.
+std::string describe_rejection(const std::string& name, const WinErrorCode& code) {
+    const std::string found = find_library_path(name);
+    const std::string& file = found.empty() ? name : found;
+    std::string cause = loader_error_cause(code.value, !found.empty());
+    if (found.empty() && is_bare(name))
+        cause = ": looked for it in the program's folder, the system's folders, the current folder and PATH";
+    else if (is_directory(file))
+        cause = ": it is a directory";
+    return "error loading '" + file + "'" + cause + ": " + code.to_string();
+}
+
+/// Describes a library that was loaded, but is not of the wanted kind; "" if it is.
+std::string describe_library(HMODULE library, const LibraryKind& wanted, const LibraryKind& other) {
+    if (::GetProcAddress(library, wanted.function) != nullptr) return "";
+    const WinErrorCode code(::GetLastError());
+    const std::string file = "'" + library_path(library) + "'";
+    return ::GetProcAddress(library, other.function) != nullptr
+               ? file + " is " + other.name + ", not " + wanted.name
+               : file + " has no function " + wanted.function + ": " + code.to_string();
+}
+
+/// Describes why the library cannot be used; "" if it can. OpenSSL and libp11 do not keep the loader's error,
+/// so the function loads the library once more.
+std::string describe_load_error(const std::string& name, const LibraryKind& wanted,
+                                const LibraryKind& other) {
     const ScopedNoLoaderDialogs no_dialogs;
     HMODULE library = ::LoadLibraryA(name.c_str());
-    if (library == nullptr) {
-        const WinErrorCode code(::GetLastError());
-        const std::string file = find_library_path(name);
-        return "error loading '" + (file.empty() ? name : file) + "'" +
-               loader_error_cause(code.value, !file.empty()) + ": " + code.to_string();
-    }
-    std::string description;
-    if (::GetProcAddress(library, function) == nullptr) {
-        const WinErrorCode code(::GetLastError());
-        description = "'" + library_path(library) + "' has no function " + function + ": " + code.to_string();
-    }
+    if (library == nullptr) return describe_rejection(name, WinErrorCode(::GetLastError()));
+    const std::string description = describe_library(library, wanted, other);
     ::FreeLibrary(library);
     return description;
 }
 
 /// Appends the description, if there is one, to the thread's OpenSSL error queue.
-void append_load_error(const std::string& name, const char* function) {
-    const std::string description = describe_load_error(name, function);
+void append_load_error(const std::string& description) {
     if (description.empty()) return;
     ::ERR_new();
     ::ERR_set_error(ERR_LIB_DSO, ERR_R_SYS_LIB, "%s", description.c_str());
@@ -72,12 +101,13 @@ std::string loader_error_cause(unsigned long error, bool file_exists) {
 void append_engine_load_error(const char* path) {
     // OpenSSL appends ".dll" to a bare name, even to "pkcs11.dll", but does not change a path.
     const std::string name = path;
-    const bool is_path = name.find_first_of("/\\:") != std::string::npos;
-    append_load_error(is_path ? name : name + ".dll", "bind_engine");
+    append_load_error(describe_load_error(is_bare(name) ? name + ".dll" : name, engine_kind, module_kind));
 }
 
 // libp11 passes the name of the module to the system's loader unchanged.
-void append_module_load_error(const char* path) { append_load_error(path, "C_GetFunctionList"); }
+void append_module_load_error(const char* path) {
+    append_load_error(describe_load_error(path, module_kind, engine_kind));
+}
 
 ScopedNoLoaderDialogs::ScopedNoLoaderDialogs() : saved_mode(::GetThreadErrorMode()) {
     ::SetThreadErrorMode(saved_mode | SEM_FAILCRITICALERRORS, nullptr);

@@ -128,9 +128,46 @@ TEST_F(LoadDiagnosticsTest, OtherLibraryIsReportedToLackTheFunction) {
     EXPECT_EQ(module(library), no_module);
 }
 
+TEST_F(LoadDiagnosticsTest, DirectoryIsCalledADirectory) {
+    fs::create_directory(file("folder.dll"));
+    fs::create_directory(file("plain"));
+    for (const char* name : {"folder.dll", "plain"}) {
+        const std::string path = file(name);
+        const std::string expected = not_loaded(path, error_of_system(path), ": it is a directory");
+        EXPECT_EQ(engine(path), expected);
+        EXPECT_EQ(module(path), expected);
+    }
+    const std::string found =
+        not_loaded(file("folder.dll"), error_of_system("folder.dll"), ": it is a directory");
+    EXPECT_EQ(module("folder.dll"), found);
+}
+
+TEST_F(LoadDiagnosticsTest, DirectoryWithTheBareNameOfAMissingModuleIsIgnored) {
+    fs::create_directory(file("plain"));
+    const std::string expected = not_loaded("plain", ERROR_MOD_NOT_FOUND, searched_folders);
+    EXPECT_EQ(module("plain"), expected);
+}
+
+TEST_F(LoadDiagnosticsTest, EngineAndModuleInEachOthersPlaceAreRecognised) {
+    const std::string engine_file = file("engine.dll");
+    const std::string module_file = file("module.dll");
+    fs::copy_file(KES_TEST_ENGINE_DLL, engine_file);
+    fs::copy_file(KES_TEST_MODULE_DLL, module_file);
+    EXPECT_EQ(engine(engine_file), "");
+    EXPECT_EQ(module(module_file), "");
+    const std::string no_module =
+        queue_line("'" + engine_file + "' is an OpenSSL engine, not a PKCS#11 module");
+    EXPECT_EQ(module(engine_file), no_module);
+    const std::string no_engine =
+        queue_line("'" + module_file + "' is a PKCS#11 module, not an OpenSSL engine");
+    EXPECT_EQ(engine(module_file), no_engine);
+    EXPECT_EQ(::GetModuleHandleA("engine.dll"), nullptr);
+    EXPECT_EQ(::GetModuleHandleA("module.dll"), nullptr);
+}
+
 TEST_F(LoadDiagnosticsTest, BareEngineNameIsSearchedWithTheExtensionThatOpensslAdds) {
-    const std::string expected = not_loaded("missing.dll", ERROR_MOD_NOT_FOUND);
-    const std::string doubled = not_loaded("fine.dll.dll", ERROR_MOD_NOT_FOUND);
+    const std::string expected = not_loaded("missing.dll", ERROR_MOD_NOT_FOUND, searched_folders);
+    const std::string doubled = not_loaded("fine.dll.dll", ERROR_MOD_NOT_FOUND, searched_folders);
     const std::string text = not_loaded(file("text.dll"), ERROR_BAD_EXE_FORMAT, not_64_bit);
     EXPECT_EQ(engine("missing"), expected);
     EXPECT_EQ(engine("fine.dll"), doubled);
@@ -152,14 +189,14 @@ TEST_F(LoadDiagnosticsTest, ExistingFileIsReportedWithItsFullPath) {
 }
 
 TEST_F(LoadDiagnosticsTest, ModuleNameIsUsedUnchanged) {
-    const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
+    const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND, searched_folders);
     EXPECT_EQ(module("missing"), expected);
     EXPECT_EQ(module("fine.dll"), "");
     EXPECT_EQ(module("fine"), "") << "here the system adds the extension";
 }
 
 TEST_F(LoadDiagnosticsTest, ErrorFollowsTheEarlierEntriesOfTheQueue) {
-    const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND);
+    const std::string expected = not_loaded("missing", ERROR_MOD_NOT_FOUND, searched_folders);
     ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR);
     append_module_load_error("missing");
     ::ERR_get_error();
