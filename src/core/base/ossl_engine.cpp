@@ -1,5 +1,6 @@
 #include "base/ossl_engine.h"
 
+#include <atomic>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/ui.h>
@@ -18,6 +19,21 @@ ENGINE* get_dynamic_engine() {
     // Without this call the engine is missing if the program has initialised OpenSSL without engines.
     ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
     return ::ENGINE_by_id("dynamic");
+}
+
+/// Whether this process has loaded an engine that no subclass keeps. Only objects of the client that use such
+/// an engine can keep it alive after its unload.
+std::atomic<bool> has_loaded_engine = false;
+
+bool is_last_error(int reason) {
+    const unsigned long error = ::ERR_peek_last_error();
+    return ERR_GET_LIB(error) == ERR_LIB_ENGINE && ERR_GET_REASON(error) == reason;
+}
+
+/// Appends the text to the thread's OpenSSL error queue.
+void append_error(const std::string& text) {
+    ::ERR_new();
+    ::ERR_set_error(ERR_LIB_ENGINE, ERR_R_OPERATION_FAIL, "%s", text.c_str());
 }
 
 // OpenSSL's functions take the method as non-const, but only read it.
@@ -121,7 +137,16 @@ void OsslEngine::free_key(EvpPkeyPtr key) {
     log_info("freed key");
 }
 
+void OsslEngine::keep_engine() noexcept { has_loaded_engine = true; }
+
 EnginePtr OsslEngine::reuse_engine(const char*) { return nullptr; }
+
+const char* OsslEngine::refusal(const char*) {
+    return has_loaded_engine
+               ? "the engine cannot be loaded again: the client still uses a key that was created during an "
+                 "earlier load"
+               : nullptr;
+}
 
 EvpPkeyPtr OsslEngine::lend_key(EvpPkeyPtr engine_key) { return engine_key; }
 
@@ -151,12 +176,16 @@ void OsslEngine::load(const EngineCommand& command, const char* engine_path) {
         keep_engine();
         return;
     }
-    if (EnginePtr loaded = reuse_engine(engine_path)) {
+    const bool is_refused = is_last_error(ENGINE_R_INIT_FAILED);
+    if (EnginePtr loaded = is_refused ? reuse_engine(engine_path) : nullptr) {
         engine = std::move(loaded);
         list_entry.reset(engine.get());
         return;
     }
-    append_engine_load_error(engine_path);
+    if (!is_refused)
+        append_engine_load_error(engine_path);
+    else if (const char* reason = refusal(engine_path))
+        append_error(reason);
     throw OsslError(OsslErrorCode(result), "ENGINE_ctrl_cmd_string(LOAD) failed", command.location);
 }
 

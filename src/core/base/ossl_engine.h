@@ -104,12 +104,16 @@ protected:
     /// for lack of memory, the loaded engine would be lost, and OpenSSL would refuse to load its library again.
     virtual void prepare_load(const char*) {}
 
-    /// Called after the library was loaded.
-    virtual void keep_engine() noexcept {}
+    /// Called after the library was loaded. A subclass may keep the engine beyond the unload, to use it again.
+    virtual void keep_engine() noexcept;
 
-    /// Called after OpenSSL has refused to load the library, with the reason in its error queue.
-    /// @return an engine of that library that was loaded earlier, to be used instead; null if none exists
+    /// Called after OpenSSL has refused to load the library because an engine of that library exists.
+    /// @return an engine of that library that was loaded earlier, to be used instead; null if none is usable
     virtual EnginePtr reuse_engine(const char* engine_path);
+
+    /// Called after reuse_engine() has returned null.
+    /// @return why the engine cannot be loaded again, for the error text; null if the reason is not known
+    virtual const char* refusal(const char* engine_path);
 
     /// Called after a failure, before OpenSSL's error queue is read. A subclass may add entries that explain
     /// the failure.

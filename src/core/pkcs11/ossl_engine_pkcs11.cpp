@@ -1,7 +1,6 @@
 #include "pkcs11/ossl_engine_pkcs11.h"
 
 #include <openssl/engine.h>
-#include <openssl/err.h>
 #include <utility>
 
 #include "utils/error.h"
@@ -16,12 +15,6 @@ struct LoadCertParameters {
     const char* cert_id;
     X509* cert;
 };
-
-/// Whether OpenSSL has refused to load a library because an engine of that library exists.
-bool is_refused_as_loaded() {
-    const unsigned long error = ::ERR_peek_last_error();
-    return ERR_GET_LIB(error) == ERR_LIB_ENGINE && ERR_GET_REASON(error) == ENGINE_R_INIT_FAILED;
-}
 
 } // namespace
 
@@ -48,15 +41,14 @@ void Pkcs11OsslEngine::prepare_load(const char* engine_path) {
 void Pkcs11OsslEngine::keep_engine() noexcept { loaded = Pkcs11EngineRegistry::instance().add(get_engine()); }
 
 EnginePtr Pkcs11OsslEngine::reuse_engine(const char* engine_path) {
-    if (!is_refused_as_loaded()) return nullptr;
-    Pkcs11EngineRegistry& registry = Pkcs11EngineRegistry::instance();
-    auto [use, reference] = registry.reuse(engine_path);
-    if (!reference) {
-        if (const char* reason = registry.refusal(engine_path)) log_warn(reason);
-        return nullptr;
-    }
+    auto [use, reference] = Pkcs11EngineRegistry::instance().reuse(engine_path);
+    if (!reference) return nullptr;
     loaded = std::move(use);
     return std::move(reference);
+}
+
+const char* Pkcs11OsslEngine::refusal(const char* engine_path) {
+    return Pkcs11EngineRegistry::instance().refusal(engine_path);
 }
 
 void Pkcs11OsslEngine::explain_failure() { append_module_load_error(module_path.c_str()); }

@@ -31,6 +31,7 @@ private:
     void prepare_load(const char* engine_path) override;
     void keep_engine() noexcept override;
     EnginePtr reuse_engine(const char* engine_path) override;
+    const char* refusal(const char* engine_path) override;
     EvpPkeyPtr lend_key(EvpPkeyPtr engine_key) override;
     void explain_failure() override;
     void configure(const Pin* pin, bool verbose);

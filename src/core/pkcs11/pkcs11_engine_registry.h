@@ -90,7 +90,8 @@ public:
     ///         clean-up is pending
     std::pair<LoadedEngine, EnginePtr> reuse(const std::string& engine_path);
 
-    /// Returns, for the log, why reuse() provided no engine; null if no engine of that library is registered.
+    /// Returns, for the error text, why reuse() provided no engine; null if no engine of that library is
+    /// registered.
     const char* refusal(const std::string& engine_path);
 
     /// Cleans up every engine whose finish function ENGINE_finish() did not reach, unless a client still

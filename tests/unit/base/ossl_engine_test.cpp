@@ -67,6 +67,17 @@ TEST_F(OsslEngineTest, NothingIsFreedWithoutTheDynamicEngine) {
     EXPECT_EQ(script().calls(), Lines{"ENGINE_by_id(dynamic)"});
 }
 
+TEST_F(OsslEngineTest, RefusedLoadReportsThatAnEarlierEngineIsStillInUse) {
+    const PlainEngine loaded;
+    engine().refuses_loaded_library = true;
+    EXPECT_EQ(
+        masked_errors(error_text([] { PlainEngine(); })),
+        "here: ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n"
+        "error:engine routines:init failed:\n"
+        "error:engine routines:operation fail:the engine cannot be loaded again: the client still uses a "
+        "key that was created during an earlier load");
+}
+
 TEST_F(OsslEngineTest, UnloadsInOrderAndFreesLast) {
     {
         const PlainEngine plain;

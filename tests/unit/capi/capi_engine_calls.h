@@ -3,7 +3,7 @@
 
 #include "support/types.h"
 
-/// The OpenSSL calls that are common to both classes that load the capi engine.
+/// The OpenSSL calls and errors that are common to both classes that load the capi engine.
 namespace Kes::test {
 
 /// The calls of a load up to setting the debug level.
@@ -19,6 +19,12 @@ inline const Lines load_calls{"ENGINE_by_id(dynamic)",
 inline const Lines freed{"ENGINE_free(engine1)"};
 inline const Lines removed{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
 inline const Lines finished{"ENGINE_finish(engine1)", "ENGINE_remove(engine1)", "ENGINE_free(engine1)"};
+
+/// The error queue after a load that OpenSSL refuses because an engine of the library exists.
+constexpr const char* refused_lines = "error:engine routines:init failed:\n"
+                                      "error:engine routines:operation fail:the engine cannot be loaded "
+                                      "again: the client still uses a key that "
+                                      "was created during an earlier load";
 
 } // namespace Kes::test
 

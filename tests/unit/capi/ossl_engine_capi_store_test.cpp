@@ -67,6 +67,15 @@ TEST_F(CapiStoreOsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder
     EXPECT_EQ(log.lines(), Lines());
 }
 
+TEST_F(CapiStoreOsslEngineTest, LoadFailsWithTheReasonWhileAnEarlierEngineIsInUse) {
+    const auto loaded = load();
+    engine().refuses_loaded_library = true;
+    EXPECT_EQ(masked_errors(error_text([] { load(); })),
+              "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine(): "
+              "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n" +
+                  std::string(refused_lines));
+}
+
 TEST_F(CapiStoreOsslEngineTest, LoadSucceedsAfterOtherExceptionsInAnyStep) {
     expect_load_to_succeed_after_other_exceptions(9, [](std::size_t) { load(); });
 }

@@ -110,7 +110,9 @@ TEST_F(CapiOsslEngineTest, SecondEngineCanBeLoadedOnlyAfterTheFirstIsDestroyed) 
             error_text([] { const CapiOsslEngine other(".\\capi.dll", card_provider, signature, ""); })),
         "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine(): ENGINE_ctrl_cmd_string(LOAD) failed: "
         "rc=0\n"
-        "error:engine routines:init failed:");
+        "error:engine routines:init failed:\n"
+        "error:engine routines:operation fail:the engine cannot be loaded again: the client still uses a key "
+        "that was created during an earlier load");
     engine.reset();
     const CapiOsslEngine other(".\\capi.dll", card_provider, key_exchange, "");
     EXPECT_THAT(log.lines(), ::testing::Contains("<debug> capi engine is using key_type=KEYEXCHANGE"));

@@ -77,6 +77,15 @@ TEST_F(CapiOsslEngineTest, NothingIsUndoneWithoutTheDynamicEngine) {
     EXPECT_EQ(script().calls(), Lines{"ENGINE_by_id(dynamic)"});
 }
 
+TEST_F(CapiOsslEngineTest, LoadFailsWithTheReasonWhileAnEarlierEngineIsInUse) {
+    const auto loaded = load();
+    engine().refuses_loaded_library = true;
+    EXPECT_EQ(masked_errors(error_text([] { load(); })),
+              "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine(): ENGINE_ctrl_cmd_string(LOAD) "
+              "failed: rc=0\n" +
+                  std::string(refused_lines));
+}
+
 TEST_F(CapiOsslEngineTest, LoadSucceedsAfterOtherExceptionsInAnyStep) {
     expect_load_to_succeed_after_other_exceptions(10, [](std::size_t) { load(); });
 }

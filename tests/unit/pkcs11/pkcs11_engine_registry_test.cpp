@@ -9,7 +9,9 @@ namespace Kes::test {
 namespace {
 
 constexpr const char* refused = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
-                                "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
+                                "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n"
+                                "error:engine routines:init failed:";
+constexpr const char* reason = "\nerror:engine routines:operation fail:the engine cannot be loaded again";
 
 TEST_F(Pkcs11EngineRegistryTest, EngineThatKeepsReferencesIsCleanedUpAfterItsFinish) {
     load_and_free_key(library);
@@ -83,19 +85,18 @@ TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialis
     EXPECT_EQ(load_error(library), "no exception");
 }
 
-TEST_F(Pkcs11EngineRegistryTest, LoadFailsWhileTheClientHoldsAKeyAndTheLogSaysWhy) {
+TEST_F(Pkcs11EngineRegistryTest, LoadFailsWithTheReasonWhileTheClientHoldsAKey) {
     load_and_keep_key(library);
-    EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
-    EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again: the client still uses a private "
-                                  "key of an earlier load");
+    EXPECT_EQ(masked_errors(load_error(library)),
+              std::string(refused) + reason + ": the client still uses a private key of an earlier load");
 }
 
 TEST_F(Pkcs11EngineRegistryTest, KeyFreedAfterTheUnloadMakesLoadsFailUntilTheNextInit) {
     load_and_keep_key(library);
     key.reset();
-    EXPECT_EQ(load_error(library).rfind(refused, 0), 0U);
-    EXPECT_EQ(log.lines().back(), "<warn> the engine cannot be loaded again before the next init: a private "
-                                  "key of an earlier load was freed after this one");
+    EXPECT_EQ(masked_errors(load_error(library)),
+              std::string(refused) + reason +
+                  " before the next init: a private key of an earlier load was freed after this one");
     Pkcs11EngineRegistry::instance().clean_up_pending();
     EXPECT_EQ(load_error(library), "no exception");
 }
@@ -134,7 +135,7 @@ TEST_F(Pkcs11EngineRegistryTest, LibraryOfTheSameNameInAnotherFolderIsADifferent
     std::ofstream(library) << "an engine";
     std::ofstream(folder / "engine.so") << "an engine";
     load_and_free_key(library);
-    EXPECT_EQ(load_error((folder / "engine.so").string()).rfind(refused, 0), 0U);
+    EXPECT_EQ(masked_errors(load_error((folder / "engine.so").string())), refused);
 }
 
 TEST_F(Pkcs11EngineRegistryTest, RelativePathIsRecognisedAfterTheCurrentFolderChanges) {

@@ -248,6 +248,27 @@ TEST_F(CapiCardTest, SequenceCanBeRepeatedAfterDestroy) {
     }
 }
 
+TEST_F(CapiCardTest, LoadFailsWithTheReasonWhileTheClientHoldsAnEarlierKey) {
+    card.add("sign");
+    ASSERT_TRUE(discover());
+    ASSERT_TRUE(load(signature, "sign"));
+    EVP_PKEY* held = key();
+    ASSERT_EQ(::EVP_PKEY_up_ref(held), 1);
+    scard().destroy();
+    ASSERT_TRUE(discover());
+    EXPECT_FALSE(load(signature, "sign"));
+    EXPECT_EQ(
+        masked_errors(error()),
+        "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine(): ENGINE_ctrl_cmd_string(LOAD) "
+        "failed: rc=0\n"
+        "error:engine routines:init failed:\n"
+        "error:engine routines:operation fail:the engine cannot be loaded again: the client still uses a "
+        "key that was created during an earlier load");
+    ::EVP_PKEY_free(held);
+    ASSERT_EQ(scard().ossl_load(), 0) << error();
+    EXPECT_TRUE(is_loaded("sign", signature));
+}
+
 TEST_F(CapiCardTest, MissingEngineIsReportedAndTheRightOneLoadsAfterwards) {
     card.add("sign");
     ASSERT_TRUE(discover());
