@@ -56,6 +56,8 @@ void ScriptedEngine::reset() {
     certificate = nullptr;
     returns_certificate_on_failure = false;
     needs_right_pin = false;
+    loaded_id = "pkcs11";
+    unknown_command.clear();
     keys_hold_engine = false;
     refuses_loaded_library = false;
     refuses_key_engine = false;
@@ -181,7 +183,11 @@ int run_command(ENGINE* engine, const std::string& command, const char* value) {
     if (command == "LOAD") {
         engine->is_loaded = true;
         engine->is_in_list = engine->is_list_asked;
-        engine->id = "pkcs11";
+        engine->id = the_double().loaded_id;
+    }
+    if (command == the_double().unknown_command) {
+        ERR_raise(ERR_LIB_ENGINE, ENGINE_R_INVALID_CMD_NAME);
+        return 0;
     }
     if (command == "PIN") engine->has_right_pin = script().is_right_pin(value);
     return 1;

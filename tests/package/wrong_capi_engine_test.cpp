@@ -6,8 +6,9 @@ namespace {
 
 struct CapiBackend {
     const char* backend;
-    const char* setting;  ///< the client's command that sets the engine
-    const char* location; ///< in the error text when the engine's LOAD command fails
+    const char* setting;        ///< the client's command that sets the engine
+    const char* location;       ///< in the error text when the engine's LOAD command fails
+    const char* debug_location; ///< the same for the debug_level command, the first one after LOAD
 };
 
 void PrintTo(const CapiBackend& backend, std::ostream* out) { *out << backend.backend; }
@@ -20,10 +21,14 @@ protected:
     /// key, but the log shows that the engine was loaded.
     void expect_failures(const std::string& engine, const std::string& openssl_lines,
                          const std::string& last_line) const {
+        expect_failures_of(std::string(GetParam().location) + ": ENGINE_ctrl_cmd_string(LOAD)", engine,
+                           openssl_lines + last_line);
+    }
+
+    void expect_failures_of(const std::string& call, const std::string& engine,
+                            const std::string& queue_lines) const {
         const std::string setting = std::string(GetParam().setting) + "=";
-        const std::string failure = std::string("ossl_load: 1 ") + GetParam().location +
-                                    ": ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n" + openssl_lines +
-                                    last_line;
+        const std::string failure = "ossl_load: 1 " + call + " failed: rc=0\n" + queue_lines;
         const std::string text = masked_errors(
             run({log_setting, std::string("backend=") + GetParam().backend, std::string("csp=") + provider,
                  setting + engine, "init", "notify_config_done", "ossl_load", "ossl_load",
@@ -51,6 +56,15 @@ TEST_P(WrongCapiEngineTest, ModuleIsRejectedAsEngine) {
     expect_failures(file, no_symbol_lines, wrong_kind(file, "a PKCS#11 module, not an OpenSSL engine"));
 }
 
+TEST_P(WrongCapiEngineTest, EngineOfLibp11IsRecognised) {
+    const std::string file = path("pkcs11.dll");
+    expect_failures_of(std::string(GetParam().debug_location) + ": ENGINE_ctrl_cmd_string(debug_level)", file,
+                       "error:engine routines:invalid cmd name:\n"
+                       "error:engine routines:invalid cmd name:\n"
+                       "error:engine routines:operation fail:'" +
+                           file + "' is libp11's engine, not OpenSSL's CryptoAPI engine\n");
+}
+
 TEST_P(WrongCapiEngineTest, EngineWithMissingDependencyIsReported) {
     const std::string file = path("needing.dll");
     expect_failures(file, openssl_lines(file), not_loaded(file, 126, needs_a_dll));
@@ -64,9 +78,11 @@ TEST_P(WrongCapiEngineTest, MissingEngineIsReported) {
 INSTANTIATE_TEST_SUITE_P(
     AllBackends, WrongCapiEngineTest,
     testing::Values(
-        CapiBackend{"capi", "capi_engine", "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
+        CapiBackend{"capi", "capi_engine", "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()",
+                    "ossl_engine_capi:134 Kes::CapiOsslEngine::CapiOsslEngine()"},
         CapiBackend{"capi_store", "store_engine",
-                    "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
+                    "ossl_engine_capi_store:127 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()",
+                    "ossl_engine_capi_store:139 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"}),
     [](const auto& tested) { return std::string(tested.param.backend); });
 
 } // namespace

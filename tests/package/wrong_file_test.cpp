@@ -93,6 +93,18 @@ TEST_F(WrongEngineTest, ModuleIsRejectedAsEngine) {
               failures(no_symbol_lines, wrong_kind(path("itp11.dll"), module_not_engine)));
 }
 
+TEST_F(WrongEngineTest, CryptoApiEngineIsRecognised) {
+    put(bin / "capi.dll", folder);
+    const std::string failure = "ossl_load: 1 ossl_engine_pkcs11:110 "
+                                "Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                                "ENGINE_ctrl_cmd_string(MODULE_PATH) failed: rc=0\n"
+                                "error:engine routines:invalid cmd name:\n"
+                                "error:engine routines:invalid cmd name:\n"
+                                "error:engine routines:operation fail:'" +
+                                path("capi.dll") + "' is OpenSSL's CryptoAPI engine, not libp11's engine\n";
+    EXPECT_EQ(run_with(path("capi.dll")), beginning + failure + failure + "ossl_load: 0\ndestroy: 0\n");
+}
+
 TEST_F(WrongEngineTest, TextFileIsRejectedAsEngine) {
     EXPECT_EQ(run_with(path("text.dll")),
               failures(openssl_lines(path("text.dll")), not_loaded(path("text.dll"), 193, not_64_bits)));

@@ -1,6 +1,7 @@
 #include "base/ossl_engine.h"
 
 #include <atomic>
+#include <cstring>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/ui.h>
@@ -34,6 +35,17 @@ bool is_last_error(int reason) {
 void append_error(const std::string& text) {
     ::ERR_new();
     ::ERR_set_error(ERR_LIB_ENGINE, ERR_R_OPERATION_FAIL, "%s", text.c_str());
+}
+
+[[noreturn]] void throw_command_error(int result, const EngineCommand& command) {
+    throw OsslError(OsslErrorCode(result), std::string("ENGINE_ctrl_cmd_string(") + command.name + ") failed",
+                    command.location);
+}
+
+std::string engine_name(const std::string& id) {
+    if (id == "pkcs11") return "libp11's engine";
+    if (id == "capi") return "OpenSSL's CryptoAPI engine";
+    return "the engine '" + id + "'";
 }
 
 // OpenSSL's functions take the method as non-const, but only read it.
@@ -155,7 +167,7 @@ void OsslEngine::set_up(const EngineSetup& setup) {
     control(setup.list_add);
     load(setup.load, setup.so_path.value);
     for (const EngineCommand& command : setup.before_init)
-        control(command);
+        control_new_engine(command, setup);
     init(setup.init_location);
     try {
         make_usable(setup);
@@ -202,7 +214,7 @@ void OsslEngine::init(const char* location) {
 
 void OsslEngine::make_usable(const EngineSetup& setup) {
     for (const EngineCommand& command : setup.after_init)
-        control(command);
+        control_new_engine(command, setup);
     setup.configure();
     const int result = ::ENGINE_set_default(engine.get(), ENGINE_METHOD_ALL);
     if (result != 1)
@@ -212,9 +224,16 @@ void OsslEngine::make_usable(const EngineSetup& setup) {
 
 void OsslEngine::control(const EngineCommand& command) {
     const int result = ::ENGINE_ctrl_cmd_string(engine.get(), command.name, command.value, 0);
-    if (result != 1)
-        throw OsslError(OsslErrorCode(result),
-                        std::string("ENGINE_ctrl_cmd_string(") + command.name + ") failed", command.location);
+    if (result != 1) throw_command_error(result, command);
+}
+
+void OsslEngine::control_new_engine(const EngineCommand& command, const EngineSetup& setup) {
+    const int result = ::ENGINE_ctrl_cmd_string(engine.get(), command.name, command.value, 0);
+    if (result == 1) return;
+    if (is_last_error(ENGINE_R_INVALID_CMD_NAME) && std::strcmp(id(), setup.id) != 0)
+        append_error(std::string("'") + setup.so_path.value + "' is " + engine_name(id()) + ", not " +
+                     engine_name(setup.id));
+    throw_command_error(result, command);
 }
 
 const char* OsslEngine::id() const noexcept { return ::ENGINE_get_id(engine.get()); }

@@ -31,6 +31,7 @@ struct EngineCommand {
 
 /// The calls that turn OpenSSL's "dynamic" engine into an engine of a library, in their order.
 struct EngineSetup {
+    const char* id;         ///< the id that the engine should have; for the text of an error
     EngineCommand so_path;  ///< sets the path of the engine library
     EngineCommand list_add; ///< makes the load add the engine to OpenSSL's list of engines
     EngineCommand load;     ///< loads the library
@@ -140,6 +141,8 @@ private:
     };
 
     void load(const EngineCommand& command, const char* engine_path);
+    /// As control(). If the engine does not know the command, the error text says which engine it is.
+    void control_new_engine(const EngineCommand& command, const EngineSetup& setup);
     void init(const char* location);
     void make_usable(const EngineSetup& setup);
     void release() noexcept;

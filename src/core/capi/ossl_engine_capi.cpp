@@ -26,7 +26,8 @@ CapiOsslEngine::CapiOsslEngine(const char* engine_path, const char* csp_name_in,
         {"csp_name", csp_name.c_str(), "ossl_engine_capi:155 Kes::CapiOsslEngine::CapiOsslEngine()"});
     after_init.push_back(
         {"lookup_method", by_container_name, "ossl_engine_capi:164 Kes::CapiOsslEngine::CapiOsslEngine()"});
-    set_up({.so_path = {"SO_PATH", engine_path, "ossl_engine_capi:109 Kes::CapiOsslEngine::CapiOsslEngine()"},
+    set_up({.id = "capi",
+            .so_path = {"SO_PATH", engine_path, "ossl_engine_capi:109 Kes::CapiOsslEngine::CapiOsslEngine()"},
             .list_add = {"LIST_ADD", "1", "ossl_engine_capi:116 Kes::CapiOsslEngine::CapiOsslEngine()"},
             .load = {"LOAD", nullptr, "ossl_engine_capi:122 Kes::CapiOsslEngine::CapiOsslEngine()"},
             .before_init = {},

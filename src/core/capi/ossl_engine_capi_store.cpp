@@ -27,7 +27,8 @@ CapiStoreOsslEngine::CapiStoreOsslEngine(const char* engine_path, const char* st
                           "ossl_engine_capi_store:160 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"});
     after_init.push_back({"lookup_method", by_subject_substring,
                           "ossl_engine_capi_store:169 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"});
-    set_up({.so_path = {"SO_PATH", engine_path,
+    set_up({.id = "capi",
+            .so_path = {"SO_PATH", engine_path,
                         "ossl_engine_capi_store:114 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"},
             .list_add = {"LIST_ADD", "1",
                          "ossl_engine_capi_store:121 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine()"},

@@ -1,5 +1,6 @@
 #include "pkcs11/ossl_engine_pkcs11.h"
 
+#include <cstring>
 #include <openssl/engine.h>
 #include <utility>
 
@@ -21,7 +22,8 @@ struct LoadCertParameters {
 Pkcs11OsslEngine::Pkcs11OsslEngine(const char* engine_path, const char* module_path_in, const Pin* pin,
                                    bool verbose)
     : OsslEngine(true, true), module_path(module_path_in) {
-    set_up({.so_path = {"SO_PATH", engine_path,
+    set_up({.id = "pkcs11",
+            .so_path = {"SO_PATH", engine_path,
                         "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
             .list_add = {"LIST_ADD", "1", "ossl_engine_pkcs11:98 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
             .load = {"LOAD", nullptr, "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine()"},
@@ -38,7 +40,13 @@ void Pkcs11OsslEngine::prepare_load(const char* engine_path) {
     Pkcs11EngineRegistry::instance().reserve(engine_path);
 }
 
-void Pkcs11OsslEngine::keep_engine() noexcept { loaded = Pkcs11EngineRegistry::instance().add(get_engine()); }
+void Pkcs11OsslEngine::keep_engine() noexcept {
+    // If the path is wrong, this engine must be unloaded, so that the other back-ends can load it.
+    if (std::strcmp(id(), "capi") == 0)
+        OsslEngine::keep_engine();
+    else
+        loaded = Pkcs11EngineRegistry::instance().add(get_engine());
+}
 
 EnginePtr Pkcs11OsslEngine::reuse_engine(const char* engine_path) {
     auto [use, reference] = Pkcs11EngineRegistry::instance().reuse(engine_path);

@@ -1,6 +1,7 @@
 // The errors that a client gets for a wrong PIN and for an unusable token, module or engine.
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -312,6 +313,11 @@ TEST(ModuleTest, LibraryThatIsNoModuleFailsInitWithTheMissingFunction) {
 constexpr const char* engine_failure = "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                        "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n";
 
+/// An engine of OpenSSL that has nothing to do with PKCS#11.
+std::string padlock_engine() {
+    return (std::filesystem::path(pkcs11_engine()).parent_path() / "padlock.so").string();
+}
+
 std::string dso_failure(const std::string& path, const std::string& cause) {
     return engine_failure +
            ("error:DSO support routines:could not load the shared library:filename(" + path + "): ") + path +
@@ -338,6 +344,11 @@ TEST(EngineTest, InvalidEngineFailsTheLoadAndTheRightOneLoadsAfterwards) {
                                "name:\nerror:engine routines:DSO failure:\n"
                                "error:DSO support routines:system lib:'" +
                                softhsm_module() + "' is a PKCS#11 module, not an OpenSSL engine"},
+        {padlock_engine(), "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                           "ENGINE_ctrl_cmd_string(MODULE_PATH) failed: rc=0\n"
+                           "error:engine routines:invalid cmd name:\n"
+                           "error:engine routines:operation fail:'" +
+                               padlock_engine() + "' is the engine 'padlock', not libp11's engine"},
         {"", "ossl_engine_pkcs11:91 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
              "ENGINE_ctrl_cmd_string(SO_PATH) failed: rc=0"}};
     Client client;

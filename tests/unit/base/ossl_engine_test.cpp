@@ -13,7 +13,8 @@ namespace {
 class PlainEngine : public OsslEngine {
 public:
     explicit PlainEngine(bool has_public_keys = true) : OsslEngine(has_public_keys, true) {
-        set_up({.so_path = {"SO_PATH", "./engine.so", "here"},
+        set_up({.id = "plain",
+                .so_path = {"SO_PATH", "./engine.so", "here"},
                 .list_add = {"LIST_ADD", "1", "here"},
                 .load = {"LOAD", nullptr, "here"},
                 .before_init = {},

@@ -26,6 +26,11 @@ constexpr const char* refused_lines = "error:engine routines:init failed:\n"
                                       "again: the client still uses a key that "
                                       "was created during an earlier load";
 
+/// The error queue after "./capi.so" was loaded and turned out to be libp11's engine.
+constexpr const char* wrong_engine_lines =
+    "error:engine routines:invalid cmd name:\n"
+    "error:engine routines:operation fail:'./capi.so' is libp11's engine, not OpenSSL's CryptoAPI engine";
+
 } // namespace Kes::test
 
 #endif // KES_TESTS_UNIT_CAPI_CAPI_ENGINE_CALLS_H_

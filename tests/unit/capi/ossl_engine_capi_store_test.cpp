@@ -76,6 +76,15 @@ TEST_F(CapiStoreOsslEngineTest, LoadFailsWithTheReasonWhileAnEarlierEngineIsInUs
                   std::string(refused_lines));
 }
 
+TEST_F(CapiStoreOsslEngineTest, EngineOfLibp11IsNamed) {
+    engine().loaded_id = "pkcs11";
+    engine().unknown_command = "debug_level";
+    EXPECT_EQ(masked_errors(error_text([] { load(); })),
+              "ossl_engine_capi_store:139 Kes::CapiStoreOsslEngine::CapiStoreOsslEngine(): "
+              "ENGINE_ctrl_cmd_string(debug_level) failed: rc=0\n" +
+                  std::string(wrong_engine_lines));
+}
+
 TEST_F(CapiStoreOsslEngineTest, LoadSucceedsAfterOtherExceptionsInAnyStep) {
     expect_load_to_succeed_after_other_exceptions(9, [](std::size_t) { load(); });
 }

@@ -86,6 +86,15 @@ TEST_F(CapiOsslEngineTest, LoadFailsWithTheReasonWhileAnEarlierEngineIsInUse) {
                   std::string(refused_lines));
 }
 
+TEST_F(CapiOsslEngineTest, EngineOfLibp11IsNamed) {
+    engine().loaded_id = "pkcs11";
+    engine().unknown_command = "debug_level";
+    EXPECT_EQ(masked_errors(error_text([] { load(); })),
+              "ossl_engine_capi:134 Kes::CapiOsslEngine::CapiOsslEngine(): "
+              "ENGINE_ctrl_cmd_string(debug_level) failed: rc=0\n" +
+                  std::string(wrong_engine_lines));
+}
+
 TEST_F(CapiOsslEngineTest, LoadSucceedsAfterOtherExceptionsInAnyStep) {
     expect_load_to_succeed_after_other_exceptions(10, [](std::size_t) { load(); });
 }

@@ -190,6 +190,7 @@ TEST_F(OsslScardIfImpFailureSweepTest, RunWithoutFailureMakesExactlyTheListedCal
                      "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./engine.so)",
                      "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
                      "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
+                     "ENGINE_get_id(engine1)",
                      "ENGINE_ctrl_cmd_string(engine1, MODULE_PATH, module.so)",
                      "ENGINE_init(engine1)",
                      "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",

@@ -20,6 +20,7 @@ const Lines load_calls{"ENGINE_by_id(dynamic)",
                        "ENGINE_ctrl_cmd_string(engine1, SO_PATH, ./engine.so)",
                        "ENGINE_ctrl_cmd_string(engine1, LIST_ADD, 1)",
                        "ENGINE_ctrl_cmd_string(engine1, LOAD, null)",
+                       "ENGINE_get_id(engine1)",
                        "ENGINE_ctrl_cmd_string(engine1, MODULE_PATH, module.so)",
                        "ENGINE_init(engine1)"};
 
@@ -70,6 +71,36 @@ TEST_F(Pkcs11OsslEngineTest, FailedStepIsNamedAndEarlierStepsAreUndoneInOrder) {
     };
     expect_each_failing_step_undone(steps, [this] { load(&pin, true); });
     EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(Pkcs11OsslEngineTest, EngineOfAnotherBackEndIsNamedAndNotKept) {
+    engine().loaded_id = "capi";
+    engine().unknown_command = "MODULE_PATH";
+    EXPECT_EQ(
+        masked_errors(error_text([this] { load(&pin); })),
+        "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+        "ENGINE_ctrl_cmd_string(MODULE_PATH) failed: rc=0\n"
+        "error:engine routines:invalid cmd name:\n"
+        "error:engine routines:operation fail:'./engine.so' is OpenSSL's CryptoAPI engine, not libp11's "
+        "engine");
+    const Lines& calls = script().calls();
+    EXPECT_EQ(Lines(calls.end() - 2, calls.end()), (Lines{"ENGINE_remove(engine1)", "ENGINE_free(engine1)"}));
+}
+
+TEST_F(Pkcs11OsslEngineTest, OtherEngineIsNamedByItsId) {
+    engine().loaded_id = "padlock";
+    engine().unknown_command = "MODULE_PATH";
+    EXPECT_THAT(masked_errors(error_text([this] { load(&pin); })),
+                testing::EndsWith("\nerror:engine routines:operation fail:'./engine.so' is the engine "
+                                  "'padlock', not libp11's engine"));
+}
+
+TEST_F(Pkcs11OsslEngineTest, RightEngineThatLacksACommandIsNotNamed) {
+    engine().unknown_command = "MODULE_PATH";
+    EXPECT_EQ(masked_errors(error_text([this] { load(&pin); })),
+              "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+              "ENGINE_ctrl_cmd_string(MODULE_PATH) failed: rc=0\n"
+              "error:engine routines:invalid cmd name:");
 }
 
 TEST_F(Pkcs11OsslEngineTest, LoadSucceedsAfterOtherExceptionsInAnyStep) {
@@ -167,9 +198,11 @@ TEST_F(Pkcs11OsslEngineTest, ReturnedPrivateKeyIsTheKeyOfTheEngine) {
 
 TEST_F(Pkcs11OsslEngineTest, UnloadsInOrderAndFreesLast) {
     load(nullptr);
-    Lines tail = script().calls();
-    tail.erase(tail.begin(), std::find(tail.begin(), tail.end(), "ENGINE_get_id(engine1)") + 1);
-    EXPECT_EQ(tail, engine_unload_calls());
+    const Lines unload = engine_unload_calls();
+    const Lines& calls = script().calls();
+    const auto start = calls.end() - static_cast<std::ptrdiff_t>(unload.size());
+    EXPECT_EQ(Lines(start, calls.end()), unload);
+    EXPECT_EQ(*(start - 1), "ENGINE_get_id(engine1)"); // for the log line of the load
     EXPECT_EQ(log.lines(), (Lines{"<info> loaded engine: id=pkcs11", "<info> unloading engine: id=pkcs11"}));
 }
 
