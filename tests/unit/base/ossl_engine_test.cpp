@@ -1,5 +1,7 @@
 #include "base/ossl_engine.h"
 
+#include <cstdlib>
+#include <iostream>
 #include <new>
 #include <openssl/err.h>
 
@@ -12,7 +14,8 @@ namespace {
 /// An engine that is loaded and initialised in its constructor.
 class PlainEngine : public OsslEngine {
 public:
-    explicit PlainEngine(bool has_public_keys = true) : OsslEngine(has_public_keys, true) {
+    explicit PlainEngine(bool has_public_keys = true, bool is_kept_in = false)
+        : OsslEngine(has_public_keys, true), is_kept(is_kept_in) {
         set_up({.id = "plain",
                 .so_path = {"SO_PATH", "./engine.so", "here"},
                 .list_add = {"LIST_ADD", "1", "here"},
@@ -24,6 +27,11 @@ public:
                 .set_default_location = "here"});
     }
     ~PlainEngine() override { unload(); }
+
+private:
+    bool keep_engine(const char*) override { return is_kept; }
+
+    const bool is_kept;
 };
 
 /// An engine that reads a certificate with or without a public key.
@@ -77,6 +85,17 @@ TEST_F(OsslEngineTest, RefusedLoadReportsThatAnEarlierEngineIsStillInUse) {
         "error:engine routines:init failed:\n"
         "error:engine routines:operation fail:the engine cannot be loaded again: the client still uses a "
         "key that was created during an earlier load");
+}
+
+TEST_F(OsslEngineTest, RefusedLoadGivesNoReasonIfNoEngineOfThisKindWasLoadedBefore) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a new process, in which nothing was loaded
+    const auto load_twice = [] {
+        const PlainEngine kept(true, true);
+        engine().refuses_loaded_library = true;
+        std::cerr << masked_errors(error_text([] { PlainEngine(); })) << "<end>";
+        std::exit(0);
+    };
+    EXPECT_EXIT(load_twice(), testing::ExitedWithCode(0), "init failed:<end>");
 }
 
 TEST_F(OsslEngineTest, UnloadsInOrderAndFreesLast) {
