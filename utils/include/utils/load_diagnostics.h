@@ -5,8 +5,8 @@ namespace Kes {
 
 /// Call these functions after OpenSSL or libp11 has failed to load an engine or a PKCS#11 module. If the
 /// system's loader rejects the file, or the file is a library of another kind, they append an entry that
-/// gives the reason to the thread's OpenSSL error queue. They append nothing that OpenSSL has reported itself,
-/// and keep no library loaded.
+/// gives the reason to the thread's OpenSSL error queue. They do not repeat what OpenSSL has reported itself,
+/// and they keep no library loaded.
 /// @param path  the path or name that was passed to OpenSSL's "SO_PATH" command, or to libp11
 void append_engine_load_error(const char* path);
 void append_module_load_error(const char* path);
