@@ -69,7 +69,10 @@ Lines log_lines(const std::string& file) {
 }
 
 std::string without_build(const std::string& line) {
-    static const std::regex date("^Compiled at .*");
+    // Strict, so that a line of another form stays as it is and differs from the expected one.
+    static const std::regex date(
+        "^Compiled at (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [ 1-3][0-9] 20[0-9]{2}, "
+        R"([0-2][0-9]:[0-5][0-9]:[0-6][0-9] \(64-Bit, (GNU|Clang) [0-9]+(\.[0-9]+)*, C\+\+20\)$)");
     static const std::regex time(R"(restart logger at \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )");
     return std::regex_replace(std::regex_replace(line, date, "Compiled at BUILD"), time,
                               "restart logger at TIME ");

@@ -70,8 +70,8 @@ std::string without_header(const std::string& line);
 /// The lines of a log file, each changed by without_header().
 Lines log_lines(const std::string& file);
 
-/// A log line with "BUILD" in place of the build date in the manager's first lines, and "TIME" in place of
-/// the time in the banner of an appended log.
+/// A log line with "BUILD" in place of the build date and the compiler in the manager's first lines, and
+/// "TIME" in place of the time in the banner of an appended log.
 std::string without_build(const std::string& line);
 
 /// The lines as one text. For texts, GoogleTest prints only the differing lines.
