@@ -247,5 +247,54 @@ TEST_F(OsslScardIfImpInitTest, OtherExceptionsWhileTheLogOpensPropagateFromInit)
     EXPECT_THROW(scard().init(&client), int);
 }
 
+TEST_F(OsslScardIfImpInitTest, OnlyInfoAndHigherSeveritiesAreLoggedBeforeInit) {
+    OsslScardCfg& cfg = config_with_log(dir.file("log"));
+    cfg.set_logfile_severity(63);
+    for (std::uint32_t bit = 1; bit <= 32; bit *= 2)
+        log_line(static_cast<Severity>(bit), "before init");
+    ASSERT_EQ(init(&cfg), "0");
+    for (std::uint32_t bit = 1; bit <= 32; bit *= 2)
+        log_line(static_cast<Severity>(bit), "after init");
+    Lines found;
+    for (const std::string& line : logged())
+        if (line.ends_with("> before init") || line.ends_with("> after init")) found.push_back(line);
+    EXPECT_EQ(found,
+              (Lines{"<info> before init", "<warn> before init", "<error> before init", "<fatal> before init",
+                     "<trace> after init", "<debug> after init", "<info> after init", "<warn> after init",
+                     "<error> after init", "<fatal> after init"}));
+}
+
+TEST_F(OsslScardIfImpInitTest, LinesAfterAnInitWithoutALogFileAreDiscarded) {
+    script().fail_function("PKCS11_CTX_load");
+    ASSERT_EQ(scard().init(&make_config()), 1);
+    script().clear_failures();
+    scard().get_version();
+    ASSERT_EQ(scard().init(&config_with_log(dir.file("log"))), 0);
+    const Lines lines = logged();
+    EXPECT_EQ(lines.front(), "<info> using OpenSSL smart card interface version 4");
+    EXPECT_THAT(lines, testing::Contains("<info> called: Kes::OsslScardIfImp::init()").Times(1));
+    EXPECT_THAT(lines, testing::Not(testing::Contains("<info> called: Kes::OsslScardIfImp::get_version()")));
+    EXPECT_THAT(lines, testing::Not(testing::Contains("<info> init done.")));
+}
+
+TEST_F(OsslScardIfImpInitTest, DestroyClosesTheLog) {
+    ASSERT_EQ(init(&config_with_log(dir.file("log"))), "0");
+    scard().destroy();
+    EXPECT_FALSE(Logger::exists());
+    const Lines before = logged();
+    EXPECT_EQ(before.back(), "<info> OpenSSL smart card manager stopped.");
+    log_error("after destroy");
+    EXPECT_EQ(logged(), before);
+}
+
+TEST_F(OsslScardIfImpInitTest, FailureToOpenTheLogFileReplacesAnUnhandledException) {
+    const std::string name = dir.file("missing/log");
+    script().fail_function("PKCS11_CTX_new", {.throws_int = true});
+    EXPECT_EQ(init(&config_with_log(name)),
+              "1 logger:90 Kes::Logger::register_sink(): error opening logfile '" + name +
+                  "': val=12 (open_failed)");
+    EXPECT_EQ(state(), "uninitialized");
+}
+
 } // namespace
 } // namespace Kes::test
