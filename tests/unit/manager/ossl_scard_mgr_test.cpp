@@ -392,5 +392,33 @@ TEST_F(OsslScardMgrTest, LoadWithoutASelectedKeyPassesEmptyNamesToTheEngine) {
     EXPECT_THAT(script().calls(), testing::Contains("ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)"));
 }
 
+TEST_F(OsslScardMgrTest, FailedReadingKeepsTheStoredPin) {
+    go_to(CfgState::configuring);
+    libp11().is_logged_in = false;
+    for (const char* function : {"PKCS11_enumerate_slots", "PKCS11_find_token"}) {
+        script().fail_function(function);
+        EXPECT_ANY_THROW(manager().read_scard());
+        script().clear_failures();
+    }
+    expected_slot_arrays = 1; // of the reading that found no token
+    manager().read_scard();
+    script().take_calls();
+    manager().discover_keys();
+    EXPECT_THAT(script().calls(),
+                testing::Contains(testing::MatchesRegex("PKCS11_login.slot[0-9]+.1, user, right pin.")));
+}
+
+TEST_F(OsslScardMgrTest, ListIsKeptWhenNoScannerCanBeCreated) {
+    init_with(3);
+    manager().read_scard();
+    const PkoId* record = manager().add(PkoType::private_key, 0, "name", "cluster", "display", nullptr);
+    choose(2); // without libp11, which only init() loads
+    EXPECT_EQ(error_text([] { manager().discover_keys(); }),
+              "ossl_scard_mgr:418 Kes::OsslScardMgr::require_libp11(): crypto interface pkcs11 was chosen "
+              "after init(): val=10 (not_initialized)");
+    EXPECT_EQ(first(PkoType::private_key), record);
+    EXPECT_EQ(manager().find_next(PkoType::private_key, record), nullptr);
+}
+
 } // namespace
 } // namespace Kes::test

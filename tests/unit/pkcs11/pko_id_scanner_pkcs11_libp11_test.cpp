@@ -281,5 +281,19 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, ThousandKeysNeedOnlyThreeEnumerationsAndKee
     EXPECT_EQ(calls.size(), 5U);
 }
 
+TEST_F(Pkcs11Libp11PkoIdScannerTest, UninitialisedTokenIsRejectedBeforeTheLogin) {
+    token().is_initialized = false;
+    Libp11Init context("module.so");
+    context.read_scard();
+    script().take_calls();
+    PkoIdList list;
+    list.register_scanner(std::make_unique<Pkcs11Libp11PkoIdScanner>(&context, nullptr));
+    EXPECT_EQ(error_text([&] { list.scan(Pin("1234")); }),
+              "libp11_helper:209 Kes::Libp11Init::get_token(): token is not initialized: val=10 "
+              "(not_initialized)");
+    EXPECT_EQ(script().calls(), Lines());
+    EXPECT_EQ(log.lines().back(), "<info> started scanning of PKCS#11 objects");
+}
+
 } // namespace
 } // namespace Kes::test
