@@ -6,6 +6,7 @@
 #include <sstream>
 #include <type_traits>
 
+#include "flush_recorder.h"
 #include "hooks.h"
 #include "support/support.h"
 #include "unit_certs.h"
@@ -17,6 +18,7 @@ namespace {
 
 using test::Bytes;
 using test::error_text;
+using test::FlushRecorder;
 using test::Lines;
 using test::LogCapture;
 using test::mask_queue;
@@ -66,18 +68,6 @@ public:
     std::string subject = "CN=a";
     std::string issuer = "CN=b";
     mutable std::string read_names;
-};
-
-/// Records its content at each flush.
-class FlushRecorder final : public std::stringbuf {
-public:
-    std::string text_at_flush;
-
-protected:
-    int sync() override {
-        text_at_flush = str();
-        return 0;
-    }
 };
 
 TEST(CertTest, TextShowsTheSubjectFirstAlthoughTheIssuerIsReadFirst) {
@@ -183,6 +173,19 @@ TEST_F(OsslCertTest, X509IsFreedOnceOnDestruction) {
     EXPECT_EQ(calls.freed_x509s, 1);
     EXPECT_EQ(calls.created_bios, 2);
     EXPECT_EQ(calls.freed_bios, 2);
+}
+
+TEST_F(OsslCertTest, X509IsFreedBeforeTheDestructionIsTraced) {
+    const LogCapture log;
+    OsslCalls calls;
+    Lines traced_before;
+    {
+        const OsslCert cert(unit_cert("plain"));
+        calls.before_x509_free = [&] { traced_before = log.lines(); };
+    }
+    EXPECT_EQ(calls.freed_x509s, 1);
+    ASSERT_EQ(log.lines().size(), 2U);
+    EXPECT_EQ(traced_before, Lines{log.lines().front()}) << "only the creation";
 }
 
 TEST_F(OsslCertTest, InvalidCertificateThrowsAndLeaksNothing) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include "flush_recorder.h"
 #include "support/support.h"
 #include "support/typed_keys.h"
 
@@ -222,6 +223,14 @@ TEST_F(ConsSelectMenuTest, MenuCanBeShownAgain) {
     EXPECT_EQ(output(), std::string(colour_menu_text) + "r\n" + colour_menu_text + "b\n");
     EXPECT_EQ(log.lines(),
               (Lines{"<info> selected item: 'r', obj=red", "<info> selected item: 'b', obj=blue"}));
+}
+
+TEST_F(ConsSelectMenuTest, EchoOfTheKeyIsFlushed) {
+    test::FlushRecorder recorder;
+    std::streambuf* before = std::cout.rdbuf(&recorder);
+    select(colour_menu(), "b");
+    std::cout.rdbuf(before);
+    EXPECT_EQ(recorder.text_at_flush, std::string(colour_menu_text) + "b\n");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -76,6 +77,7 @@ struct OsslCalls {
 
     int decoded_x509s = 0; ///< successful calls of d2i_X509()
     int freed_x509s = 0;
+    std::function<void()> before_x509_free; ///< called by each X509_free(), if set
     int created_bios = 0;
     int freed_bios = 0;
     int read_extensions = 0; ///< calls of X509_get_ext_d2i() that returned an extension

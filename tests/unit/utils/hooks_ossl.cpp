@@ -32,6 +32,7 @@ X509* __wrap_d2i_X509(X509** x509, const unsigned char** bytes, long length) {
 void __real_X509_free(X509* x509);
 void __wrap_X509_free(X509* x509) {
     if (calls != nullptr) ++calls->freed_x509s;
+    if (calls != nullptr && calls->before_x509_free) calls->before_x509_free();
     __real_X509_free(x509);
 }
 

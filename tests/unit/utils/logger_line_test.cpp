@@ -145,7 +145,9 @@ TEST_F(LoggerLineTest, HeaderOfTheRunningClockHasTheSameFormat) {
     log_every_severity();
     const std::regex form(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} <(trace|debug|info|warn|error|fatal)> )"
                           R"(tid=\d+: severity \d+)");
-    for (const std::string& line : split_lines(read_text(file())))
+    const Lines logged = split_lines(read_text(file()));
+    EXPECT_EQ(logged.size(), severities.size());
+    for (const std::string& line : logged)
         EXPECT_TRUE(std::regex_match(line, form)) << line;
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "hooks.h"
+#include "hooks_keyboard_posix.h"
 #include "support/support.h"
 #include "utils/error.h"
 #include "utils/platform.h"
@@ -11,6 +12,9 @@ namespace {
 
 using test::EnvVar;
 using test::FixedClock;
+using test::KeyboardEvent;
+using test::Lines;
+using test::ScriptedKeyboard;
 
 TEST(LocalTimePosixTest, IsTheCurrentTime) {
     const std::time_t before = std::time(nullptr);
@@ -54,6 +58,65 @@ TEST(SystemMessagePosixTest, NoMessageExistsOutsideWindows) {
 
 TEST(SystemMessagePosixTest, WindowsErrorsAreUnknownOutsideWindows) {
     EXPECT_EQ(WinErrorCode(2).to_string(), "val=2 [0x2] (unknown winerror)");
+}
+
+constexpr int escape = 27;
+
+KeyboardEvent byte(char value) { return {KeyboardEvent::byte, value}; }
+constexpr KeyboardEvent waiting{KeyboardEvent::waiting};
+constexpr KeyboardEvent timeout{KeyboardEvent::timeout};
+constexpr KeyboardEvent interrupted{KeyboardEvent::interrupted};
+constexpr KeyboardEvent failed{KeyboardEvent::failed};
+
+TEST(KeyboardPosixTest, EscapeWithoutASequenceIsAKeyAfterAShortWait) {
+    const ScriptedKeyboard scripted({byte(escape), timeout});
+    EXPECT_EQ(Keyboard().read_key(), escape);
+    EXPECT_EQ(scripted.calls(), (Lines{"read", "poll 50"}));
+}
+
+TEST(KeyboardPosixTest, IncompleteEscapeSequenceEndsAfterALongWaitAndIsNoKey) {
+    for (const char second : {'[', 'O'}) {
+        const ScriptedKeyboard scripted({byte(escape), waiting, byte(second), timeout, byte('a')});
+        Keyboard keyboard;
+        EXPECT_EQ(keyboard.read_key(), 0);
+        EXPECT_EQ(scripted.calls(), (Lines{"read", "poll 50", "read", "poll 500"}));
+        EXPECT_EQ(keyboard.read_key(), 'a');
+    }
+}
+
+TEST(KeyboardPosixTest, EveryByteOfAnEscapeSequenceIsWaitedFor) {
+    const ScriptedKeyboard scripted({byte(escape), waiting, byte('['), waiting, byte('1'), waiting, byte(';'),
+                                     waiting, byte('A'), byte('a')});
+    Keyboard keyboard;
+    EXPECT_EQ(keyboard.read_key(), 0);
+    EXPECT_EQ(scripted.calls(),
+              (Lines{"read", "poll 50", "read", "poll 500", "read", "poll 500", "read", "poll 500", "read"}));
+    EXPECT_EQ(keyboard.read_key(), 'a');
+}
+
+TEST(KeyboardPosixTest, SignalDuringAReadDoesNotEndTheInput) {
+    const ScriptedKeyboard scripted({interrupted, interrupted, byte('a')});
+    EXPECT_EQ(Keyboard().read_key(), 'a');
+    EXPECT_EQ(scripted.calls(), (Lines{"read", "read", "read"}));
+}
+
+TEST(KeyboardPosixTest, SignalDuringAWaitDoesNotEndTheEscapeSequence) {
+    const ScriptedKeyboard scripted({byte(escape), interrupted, waiting, byte('['), interrupted, interrupted,
+                                     waiting, byte('A'), byte('a')});
+    Keyboard keyboard;
+    EXPECT_EQ(keyboard.read_key(), 0);
+    EXPECT_EQ(keyboard.read_key(), 'a');
+    EXPECT_EQ(scripted.unused(), 0U);
+}
+
+TEST(KeyboardPosixTest, OtherErrorEndsTheInput) {
+    for (const std::deque<KeyboardEvent>& events :
+         {std::deque{failed}, std::deque{byte(escape), waiting, failed},
+          std::deque{byte(escape), waiting, byte('['), waiting, failed}}) {
+        const ScriptedKeyboard scripted(events);
+        EXPECT_EQ(Keyboard().read_key(), Keyboard::end_of_input);
+        EXPECT_EQ(scripted.unused(), 0U);
+    }
 }
 
 } // namespace
