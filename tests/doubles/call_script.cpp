@@ -20,7 +20,9 @@ CallScript& CallScript::instance() {
 }
 
 void CallScript::reset() {
+    auto observer = std::move(observer_);
     *this = CallScript();
+    observer_ = std::move(observer);
     ::ERR_clear_error();
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,11 +27,17 @@ class CallScript {
 public:
     static CallScript& instance();
 
-    /// Clears the recorded calls and the planned failures.
+    /// Clears the recorded calls and the planned failures. The observer stays.
     void reset();
 
+    /// Sets a function to be called before each call is recorded; an empty function ends this.
+    void observe(std::function<void(const std::string& call)> observer) { observer_ = std::move(observer); }
+
     /// Records a call that cannot fail.
-    void note(const std::string& call) { calls_.push_back(call); }
+    void note(const std::string& call) {
+        if (observer_) observer_(call);
+        calls_.push_back(call);
+    }
 
     /// Records a step, which is a call that can fail. Puts a planned failure's text on the error queue, or
     /// throws. @return the planned failure; null if the call is to succeed
@@ -66,6 +73,7 @@ public:
     std::string describe_pin(const char* pin) const;
 
 private:
+    std::function<void(const std::string&)> observer_;
     std::vector<std::string> calls_;
     std::vector<std::string> violations_;
     std::vector<std::size_t> step_positions_;

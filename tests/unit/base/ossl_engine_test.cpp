@@ -1,11 +1,13 @@
 #include "base/ossl_engine.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <new>
 #include <openssl/err.h>
 
 #include "support/core_fixture.h"
+#include "support/timeline.h"
 #include "utils/error.h"
 
 namespace Kes::test {
@@ -128,6 +130,22 @@ TEST_F(OsslEngineTest, FailuresDuringUnloadAreLoggedAsWarningsAndDoNotStopIt) {
                      "<warn> ENGINE_finish() returned error"}));
 }
 
+TEST_F(OsslEngineTest, UnloadIsLoggedBeforeItsFirstStepAndEachFailureAfterItsStep) {
+    auto plain = std::make_unique<PlainEngine>();
+    script().fail_function("ENGINE_remove", {.rc = 0});
+    script().fail_function("ENGINE_finish", {.rc = 0});
+    Timeline timeline(log);
+    plain.reset();
+    Lines expected = engine_unload_calls();
+    const auto insert_after = [&](const char* call, const char* line) {
+        expected.insert(std::next(std::find(expected.begin(), expected.end(), call)), line);
+    };
+    insert_after("ENGINE_get_id(engine1)", "<info> unloading engine: id=pkcs11");
+    insert_after("ENGINE_remove(engine1)", "<warn> ENGINE_remove() returned error");
+    insert_after("ENGINE_finish(engine1)", "<warn> ENGINE_finish() returned error");
+    EXPECT_EQ(timeline.take(), expected);
+}
+
 TEST_F(OsslEngineTest, ReadsAPrivateKeyByName) {
     PlainEngine plain;
     const EvpPkeyPtr key = plain.read_private_key("my key");
@@ -222,10 +240,11 @@ TEST_F(OsslEngineTest, FreeingLogsTheObjectAndNothingForNull) {
     OsslEngine::free_certificate(nullptr);
     OsslEngine::free_key(nullptr);
     EXPECT_EQ(log.lines(), Lines());
+    Timeline timeline(log);
     OsslEngine::free_certificate(X509Ptr(engine().make_copy(data().client.get())));
     OsslEngine::free_key(EvpPkeyPtr(engine().make_copy(data().key.get())));
-    EXPECT_EQ(script().calls(), (Lines{"X509_free(cert1)", "EVP_PKEY_free(key1)"}));
-    EXPECT_EQ(log.lines(), (Lines{"<info> freed certificate", "<info> freed key"}));
+    EXPECT_EQ(timeline.take(), (Lines{"X509_free(cert1)", "<info> freed certificate", "EVP_PKEY_free(key1)",
+                                      "<info> freed key"}));
 }
 
 } // namespace

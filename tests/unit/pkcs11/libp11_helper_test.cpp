@@ -1,6 +1,7 @@
 #include "pkcs11/libp11_helper.h"
 
 #include "support/core_fixture.h"
+#include "support/timeline.h"
 #include "utils/error.h"
 
 namespace Kes::test {
@@ -211,6 +212,15 @@ TEST_F(Libp11InitTest, UninitialisedTokenIsRejectedBeforeAnyCall) {
     }
 }
 
+TEST_F(Libp11InitTest, DestructionIsLoggedAfterItsLastStep) {
+    auto context = std::make_unique<Libp11Init>("module.so");
+    context->read_scard();
+    Timeline timeline(log);
+    context.reset();
+    EXPECT_EQ(timeline.take(), (Lines{"PKCS11_release_all_slots(ctx1, slots1, 1)", "PKCS11_CTX_unload(ctx1)",
+                                      "PKCS11_CTX_free(ctx1)", "<info> libp11 destroyed"}));
+}
+
 class Libp11LoginTest : public Libp11InitTest {
 protected:
     Libp11LoginTest() {
@@ -270,6 +280,14 @@ TEST_F(Libp11LoginTest, NoLoginIsRememberedAfterAFailureOrWhenNoneIsRequired) {
     context_.read_scard();
     context_.authenticate(Pin("1234"));
     EXPECT_FALSE(context_.has_logged_in());
+}
+
+TEST_F(Libp11LoginTest, LoginIsAnnouncedBeforeItAndConfirmedAfterIt) {
+    Timeline timeline(log);
+    context_.authenticate(Pin("1234"));
+    EXPECT_EQ(timeline.take(),
+              (Lines{"PKCS11_is_logged_in(slot1.1, user)", "<info> pin required - need login",
+                     "PKCS11_login(slot1.1, user, right pin)", "<info> logged-in successfully"}));
 }
 
 TEST_F(Libp11LoginTest, EmptyPinLogsTheRequiredLoginAndThrows) {

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "support/capi_fixture.h"
+#include "support/timeline.h"
 #include "utils/error.h"
 
 namespace Kes::test {
@@ -35,6 +36,15 @@ TEST_F(WinCertTest, LogsCreationAndDestructionWithTheContextAddress) {
     { const WinCert cert(ctx, true); }
     EXPECT_EQ(log.lines(), (Lines{"<trace> created WinCert [ctx=" + text_of(PointerText{ctx}) + "]",
                                   "<trace> destroyed WinCert [ctx=" + text_of(PointerText{ctx}) + "]"}));
+}
+
+TEST_F(WinCertTest, ContextIsFreedBeforeTheDestructionIsTraced) {
+    const CERT_CONTEXT* ctx = context("sign");
+    auto cert = std::make_unique<WinCert>(ctx, true);
+    Timeline timeline(log);
+    cert.reset();
+    EXPECT_EQ(without_addresses(timeline.take()),
+              (Lines{"CertFreeCertificateContext(cert:MY/0)", "<trace> destroyed WinCert [ctx=ADDRESS]"}));
 }
 
 TEST_F(WinCertTest, FreesTheContextOnlyIfItOwnsIt) {
