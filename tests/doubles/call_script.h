@@ -15,7 +15,7 @@ namespace Kes::test {
 /// How a call to a test double fails.
 struct Failure {
     int rc = 7;                  ///< the result of functions that return a number; others return null
-    std::string queue_text = {}; ///< put on OpenSSL's error queue unless empty
+    std::string queue_text = {}; ///< put on OpenSSL's error queue; if empty, what raise_error_of() raises
     bool throws_int = false;     ///< throw an int instead
 };
 
@@ -39,8 +39,7 @@ public:
         calls_.push_back(call);
     }
 
-    /// Records a step, which is a call that can fail. Puts a planned failure's text on the error queue, or
-    /// throws. @return the planned failure; null if the call is to succeed
+    /// Records a step, a call that can fail. Raises what is planned. @return null if the call is to succeed
     const Failure* step(const std::string& function, const std::string& arguments);
 
     /// Records a wrong use of a test double, such as an invalid handle.
@@ -63,6 +62,9 @@ public:
     /// The calls after the n-th step. Not valid after take_calls().
     std::vector<std::string> calls_after_step(std::size_t n) const;
 
+    /// The name of the function that was called as the n-th step. Not valid after take_calls().
+    std::string function_of_step(std::size_t n) const;
+
     /// Returns and removes the recorded calls.
     std::vector<std::string> take_calls() { return std::exchange(calls_, {}); }
 
@@ -84,6 +86,10 @@ private:
 
 /// Puts an entry on the thread's OpenSSL error queue that is identical in every run.
 void put_on_error_queue(const std::string& text);
+
+/// Raises an OpenSSL error as the real function of this name does when it fails. Does nothing for a function
+/// whose failure leaves the error queue as it is.
+void raise_error_of(const std::string& function);
 
 } // namespace Kes::test
 

@@ -59,6 +59,7 @@ void ScriptedLibp11::reset() {
     description = "Module";
     slots.clear();
     is_logged_in = false;
+    queued_by_free.reset();
     contexts_.clear();
     arrays_.clear();
     contexts_made_ = 0;
@@ -247,6 +248,7 @@ void PKCS11_CTX_free(PKCS11_CTX* ctx) {
     script().note("PKCS11_CTX_free(" + (context == nullptr ? "?" : context->name) + ")");
     if (context == nullptr) return;
     if (context->is_loaded) script().violation("PKCS11_CTX_free: still loaded");
+    if (the_double().queued_by_free) Kes::test::put_on_error_queue(*the_double().queued_by_free);
     the_double().free_context(context);
 }
 

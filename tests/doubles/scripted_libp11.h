@@ -53,6 +53,7 @@ public:
     ScriptedText description = "Module";
     std::vector<ScriptedSlot> slots;
     bool is_logged_in = false;
+    ScriptedText queued_by_free; ///< put on OpenSSL's error queue by PKCS11_CTX_free()
 
     std::size_t unreleased_contexts() const;
     std::size_t unreleased_slot_arrays() const;

@@ -1,6 +1,7 @@
 #include "core_fixture.h"
 
 #include <iostream>
+#include <openssl/err.h>
 
 #include "certificates.h"
 #include "if/ossl_scard_if_imp.h"
@@ -118,6 +119,13 @@ Lines engine_unload_calls() {
 ConsoleWithoutInput::ConsoleWithoutInput() : console_(std::cout.rdbuf(output_.rdbuf())) { keyboard_.end(); }
 
 ConsoleWithoutInput::~ConsoleWithoutInput() { std::cout.rdbuf(console_); }
+
+std::string raised_by(const std::string& function) {
+    EXPECT_EQ(::ERR_peek_error(), 0UL) << "something is on the error queue";
+    raise_error_of(function);
+    const std::string text = OsslErrorCode(0).text;
+    return text.empty() ? "" : "\n" + text;
+}
 
 Lines operator+(Lines first, const Lines& second) {
     first.insert(first.end(), second.begin(), second.end());

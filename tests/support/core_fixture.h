@@ -98,6 +98,10 @@ private:
     TypedKeys keyboard_;
 };
 
+/// The lines of an error text that report what a failing function raised, each after a line end. The error
+/// queue must be empty, and is empty afterwards.
+std::string raised_by(const std::string& function);
+
 /// The end of the error text when the PKCS#11 module or the engine's library does not exist: the system's
 /// error, where libp11 or OpenSSL hides it. See core_fixture_posix.cpp and core_fixture_win.cpp.
 std::string missing_module_detail(const std::string& file);

@@ -28,7 +28,9 @@ void expect_each_failing_step_undone(const std::vector<EngineStep>& steps, Load 
             script.reset();
             ScriptedEngine::instance().reset();
             script.fail_step(step.number, {.rc = rc});
-            EXPECT_EQ(error_text(load), step.error + ": rc=" + std::to_string(rc) + step.detail);
+            const std::string error = error_text(load);
+            EXPECT_EQ(error, step.error + ": rc=" + std::to_string(rc) +
+                                 raised_by(script.function_of_step(step.number)) + step.detail);
             EXPECT_EQ(script.calls_after_step(step.number), step.undone);
         }
     }

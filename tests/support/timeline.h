@@ -8,8 +8,8 @@
 
 namespace Kes::test {
 
-/// Records the calls of test doubles and the lines of the log in one sequence during the object's lifetime, so
-/// that a test can check their order. Only one object may exist at a time.
+/// Records the calls of test doubles and the lines of the log in one sequence during the object's lifetime,
+/// so that a test can check their order. Only one object may exist at a time.
 class Timeline {
 public:
     explicit Timeline(const LogCapture& log);

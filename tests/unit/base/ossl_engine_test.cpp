@@ -158,7 +158,8 @@ TEST_F(OsslEngineTest, MissingPrivateKeyThrows) {
     PlainEngine plain;
     script().fail_function("ENGINE_load_private_key");
     EXPECT_EQ(error_text([&] { plain.read_private_key("my key"); }),
-              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0");
+              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0" +
+                  raised_by("ENGINE_load_private_key"));
     EXPECT_EQ(log.lines(), Lines());
 }
 
@@ -170,7 +171,8 @@ TEST_F(OsslEngineTest, ErrorTextContainsTheErrorQueueAndEmptiesIt) {
               "THREAD:error:400000A0:lib(128):scripted:reason(160):double.c:1:no such key");
     script().fail_function("ENGINE_load_private_key");
     EXPECT_EQ(error_text([&] { plain.read_private_key("my key"); }),
-              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0");
+              "ossl_engine:79 Kes::OsslEngine::read_private_key(): ENGINE_load_private_key() failed: rc=0" +
+                  raised_by("ENGINE_load_private_key"));
 }
 
 TEST_F(OsslEngineTest, ReadsAPublicKeyByName) {
@@ -185,7 +187,8 @@ TEST_F(OsslEngineTest, MissingPublicKeyThrows) {
     PlainEngine plain;
     script().fail_function("ENGINE_load_public_key");
     EXPECT_EQ(error_text([&] { plain.read_public_key("my key"); }),
-              "ossl_engine:100 Kes::OsslEngine::read_public_key(): ENGINE_load_public_key() failed: rc=0");
+              "ossl_engine:100 Kes::OsslEngine::read_public_key(): ENGINE_load_public_key() failed: rc=0" +
+                  raised_by("ENGINE_load_public_key"));
 }
 
 TEST_F(OsslEngineTest, EngineWithoutPublicKeysIsNotCalled) {

@@ -145,7 +145,8 @@ TEST_F(CapiOsslEngineTest, RefusedKeyTypeKeepsTheEarlierOne) {
     script().fail_function("ENGINE_ctrl_cmd_string", {.rc = -3});
     EXPECT_EQ(error_text([&] { loaded->set_key_type(AT_SIGNATURE); }),
               "ossl_engine_capi:297 Kes::CapiOsslEngine::set_key_type(): ENGINE_ctrl_cmd_string(key_type) "
-              "failed: rc=-3");
+              "failed: rc=-3" +
+                  raised_by("ENGINE_ctrl_cmd_string"));
     EXPECT_NE(loaded->read_certificate("c1"), nullptr);
     EXPECT_THAT(script().calls(), testing::Contains("CryptGetUserKey(prov:c1, 1)"));
 }

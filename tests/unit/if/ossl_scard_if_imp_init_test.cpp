@@ -101,7 +101,7 @@ TEST_F(OsslScardIfImpInitTest, FailedInitWritesItsReasonToTheConfiguredLogFile) 
     const std::string error =
         "libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to load "
         "PKCS#11 library 'module.so': rc=7" +
-        missing_module_detail("module.so");
+        raised_by("PKCS11_CTX_load") + missing_module_detail("module.so");
     ASSERT_EQ(scard().init(&config_with_log(dir.file("log"))), 1);
     EXPECT_THAT(read_text(dir.file("log")), testing::EndsWith(": " + error + "\n"));
     EXPECT_EQ(last_error(), error);
@@ -212,7 +212,7 @@ TEST_F(OsslScardIfImpInitTest, NullLogFileNameOfAClientConfigurationOpensNoFile)
     script().fail_function("PKCS11_CTX_load");
     EXPECT_EQ(init(&client), "1 libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to "
                              "load PKCS#11 library 'client.so': rc=7" +
-                                 missing_module_detail("client.so"));
+                                 raised_by("PKCS11_CTX_load") + missing_module_detail("client.so"));
     EXPECT_EQ(state(), "uninitialized");
     script().clear_failures();
     EXPECT_EQ(init(&client), "0");

@@ -111,7 +111,8 @@ TEST_F(OsslScardMgrTest, FailedReadingDoesNotChangeTheState) {
         go_to(before);
         script().fail_function("PKCS11_enumerate_slots");
         EXPECT_EQ(error_text([] { manager().read_scard(); }),
-                  "libp11_helper:133 Kes::Libp11Init::read_scard(): PKCS11_enumerate_slots() failed: rc=7");
+                  "libp11_helper:133 Kes::Libp11Init::read_scard(): PKCS11_enumerate_slots() failed: rc=7" +
+                      raised_by("PKCS11_enumerate_slots"));
         EXPECT_EQ(state(), cfg_state_name(before));
         EXPECT_EQ(scard().read_scard(), 1);
         EXPECT_EQ(state(), cfg_state_name(before));

@@ -4,6 +4,8 @@
 #include "support/timeline.h"
 #include "utils/error.h"
 
+#include <openssl/err.h>
+
 namespace Kes::test {
 namespace {
 
@@ -38,10 +40,23 @@ TEST_F(Libp11InitTest, ErrorNamesAModuleThatCannotBeLoadedAndItsContextIsFreedWi
         error_text([] { Libp11Init("./no such.so"); }),
         "libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to load PKCS#11 library "
         "'./no such.so': rc=-1" +
-            missing_module_detail("./no such.so"));
+            raised_by("PKCS11_CTX_load") + missing_module_detail("./no such.so"));
     EXPECT_EQ(script().calls(), (Lines{"ERR_load_PKCS11_strings()", "PKCS11_CTX_new()",
                                        "PKCS11_CTX_load(ctx1, ./no such.so)", "PKCS11_CTX_free(ctx1)"}));
     EXPECT_EQ(log.lines(), Lines());
+}
+
+TEST_F(Libp11InitTest, ErrorOfAModuleContainsNothingThatFreeingItsContextReports) {
+    script().fail_function("PKCS11_CTX_load", {.rc = -1, .queue_text = "first cause"});
+    libp11().queued_by_free = "later noise";
+    EXPECT_EQ(
+        without_thread(error_text([] { Libp11Init("./no such.so"); })),
+        without_thread("libp11_helper:86 Kes::Libp11Init::Libp11Init(): PKCS11_CTX_load() failed to load "
+                       "PKCS#11 library './no such.so': rc=-1\n"
+                       "THREAD:error:400000A0:lib(128):scripted:reason(160):double.c:1:first cause") +
+            without_thread(missing_module_detail("./no such.so")));
+    EXPECT_EQ(script().calls().back(), "PKCS11_CTX_free(ctx1)");
+    ::ERR_clear_error();
 }
 
 TEST_F(Libp11InitTest, TextsMissingFromTheModuleAreLoggedAsEmpty) {
@@ -115,7 +130,8 @@ TEST_F(Libp11InitTest, FailedSlotEnumerationLeavesNoSlotsAndNoLoginRequirement) 
     Libp11Init context("module.so");
     script().fail_function("PKCS11_enumerate_slots", {.rc = 5});
     EXPECT_EQ(error_text([&] { context.read_scard(); }),
-              "libp11_helper:133 Kes::Libp11Init::read_scard(): PKCS11_enumerate_slots() failed: rc=5");
+              "libp11_helper:133 Kes::Libp11Init::read_scard(): PKCS11_enumerate_slots() failed: rc=5" +
+                  raised_by("PKCS11_enumerate_slots"));
     EXPECT_FALSE(context.is_login_required());
 }
 
@@ -309,7 +325,8 @@ TEST_F(Libp11LoginTest, WrongPinUsesOneLoginAttemptAndReportsTheReasonOfTheToken
 TEST_F(Libp11LoginTest, FailedLoginQueryIsReportedBeforeAnyLogin) {
     script().fail_function("PKCS11_is_logged_in", {.rc = -2});
     EXPECT_EQ(error_text([&] { context_.authenticate(Pin("1234")); }),
-              "libp11_helper:163 Kes::Libp11Init::is_logged_in(): PKCS11_is_logged_in() failed: rc=-2");
+              "libp11_helper:163 Kes::Libp11Init::is_logged_in(): PKCS11_is_logged_in() failed: rc=-2" +
+                  raised_by("PKCS11_is_logged_in"));
     EXPECT_EQ(script().calls(), Lines{"PKCS11_is_logged_in(slot1.1, user)"});
     EXPECT_EQ(new_lines(), Lines());
 }

@@ -126,7 +126,8 @@ TEST_F(Pkcs11OsslEngineTest, NewPinReplacesTheEarlierOneAndIsNotLogged) {
     script().fail_function("ENGINE_ctrl_cmd_string", {.rc = 0});
     EXPECT_EQ(
         error_text([&] { loaded->set_pin(Pin("1234")); }),
-        "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed: rc=0");
+        "ossl_engine_pkcs11:234 Kes::Pkcs11OsslEngine::set_pin(): ENGINE_ctrl_cmd_string(PIN) failed: rc=0" +
+            raised_by("ENGINE_ctrl_cmd_string"));
 }
 
 TEST_F(Pkcs11OsslEngineTest, KeyTypeIsIgnored) {
@@ -163,7 +164,7 @@ TEST_F(Pkcs11OsslEngineTest, FailedCertificateCommandThrowsAndLeaksNoCertificate
             error_text([&] { loaded->read_certificate("c"); }),
             "ossl_engine_pkcs11:213 Kes::Pkcs11OsslEngine::read_certificate(): ENGINE_ctrl_cmd() failed: "
             "rc=0" +
-                missing_module_detail("module.so"));
+                raised_by("ENGINE_ctrl_cmd") + missing_module_detail("module.so"));
         EXPECT_EQ(engine().unreleased_objects(), 0U);
     }
 }

@@ -69,7 +69,8 @@ TEST_F(Pkcs11EngineRegistryTest, FailedStepOfARepeatedSetUpIsUndoneAndTheNextLoa
     load_and_free_key(library);
     script().fail_function("ENGINE_set_default");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:150 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
-                                   "ENGINE_set_default() failed: rc=7");
+                                   "ENGINE_set_default() failed: rc=7" +
+                                       raised_by("ENGINE_set_default"));
     EXPECT_EQ(last_calls(3), (Lines{"ENGINE_ctrl_cmd_string(engine1, PIN, empty pin)",
                                     "ENGINE_remove(engine1)", "ENGINE_free(engine1)"}));
     script().clear_failures();
@@ -80,7 +81,7 @@ TEST_F(Pkcs11EngineRegistryTest, NextLoadSucceedsAfterTheModuleFailedToInitialis
     script().fail_function("ENGINE_init");
     EXPECT_EQ(load_error(library), "ossl_engine_pkcs11:116 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
                                    "ENGINE_init() failed: rc=7" +
-                                       missing_module_detail("module.so"));
+                                       raised_by("ENGINE_init") + missing_module_detail("module.so"));
     script().clear_failures();
     EXPECT_EQ(load_error(library), "no exception");
 }

@@ -105,7 +105,8 @@ TEST_F(Pkcs11Libp11PkoIdScannerTest, FailedEnumerationIsNamedAndKeepsTheEarlierR
         script().fail_function(row.function, {.rc = -3});
         EXPECT_EQ(error_text([&] { list.scan(Pin("1234")); }),
                   std::string("pko_id_scanner_pkcs11_libp11:") + row.line +
-                      " Kes::Pkcs11Libp11PkoIdScanner::scan(): " + row.function + "() failed: rc=-3");
+                      " Kes::Pkcs11Libp11PkoIdScanner::scan(): " + row.function + "() failed: rc=-3" +
+                      raised_by(row.function));
         EXPECT_EQ(split_lines(text_of(list)).size(), row.records);
         script().clear_failures();
         list.scan(Pin("1234"));
