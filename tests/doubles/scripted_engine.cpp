@@ -91,6 +91,12 @@ void ScriptedEngine::break_cycles() {
         engine->functional_references -= std::exchange(engine->cycle, 0);
 }
 
+int ScriptedEngine::finish_copy() const {
+    ENGINE copy;
+    copy.name = "copy";
+    return engines_.back()->finish(&copy);
+}
+
 ENGINE* ScriptedEngine::add_engine() {
     engines_.push_back(std::make_unique<ENGINE>());
     engines_.back()->finish = clean_up;

@@ -46,6 +46,9 @@ public:
 
     /// Clears the key caches of all engines, as their clean-up would.
     void break_cycles();
+
+    /// Calls the finish function of the newest engine for a copy of that engine. @return its result
+    int finish_copy() const;
     std::size_t unreleased_objects() const { return objects_.size(); }
 
     // The functions below are for the ENGINE_* functions.

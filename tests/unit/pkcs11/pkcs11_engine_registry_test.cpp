@@ -186,5 +186,13 @@ TEST_F(Pkcs11EngineRegistryTest, EngineReceivesNoPinCommandWhenNoPinIsGiven) {
     EXPECT_THAT(script().calls(), testing::Not(testing::Contains(testing::HasSubstr("PIN"))));
 }
 
+TEST_F(Pkcs11EngineRegistryTest, FinishOfACopyOfAnEngineSucceedsWithoutACleanUp) {
+    load_and_keep_key(library);
+    script().take_calls();
+    EXPECT_EQ(engine().finish_copy(), 1);
+    EXPECT_EQ(script().calls(), Lines());
+    EXPECT_EQ(engine().initialised_engines(), 1U);
+}
+
 } // namespace
 } // namespace Kes::test
