@@ -19,6 +19,7 @@ namespace {
 ENGINE* get_dynamic_engine() {
     // Without this call the engine is missing if the program has initialised OpenSSL without engines.
     ::OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
+    const ErrorQueueMark mark; // the caller's error does not contain the queue
     return ::ENGINE_by_id("dynamic");
 }
 
@@ -68,10 +69,12 @@ void OsslEngine::DefaultEngineTraits::close(Raw registered) noexcept {
 }
 
 void OsslEngine::ListEntryTraits::close(Raw listed) noexcept {
+    const ErrorQueueMark mark;
     if (::ENGINE_remove(listed) != 1) log_warn("ENGINE_remove() returned error");
 }
 
 void OsslEngine::FunctionalReferenceTraits::close(Raw initialized) noexcept {
+    const ErrorQueueMark mark;
     if (::ENGINE_finish(initialized) != 1) log_warn("ENGINE_finish() returned error");
 }
 
@@ -88,7 +91,6 @@ OsslEngine::OsslEngine(bool public_key_supported_in, bool second_flag_in)
 OsslEngine::~OsslEngine() {
     // Releases what the failed constructor of a subclass has left. If OpenSSL kept a reference to the engine,
     // it would refuse to load its library again.
-    const ErrorQueueMark mark;
     release();
 }
 
@@ -173,6 +175,7 @@ void OsslEngine::set_up(const EngineSetup& setup) {
         make_usable(setup);
     } catch (const OsslError&) {
         // Not reset(), which could log a second failure. The error already reports what failed.
+        const ErrorQueueMark mark;
         ::ENGINE_finish(functional_reference.release());
         throw;
     }

@@ -130,6 +130,34 @@ TEST_F(OsslEngineTest, FailuresDuringUnloadAreLoggedAsWarningsAndDoNotStopIt) {
                      "<warn> ENGINE_finish() returned error"}));
 }
 
+TEST_F(OsslEngineTest, FailedSetUpLeavesNothingOnTheErrorQueueEvenIfItsRemovalFails) {
+    script().fail_function("ENGINE_init", {.rc = 0});
+    script().fail_function("ENGINE_remove", {.rc = 0});
+    const std::string error = error_text([] { PlainEngine(); });
+    EXPECT_EQ(queued_errors(), "");
+    EXPECT_EQ(error, "here: ENGINE_init() failed: rc=0" + raised_by("ENGINE_init"));
+    EXPECT_THAT(script().calls(), testing::Contains("ENGINE_remove(engine1)"));
+}
+
+TEST_F(OsslEngineTest, LoggedFailuresLeaveNothingOnTheErrorQueue) {
+    {
+        const PlainEngine plain;
+        script().fail_function("ENGINE_remove", {.rc = 0});
+        script().fail_function("ENGINE_finish", {.rc = 0});
+    }
+    EXPECT_EQ(queued_errors(), "");
+    script().fail_function("ENGINE_set_default", {.rc = 0});
+    EXPECT_EQ(error_text([] { PlainEngine(); }),
+              "here: ENGINE_set_default() failed: rc=0" + raised_by("ENGINE_set_default"));
+    EXPECT_EQ(queued_errors(), "");
+}
+
+TEST_F(OsslEngineTest, MissingDynamicEngineLeavesNothingOnTheErrorQueue) {
+    script().fail_function("ENGINE_by_id");
+    EXPECT_NE(error_text([] { PlainEngine(); }), "no exception");
+    EXPECT_EQ(queued_errors(), "");
+}
+
 TEST_F(OsslEngineTest, UnloadIsLoggedBeforeItsFirstStepAndEachFailureAfterItsStep) {
     auto plain = std::make_unique<PlainEngine>();
     script().fail_function("ENGINE_remove", {.rc = 0});
