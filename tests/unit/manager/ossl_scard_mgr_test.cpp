@@ -405,8 +405,8 @@ TEST_F(OsslScardMgrTest, FailedReadingKeepsTheStoredPin) {
     manager().read_scard();
     script().take_calls();
     manager().discover_keys();
-    EXPECT_THAT(script().calls(),
-                testing::Contains(testing::MatchesRegex("PKCS11_login.slot[0-9]+.1, user, right pin.")));
+    EXPECT_THAT(script().calls(), testing::Contains(testing::AllOf(testing::StartsWith("PKCS11_login("),
+                                                                   testing::EndsWith(", user, right pin)"))));
 }
 
 TEST_F(OsslScardMgrTest, ListIsKeptWhenNoScannerCanBeCreated) {
