@@ -149,6 +149,10 @@ public:
     /// pkcs11: passes the PIN to the engine, even if none was set. If the card needs a login, the engine logs
     /// in with it, and an empty PIN may cost one of the card's tries. Therefore call set_pin() first if
     /// is_pin_required() returns true.
+    ///
+    /// With pkcs11, libp11's engine lists the objects of the card at its first load and keeps the list until
+    /// destroy(). If the card fails while it is listed, every later call fails too ("object not found" or
+    /// "error reading certificate"), even after another read_scard(). Then call destroy() and start again.
     virtual int ossl_load() = 0;
 
     /// Frees the key and the certificate; without them, it does nothing. States: configured. Free every TLS

@@ -21,6 +21,7 @@ using Function = Word (*)(Word, Word, Word, Word, Word, Word, Word, Word);
 
 constexpr std::size_t function_count = static_cast<std::size_t>(P11::count);
 constexpr Word function_failed = 0x06;
+constexpr Word device_error = 0x30;
 constexpr Word device_removed = 0x32;
 constexpr Word token_not_present = 0xE0;
 constexpr Word flag_token_present = 0x01; // of a slot
@@ -85,13 +86,22 @@ void record_sessions(P11 function, Word slot_or_session, Word place) {
     block->open_sessions = session_count;
 }
 
+/// @param call  how often the function has been called, including this call
+/// @return the error that the call must return instead of calling the real module; 0 if there is none
+Word simulated_error(std::size_t index, std::uint64_t call) {
+    if (block->removed != 0 && needs_card(index)) return device_removed;
+    if (block->no_token != 0 && index == index_of(P11::get_token_info)) return token_not_present;
+    if (index == index_of(P11::open_session)) return block->no_session;
+    const bool is_failing_read =
+        index == index_of(P11::get_attribute_value) && call == block->failing_attribute_read;
+    return is_failing_read ? device_error : 0;
+}
+
 // No PKCS#11 function has more than eight arguments, and all are integers or pointers. Most functions have
 // fewer; the calling conventions of the supported systems allow passing more arguments than a function takes.
 template <std::size_t index>
 Word forward(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
-    ++block->calls[index];
-    if (block->removed != 0 && needs_card(index)) return device_removed;
-    if (block->no_token != 0 && index == index_of(P11::get_token_info)) return token_not_present;
+    if (const Word error = simulated_error(index, ++block->calls[index]); error != 0) return error;
     const Word result = real->functions[index](a, b, c, d, e, f, g, h);
     if (result == 0) {
         record_sessions(static_cast<P11>(index), a, e);
