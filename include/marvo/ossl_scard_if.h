@@ -103,6 +103,10 @@ public:
     ///
     /// Earlier key numbers and get_key_name() texts become invalid, even if the operation fails, for example
     /// because of the state. The order of the keys may differ from run to run.
+    ///
+    /// With pkcs11 and libp11 0.4.12 or 0.4.13, the operation does not return if the card refuses to open a
+    /// session, for example after it was removed while the user typed the PIN. After a PIN dialog, call
+    /// read_scard() once more: it reports a missing card, and the PIN stays set.
     /// @param num_keys  receives the number of keys, possibly 0; unchanged on failure
     virtual int discover_keys(size_t* num_keys) = 0;
 
@@ -153,6 +157,10 @@ public:
     /// With pkcs11, libp11's engine lists the objects of the card at its first load and keeps the list until
     /// destroy(). If the card fails while it is listed, every later call fails too ("object not found" or
     /// "error reading certificate"), even after another read_scard(). Then call destroy() and start again.
+    ///
+    /// As noted at discover_keys(), the operation may not return if the card refuses to open a session. The
+    /// engine opens one of its own, so this always happens after discover_keys() if the card allows one
+    /// session only.
     virtual int ossl_load() = 0;
 
     /// Frees the key and the certificate; without them, it does nothing. States: configured. Free every TLS

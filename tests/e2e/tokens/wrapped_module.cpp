@@ -23,6 +23,7 @@ constexpr std::size_t function_count = static_cast<std::size_t>(P11::count);
 constexpr Word function_failed = 0x06;
 constexpr Word device_error = 0x30;
 constexpr Word device_removed = 0x32;
+constexpr Word too_many_sessions = 0xB1;
 constexpr Word token_not_present = 0xE0;
 constexpr Word flag_token_present = 0x01; // of a slot
 constexpr std::size_t slot_flags_offset = 96;
@@ -91,7 +92,10 @@ void record_sessions(P11 function, Word slot_or_session, Word place) {
 Word simulated_error(std::size_t index, std::uint64_t call) {
     if (block->removed != 0 && needs_card(index)) return device_removed;
     if (block->no_token != 0 && index == index_of(P11::get_token_info)) return token_not_present;
-    if (index == index_of(P11::open_session)) return block->no_session;
+    if (index == index_of(P11::open_session)) {
+        const bool is_limit_reached = block->session_limit != 0 && session_count >= block->session_limit;
+        return is_limit_reached ? too_many_sessions : block->no_session.load();
+    }
     const bool is_failing_read =
         index == index_of(P11::get_attribute_value) && call == block->failing_attribute_read;
     return is_failing_read ? device_error : 0;

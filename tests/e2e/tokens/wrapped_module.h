@@ -37,9 +37,11 @@ struct WrappedBlock {
     std::atomic<std::uint32_t> removed;         ///< the card was removed: calls that need it fail
     std::atomic<std::uint64_t> set_token_flags; ///< added to each token's flags
     std::atomic<std::uint64_t> clear_token_flags;
-    std::atomic<std::uint64_t> no_session; ///< C_OpenSession() fails with this value if it is not 0
-    std::atomic<std::uint64_t>
-        failing_attribute_read; ///< this call of C_GetAttributeValue() fails; counts from 1
+    std::atomic<std::uint64_t> no_session;    ///< C_OpenSession() fails with this value if it is not 0
+    std::atomic<std::uint64_t> session_limit; ///< C_OpenSession() fails if so many are open; 0: no limit
+
+    /// The call of C_GetAttributeValue() with this number fails. The first call has the number 1.
+    std::atomic<std::uint64_t> failing_attribute_read;
 };
 
 } // namespace Kes::test
