@@ -26,7 +26,7 @@ Card::Card(const std::string& key_type, const std::string& subject, const std::v
     soft_token(add);
 }
 
-LoadedKey::LoadedKey(const Card& card) : library_(get_ossl_scard_if()) {
+LoadedKey::LoadedKey(const CardAccess& card) : library_(get_ossl_scard_if()) {
     try {
         load(card);
     } catch (const std::exception&) {
@@ -40,18 +40,18 @@ LoadedKey::~LoadedKey() {
     library_->destroy();
 }
 
-void LoadedKey::load(const Card& card) {
+void LoadedKey::load(const CardAccess& card) {
     const auto check = [this](int status) {
         if (status != 0) throw std::runtime_error(library_->get_last_error_msg());
     };
     OsslScardCfg* cfg = library_->get_config_default();
     cfg->set_crypto_if(OsslScardCfg::pkcs11);
-    cfg->set_pkcs11_module_dll(soft_token({"module"}).c_str());
+    cfg->set_pkcs11_module_dll(card.module.c_str());
     cfg->set_pkcs11_openssl_engine_dll(soft_token({"engine"}).c_str());
-    cfg->set_logfile(card.file("client.log").c_str());
+    cfg->set_logfile(card.log_file.c_str());
     check(library_->init(cfg));
     check(library_->read_scard());
-    check(library_->set_pin(card.pin()));
+    check(library_->set_pin(card.pin.c_str()));
     std::size_t num_keys = 0;
     check(library_->discover_keys(&num_keys));
     check(library_->set_key(std::size_t{0}));

@@ -16,6 +16,13 @@ namespace Kes::test {
 /// @return its output without trailing line feeds
 std::string soft_token(std::vector<std::string> args);
 
+/// What a client must know of a card with one key.
+struct CardAccess {
+    std::string module;
+    std::string pin;
+    std::string log_file; ///< of the library
+};
+
 /// A soft token with one key and its certificate, the CA that signed it, and a server certificate. All are
 /// created for the object and deleted with it.
 class Card {
@@ -28,6 +35,7 @@ public:
     std::string ca_file() const { return file("ca.crt"); }
     ServerSetup server_setup() const { return ServerSetup(dir_.path()); }
     const char* pin() const { return "271828"; }
+    CardAccess access() const { return {soft_token({"module"}), pin(), file("client.log")}; }
 
 private:
     TempDir dir_;
@@ -39,7 +47,8 @@ private:
 class LoadedKey {
 public:
     /// @throws std::runtime_error with the library's error message
-    explicit LoadedKey(const Card& card);
+    explicit LoadedKey(const CardAccess& card);
+    explicit LoadedKey(const Card& card) : LoadedKey(card.access()) {}
     ~LoadedKey();
     LoadedKey(const LoadedKey&) = delete;
     LoadedKey& operator=(const LoadedKey&) = delete;
@@ -48,7 +57,7 @@ public:
     X509* cert() const { return cert_; }
 
 private:
-    void load(const Card& card);
+    void load(const CardAccess& card);
 
     OsslScardIf* library_;
     EVP_PKEY* key_ = nullptr;
