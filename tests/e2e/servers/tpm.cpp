@@ -4,6 +4,9 @@
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace Kes::test {
 namespace {
@@ -11,6 +14,14 @@ namespace {
 constexpr const char* pin = "271828";
 
 } // namespace
+
+#ifdef __SANITIZE_ADDRESS__
+NoLeakDetection::NoLeakDetection() { ::__lsan_disable(); }
+NoLeakDetection::~NoLeakDetection() { ::__lsan_enable(); }
+#else
+NoLeakDetection::NoLeakDetection() = default;
+NoLeakDetection::~NoLeakDetection() = default;
+#endif
 
 Tpm::Tpm(const std::string& key_type, const std::string& subject)
     : store_("TPM2_PKCS11_STORE", file("store")),

@@ -10,6 +10,15 @@
 
 namespace Kes::test {
 
+/// Hides allocations from the leak detector during its lifetime.
+class NoLeakDetection {
+public:
+    NoLeakDetection();
+    ~NoLeakDetection();
+    NoLeakDetection(const NoLeakDetection&) = delete;
+    NoLeakDetection& operator=(const NoLeakDetection&) = delete;
+};
+
 /// A TPM in software, reached through its PKCS#11 module. It has a key with a certificate, and so has a CA
 /// with a server certificate, as in Card. The TPM runs in a process of its own during the object's lifetime
 /// and writes to a temporary folder.
@@ -28,6 +37,9 @@ private:
     void create_token(const std::string& key_type, const std::string& subject);
     void run_pkcs11_tool(std::vector<std::string> args) const;
 
+    // The module leaks memory in each signature with an EC key, and is no longer loaded when leaks are
+    // reported, so they cannot be suppressed by its name.
+    NoLeakDetection no_leak_detection_;
     TempDir dir_;
     EnvVar store_;
     EnvVar connection_;
