@@ -1,5 +1,5 @@
-// Logins after the client has removed libp11's engine from the defaults for key methods, and logins with a TPM,
-// whose PKCS#11 module uses OpenSSL itself.
+// Logins after the client has removed libp11's engine from the defaults for key methods, and logins with a
+// TPM, whose PKCS#11 module uses OpenSSL itself.
 #include <gtest/gtest.h>
 
 #include "card.h"
