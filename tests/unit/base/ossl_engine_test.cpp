@@ -13,25 +13,31 @@
 namespace Kes::test {
 namespace {
 
+EngineSetup plain_setup() {
+    return {.id = "plain",
+            .so_path = {"SO_PATH", "./engine.so", "here"},
+            .list_add = {"LIST_ADD", "1", "here"},
+            .load = {"LOAD", nullptr, "here"},
+            .before_init = {},
+            .init_location = "here",
+            .after_init = {},
+            .configure = [] {},
+            .set_default_location = "here"};
+}
+
 /// An engine that is loaded and initialised in its constructor.
 class PlainEngine : public OsslEngine {
 public:
     explicit PlainEngine(bool has_public_keys = true, bool is_kept_in = false)
         : OsslEngine(has_public_keys, true), is_kept(is_kept_in) {
-        set_up({.id = "plain",
-                .so_path = {"SO_PATH", "./engine.so", "here"},
-                .list_add = {"LIST_ADD", "1", "here"},
-                .load = {"LOAD", nullptr, "here"},
-                .before_init = {},
-                .init_location = "here",
-                .after_init = {},
-                .configure = [] {},
-                .set_default_location = "here"});
+        set_up(plain_setup());
     }
     ~PlainEngine() override { unload(); }
 
 private:
-    bool keep_engine(const char*) override { return is_kept; }
+    void keep_engine() noexcept override {
+        if (!is_kept) OsslEngine::keep_engine();
+    }
 
     const bool is_kept;
 };
@@ -52,14 +58,7 @@ public:
 class FailingEngine final : public OsslEngine {
 public:
     FailingEngine() : OsslEngine(true, true) {
-        set_up({.so_path = {"SO_PATH", "./engine.so", "here"},
-                .list_add = {"LIST_ADD", "1", "here"},
-                .load = {"LOAD", nullptr, "here"},
-                .before_init = {},
-                .init_location = "here",
-                .after_init = {},
-                .configure = [] {},
-                .set_default_location = "here"});
+        set_up(plain_setup());
         CallScript::instance().take_calls();
         throw std::bad_alloc();
     }
