@@ -333,12 +333,12 @@ TEST_F(OsslScardMgrTest, NextLoadFreesTheOldKeyAndReusesTheEngine) {
     EXPECT_NE(manager().get_private_key(), nullptr) << "until the load";
     script().take_calls();
     manager().ossl_load();
-    EXPECT_EQ(
-        script().calls(),
-        (Lines{"X509_free(cert1)", "EVP_PKEY_free(lent1)", "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
-               std::string("ENGINE_load_private_key(engine1, ") + private_uri + ")", "EVP_PKEY_free(key2)",
-               std::string("ENGINE_ctrl_cmd(engine1, LOAD_CERT_CTRL, ") + cert_uri + ")",
-               "X509_NAME_print_ex()", "X509_NAME_print_ex()"}));
+    EXPECT_EQ(script().calls(),
+              (Lines{"X509_free(cert1)", "EVP_PKEY_free(lent1)", "EVP_PKEY_free(key1)",
+                     "ENGINE_ctrl_cmd_string(engine1, PIN, right pin)",
+                     std::string("ENGINE_load_private_key(engine1, ") + private_uri + ")",
+                     std::string("ENGINE_ctrl_cmd(engine1, LOAD_CERT_CTRL, ") + cert_uri + ")",
+                     "X509_NAME_print_ex()", "X509_NAME_print_ex()"}));
 }
 
 TEST_F(OsslScardMgrTest, FailedPrintOfTheCertificateFreesTheKeyAndKeepsTheCertificate) {
