@@ -27,14 +27,28 @@ int certificate_index = -1;
 RSA_METHOD* rsa_method = nullptr;
 EC_KEY_METHOD* ec_method = nullptr;
 
-void end_mark(void*, void* value, CRYPTO_EX_DATA*, int, long, void*) {
-    if (value == nullptr) return;
-    auto* mark = static_cast<Mark*>(value);
-    note_released(mark->name);
+void end_mark(const void* mark) {
+    if (mark == nullptr) return;
+    note_released(static_cast<const Mark*>(mark)->name);
     marks.remove_if([&](const Mark& candidate) { return &candidate == mark; });
 }
 
-int make_index(int kind) { return ::CRYPTO_get_ex_new_index(kind, 0, nullptr, nullptr, nullptr, end_mark); }
+/// OpenSSL calls this when a certificate is freed.
+void end_certificate(void*, void* mark, CRYPTO_EX_DATA*, int, long, void*) { end_mark(mark); }
+
+// OpenSSL calls these two functions when a key with the engine's method is freed. As in libp11, not the ex data
+// but the methods release what belongs to the key.
+
+int end_rsa(RSA* rsa) {
+    end_mark(::RSA_get_ex_data(rsa, rsa_index));
+    return ::RSA_meth_get_finish(::RSA_PKCS1_OpenSSL())(rsa);
+}
+
+void end_ec_key(EC_KEY* ec) { end_mark(::EC_KEY_get_ex_data(ec, ec_index)); }
+
+int make_index(int kind, CRYPTO_EX_free* end = nullptr) {
+    return ::CRYPTO_get_ex_new_index(kind, 0, nullptr, nullptr, nullptr, end);
+}
 
 Mark* make_mark(const std::string& name, const CardModule* module, unsigned long handle) {
     note_acquired(name);
@@ -92,12 +106,14 @@ void make_methods() {
     rsa_method = ::RSA_meth_dup(::RSA_PKCS1_OpenSSL());
     ::RSA_meth_set1_name(rsa_method, "double of libp11's RSA method");
     ::RSA_meth_set_priv_enc(rsa_method, rsa_private_encrypt);
+    ::RSA_meth_set_finish(rsa_method, end_rsa);
     ec_method = ::EC_KEY_METHOD_new(::EC_KEY_OpenSSL());
     int (*sign_der)(int, const unsigned char*, int, unsigned char*, unsigned int*, const BIGNUM*,
                     const BIGNUM*, EC_KEY*) = nullptr;
     int (*prepare)(EC_KEY*, BN_CTX*, BIGNUM**, BIGNUM**) = nullptr;
     ::EC_KEY_METHOD_get_sign(ec_method, &sign_der, &prepare, nullptr);
     ::EC_KEY_METHOD_set_sign(ec_method, sign_der, prepare, ec_sign);
+    ::EC_KEY_METHOD_set_init(ec_method, nullptr, end_ec_key, nullptr, nullptr, nullptr, nullptr);
 }
 
 using RsaPtr = std::unique_ptr<RSA, FreeWith<&::RSA_free>>;
@@ -131,7 +147,7 @@ void set_up_engine_objects() {
     if (rsa_method != nullptr) return;
     rsa_index = make_index(CRYPTO_EX_INDEX_RSA);
     ec_index = make_index(CRYPTO_EX_INDEX_EC_KEY);
-    certificate_index = make_index(CRYPTO_EX_INDEX_X509);
+    certificate_index = make_index(CRYPTO_EX_INDEX_X509, end_certificate);
     make_methods();
 }
 
