@@ -50,7 +50,7 @@ static std::optional<Arguments> parse(std::vector<std::string> words) {
         words.pop_back();
     }
     if (words.empty()) return parsed;
-    if (words.size() != 4 || !parse_key(words[0], parsed)) return std::nullopt;
+    if (words.size() != 4 || words[1].empty() || !parse_key(words[0], parsed)) return std::nullopt;
     parsed.host = words[1];
     parsed.port = words[2];
     if (words[3] == "1.2") parsed.version = TLS1_2_VERSION;

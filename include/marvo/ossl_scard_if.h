@@ -106,7 +106,8 @@ public:
     ///
     /// With pkcs11 and libp11 0.4.12 or 0.4.13, the operation does not return if the card refuses to open a
     /// session, for example after it was removed while the user typed the PIN. After a PIN dialog, call
-    /// read_scard() once more: it reports a missing card, and the PIN stays set.
+    /// read_scard() once more: it reports a missing card, and the PIN stays set. docs/libp11.md lists the
+    /// versions of libp11 that report the reason instead.
     /// @param num_keys  receives the number of keys, possibly 0; unchanged on failure
     virtual int discover_keys(size_t* num_keys) = 0;
 
@@ -158,9 +159,9 @@ public:
     /// destroy(). If the card fails while it is listed, every later call fails too ("object not found" or
     /// "error reading certificate"), even after another read_scard(). Then call destroy() and start again.
     ///
-    /// As noted at discover_keys(), the operation may not return if the card refuses to open a session. The
-    /// engine opens one of its own, so this always happens after discover_keys() if the card allows one
-    /// session only.
+    /// With pkcs11 and libp11 0.4.12 or 0.4.13, the operation does not return if the card refuses to open a
+    /// session; see discover_keys(). The engine opens one of its own. If the card allows only one session, do not call
+    /// discover_keys(), but set priv_key_name and cert_name in the configuration.
     virtual int ossl_load() = 0;
 
     /// Frees the key and the certificate; without them, it does nothing. States: configured. Free every TLS

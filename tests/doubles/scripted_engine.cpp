@@ -15,7 +15,7 @@
 /// OpenSSL's headers only declare this type; the definition belongs to the functions below.
 struct engine_st {
     std::string name;
-    std::string id = "dynamic";
+    const char* id = "dynamic"; // null if the engine has none
     bool is_loaded = false;
     bool is_in_list = false;
     bool is_list_asked = false;
@@ -309,7 +309,7 @@ int ENGINE_set_default(ENGINE* e, unsigned int flags) {
 const char* ENGINE_get_id(const ENGINE* e) {
     const InsideDouble inside;
     script().note("ENGINE_get_id(" + name_of(e, "ENGINE_get_id") + ")");
-    return the_double().is_alive(e) ? e->id.c_str() : "?";
+    return the_double().is_alive(e) ? e->id : "?";
 }
 
 EVP_PKEY* ENGINE_load_private_key(ENGINE* e, const char* key_id, UI_METHOD* ui_method, void* callback_data) {

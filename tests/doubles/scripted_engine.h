@@ -33,7 +33,7 @@ public:
 
     /// The first loaded key takes a functional reference that only clean-up drops, as in libp11 0.4.12.
     bool keys_hold_engine = false;
-    std::string loaded_id = "pkcs11";    ///< the engine's id after LOAD
+    const char* loaded_id = "pkcs11";    ///< the engine's id after LOAD; null if it has none
     std::string unknown_command;         ///< a control command that the engine does not have
     bool refuses_loaded_library = false; ///< LOAD fails while an engine that was loaded before exists
     bool refuses_key_engine = false;     ///< EVP_PKEY_set1_engine() fails

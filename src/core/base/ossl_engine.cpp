@@ -12,6 +12,7 @@
 #include "utils/error_queue_mark.h"
 #include "utils/load_diagnostics.h"
 #include "utils/logger.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
 namespace {
@@ -46,7 +47,7 @@ void append_error(const std::string& text) {
 std::string engine_name(const std::string& id) {
     if (id == "pkcs11") return "libp11's engine";
     if (id == "capi") return "OpenSSL's CryptoAPI engine";
-    return "the engine '" + id + "'";
+    return id.empty() ? "an engine without an id" : "the engine '" + id + "'";
 }
 
 // OpenSSL's functions take the method as non-const, but only read it.
@@ -239,7 +240,9 @@ void OsslEngine::control_new_engine(const EngineCommand& command, const EngineSe
     throw_command_error(result, command);
 }
 
-const char* OsslEngine::id() const noexcept { return ::ENGINE_get_id(engine.get()); }
+const char* OsslEngine::id() const noexcept {
+    return TextHelper::text_or_empty(::ENGINE_get_id(engine.get()));
+}
 
 void OsslEngine::unload() noexcept {
     log_info("unloading engine: id=", id());

@@ -95,7 +95,7 @@ protected:
     /// Sends a command to the engine. @throws OsslError if the engine does not return 1
     void control(const EngineCommand& command);
 
-    /// The id that the engine has in OpenSSL, such as "pkcs11".
+    /// The id that the engine has in OpenSSL, such as "pkcs11". Empty if the engine's library sets none.
     const char* id() const noexcept;
 
     /// The engine, borrowed.

@@ -145,6 +145,7 @@ TEST_F(ExamplesTest, ClientsShowTheirUsageForWrongArguments) {
                                                          {"99999999999", "127.0.0.1", "1", "1.3"},
                                                          {"", "127.0.0.1", "1", "1.3"},
                                                          {"0", "127.0.0.1", "1", "1.1"},
+                                                         {"0", "", "1", "1.3"},
                                                          {"0", "127.0.0.1", "1"},
                                                          {"0"}};
     for (std::vector<std::string> arguments : wrong) {

@@ -1,7 +1,5 @@
-// What happens after one failed read of the card, and when the card opens no session.
-#include <csignal>
+// What happens after one failed read of the card.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "token_client.h"
 

@@ -1,4 +1,5 @@
-// If the card refuses to open a session, libp11 0.4.12 waits for a free one, whatever the reason is.
+// If the card refuses to open a session, libp11 0.4.12 waits for a free one, whatever the reason is. These tests fail with
+// a version that reports the reason.
 #include <csignal>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -48,12 +49,13 @@ TEST_P(RefusedSessionTest, LoadDoesNotReturn) {
                   WrappedClient client;
                   if (!client.discover()) return 1;
                   module->no_session = GetParam();
+                  module->calls[static_cast<std::size_t>(P11::open_session)] = 0;
                   limit_time();
                   client.load();
                   return 2;
               }),
               ended_by_alarm);
-    EXPECT_GT(module.calls(P11::open_session), 1U);
+    EXPECT_GT(module.calls(P11::open_session), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Reasons, RefusedSessionTest,

@@ -95,6 +95,17 @@ TEST_F(Pkcs11OsslEngineTest, OtherEngineIsNamedByItsId) {
                                   "'padlock', not libp11's engine"));
 }
 
+TEST_F(Pkcs11OsslEngineTest, EngineWithoutAnIdIsNamedSo) {
+    engine().loaded_id = nullptr;
+    engine().unknown_command = "MODULE_PATH";
+    EXPECT_EQ(masked_errors(error_text([this] { load(&pin); })),
+              "ossl_engine_pkcs11:110 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+              "ENGINE_ctrl_cmd_string(MODULE_PATH) failed: rc=0\n"
+              "error:engine routines:invalid cmd name:\n"
+              "error:engine routines:operation fail:'./engine.so' is an engine without an id, not libp11's "
+              "engine");
+}
+
 TEST_F(Pkcs11OsslEngineTest, RightEngineThatLacksACommandIsNotNamed) {
     engine().unknown_command = "MODULE_PATH";
     EXPECT_EQ(masked_errors(error_text([this] { load(&pin); })),
