@@ -55,8 +55,9 @@ EcMethodPtr create_method(const EC_KEY_METHOD* engine_method) {
     return method;
 }
 
-/// Copies what the engine's library has attached to its key, because its functions look for it there. Does not
-/// replace what other code attaches to every key. The library has registered its index before "end".
+/// Copies what the engine's library has attached to its key, because its functions look for it there. libp11
+/// frees it in the functions for freed keys, which the method of the copy lacks, and not through the ex-data.
+/// Does not replace what other code attaches to every key. The library has registered its index before "end".
 template <typename Key, typename Get, typename Set>
 void copy_ex_data(Key* copy, const Key* source, int end, Get get, Set set) {
     for (int i = 0; i < end; ++i) {
@@ -103,7 +104,7 @@ EvpPkeyPtr KeyLender::lend(EvpPkeyPtr engine_key, ENGINE* engine) {
         set_ec_key(*lent, std::move(engine_key));
         break;
     default:
-        ++count;
+        has_lent_other_key = true;
         return engine_key;
     }
     require(::EVP_PKEY_set1_engine(lent.get(), engine) == 1);

@@ -24,13 +24,16 @@ public:
     KeyLender& operator=(const KeyLender&) = delete;
 
     /// Creates a key that signs like the engine's key. A key that is neither RSA nor EC is returned as it is,
-    /// and counted permanently, because nothing reports when it is freed.
+    /// and cannot be counted, because nothing reports when it is freed.
     /// @param engine  is set as the engine of the returned key
     /// @return never null. @throws OsslError if memory has run out or the engine has no method for the key
     EvpPkeyPtr lend(EvpPkeyPtr engine_key, ENGINE* engine);
 
-    /// Whether a client still holds a key. May be called while another thread frees a key.
-    bool has_lent_keys() const noexcept { return count != 0; }
+    /// Whether a client may still hold a key. May be called while another thread frees a key.
+    bool has_lent_keys() const noexcept { return count != 0 || has_lent_other_key; }
+
+    /// Whether a key was lent that is neither RSA nor EC.
+    bool has_lent_uncounted_key() const noexcept { return has_lent_other_key; }
 
 private:
     void set_rsa(EVP_PKEY& lent, EvpPkeyPtr engine_key);
@@ -38,6 +41,7 @@ private:
     int register_count(int key_class);
 
     std::atomic<int> count = 0;
+    bool has_lent_other_key = false;
     RSA_METHOD* rsa_method = nullptr; // the engine's methods, without their function for freed keys
     EC_KEY_METHOD* ec_method = nullptr;
     int rsa_index = -1; // of the ex-data through which an RSA is counted

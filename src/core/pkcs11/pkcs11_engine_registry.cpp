@@ -146,6 +146,10 @@ std::pair<LoadedEngine, EnginePtr> Pkcs11EngineRegistry::reuse(const std::string
 const char* Pkcs11EngineRegistry::refusal(const std::string& engine_path) {
     const LoadedEngineRecord* record = find_library(engine_path);
     if (record == nullptr) return nullptr;
+    if (record->key_lender.has_lent_uncounted_key())
+        return "the engine cannot be loaded again: a private key of an earlier load is neither RSA nor EC, "
+               "so it is "
+               "not known whether it was freed";
     return record->key_lender.has_lent_keys()
                ? "the engine cannot be loaded again: the client still uses a private key of an earlier load"
                : "the engine cannot be loaded again before the next init: a private key of an earlier "

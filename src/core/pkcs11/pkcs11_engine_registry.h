@@ -16,8 +16,9 @@ struct LoadedEngineRecord;
 
 /// The use of one engine of libp11, from its load to its unload. Move-only. The destructor makes the engine
 /// overwrite its copy of the PIN, and then runs all pending clean-ups of the registry. Destroy the object
-/// after ENGINE_finish(), so that only an engine that did not finish is cleaned up. An engine that finishes
-/// needs overwrite_pin() before that, while it still accepts commands.
+/// after ENGINE_finish(), so that only an engine that did not finish is cleaned up. (When memory runs out in a
+/// constructor, it is destroyed before; libp11's engine then finishes twice, which does no harm.) An engine
+/// that finishes needs overwrite_pin() before that, while it still accepts commands.
 class LoadedEngine {
 public:
     LoadedEngine() = default; ///< no engine: lend() returns its argument, the other operations do nothing

@@ -193,9 +193,11 @@ TEST_F(KeyLenderTest, KeyForWhichTheEngineHasNoMethodIsNotLent) {
     }
 }
 
-TEST_F(KeyLenderTest, KeyOfAnotherTypeIsReturnedAsItIsAndCountedPermanently) {
+TEST_F(KeyLenderTest, KeyOfAnotherTypeIsReturnedAsItIsAndNotCounted) {
     const EvpPkeyPtr other(::EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
+    EXPECT_FALSE(lender->has_lent_uncounted_key());
     EXPECT_EQ(lend(other), other);
+    EXPECT_TRUE(lender->has_lent_uncounted_key());
     EXPECT_TRUE(lender->has_lent_keys());
 }
 
