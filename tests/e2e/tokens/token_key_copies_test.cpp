@@ -77,7 +77,7 @@ protected:
     const SoftToken token{"two"};
 };
 
-TEST_F(KeyCopyTest, DuplicatesOfAnEcKeyCanBeFreedInAnyOrder) {
+TEST_F(KeyCopyTest, DuplicatesOfAnEcKeyCanBeFreedBeforeTheKey) {
     for (int i = 0; i < 3; ++i) {
         Client client;
         load(client, ec_id);

@@ -9,9 +9,19 @@ namespace {
 class Pkcs11OsslEngineMemoryTest : public Pkcs11EngineRegistryTest {
 protected:
     void load_and_read_key() {
-        Pkcs11OsslEngine loaded(library.c_str(), "module.so", &pin, false);
+        Pkcs11OsslEngine loaded(current_library.c_str(), "module.so", &pin, false);
         key = loaded.read_private_key("key");
     }
+
+    /// Continues with a library that was never loaded, so that the next load does not reuse an engine.
+    void change_library() {
+        current_library += ".next";
+        set_up_doubles();
+        engine().keys_hold_engine = true;
+        engine().refuses_loaded_library = true;
+    }
+
+    std::string current_library = library;
 };
 
 TEST_F(Pkcs11OsslEngineMemoryTest, LoadSucceedsAfterAnyAllocationOfAnEarlierLoadFailed) {
@@ -30,6 +40,7 @@ TEST_F(Pkcs11OsslEngineMemoryTest, LoadSucceedsAfterAnyAllocationOfAnEarlierLoad
             EXPECT_EQ(::ERR_peek_error(), 0UL);
             EXPECT_EQ(error_text([&] { load_and_read_key(); }), "no exception");
             key.reset();
+            change_library();
         });
     EXPECT_GE(failures, 10U);
 }
