@@ -81,7 +81,9 @@ public:
     /// only the state changes. States: initialized, configuring, configured.
     ///
     /// Discards the keys of an earlier discover_keys(), even if it fails: their numbers and names become
-    /// invalid. Does not end a login: the user stays logged in to the card until destroy().
+    /// invalid. Does not end a login: the user stays logged in to the card until destroy(). With pkcs11, each
+    /// further round of read_scard() and discover_keys() after a login keeps one more session open. A client
+    /// that makes many rounds should call destroy() now and then, because a card may have few sessions.
     virtual int read_scard() = 0;
 
     /// Whether the card that read_scard() found needs a PIN from set_pin(). False before read_scard() and
@@ -155,7 +157,7 @@ public:
     /// in with it, and an empty PIN may cost one of the card's tries. Therefore call set_pin() first if
     /// is_pin_required() returns true.
     ///
-    /// With pkcs11, libp11's engine lists the objects of the card at its first load and keeps the list until
+    /// With pkcs11, the engine of libp11 0.4.12 lists the objects of the card at its first load and keeps the list until
     /// destroy(). If the card fails while it is listed, every later call fails too ("object not found" or
     /// "error reading certificate"), even after another read_scard(). Then call destroy() and start again.
     ///
@@ -177,7 +179,8 @@ public:
     /// Free everything that was made from the key before destroy(): TLS objects, references added with
     /// EVP_PKEY_up_ref(), duplicates, and each RSA or EC_KEY that was extracted from it. As long as one of
     /// them exists after destroy(), the engine stays loaded, and ossl_load() fails in the next lifetime.
-    /// Freeing it later is safe; using it then is not.
+    /// Freeing it later is safe, but must happen before the next init(): otherwise, ossl_load() fails until
+    /// another destroy() and init(). Using it after destroy() is not safe.
     virtual int ossl_get_private_key(evp_pkey_st** pkey) = 0;
 
     /// Returns the loaded certificate. Succeeds even if none is loaded.

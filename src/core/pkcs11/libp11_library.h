@@ -7,10 +7,10 @@ namespace Kes {
 /// OpenSSL keeps pointers to libp11's error texts and to functions of this library. Call this before any
 /// function of libp11.
 ///
-/// The version must be 0.4.12 or later: its structures had a different layout before. On Windows, the first call
-/// loads libp11, so that only programs that use it need the DLL. On other systems the loader has already
-/// loaded it. The function belongs to the target libp11: a target that replaces libp11 with a test double
-/// must define it as well.
+/// The version must be 0.4.12 or later, because earlier versions have structures of another layout. On
+/// Windows, the first call loads libp11, so that only programs that use it need the DLL. On other systems the
+/// loader has already loaded it. The function belongs to the target libp11: a target that replaces libp11
+/// with a test double must define it as well.
 /// @throws WinError on Windows, if libp11 does not exist, cannot be loaded, lacks a function, or is too old;
 ///         the next call tries again
 /// @throws Error on other systems, if libp11 is too old
