@@ -41,7 +41,7 @@ std::string describe_module_error(const char* name) {
     const LibraryPtr library(::dlopen(name, RTLD_LAZY));
     if (!library) return loader_message();
     if (has_function(library, "C_GetFunctionList")) return "";
-    const std::string message = loader_message();
+    std::string message = loader_message();
     if (!has_function(library, "bind_engine")) return message;
     return quoted_path(library) + " is an OpenSSL engine, not a PKCS#11 module";
 }

@@ -54,7 +54,7 @@ std::string describe_load_error(const std::string& name, const LibraryKind& want
     const ScopedNoLoaderDialogs no_dialogs;
     HMODULE library = ::LoadLibraryA(name.c_str());
     if (library == nullptr) return describe_rejection(name, WinErrorCode(::GetLastError()));
-    const std::string description = describe_library(library, wanted, other);
+    std::string description = describe_library(library, wanted, other);
     ::FreeLibrary(library);
     return description;
 }

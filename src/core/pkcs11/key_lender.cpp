@@ -72,8 +72,8 @@ RsaPtr copy_rsa(const RSA* source, const RSA_METHOD* method, int ex_data_end) {
     BignumPtr modulus(::BN_dup(::RSA_get0_n(source)));
     BignumPtr exponent(::BN_dup(::RSA_get0_e(source)));
     require(::RSA_set0_key(copy.get(), modulus.get(), exponent.get(), nullptr) == 1);
-    modulus.release();
-    exponent.release();
+    static_cast<void>(modulus.release()); // copy owns both numbers now
+    static_cast<void>(exponent.release());
     ::RSA_set_flags(copy.get(), ::RSA_test_flags(source, RSA_FLAG_EXT_PKEY));
     copy_ex_data(copy.get(), source, ex_data_end, ::RSA_get_ex_data, ::RSA_set_ex_data);
     return copy;
@@ -119,7 +119,7 @@ void KeyLender::set_rsa(EVP_PKEY& lent, EvpPkeyPtr engine_key) {
     const RsaPtr rsa = copy_rsa(source, rsa_method, rsa_index);
     require(::RSA_set_ex_data(rsa.get(), rsa_index, engine_key.get()) == 1);
     ++count;
-    engine_key.release(); // count_free() frees it
+    static_cast<void>(engine_key.release()); // count_free() frees it
     require(::EVP_PKEY_set1_RSA(&lent, rsa.get()) == 1);
 }
 
@@ -131,7 +131,7 @@ void KeyLender::set_ec_key(EVP_PKEY& lent, EvpPkeyPtr engine_key) {
     const EcKeyPtr ec_key = copy_ec_key(source, ec_method, ec_index);
     require(::EC_KEY_set_ex_data(ec_key.get(), ec_index, engine_key.get()) == 1);
     ++count;
-    engine_key.release(); // count_free() frees it
+    static_cast<void>(engine_key.release()); // count_free() frees it
     require(::EVP_PKEY_set1_EC_KEY(&lent, ec_key.get()) == 1);
 }
 
