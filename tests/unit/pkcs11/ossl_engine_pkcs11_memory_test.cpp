@@ -1,3 +1,4 @@
+#include <fstream>
 #include <openssl/err.h>
 
 #include "pkcs11_engine_registry_fixture.h"
@@ -8,6 +9,11 @@ namespace {
 
 class Pkcs11OsslEngineMemoryTest : public Pkcs11EngineRegistryTest {
 protected:
+    Pkcs11OsslEngineMemoryTest() { create_library(); }
+
+    /// The file must exist: without memory for its canonical path, the library is recognised by the file.
+    void create_library() const { std::ofstream(current_library) << "an engine"; }
+
     void load_and_read_key() {
         Pkcs11OsslEngine loaded(current_library.c_str(), "module.so", &pin, false);
         key = loaded.read_private_key("key");
@@ -15,13 +21,15 @@ protected:
 
     /// Continues with a library that was never loaded, so that the next load does not reuse an engine.
     void change_library() {
-        current_library += ".next";
+        current_library = library + std::to_string(++number);
+        create_library();
         set_up_doubles();
         engine().keys_hold_engine = true;
         engine().refuses_loaded_library = true;
     }
 
     std::string current_library = library;
+    int number = 0;
 };
 
 TEST_F(Pkcs11OsslEngineMemoryTest, LoadSucceedsAfterAnyAllocationOfAnEarlierLoadFailed) {
