@@ -42,33 +42,37 @@ protected:
         }
     }
 
-    /// Loads the key, lets the client keep a part of it beyond destroy(), and frees the part.
+    /// Loads the key in a lifetime that ends, and returns a part of the key that the client has kept.
+    template <typename Part>
+    static Part keep_part(const char* id, Part (*extract)(const Client&)) {
+        Client client;
+        load(client, id);
+        Part part = extract(client);
+        EXPECT_NE(part, nullptr);
+        return part;
+    }
+
     template <typename Part>
     static void expect_part_can_outlive_destroy(const char* id, Part (*extract)(const Client&)) {
-        Part part;
-        {
-            Client client;
-            load(client, id);
-            part = extract(client);
-            ASSERT_NE(part, nullptr);
-        }
-        part.reset();
+        keep_part(id, extract).reset();
         expect_later_lifetimes_to_work();
     }
 
     /// The same, but frees the part only after a load of the next lifetime was refused.
     template <typename Part>
     static void expect_held_part_to_postpone_the_load(const char* id, Part (*extract)(const Client&)) {
-        Part part;
-        {
-            Client client;
-            load(client, id);
-            part = extract(client);
-        }
+        Part part = keep_part(id, extract);
         {
             Client client;
             ASSERT_TRUE(client.discover()) << client.error();
             EXPECT_FALSE(client.load(id));
+            EXPECT_EQ(client.masked_error(),
+                      "ossl_engine_pkcs11:104 Kes::Pkcs11OsslEngine::Pkcs11OsslEngine(): "
+                      "ENGINE_ctrl_cmd_string(LOAD) failed: rc=0\n"
+                      "error:engine routines:init failed:\n"
+                      "error:engine routines:operation fail:the engine cannot be loaded again: the client "
+                      "still uses "
+                      "a private key of an earlier load");
         }
         part.reset();
         expect_later_lifetimes_to_work();
