@@ -1,0 +1,5 @@
+# The header-only libraries of the program marvo.
+find_package(CLI11 2.1 REQUIRED)
+find_package(nlohmann_json 3.11 REQUIRED)
+add_library(tool_libraries INTERFACE)
+target_link_libraries(tool_libraries INTERFACE CLI11::CLI11 nlohmann_json::nlohmann_json)

@@ -1,0 +1,59 @@
+#include <array>
+#include <iostream>
+
+#include "manager/build_info.h"
+#include "tool/commands.h"
+
+namespace Kes::tool {
+namespace {
+
+using Create = void (*)(CLI::App&, Command&);
+constexpr std::array<Create, 1> creators{create_version_command};
+
+/// Prints what CLI11 has to say: help and the version to standard output, errors to standard error.
+ExitStatus report_command_line(const CLI::App& program, const CLI::ParseError& error) {
+    return program.exit(error, std::cout, std::cerr) == 0 ? ExitStatus::success : ExitStatus::usage;
+}
+
+ExitStatus run(Command& command) {
+    try {
+        return command.action();
+    } catch (const std::exception& error) {
+        std::cerr << "marvo " << command.name << ": " << error.what() << std::endl;
+        if (command.as_json) print_json(command, {{"error", error.what()}});
+        return ExitStatus::failure;
+    }
+}
+
+ExitStatus run_program(int argc, char** argv) {
+    CLI::App program("Shows, checks and uses the keys of smart cards as libmarvo does.", "marvo");
+    program.set_version_flag("--version", std::string("marvo ") + library_version());
+    program.require_subcommand(1);
+    program.set_help_all_flag("--help-all", "Print the help of all commands");
+    std::array<Command, creators.size()> commands;
+    for (std::size_t i = 0; i < creators.size(); ++i)
+        creators[i](program, commands[i]);
+    try {
+        program.parse(argc, argv);
+        for (Command& command : commands)
+            if (program.got_subcommand(command.name)) {
+                command.settings.apply();
+                return run(command);
+            }
+    } catch (const CLI::ParseError& error) {
+        return report_command_line(program, error);
+    }
+    return ExitStatus::usage; // not reached: the program requires a command
+}
+
+} // namespace
+} // namespace Kes::tool
+
+int main(int argc, char** argv) {
+    try {
+        return static_cast<int>(Kes::tool::run_program(argc, argv));
+    } catch (const std::exception& error) {
+        std::cerr << "marvo: " << error.what() << std::endl;
+        return static_cast<int>(Kes::tool::ExitStatus::failure);
+    }
+}

@@ -1,0 +1,93 @@
+#include "tool/pin_options.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include <openssl/ui.h>
+
+namespace Kes::tool {
+namespace {
+
+/// Memory for a PIN that is being read, with a zero at the end. Overwritten when it goes out of scope.
+class PinBuffer {
+public:
+    PinBuffer() = default;
+    ~PinBuffer() { overwrite(characters.data(), characters.size()); }
+    PinBuffer(const PinBuffer&) = delete;
+    PinBuffer& operator=(const PinBuffer&) = delete;
+
+    // One character more than a PIN may have, to notice a longer one, and the zero.
+    std::array<char, PinOptions::max_pin_length + 2> characters{};
+};
+
+Pin make_pin(const char* characters, const std::string& source) {
+    const std::size_t length = std::strlen(characters);
+    if (length == 0) throw std::runtime_error("no PIN was given: " + source + " is empty");
+    if (length > PinOptions::max_pin_length)
+        throw std::runtime_error("the PIN from " + source + " is longer than " +
+                                 std::to_string(PinOptions::max_pin_length) + " bytes");
+    return Pin(characters);
+}
+
+Pin read_first_line(std::FILE* stream, const std::string& source) {
+    // Without a buffer, the C runtime keeps no copy of the PIN.
+    std::setvbuf(stream, nullptr, _IONBF, 0);
+    PinBuffer pin;
+    std::size_t length = 0;
+    for (int c = std::fgetc(stream); c != EOF && c != '\n' && c != '\r'; c = std::fgetc(stream)) {
+        if (length == pin.characters.size() - 1) break; // too long, which make_pin() reports
+        pin.characters[length++] = static_cast<char>(c);
+    }
+    return make_pin(pin.characters.data(), source);
+}
+
+Pin read_file(const std::string& file) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"),
+                                                                 &std::fclose);
+    if (!stream) throw std::runtime_error("cannot open the PIN file " + file + ": " + std::strerror(errno));
+    return read_first_line(stream.get(), "the file " + file);
+}
+
+Pin read_variable(const std::string& name) {
+    const char* value = std::getenv(name.c_str());
+    if (value == nullptr) throw std::runtime_error("the environment variable " + name + " is not set");
+    return make_pin(value, "the environment variable " + name);
+}
+
+Pin ask_on_terminal(const std::string& token) {
+    PinBuffer pin;
+    const std::string prompt = "PIN of " + token + ": ";
+    if (::UI_UTIL_read_pw_string(pin.characters.data(), static_cast<int>(pin.characters.size()),
+                                 prompt.c_str(), 0) != 0)
+        throw std::runtime_error("no PIN was entered");
+    return make_pin(pin.characters.data(), "the input");
+}
+
+} // namespace
+
+void PinOptions::add_to(CLI::App& command) {
+    const std::string group = "PIN";
+    CLI::Option* by_stdin =
+        command.add_flag("--pin-stdin", from_stdin, "Read the PIN from the first line of standard input");
+    CLI::Option* by_file =
+        command.add_option("--pin-file", file, "Read the PIN from the first line of a file");
+    CLI::Option* by_variable =
+        command.add_option("--pin-env", variable, "Read the PIN from an environment variable");
+    by_file->type_name("FILE")->excludes(by_stdin);
+    by_variable->type_name("NAME")->excludes(by_stdin)->excludes(by_file);
+    for (CLI::Option* option : {by_stdin, by_file, by_variable})
+        option->group(group);
+}
+
+Pin PinOptions::read(const std::string& token) const {
+    if (from_stdin) return read_first_line(stdin, "standard input");
+    if (!file.empty()) return read_file(file);
+    if (!variable.empty()) return read_variable(variable);
+    return ask_on_terminal(token);
+}
+
+} // namespace Kes::tool

@@ -1,0 +1,37 @@
+#ifndef KES_TOOL_PIN_OPTIONS_H_
+#define KES_TOOL_PIN_OPTIONS_H_
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "utils/pin.h"
+
+namespace Kes::tool {
+
+/// The options that say where a command gets the PIN from. A PIN is never an argument, because every user of
+/// the machine can read the arguments of a program.
+class PinOptions {
+public:
+    /// Adds --pin-stdin, --pin-file and --pin-env, which exclude each other.
+    void add_to(CLI::App& command);
+
+    /// Whether the command line names a source, so that the user wants a login.
+    bool is_given() const { return from_stdin || !file.empty() || !variable.empty(); }
+
+    /// Reads the PIN from the source on the command line. Without one, asks on the terminal, without echo.
+    /// @param token  the name of the token, for the prompt
+    /// @throws std::runtime_error if there is no PIN, or if it has more than max_pin_length bytes
+    Pin read(const std::string& token) const;
+
+    static constexpr std::size_t max_pin_length = 255;
+
+private:
+    bool from_stdin = false;
+    std::string file;
+    std::string variable;
+};
+
+} // namespace Kes::tool
+
+#endif // KES_TOOL_PIN_OPTIONS_H_
