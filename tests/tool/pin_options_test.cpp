@@ -1,0 +1,83 @@
+#include "tool/pin_options.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+#include "support/support.h"
+
+namespace Kes::test {
+namespace {
+
+/// Reads the PIN with the options of a command line.
+std::string read_pin(const std::vector<std::string>& arguments) {
+    CLI::App command;
+    tool::PinOptions options;
+    options.add_to(command);
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend()); // the order that CLI11 needs
+    command.parse(std::move(reversed));
+    EXPECT_TRUE(options.is_given());
+    return options.read("token").c_str();
+}
+
+std::string failure(const std::vector<std::string>& arguments) {
+    try {
+        return "PIN: " + read_pin(arguments);
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+class PinOptionsTest : public testing::Test {
+protected:
+    std::string pin_file(const std::string& content) {
+        std::ofstream(dir_.file("pin"), std::ios::binary) << content;
+        return dir_.file("pin");
+    }
+
+    const TempDir dir_;
+};
+
+TEST_F(PinOptionsTest, FileGivesItsFirstLine) {
+    EXPECT_EQ(read_pin({"--pin-file", pin_file("12 34\nmore\n")}), "12 34");
+    EXPECT_EQ(read_pin({"--pin-file", pin_file("1234\r\n")}), "1234");
+    EXPECT_EQ(read_pin({"--pin-file", pin_file("1234")}), "1234");
+}
+
+TEST_F(PinOptionsTest, FileWithoutAPinIsRejected) {
+    EXPECT_EQ(failure({"--pin-file", pin_file("\n1234\n")}),
+              "no PIN was given: the file " + dir_.file("pin") + " is empty");
+}
+
+TEST_F(PinOptionsTest, MissingFileIsRejected) {
+    EXPECT_EQ(failure({"--pin-file", dir_.file("absent")}),
+              "cannot open the PIN file " + dir_.file("absent") + ": No such file or directory");
+}
+
+TEST_F(PinOptionsTest, LongestPinIsAcceptedAndALongerOneRejected) {
+    const std::string longest(255, '7');
+    EXPECT_EQ(read_pin({"--pin-file", pin_file(longest + "\n")}), longest);
+    EXPECT_EQ(failure({"--pin-file", pin_file(longest + "8\n")}),
+              "the PIN from the file " + dir_.file("pin") + " is longer than 255 bytes");
+    EXPECT_EQ(failure({"--pin-file", pin_file(longest + longest)}),
+              "the PIN from the file " + dir_.file("pin") + " is longer than 255 bytes");
+}
+
+TEST_F(PinOptionsTest, VariableGivesItsValue) {
+    const EnvVar variable("MARVO_TEST_PIN", "1234");
+    EXPECT_EQ(read_pin({"--pin-env", "MARVO_TEST_PIN"}), "1234");
+}
+
+TEST_F(PinOptionsTest, VariableThatIsNotSetIsRejected) {
+    EXPECT_EQ(failure({"--pin-env", "MARVO_TEST_ABSENT"}),
+              "the environment variable MARVO_TEST_ABSENT is not set");
+}
+
+TEST_F(PinOptionsTest, TwoSourcesAreRejected) {
+    EXPECT_EQ(failure({"--pin-stdin", "--pin-env", "NAME"}), "--pin-stdin excludes --pin-env");
+}
+
+TEST(PinOptionsDefaultTest, NoSourceIsGivenByDefault) { EXPECT_FALSE(tool::PinOptions().is_given()); }
+
+} // namespace
+} // namespace Kes::test

@@ -1,0 +1,25 @@
+#include "tool_run.h"
+
+#include <fstream>
+
+#include "support/process.h"
+#include "support/support.h"
+
+namespace Kes::test {
+
+ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input) {
+    const TempDir dir;
+    std::ofstream(dir.file("input")) << input;
+    std::vector<std::string> command{"/bin/sh",
+                                     "-c",
+                                     R"(exec <"$0" >"$1"; shift; exec "$@")",
+                                     dir.file("input"),
+                                     dir.file("output"),
+                                     MARVO_TOOL_PROGRAM};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    Process process(command, dir.file("errors"));
+    const int status = process.wait();
+    return {status, read_file(dir.file("output")), read_file(dir.file("errors"))};
+}
+
+} // namespace Kes::test

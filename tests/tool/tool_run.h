@@ -1,0 +1,27 @@
+#ifndef KES_TESTS_TOOL_TOOL_RUN_H_
+#define KES_TESTS_TOOL_TOOL_RUN_H_
+
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+/// Runs of the program marvo.
+namespace Kes::test {
+
+struct ToolRun {
+    int status;         ///< the exit status; 128 + the signal's number if a signal ended the program
+    std::string output; ///< standard output
+    std::string errors; ///< standard error
+
+    /// Standard output as JSON. Throws if it is not one JSON value.
+    nlohmann::json json() const { return nlohmann::json::parse(output); }
+};
+
+/// Runs the program with these arguments, in the environment and the current folder of the test.
+/// @param input  its standard input
+ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input = "");
+
+} // namespace Kes::test
+
+#endif // KES_TESTS_TOOL_TOOL_RUN_H_
