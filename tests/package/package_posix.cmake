@@ -137,4 +137,9 @@ if(NOT MARVO_SANITIZE)
     add_build_test(LibraryBuildsAsSubdirectory ${CMAKE_CURRENT_SOURCE_DIR}/consumer
         "-DSETTINGS=-DMARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR}${without_packages}"
         -DPROGRAM=consumer -DEXPECTED=${PROJECT_VERSION})
+
+    set(installed_library lib/libmarvo-${PROJECT_VERSION_MAJOR}.so)
+    set(notices cli11.txt nlohmann-json.txt Apache-2.0.txt BSD-3-Clause.txt MIT.txt)
+    set(install_test_environment CXX=${CMAKE_CXX_COMPILER})
+    include(install.cmake)
 endif()

@@ -113,3 +113,13 @@ add_test(NAME build.LibraryComesWithBothImportLibraries
     COMMAND ${CMAKE_MAKE_PROGRAM} -C ${PROJECT_BINARY_DIR} -t commands marvo)
 set_tests_properties(build.LibraryComesWithBothImportLibraries PROPERTIES
     PASS_REGULAR_EXPRESSION "dlltool.* -l [^ ]*/libmarvo-${PROJECT_VERSION_MAJOR}[.]lib" TIMEOUT 60)
+
+set(installed_library bin/${dll_name}.dll)
+set(installed_imports lib/${dll_name}.dll.a lib/${dll_name}.lib)
+set(notices
+    cli11.txt gcc-runtime.txt mingw-w64.txt nlohmann-json.txt openssl.txt
+    Apache-2.0.txt BSD-3-Clause.txt GCC-exception-3.1.txt GPL-3.0-or-later.txt LicenseRef-mingw-w64.txt MIT.txt)
+set(install_test_environment "CXX=${CMAKE_CXX_COMPILER};SYSTEM=Windows")
+set(run_program ${CMAKE_CROSSCOMPILING_EMULATOR})
+include(install.cmake)
+add_install_test(MicrosoftLinkersGetTheirImportLibrary microsoft_import lib/${dll_name}.lib)
