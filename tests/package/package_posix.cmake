@@ -29,9 +29,27 @@ foreach(header IN ITEMS ossl_scard_if ossl_scard_cfg)
             -std=c++11 -x c++ ${include_dir}/marvo/${header}.h)
     endforeach()
     add_test(NAME headers.${header}IncludesOnlyStddef
-        COMMAND ${CMAKE_COMMAND} -DHEADER=${include_dir}/marvo/${header}.h
+        COMMAND ${CMAKE_COMMAND} -DHEADER=${include_dir}/marvo/${header}.h "-DALLOWED=#include <stddef.h>"
             -P ${CMAKE_CURRENT_SOURCE_DIR}/header_includes.cmake)
 endforeach()
+
+# The header for C.
+set(c_header ${include_dir}/marvo/ossl_scard_c.h)
+find_program(MARVO_CLANG NAMES clang clang-14 clang-15 clang-16 clang-17 clang-18 clang-19 REQUIRED)
+find_program(MARVO_GCC NAMES gcc gcc-12 gcc-13 gcc-14 REQUIRED)
+foreach(compiler IN ITEMS GCC CLANG)
+    foreach(standard IN ITEMS c99 c11)
+        add_test(NAME headers.ossl_scard_cCompilesAlone.${compiler}.${standard}
+            COMMAND ${MARVO_${compiler}} -Wall -Wextra -Wconversion -Wshadow -Werror -pedantic-errors
+                -std=${standard} -fsyntax-only -x c ${c_header})
+    endforeach()
+endforeach()
+add_header_test(ossl_scard_cCompilesAsCxx.Gxx ${MARVO_GXX} -std=c++11 -x c++ ${c_header})
+add_header_test(ossl_scard_cCompilesAsCxx.Microsoft ${MARVO_CLANGXX} --target=x86_64-pc-windows-msvc
+    -std=c++11 -x c++ ${c_header})
+add_test(NAME headers.ossl_scard_cIncludesOnlyStdboolAndStddef
+    COMMAND ${CMAKE_COMMAND} -DHEADER=${c_header} "-DALLOWED=#include <stdbool.h>|#include <stddef.h>"
+        -P ${CMAKE_CURRENT_SOURCE_DIR}/header_includes.cmake)
 
 add_test(NAME presets.HaveDocumentedNamesAndMakeWarningsErrors
     COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DCTEST_COMMAND=${CMAKE_CTEST_COMMAND}
@@ -125,7 +143,6 @@ if(NOT MARVO_SANITIZE)
 
     # Builds without a preset: the library and the examples.
     set(without_tests "-DMARVO_BUILD_TESTS=OFF|-DMARVO_BUILD_BENCH=OFF")
-    find_program(MARVO_CLANG NAMES clang clang-14 clang-15 clang-16 clang-17 clang-18 clang-19 REQUIRED)
     add_build_test(ReleaseHasNoWarnings ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Release")
     add_build_test(DebugHasNoWarnings ${PROJECT_SOURCE_DIR} "-DSETTINGS=${without_tests}|-DCMAKE_BUILD_TYPE=Debug")
     add_build_test(ClangHasNoWarnings ${PROJECT_SOURCE_DIR}
