@@ -81,7 +81,7 @@ function(add_microsoft_program name)
 endfunction()
 
 set(as_kit -std=c11 -O2 -ffreestanding -fno-builtin)
-foreach(source IN ITEMS kit kit_win table start_microsoft)
+foreach(source IN ITEMS kit kit_win scenario start_microsoft)
     add_microsoft_object(kit_objects ${source} ${source}.c ${MARVO_CLANG} ${as_kit})
 endforeach()
 foreach(optimisation IN ITEMS O0 O2)

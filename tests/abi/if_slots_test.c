@@ -1,5 +1,5 @@
-/* Calls every operation of the exported object by its slot number. */
-#include "if_table.h"
+/* Calls every function in the table of the exported object. */
+#include "if_checks.h"
 
 /* Checks that the log has exactly these lines "called: Kes::OsslScardIfImp::<operation>", in this order. */
 static void check_traced(const char* log_file, const char* const* operations, size_t count) {
@@ -19,47 +19,44 @@ static void check_traced(const char* log_file, const char* const* operations, si
 }
 
 /* Calls every slot except init on a new object. Needs the keys "x.". */
-static void call_all_before_init(kes_object* library) {
+static void call_all_before_init(OsslScardIf* library) {
     size_t size = 77;
-    CHECK_FAILS(SLOT(library, slot_version_check, fn_int_uint)(library, 3),
+    CHECK_FAILS(library->table->version_check(library, 3),
                 "interface version incompatibility detected: specified=3, expected=4", library);
-    CHECK_SUCCEEDS(SLOT(library, slot_version_check, fn_int_uint)(library, 4), library);
-    kes_object* const default_cfg = SLOT(library, slot_get_config_default, fn_object)(library);
+    CHECK_SUCCEEDS(library->table->version_check(library, ossl_scard_if_version), library);
+    OsslScardCfg* const default_cfg = library->table->get_config_default(library);
     CHECK_TEXT("ossl_scard.log", logfile_of(default_cfg));
-    kes_object* const used_cfg = SLOT(library, slot_get_config_used, fn_object)(library);
+    OsslScardCfg* const used_cfg = library->table->get_config_used(library);
     CHECK(used_cfg != default_cfg);
     CHECK_TEXT("ossl_scard.log", logfile_of(used_cfg));
-    CHECK_FAILS(SLOT(library, slot_read_scard, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
-    CHECK(!SLOT(library, slot_is_pin_required, fn_bool)(library));
-    CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), NOT_ALLOWED("uninitialized"),
-                library);
-    CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, &size),
-                NOT_ALLOWED("uninitialized"), library);
+    CHECK_FAILS(library->table->read_scard(library), NOT_ALLOWED("uninitialized"), library);
+    CHECK(!library->table->is_pin_required(library));
+    CHECK_FAILS(library->table->set_pin(library, "1234"), NOT_ALLOWED("uninitialized"), library);
+    CHECK_FAILS(library->table->discover_keys(library, &size), NOT_ALLOWED("uninitialized"), library);
     CHECK(size == 77);
-    CHECK(SLOT(library, slot_get_key_name, fn_text_size)(library, 5) == NULL);
+    CHECK(library->table->get_key_name(library, 5) == NULL);
     CHECK_TEXT("ossl_scard_if_imp:221 Kes::OsslScardIfImp::get_key_name(): invalid key_num (5): val=3 "
                "(bad_argument)",
                last_error(library));
-    CHECK_FAILS(SLOT(library, slot_set_key_by_id, fn_int_uint_text)(library, 0, "%01"),
+    CHECK_FAILS(library->table->set_key_by_id(library, 0, "%01"),
                 "ossl_scard_if_imp:263 Kes::OsslScardIfImp::set_key(): specified key not found: val=8 "
                 "(not_found)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_set_key_by_number, fn_int_size)(library, 6),
+    CHECK_FAILS(library->table->set_key_by_number(library, 6),
                 "ossl_scard_if_imp:241 Kes::OsslScardIfImp::set_key(): invalid key_num (6): val=3 "
                 "(bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_notify_config_done, fn_int)(library), NOT_ALLOWED("uninitialized"),
-                library);
-    CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
-    CHECK_FAILS(SLOT(library, slot_ossl_unload, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
-    void* pointer = &size;
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_private_key, fn_int_pointer_out)(library, &pointer), library);
-    CHECK(pointer == NULL);
-    pointer = &size;
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_certificate, fn_int_pointer_out)(library, &pointer), library);
-    CHECK(pointer == NULL);
-    CHECK_TEXT("4.3.0", SLOT(library, slot_get_version, fn_text)(library));
-    CHECK_FAILS(SLOT(library, slot_select_key_from_console, fn_int_size_out)(library, &size),
+    CHECK_FAILS(library->table->notify_config_done(library), NOT_ALLOWED("uninitialized"), library);
+    CHECK_FAILS(library->table->ossl_load(library), NOT_ALLOWED("uninitialized"), library);
+    CHECK_FAILS(library->table->ossl_unload(library), NOT_ALLOWED("uninitialized"), library);
+    struct evp_pkey_st* key = (struct evp_pkey_st*)&size;
+    CHECK_SUCCEEDS(library->table->ossl_get_private_key(library, &key), library);
+    CHECK(key == NULL);
+    struct x509_st* certificate = (struct x509_st*)&size;
+    CHECK_SUCCEEDS(library->table->ossl_get_certificate(library, &certificate), library);
+    CHECK(certificate == NULL);
+    CHECK_TEXT("4.3.0", library->table->get_version(library));
+    CHECK_FAILS(library->table->select_key_from_console(library, &size),
                 "ossl_scard_if_imp:390 Kes::OsslScardIfImp::select_key_from_console(): user abort: val=16 "
                 "(user_abort)",
                 library);
@@ -103,91 +100,90 @@ static void every_slot_holds_its_operation(const char* log_file) {
                                              "init()",
                                              "get_last_error_msg()",
                                              "destroy()"};
-    kes_object* library = get_ossl_scard_if();
+    OsslScardIf* library = get_ossl_scard_if();
     CHECK(library != NULL);
     CHECK(get_ossl_scard_if() == library);
     call_all_before_init(library);
-    init_with(library, crypto_if_capi, log_file);
-    SLOT(library, slot_destroy, fn_void)(library);
+    init_with(library, ossl_scard_capi, log_file);
+    library->table->destroy(library);
     check_traced(log_file, operations, sizeof operations / sizeof operations[0]);
 }
 
 static void each_operation_changes_the_state_correctly(const char* log_file) {
-    kes_object* library = get_ossl_scard_if();
+    OsslScardIf* library = get_ossl_scard_if();
     size_t size = 77;
     init_with(library, no_crypto_if, log_file);
-    CHECK_TEXT(log_file, logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
-    CHECK_FAILS(SLOT(library, slot_init, fn_int_object)(library, NULL), NOT_ALLOWED("initialized"), library);
-    CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), NOT_ALLOWED("initialized"),
-                library);
-    CHECK_SUCCEEDS(SLOT(library, slot_read_scard, fn_int)(library), library);
-    CHECK(!SLOT(library, slot_is_pin_required, fn_bool)(library));
-    CHECK_SUCCEEDS(SLOT(library, slot_set_pin, fn_int_text)(library, "1234"), library);
-    CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, &size),
+    CHECK_TEXT(log_file, logfile_of(library->table->get_config_used(library)));
+    CHECK_FAILS(library->table->init(library, NULL), NOT_ALLOWED("initialized"), library);
+    CHECK_FAILS(library->table->set_pin(library, "1234"), NOT_ALLOWED("initialized"), library);
+    CHECK_SUCCEEDS(library->table->read_scard(library), library);
+    CHECK(!library->table->is_pin_required(library));
+    CHECK_SUCCEEDS(library->table->set_pin(library, "1234"), library);
+    CHECK_FAILS(library->table->discover_keys(library, &size),
                 "pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 (not_registered)",
                 library);
     CHECK(size == 77);
-    CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library), NOT_ALLOWED("configuring"), library);
-    CHECK_SUCCEEDS(SLOT(library, slot_notify_config_done, fn_int)(library), library);
-    CHECK_FAILS(SLOT(library, slot_ossl_load, fn_int)(library),
+    CHECK_FAILS(library->table->ossl_load(library), NOT_ALLOWED("configuring"), library);
+    CHECK_SUCCEEDS(library->table->notify_config_done(library), library);
+    CHECK_FAILS(library->table->ossl_load(library),
                 "ossl_scard_mgr:372 Kes::OsslScardMgr::ossl_load(): openssl engine not created: val=6 "
                 "(invalid_state)",
                 library);
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_unload, fn_int)(library), library);
-    CHECK_FAILS(SLOT(library, slot_notify_config_done, fn_int)(library), NOT_ALLOWED("configured"), library);
-    SLOT(library, slot_destroy, fn_void)(library);
+    CHECK_SUCCEEDS(library->table->ossl_unload(library), library);
+    CHECK_FAILS(library->table->notify_config_done(library), NOT_ALLOWED("configured"), library);
+    library->table->destroy(library);
 }
 
 /* Null pointers are rejected with an error that names the argument. */
 static void null_arguments_are_rejected(const char* log_file) {
     (void)log_file;
-    kes_object* library = get_ossl_scard_if();
-    CHECK_FAILS(SLOT(library, slot_init, fn_int_object)(library, NULL),
+    OsslScardIf* library = get_ossl_scard_if();
+    CHECK_FAILS(library->table->init(library, NULL),
                 "ossl_scard_mgr:112 Kes::OsslScardMgr::init(): cfg is a null pointer: val=3 (bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_set_pin, fn_int_text)(library, NULL),
+    CHECK_FAILS(library->table->set_pin(library, NULL),
                 "ossl_scard_if_imp:183 Kes::OsslScardIfImp::set_pin(): pin is a null pointer: val=3 "
                 "(bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, NULL),
+    CHECK_FAILS(library->table->discover_keys(library, NULL),
                 "ossl_scard_if_imp:197 Kes::OsslScardIfImp::discover_keys(): num_keys is a null pointer: "
                 "val=3 (bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_set_key_by_id, fn_int_uint_text)(library, 0, NULL),
+    CHECK_FAILS(library->table->set_key_by_id(library, 0, NULL),
                 "ossl_scard_if_imp:258 Kes::OsslScardIfImp::set_key(): key_id is a null pointer: val=3 "
                 "(bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_ossl_get_private_key, fn_int_pointer_out)(library, NULL),
+    CHECK_FAILS(library->table->ossl_get_private_key(library, NULL),
                 "ossl_scard_if_imp:312 Kes::OsslScardIfImp::ossl_get_private_key(): pkey is a null pointer: "
                 "val=3 (bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_ossl_get_certificate, fn_int_pointer_out)(library, NULL),
+    CHECK_FAILS(library->table->ossl_get_certificate(library, NULL),
                 "ossl_scard_if_imp:326 Kes::OsslScardIfImp::ossl_get_certificate(): cert is a null pointer: "
                 "val=3 (bad_argument)",
                 library);
-    CHECK_FAILS(SLOT(library, slot_select_key_from_console, fn_int_size_out)(library, NULL),
+    CHECK_FAILS(library->table->select_key_from_console(library, NULL),
                 "ossl_scard_if_imp:362 Kes::OsslScardIfImp::select_key_from_console(): key_num is a null "
                 "pointer: val=3 (bad_argument)",
                 library);
-    SLOT(library, slot_destroy, fn_void)(library);
+    library->table->destroy(library);
     /* The rejected init() opened the log file of the default configuration. */
     kit_remove_file("ossl_scard.log");
 }
 
 /* The destructor's entry destroys the object like destroy(), whatever its flags. */
 static void destroy_through_the_destructor(const char* log_file, unsigned int flags) {
-    kes_object* library = get_ossl_scard_if();
-    init_with(library, crypto_if_capi, log_file);
-    CHECK(SLOT(library, slot_destructor, fn_destructor)(library, flags) == library);
+    OsslScardIf* library = get_ossl_scard_if();
+    init_with(library, ossl_scard_capi, log_file);
+    CHECK(library->table->destructor(library, flags) == library);
 
     CHECK(kit_find(kit_read_file(log_file), "OpenSSL smart card manager stopped.\n") != NULL);
 
     library = get_ossl_scard_if();
     CHECK(library != NULL);
     CHECK_TEXT("", last_error(library));
-    CHECK_TEXT("ossl_scard.log", logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
-    CHECK_FAILS(SLOT(library, slot_read_scard, fn_int)(library), NOT_ALLOWED("uninitialized"), library);
-    SLOT(library, slot_destroy, fn_void)(library);
+    CHECK_TEXT("ossl_scard.log", logfile_of(library->table->get_config_used(library)));
+    CHECK_FAILS(library->table->read_scard(library), NOT_ALLOWED("uninitialized"), library);
+    library->table->destroy(library);
 }
 
 static void new_object_is_available_after_the_destructor(const char* log_file) {
@@ -199,12 +195,12 @@ static void destructor_without_bit_0_destroys_the_object_too(const char* log_fil
 }
 
 static void new_object_is_available_after_destroy(const char* log_file) {
-    kes_object* library = get_ossl_scard_if();
-    init_with(library, crypto_if_capi, log_file);
-    SLOT(library, slot_destroy, fn_void)(library);
+    OsslScardIf* library = get_ossl_scard_if();
+    init_with(library, ossl_scard_capi, log_file);
+    library->table->destroy(library);
     library = get_ossl_scard_if();
-    CHECK_TEXT("ossl_scard.log", logfile_of(SLOT(library, slot_get_config_used, fn_object)(library)));
-    SLOT(library, slot_destroy, fn_void)(library);
+    CHECK_TEXT("ossl_scard.log", logfile_of(library->table->get_config_used(library)));
+    library->table->destroy(library);
 }
 
 int main(int argc, char** argv) {
@@ -215,6 +211,5 @@ int main(int argc, char** argv) {
         {"NewObjectIsAvailableAfterTheDestructor", new_object_is_available_after_the_destructor},
         {"DestructorWithoutBit0DestroysTheObjectToo", destructor_without_bit_0_destroys_the_object_too},
         {"NewObjectIsAvailableAfterDestroy", new_object_is_available_after_destroy}};
-    CHECK(number_of_slots == 21);
     return run_scenario(argc, argv, scenarios, sizeof scenarios / sizeof scenarios[0]);
 }

@@ -1,78 +1,76 @@
-/* A complete login sequence by slot numbers, with a card that holds two keys. */
-#include "if_table.h"
+/* A complete login sequence, with a card that holds two keys. */
+#include "if_checks.h"
 
 static const char pin[] = "24681357";
 
-static kes_object* used_cfg(kes_object* library) {
-    return SLOT(library, slot_get_config_used, fn_object)(library);
+static OsslScardCfg* used_cfg(OsslScardIf* library) { return library->table->get_config_used(library); }
+
+static void check_selected(OsslScardIf* library, const char* key, const char* certificate) {
+    OsslScardCfg* cfg = used_cfg(library);
+    CHECK_TEXT(key, cfg->table->get_priv_key_name(cfg));
+    CHECK_TEXT(certificate, cfg->table->get_cert_name(cfg));
 }
 
-static void check_selected(kes_object* library, const char* key, const char* certificate) {
-    kes_object* cfg = used_cfg(library);
-    CHECK_TEXT(key, SLOT(cfg, 20, fn_text)(cfg));
-    CHECK_TEXT(certificate, SLOT(cfg, 22, fn_text)(cfg));
-}
-
-static void check_loaded(kes_object* library, bool is_loaded) {
-    void* key = library;
-    void* certificate = library;
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_private_key, fn_int_pointer_out)(library, &key), library);
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_get_certificate, fn_int_pointer_out)(library, &certificate),
-                   library);
+static void check_loaded(OsslScardIf* library, bool is_loaded) {
+    struct evp_pkey_st* const no_key = (struct evp_pkey_st*)library;
+    struct x509_st* const no_certificate = (struct x509_st*)library;
+    struct evp_pkey_st* key = no_key;
+    struct x509_st* certificate = no_certificate;
+    CHECK_SUCCEEDS(library->table->ossl_get_private_key(library, &key), library);
+    CHECK_SUCCEEDS(library->table->ossl_get_certificate(library, &certificate), library);
     CHECK((key != NULL) == is_loaded && (certificate != NULL) == is_loaded);
-    CHECK(!is_loaded || (key != library && certificate != library && key != certificate));
+    CHECK(key != no_key && certificate != no_certificate);
+    CHECK(!is_loaded || (void*)key != (void*)certificate);
 }
 
-static void discover(kes_object* library) {
+static void discover(OsslScardIf* library) {
     size_t num_keys = 77;
-    CHECK_SUCCEEDS(SLOT(library, slot_read_scard, fn_int)(library), library);
-    CHECK(SLOT(library, slot_is_pin_required, fn_bool)(library));
-    CHECK_SUCCEEDS(SLOT(library, slot_set_pin, fn_int_text)(library, pin), library);
-    CHECK_SUCCEEDS(SLOT(library, slot_discover_keys, fn_int_size_out)(library, &num_keys), library);
+    CHECK_SUCCEEDS(library->table->read_scard(library), library);
+    CHECK(library->table->is_pin_required(library));
+    CHECK_SUCCEEDS(library->table->set_pin(library, pin), library);
+    CHECK_SUCCEEDS(library->table->discover_keys(library, &num_keys), library);
     CHECK(num_keys == 2);
-    CHECK_TEXT("Card 1: Login", SLOT(library, slot_get_key_name, fn_text_size)(library, 0));
-    CHECK_TEXT("Card 1: Curve", SLOT(library, slot_get_key_name, fn_text_size)(library, 1));
-    CHECK(SLOT(library, slot_get_key_name, fn_text_size)(library, 2) == NULL);
+    CHECK_TEXT("Card 1: Login", library->table->get_key_name(library, 0));
+    CHECK_TEXT("Card 1: Curve", library->table->get_key_name(library, 1));
+    CHECK(library->table->get_key_name(library, 2) == NULL);
 }
 
-static void load_and_unload(kes_object* library) {
-    CHECK_SUCCEEDS(SLOT(library, slot_notify_config_done, fn_int)(library), library);
+static void load_and_unload(OsslScardIf* library) {
+    CHECK_SUCCEEDS(library->table->notify_config_done(library), library);
     check_loaded(library, false);
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_load, fn_int)(library), library);
+    CHECK_SUCCEEDS(library->table->ossl_load(library), library);
     check_loaded(library, true);
-    CHECK_SUCCEEDS(SLOT(library, slot_ossl_unload, fn_int)(library), library);
+    CHECK_SUCCEEDS(library->table->ossl_unload(library), library);
     check_loaded(library, false);
 }
 
 /* Needs the keys "x1". */
 static void both_overloads_load_the_first_key(const char* log_file) {
-    kes_object* library = get_ossl_scard_if();
-    CHECK_SUCCEEDS(SLOT(library, slot_version_check, fn_int_uint)(library, 4), library);
-    init_with(library, crypto_if_pkcs11, log_file);
-    const fn_int_uint_text set_key_by_id = SLOT(library, slot_set_key_by_id, fn_int_uint_text);
-    const fn_int_size set_key_by_number = SLOT(library, slot_set_key_by_number, fn_int_size);
+    OsslScardIf* library = get_ossl_scard_if();
+    CHECK_SUCCEEDS(library->table->version_check(library, ossl_scard_if_version), library);
+    init_with(library, ossl_scard_pkcs11, log_file);
 
     discover(library);
     size_t chosen = 77;
-    CHECK_SUCCEEDS(SLOT(library, slot_select_key_from_console, fn_int_size_out)(library, &chosen), library);
+    CHECK_SUCCEEDS(library->table->select_key_from_console(library, &chosen), library);
     CHECK(chosen == 1);
-    CHECK_SUCCEEDS(set_key_by_number(library, chosen), library);
+    CHECK_SUCCEEDS(library->table->set_key_by_number(library, chosen), library);
     check_selected(library, "pkcs11:token=Card 1;id=%02;type=private",
                    "pkcs11:token=Card 1;id=%02;type=cert");
-    CHECK_SUCCEEDS(set_key_by_number(library, 0), library);
+    CHECK_SUCCEEDS(library->table->set_key_by_number(library, 0), library);
     check_selected(library, "pkcs11:token=Card 1;id=%01;type=private",
                    "pkcs11:token=Card 1;id=%01;type=cert");
     load_and_unload(library);
 
     discover(library);
-    CHECK_SUCCEEDS(set_key_by_id(library, 0, "%02"), library);
+    CHECK_SUCCEEDS(library->table->set_key_by_id(library, 0, "%02"), library);
     check_selected(library, "pkcs11:token=Card 1;id=%02;type=private",
                    "pkcs11:token=Card 1;id=%02;type=cert");
-    CHECK_SUCCEEDS(set_key_by_id(library, 0, "%01"), library);
+    CHECK_SUCCEEDS(library->table->set_key_by_id(library, 0, "%01"), library);
     check_selected(library, "pkcs11:token=Card 1;id=%01;type=private",
                    "pkcs11:token=Card 1;id=%01;type=cert");
     load_and_unload(library);
-    SLOT(library, slot_destroy, fn_void)(library);
+    library->table->destroy(library);
 }
 
 int main(int argc, char** argv) {

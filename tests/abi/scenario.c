@@ -1,4 +1,4 @@
-#include "table.h"
+#include "scenario.h"
 
 int run_scenario(int argc, char** argv, const scenario* scenarios, size_t count) {
     CHECK(argc == 3);
