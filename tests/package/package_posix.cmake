@@ -67,6 +67,15 @@ add_test(NAME sources.MessageCheckFindsEachDifference
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-messages-test ${PROJECT_SOURCE_DIR}
         ${CMAKE_CURRENT_BINARY_DIR}/check-messages-test)
 
+add_test(NAME scripts.SetupRequiresOnlyWhatItsArgumentsNeed
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/setup-test ${PROJECT_SOURCE_DIR}/tools/setup ${CMAKE_CURRENT_BINARY_DIR}/setup-test)
+if(TARGET tls_client AND NOT MARVO_SANITIZE)
+    add_test(NAME scripts.DemoLogsInOnLinuxBeforeItPreparesWindows
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/demo-test ${PROJECT_SOURCE_DIR} $<TARGET_FILE:tls_client>
+            ${CMAKE_CURRENT_BINARY_DIR}/demo-test)
+    set_tests_properties(scripts.DemoLogsInOnLinuxBeforeItPreparesWindows PROPERTIES TIMEOUT 300)
+endif()
+
 # add_build_test(<name> <project> [<argument of build_project.cmake>...])
 function(add_build_test name project)
     add_test(NAME build.${name}
