@@ -1,0 +1,53 @@
+"""Tests of the examples: logins to nginx, with the PIN typed at a terminal."""
+
+import sys
+import unittest
+
+from support import PACKAGE, PIN, Nginx, TokenFixture, run_at_terminal
+
+
+class LoginTest(TokenFixture):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.server = Nginx(cls.folder)
+        cls.addClassCleanup(cls.server.close)
+
+    def log_in(self, *arguments, pin=PIN):
+        return run_at_terminal([sys.executable, f"{PACKAGE}/examples/login.py", *arguments], self.environment, pin)
+
+    def log_in_with_requests(self, *arguments, pin=PIN):
+        command = [sys.executable, f"{PACKAGE}/examples/requests_login.py", *arguments]
+        return run_at_terminal(command, self.environment, pin)
+
+    def place(self):
+        return "127.0.0.1", str(self.server.port)
+
+    def url(self):
+        return f"https://127.0.0.1:{self.server.port}/"
+
+    def test_libssl_logs_in_with_each_key(self):
+        self.assertEqual(self.log_in(*self.place(), "%01"), (0, "PIN: \nTLSv1.3, CN=Rosa, SUCCESS\n"))
+        self.assertEqual(self.log_in(*self.place(), "%02"), (0, "PIN: \nTLSv1.3, CN=Paul, SUCCESS\n"))
+
+    def test_requests_logs_in_with_each_key(self):
+        self.assertEqual(self.log_in_with_requests(self.url(), "%01"), (0, "PIN: \nTLSv1.3, CN=Rosa, SUCCESS\n"))
+        self.assertEqual(self.log_in_with_requests(self.url(), "%02"), (0, "PIN: \nTLSv1.3, CN=Paul, SUCCESS\n"))
+
+    def test_unknown_key_is_an_error(self):
+        text = "the card has no suitable key with the id '%03' and the type 0"
+        self.assertEqual(self.log_in(*self.place(), "%03"), (1, f"PIN: \nlogin: {text}\n"))
+        self.assertEqual(self.log_in_with_requests(self.url(), "%03"), (1, f"PIN: \nrequests_login: {text}\n"))
+
+    def test_unknown_server_certificate_is_refused(self):
+        self.environment = {**self.environment, "SSL_CERT_FILE": "/dev/null"}
+        status, output = self.log_in(*self.place(), "%01")
+        self.assertEqual(status, 1)
+        self.assertEqual(
+            output,
+            "PIN: \nlogin: no TLS connection\nerror:0A000086:SSL routines::certificate verify failed\n",
+        )
+
+
+if __name__ == "__main__":
+    unittest.main()
