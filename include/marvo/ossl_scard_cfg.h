@@ -1,6 +1,8 @@
 #ifndef KES_MARVO_OSSL_SCARD_CFG_H_
 #define KES_MARVO_OSSL_SCARD_CFG_H_
 
+/// @file
+/// The settings of the library for C++.
 #include <stddef.h>
 
 namespace Kes {
@@ -153,6 +155,7 @@ public:
     ///
     /// The text is cut to size - 1 characters. If memory runs out, it is cut to the part that was complete by
     /// then, possibly none. It is always zero-terminated.
+    /// @param value   the back-end to describe
     /// @param buffer  the caller's, with room for size characters; must not be null
     /// @param size    in characters, the terminating zero included; if 0, nothing is written
     /// @return buffer

@@ -1,6 +1,8 @@
 #ifndef KES_MARVO_OSSL_SCARD_IF_H_
 #define KES_MARVO_OSSL_SCARD_IF_H_
 
+/// @file
+/// The interface of the library for C++.
 #include <stddef.h>
 
 struct evp_pkey_st; // OpenSSL's EVP_PKEY
