@@ -1,11 +1,12 @@
 #include "utils/load_diagnostics.h"
 
-#include <cstring>
 #include <dlfcn.h>
 #include <link.h>
 #include <memory>
 #include <openssl/err.h>
 #include <string>
+
+#include "utils/library_kind.h"
 
 namespace Kes {
 namespace {
@@ -40,19 +41,20 @@ std::string quoted_path(const LibraryPtr& library) {
 std::string describe_module_error(const char* name) {
     const LibraryPtr library(::dlopen(name, RTLD_LAZY));
     if (!library) return loader_message();
-    if (has_function(library, "C_GetFunctionList")) return "";
+    if (has_function(library, module_kind.function)) return "";
     std::string message = loader_message();
-    if (!has_function(library, "bind_engine")) return message;
-    return quoted_path(library) + " is an OpenSSL engine, not a PKCS#11 module";
+    if (!has_function(library, engine_kind.function)) return message;
+    return quoted_path(library) + " is " + engine_kind.name + ", not " + module_kind.name;
 }
 
 /// Says that the file of the engine is a PKCS#11 module; "" if it is not. The function loads the file as
 /// OpenSSL has done, which reports the loader's message itself.
 std::string describe_engine_error(const std::string& name) {
     const LibraryPtr library(::dlopen(name.c_str(), RTLD_NOW));
-    if (!library || has_function(library, "bind_engine") || !has_function(library, "C_GetFunctionList"))
+    if (!library || has_function(library, engine_kind.function) ||
+        !has_function(library, module_kind.function))
         return "";
-    return quoted_path(library) + " is a PKCS#11 module, not an OpenSSL engine";
+    return quoted_path(library) + " is " + module_kind.name + ", not " + engine_kind.name;
 }
 
 /// Appends the description, if there is one, to the thread's OpenSSL error queue.
@@ -64,10 +66,13 @@ void append_load_error(const std::string& description) {
 
 } // namespace
 
+// OpenSSL loads "libpkcs11.so" for the bare name "pkcs11".
+std::string engine_file_name(const std::string& so_path) {
+    return so_path.find('/') != std::string::npos ? so_path : "lib" + so_path + ".so";
+}
+
 void append_engine_load_error(const char* path) {
-    // OpenSSL loads "libpkcs11.so" for the bare name "pkcs11", but does not change a path.
-    const bool is_path = std::strchr(path, '/') != nullptr;
-    append_load_error(describe_engine_error(is_path ? path : std::string("lib") + path + ".so"));
+    append_load_error(describe_engine_error(engine_file_name(path)));
 }
 
 // libp11 passes the name of the module to the system's loader unchanged.

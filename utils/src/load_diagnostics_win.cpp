@@ -4,19 +4,11 @@
 #include <string>
 
 #include "utils/error.h"
+#include "utils/library_kind.h"
 #include "utils/load_diagnostics_win.h"
 
 namespace Kes {
 namespace {
-
-/// A kind of library that is loaded by its path.
-struct LibraryKind {
-    const char* function; ///< every such library exports it
-    const char* name;
-};
-
-constexpr LibraryKind engine_kind{"bind_engine", "an OpenSSL engine"};
-constexpr LibraryKind module_kind{"C_GetFunctionList", "a PKCS#11 module"};
 
 bool is_bare(const std::string& name) { return name.find_first_of("/\\:") == std::string::npos; }
 
@@ -98,10 +90,13 @@ std::string loader_error_cause(unsigned long error, bool file_exists) {
     return "";
 }
 
+// OpenSSL appends ".dll" to a bare name, even to "pkcs11.dll".
+std::string engine_file_name(const std::string& so_path) {
+    return is_bare(so_path) ? so_path + ".dll" : so_path;
+}
+
 void append_engine_load_error(const char* path) {
-    // OpenSSL appends ".dll" to a bare name, even to "pkcs11.dll", but does not change a path.
-    const std::string name = path;
-    append_load_error(describe_load_error(is_bare(name) ? name + ".dll" : name, engine_kind, module_kind));
+    append_load_error(describe_load_error(engine_file_name(path), engine_kind, module_kind));
 }
 
 // libp11 passes the name of the module to the system's loader unchanged.
