@@ -63,6 +63,9 @@ add_test(NAME sources.IncludeCheckFindsEachViolation
 add_test(NAME sources.ChecksSkipWhatGitIgnores
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/file-checks-test ${PROJECT_SOURCE_DIR}/tools/test
         ${CMAKE_CURRENT_BINARY_DIR}/file-checks-test)
+add_test(NAME sources.DocumentChecksFindEachMistake
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-documents-test ${PROJECT_SOURCE_DIR}
+        ${CMAKE_CURRENT_BINARY_DIR}/check-documents-test)
 add_test(NAME sources.MessageCheckFindsEachDifference
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-messages-test ${PROJECT_SOURCE_DIR}
         ${CMAKE_CURRENT_BINARY_DIR}/check-messages-test)
