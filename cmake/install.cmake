@@ -9,6 +9,7 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/marvo)
 include(install_${platform})
+include(install_documents)
 
 install(TARGETS marvo marvo_headers EXPORT marvo
     RUNTIME COMPONENT runtime
