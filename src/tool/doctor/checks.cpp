@@ -1,0 +1,75 @@
+#include "tool/doctor/checks.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <set>
+#include <string>
+
+namespace Kes::tool {
+namespace {
+
+const std::array checks{
+    Check{"back-end", Link::client, {}, check_backend},
+    Check{"log file", Link::client, {}, check_log},
+    Check{"OpenSSL", Link::library, {}, check_openssl},
+    Check{"openssl.cnf", Link::library, {}, check_openssl_config},
+    Check{"libp11", Link::library, {"back-end"}, check_libp11},
+    Check{"engine", Link::engine, {"back-end"}, check_engine},
+    Check{"SoftHSM2", Link::module, {"back-end"}, check_soft_token},
+    Check{"module", Link::module, {"back-end", "libp11"}, check_module},
+    Check{"libcrypto", Link::library, {}, check_libcrypto},
+    Check{"card", Link::card, {"back-end", "libp11", "module"}, check_card},
+};
+
+Findings run_guarded(const Check& check, Context& context) {
+    const auto broken = [&check](const std::string& text) {
+        return Findings{{State::error, check.link, check.name, "this check failed: " + one_line(text),
+                         "Report this line to the developers of marvo if you cannot explain it"}};
+    };
+    try {
+        return check.run(context);
+    } catch (const std::exception& error) {
+        return broken(error.what());
+    } catch (...) {
+        return broken("unknown exception");
+    }
+}
+
+/// The first need that has failed; null if there is none.
+const char* failed_need(const Check& check, const std::set<std::string>& failed) {
+    const auto found = std::find_if(check.needs.begin(), check.needs.end(),
+                                    [&failed](const char* need) { return failed.contains(need); });
+    return found == check.needs.end() ? nullptr : *found;
+}
+
+bool is_failure(const Finding& finding) {
+    return finding.state == State::error || finding.state == State::skipped;
+}
+
+} // namespace
+
+std::span<const Check> all_checks() { return checks; }
+
+Findings run_checks(std::span<const Check> checks, Context& context,
+                    const std::function<void(const Finding&)>& report) {
+    Findings all;
+    std::set<std::string> failed;
+    for (const Check& check : checks) {
+        const char* need = failed_need(check, failed);
+        Findings findings =
+            need == nullptr ? run_guarded(check, context)
+                            : Findings{{State::skipped, check.link, check.name,
+                                        std::string("not checked because of the check '") + need + "'", ""}};
+        if (std::any_of(findings.begin(), findings.end(), is_failure)) failed.insert(check.name);
+        for (Finding& finding : findings) {
+            finding.finding.mark(context.names);
+            finding.remedy.mark(context.names);
+            report(finding);
+            all.push_back(std::move(finding));
+        }
+    }
+    return all;
+}
+
+} // namespace Kes::tool

@@ -1,0 +1,47 @@
+#ifndef KES_TOOL_DOCTOR_CONTEXT_H_
+#define KES_TOOL_DOCTOR_CONTEXT_H_
+
+#include <string>
+#include <vector>
+
+#include "base/cfg_reader.h"
+#include "base/ossl_scard_cfg_imp.h"
+#include "manager/key_backends.h"
+#include "tool/pin_options.h"
+#include "tool/setting_options.h"
+
+namespace Kes::tool {
+
+/// What the user asked for.
+struct DoctorRequest {
+    const SettingOptions& settings;
+    const PinOptions& pin;
+    bool is_login_wanted; ///< without it, no check logs in
+    std::string key_id;   ///< the key that the client will use, as for set_key(); empty if it is not known
+};
+
+/// What the checks share. A check may use what earlier checks have left here.
+class Context {
+public:
+    /// Reads the settings as the library does.
+    explicit Context(DoctorRequest request_in);
+
+    CfgReader settings() const { return CfgReader(cfg); }
+    OsslScardCfg::CryptoIf crypto_if() const { return cfg.get_crypto_if(); }
+    KeyBackend& backend() const { return backends.select(cfg.get_crypto_if()); }
+
+    /// The path of the engine that the back-end in use loads.
+    std::string engine_path() const;
+
+    const DoctorRequest request;
+    std::vector<std::string> names; ///< personal data that is known so far
+    bool is_pin_required = false;   ///< set by the check of the card
+
+private:
+    OsslScardCfgImp cfg;
+    const KeyBackends backends;
+};
+
+} // namespace Kes::tool
+
+#endif // KES_TOOL_DOCTOR_CONTEXT_H_

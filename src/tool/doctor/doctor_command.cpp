@@ -1,0 +1,84 @@
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include "tool/commands.h"
+#include "tool/doctor/checks.h"
+
+namespace Kes::tool {
+namespace {
+
+struct DoctorOptions {
+    bool login = false;
+    bool with_names = false;
+    std::string key_id;
+};
+
+void print_line(const Finding& finding) {
+    std::string state = to_string(finding.state);
+    state.resize(8, ' ');
+    std::cout << state << finding.check << ": " << finding.finding.str(Names::shown) << '.';
+    if (!finding.remedy.empty()) std::cout << " Remedy: " << finding.remedy.str(Names::shown) << '.';
+    std::cout << std::endl;
+}
+
+std::ptrdiff_t count(const Findings& findings, State state) {
+    return std::count_if(findings.begin(), findings.end(),
+                         [state](const Finding& finding) { return finding.state == state; });
+}
+
+Json to_json(const Findings& findings, Names names) {
+    Json array = Json::array();
+    for (const Finding& finding : findings)
+        array.push_back({{"state", to_string(finding.state)},
+                         {"link", to_string(finding.link)},
+                         {"check", finding.check},
+                         {"finding", finding.finding.str(names)},
+                         {"remedy", finding.remedy.str(names)}});
+    return array;
+}
+
+void print_counts(std::ptrdiff_t errors, std::ptrdiff_t warnings) {
+    std::cout << errors << (errors == 1 ? " error, " : " errors, ") << warnings
+              << (warnings == 1 ? " warning" : " warnings") << std::endl;
+}
+
+ExitStatus examine(const Command& command, const DoctorOptions& options) {
+    Context context({.settings = command.settings,
+                     .pin = command.pin,
+                     .is_login_wanted = options.login || command.pin.is_given(),
+                     .key_id = options.key_id});
+    const auto report = [&command](const Finding& finding) {
+        if (!command.as_json) print_line(finding);
+    };
+    const Findings findings = run_checks(all_checks(), context, report);
+    const std::ptrdiff_t errors = count(findings, State::error);
+    const std::ptrdiff_t warnings = count(findings, State::warning);
+    if (command.as_json)
+        print_json(command,
+                   {{"errors", errors},
+                    {"warnings", warnings},
+                    {"with_names", options.with_names},
+                    {"findings", to_json(findings, options.with_names ? Names::shown : Names::left_out)}});
+    else
+        print_counts(errors, warnings);
+    return errors == 0 ? ExitStatus::success : ExitStatus::errors_found;
+}
+
+} // namespace
+
+void create_doctor_command(CLI::App& program, Command& command) {
+    command.name = "doctor";
+    CLI::App* app =
+        command.add_to(program, "Check the whole installation, and say what is wrong and what to do");
+    const auto options = std::make_shared<DoctorOptions>();
+    command.pin.add_to(*app);
+    app->add_flag("--login", options->login, "Log in to the card once, and ask for the PIN on the terminal")
+        ->group("PIN");
+    app->add_option("--key", options->key_id, "Check the key that a client selects with this id")
+        ->type_name("ID");
+    app->add_flag("--with-names", options->with_names, "With --json: do not leave out personal data");
+    command.action = [&command, options] { return examine(command, *options); };
+}
+
+} // namespace Kes::tool

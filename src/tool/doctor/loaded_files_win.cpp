@@ -1,0 +1,37 @@
+#include "tool/doctor/loaded_files.h"
+
+#include <algorithm>
+#include <openssl/crypto.h>
+
+#include "utils/load_diagnostics_win.h"
+#include <psapi.h>
+
+namespace Kes::tool {
+
+std::vector<std::string> loaded_files() {
+    std::vector<HMODULE> modules(4096);
+    DWORD size = 0;
+    ::K32EnumProcessModules(::GetCurrentProcess(), modules.data(),
+                            static_cast<DWORD>(modules.size() * sizeof(HMODULE)), &size);
+    modules.resize(std::min(modules.size(), size / sizeof(HMODULE)));
+    std::vector<std::string> files;
+    for (const HMODULE module : modules)
+        files.push_back(library_path(module));
+    return files;
+}
+
+std::string libcrypto_in_use() {
+    HMODULE library = nullptr;
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                             GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                         reinterpret_cast<const wchar_t*>(&::OpenSSL_version), &library);
+    return library_path(library);
+}
+
+std::string libp11_in_use() {
+    for (const wchar_t* name : {L"libp11.dll", L"libp11-3.dll"})
+        if (HMODULE library = ::GetModuleHandleW(name)) return library_path(library);
+    return "";
+}
+
+} // namespace Kes::tool
