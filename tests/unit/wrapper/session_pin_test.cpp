@@ -1,0 +1,115 @@
+#include <cstring>
+
+#include "scripted_scard.h"
+
+namespace Kes::test {
+namespace {
+
+class SessionPinTest : public SessionTest {
+protected:
+    SessionPinTest() { card.needs_pin = true; }
+
+    const std::string no_pin = "the card needs a PIN, and none was set";
+    const std::string wiped = std::string(8, '\0');
+    char pin[8] = "123456";
+};
+
+TEST_F(SessionPinTest, CardIsReadAgainBeforeThePinIsStored) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    EXPECT_EQ(card.calls, (Lines{"read_scard", "set_pin 123456"}));
+}
+
+TEST_F(SessionPinTest, PinOfTheCallerIsWiped) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+    EXPECT_NE(card.pin_memory, pin);
+}
+
+TEST_F(SessionPinTest, PinMayFillTheWholeMemory) {
+    marvo::Session session = open();
+    std::memcpy(pin, "12345678", sizeof pin);
+    session.set_pin({pin, sizeof pin});
+    EXPECT_EQ(card.calls.back(), "set_pin 12345678");
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+}
+
+TEST_F(SessionPinTest, CardRemovedDuringTheDialogIsReportedAndThePinIsWiped) {
+    marvo::Session session = open();
+    card.fail("read_scard", "PKCS11_find_token() failed");
+    EXPECT_EQ(error_of([&] { session.set_pin(pin); }), "PKCS11_find_token() failed");
+    EXPECT_EQ(card.calls, Lines{"read_scard"});
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+}
+
+TEST_F(SessionPinTest, FailureToStoreThePinIsReportedAndThePinIsWiped) {
+    marvo::Session session = open();
+    card.fail("set_pin", "out of memory");
+    EXPECT_EQ(error_of([&] { session.set_pin(pin); }), "out of memory");
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), no_pin);
+}
+
+TEST_F(SessionPinTest, EmptyPinIsRefusedAndTheMemoryIsWiped) {
+    marvo::Session session = open();
+    pin[0] = '\0'; // the rest of an earlier PIN remains
+    EXPECT_EQ(error_of([&] { session.set_pin(pin); }), "the PIN is empty");
+    EXPECT_EQ(card.calls, Lines());
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+    EXPECT_EQ(error_of([&] { session.set_pin({pin, 0}); }), "the PIN is empty");
+}
+
+TEST_F(SessionPinTest, PinIsNotStoredForACardThatNeedsNone) {
+    marvo::Session session = open();
+    card.needs_pin = false;
+    session.set_pin(pin);
+    EXPECT_EQ(card.calls, Lines{"read_scard"});
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+}
+
+TEST_F(SessionPinTest, SearchWithoutTheRequiredPinIsRefused) {
+    marvo::Session session = open();
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), no_pin);
+    EXPECT_EQ(card.calls, Lines());
+}
+
+TEST_F(SessionPinTest, LoadWithoutTheRequiredPinIsRefused) {
+    marvo::Session session = open();
+    EXPECT_EQ(error_of([&] { session.load(); }), no_pin);
+    EXPECT_EQ(card.calls, Lines());
+}
+
+TEST_F(SessionPinTest, LoadOfAKeyWithoutTheRequiredPinIsRefused) {
+    marvo::Session session = open();
+    EXPECT_EQ(error_of([&] { session.load({"", "%01", 0}); }), no_pin);
+    EXPECT_EQ(card.calls, Lines{"set_key 0 %01"});
+}
+
+TEST_F(SessionPinTest, PinThatTheSearchRejectsIsNotUsedAgain) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    card.fail("discover_keys", "PIN incorrect");
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), "PIN incorrect");
+    card.calls.clear();
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), no_pin);
+    EXPECT_EQ(error_of([&] { session.load(); }), no_pin);
+    EXPECT_EQ(card.calls, Lines());
+}
+
+TEST_F(SessionPinTest, PinThatTheLoadRejectsIsNotUsedAgain) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    card.fail("ossl_load", "PIN incorrect");
+    EXPECT_EQ(error_of([&] { session.load(); }), "PIN incorrect");
+    EXPECT_EQ(error_of([&] { session.load(); }), no_pin);
+}
+
+TEST_F(SessionPinTest, AcceptedPinServesTheSearchAndTheLoad) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    EXPECT_EQ(error_of([&] { session.load(session.find_keys().at(0)); }), "no error");
+}
+
+} // namespace
+} // namespace Kes::test
