@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "base/env_settings.h"
 #include "manager/build_info.h"
 #include "utils/cert_key_usage.h"
 #include "utils/error.h"
@@ -12,8 +13,6 @@
 
 namespace Kes {
 namespace {
-
-constexpr const char* env_prefix = "ossl_scard_cfg_";
 
 const char* bool_name(bool value) { return value ? "true" : "false"; }
 

@@ -1,5 +1,6 @@
 #include <functional>
 
+#include "base/env_settings.h"
 #include "base/ossl_scard_cfg_imp.h"
 #include "support/client_cfg.h"
 #include "support/core_fixture.h"
@@ -55,6 +56,16 @@ protected:
 private:
     std::vector<std::unique_ptr<EnvVar>> clean_;
 };
+
+TEST_F(OsslScardCfgEnvTest, KeysAreListedInTheOrderOfReading) {
+    Lines listed;
+    for (const EnvKey& key : list_env_keys())
+        listed.push_back(key.key);
+    EXPECT_EQ(listed, Lines(std::begin(keys), std::end(keys)));
+    EXPECT_EQ(list_env_keys().front().value, EnvValue::back_end);
+    EXPECT_EQ(list_env_keys()[13].setting, "xkuse_nid_filter");
+    EXPECT_EQ(list_back_ends(), (Lines{"capi", "pkcs11", "capi_store"}));
+}
 
 TEST_F(OsslScardCfgEnvTest, NothingChangesAndNothingIsLoggedWithoutVariables) {
     const LogCapture log;
