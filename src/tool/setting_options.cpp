@@ -1,5 +1,6 @@
 #include "tool/setting_options.h"
 
+#include "base/env_settings.h"
 #include "tool/environment.h"
 
 namespace Kes::tool {
@@ -47,7 +48,7 @@ void SettingOptions::apply() {
         values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
     }
     for (const auto& [key, value] : values)
-        set_variable("ossl_scard_cfg_" + key, value);
+        set_variable(env_prefix + key, value);
 }
 
 } // namespace Kes::tool

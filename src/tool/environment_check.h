@@ -1,0 +1,35 @@
+#ifndef KES_TOOL_ENVIRONMENT_CHECK_H_
+#define KES_TOOL_ENVIRONMENT_CHECK_H_
+
+#include <string>
+#include <vector>
+
+#include "tool/environment.h"
+
+namespace Kes::tool {
+
+/// A mistake in the environment variables that override settings.
+struct EnvironmentMistake {
+    enum class Kind {
+        name,  ///< a misspelt name: the variable has no effect
+        value, ///< a value without meaning, or with another meaning than it seems to have
+    };
+
+    Kind kind;
+    std::string variable; ///< the variable's name
+    std::string finding;  ///< a sentence without full stop, which begins with the name
+    std::string remedy;   ///< what to do
+};
+
+/// Finds misspelt names and values without meaning, in the order of the variables. Reads no files.
+std::vector<EnvironmentMistake> check_environment(const Variables& variables);
+
+/// The text of the candidates that is most similar to the given one, regardless of upper and lower case.
+/// @param most  how many letters may be added, left out or replaced
+/// @return "" if none is similar enough
+std::string most_similar(const std::string& text, const std::vector<std::string>& candidates,
+                         std::size_t most);
+
+} // namespace Kes::tool
+
+#endif // KES_TOOL_ENVIRONMENT_CHECK_H_
