@@ -72,10 +72,12 @@ struct Certificate {
 /// constants and std::string cannot be passed: the first cannot be wiped, the second may leave copies.
 class PinSpan {
 public:
+    /// An array, or the part of the memory that may contain the PIN.
     template <std::size_t array_size>
     PinSpan(char (&array)[array_size]) : PinSpan(array, array_size) {}
     PinSpan(char* data, std::size_t size) : data_(data), size_(size) {}
 
+    /// The memory, and its size in bytes.
     char* data() const { return data_; }
     std::size_t size() const { return size_; }
 
@@ -309,6 +311,7 @@ public:
 
     /// Loads a key and its certificate: of those that find_keys() found, the first one with the type and id.
     /// The environment may override the choice. To load another key, start at read_card().
+    /// @param key      a key of find_keys(), or one with a stored type and id
     /// @param methods  DefaultMethods::openssl gives OpenSSL its default methods for RSA and EC keys back. The
     ///                 library gives them to the engine at every load; see docs/security.md. The loaded key
     ///                 still signs. The cost: other code that relies on the engine as the default must name
