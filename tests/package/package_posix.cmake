@@ -66,6 +66,9 @@ add_test(NAME sources.ChecksSkipWhatGitIgnores
 add_test(NAME sources.DocumentChecksFindEachMistake
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-documents-test ${PROJECT_SOURCE_DIR}
         ${CMAKE_CURRENT_BINARY_DIR}/check-documents-test)
+add_test(NAME sources.HtmlIsBuiltOnlyWithoutMistakes
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/build-html-test ${PROJECT_SOURCE_DIR}
+        ${CMAKE_CURRENT_BINARY_DIR}/build-html-test)
 add_test(NAME sources.MessageCheckFindsEachDifference
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-messages-test ${PROJECT_SOURCE_DIR}
         ${CMAKE_CURRENT_BINARY_DIR}/check-messages-test)
