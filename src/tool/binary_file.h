@@ -40,7 +40,7 @@ struct BinaryFile {
     std::vector<Dependency> dependencies; ///< these, and those that they need, in the order of the search
     std::string version;                  ///< "1.2.3.4" of its version resource; "" on Linux or without one
 
-    bool exports(const std::string& function) const { return functions.count(function) != 0; }
+    bool exports(const std::string& function) const { return functions.contains(function); }
     bool is_engine() const;
     bool is_module() const;
     bool is_provider() const;

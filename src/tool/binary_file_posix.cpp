@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -8,22 +7,15 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "tool/binary_file_system.h"
+#include "tool/file_descriptor_posix.h"
 #include "tool/loader_posix.h"
-#include "utils/unique_handle.h"
 
 namespace Kes::tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct FileTraits {
-    using Raw = int;
-    static constexpr Raw none = -1;
-    static void close(Raw file) noexcept { ::close(file); }
-};
 
 struct EndElf {
     void operator()(Elf* elf) const noexcept { ::elf_end(elf); }
@@ -62,7 +54,7 @@ public:
     }
 
 private:
-    UniqueHandle<FileTraits> file;
+    FileDescriptor file;
     std::unique_ptr<Elf, EndElf> elf;
 };
 
@@ -117,7 +109,7 @@ BinaryFile read_binary_file(const std::string& path) {
 
 FindDependency dependencies_of(const BinaryFile& file) {
     const std::map<std::string, std::string> paths = ask_loader_for_dependencies(file.path);
-    if (paths.empty() && !file.needed.empty()) return nullptr;
+    if (paths.empty()) return nullptr; // it prints at least one line for a file that it accepts
     return [paths](const std::string& name) {
         const auto found = paths.find(name);
         return found == paths.end() ? "" : found->second;

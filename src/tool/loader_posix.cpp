@@ -1,6 +1,7 @@
 #include "tool/loader_posix.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -12,20 +13,12 @@
 #include <stdexcept>
 #include <sys/auxv.h>
 #include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
-#include "utils/unique_handle.h"
+#include "tool/file_descriptor_posix.h"
 
 namespace Kes::tool {
 namespace {
-
-struct FileTraits {
-    using Raw = int;
-    static constexpr Raw none = -1;
-    static void close(Raw file) noexcept { ::close(file); }
-};
-using File = UniqueHandle<FileTraits>;
 
 struct CloseLibrary {
     void operator()(void* library) const noexcept { ::dlclose(library); }
@@ -73,22 +66,38 @@ std::string read_all(int file) {
     return content;
 }
 
+std::vector<char*> pointers_to(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// This process's environment, and the variable that makes the loader print a list instead of running code.
+/// Unlike the option --list, the variable makes it continue when it does not find a library.
+std::vector<std::string> environment_for_list() {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable)
+        variables.emplace_back(*variable);
+    variables.emplace_back("LD_TRACE_LOADED_OBJECTS=1");
+    return variables;
+}
+
 /// Starts the loader with these arguments, waits for its end, and returns its standard output.
 std::string run_loader(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), loader_path());
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
+    std::vector<std::string> environment = environment_for_list();
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw no_answer("pipe2", errno);
-    const File reading(ends[0]);
-    File writing(ends[1]);
+    const FileDescriptor reading(ends[0]);
+    FileDescriptor writing(ends[1]);
     pid_t process = 0;
-    const int error =
-        ::posix_spawn(&process, argv[0], FileActions(writing.get()).get(), nullptr, argv.data(), environ);
+    const int error = ::posix_spawn(&process, arguments.front().c_str(), FileActions(writing.get()).get(),
+                                    nullptr, pointers_to(arguments).data(), pointers_to(environment).data());
     if (error != 0) throw no_answer("posix_spawn", error);
-    writing.reset();
+    writing.close();
     std::string output = read_all(reading.get());
     ::waitpid(process, nullptr, 0);
     return output;
@@ -133,11 +142,11 @@ std::string ask_loader_for_path(const std::string& name) {
         throw std::runtime_error("cannot search for '" + name + "': the name contains a space or a colon");
     // libcrypto loads engines, so that the path inside its file counts, not that of this program.
     const std::string libcrypto = file_of(reinterpret_cast<const void*>(&::OpenSSL_version_num));
-    return read_list(run_loader({"--preload", name, "--list", libcrypto}))[name];
+    return read_list(run_loader({"--preload", name, libcrypto}))[name];
 }
 
 std::map<std::string, std::string> ask_loader_for_dependencies(const std::string& path) {
-    return read_list(run_loader({"--list", path}));
+    return read_list(run_loader({path}));
 }
 
 } // namespace Kes::tool

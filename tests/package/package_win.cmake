@@ -30,16 +30,8 @@ add_file_test(HasImportLibraryForMicrosoftLinkers microsoft_import ${lib_dir}/${
 # Wrong files, which the tests put in place of right ones.
 set(wrong_dir ${CMAKE_CURRENT_BINARY_DIR}/wrong)
 file(MAKE_DIRECTORY ${wrong_dir})
-find_program(MARVO_CLANG NAMES clang clang-14 REQUIRED)
-find_program(MARVO_LLD_LINK NAMES lld-link lld-link-14 REQUIRED)
-add_custom_command(OUTPUT ${wrong_dir}/32bit.dll
-    COMMAND ${MARVO_CLANG} --target=i686-pc-windows-msvc -c
-        -o ${wrong_dir}/32bit.obj ${CMAKE_CURRENT_SOURCE_DIR}/32bit.c
-    COMMAND ${MARVO_LLD_LINK} /dll /noentry /machine:x86 /safeseh:no /nodefaultlib
-        /export:bind_engine /export:C_GetFunctionList /out:${wrong_dir}/32bit.dll ${wrong_dir}/32bit.obj
-    DEPENDS 32bit.c
-    COMMENT "Creating a 32-bit DLL"
-    VERBATIM)
+include(${PROJECT_SOURCE_DIR}/tests/support/library_32_bit.cmake)
+add_32_bit_library(wrong_32_bit_library ${wrong_dir}/32bit.dll)
 add_custom_command(OUTPUT ${wrong_dir}/absent.a
     COMMAND ${MARVO_DLLTOOL} -m i386:x86-64 -d ${CMAKE_CURRENT_SOURCE_DIR}/absent.def -l absent.a
     WORKING_DIRECTORY ${wrong_dir}
@@ -47,7 +39,7 @@ add_custom_command(OUTPUT ${wrong_dir}/absent.a
     COMMENT "Creating the import library of a DLL that does not exist"
     VERBATIM)
 add_custom_target(absent_import DEPENDS ${wrong_dir}/absent.a)
-add_custom_target(kes_wrong_files DEPENDS ${wrong_dir}/32bit.dll)
+add_custom_target(kes_wrong_files DEPENDS wrong_32_bit_library)
 
 # Test doubles of libp11.dll that can be loaded and do nothing else: a complete one, one without PKCS11_is_logged_in, one that
 # lacks PKCS11_update_slots like versions before 0.4.12, and one that imports from a DLL that does not exist.
