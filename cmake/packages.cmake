@@ -13,7 +13,12 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/finish-staging.cmake)
 # Read by that script.
 set(CPACK_MARVO_SOURCE_DIR ${PROJECT_SOURCE_DIR})
-set(CPACK_MARVO_DOC_DIR ${CMAKE_INSTALL_DOCDIR})
+set(CPACK_MARVO_DOC_DIR share/doc/marvo)
+if(TARGET marvo_tool)
+    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/packaging/bundled-versions ${CMAKE_CXX_COMPILER} cli11 nlohmann-json
+        OUTPUT_VARIABLE CPACK_MARVO_BUNDLED OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    string(REPLACE "\n" ";" CPACK_MARVO_BUNDLED "${CPACK_MARVO_BUNDLED}")
+endif()
 
 # The notices are not a package: Debian's packages have them in their file "copyright".
 get_cmake_property(components COMPONENTS)

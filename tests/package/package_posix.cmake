@@ -170,6 +170,16 @@ if(NOT MARVO_SANITIZE)
         "-DSETTINGS=-DMARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR}${without_packages}"
         -DPROGRAM=consumer -DEXPECTED=${PROJECT_VERSION})
 
+    # The software bill of materials of the packages.
+    foreach(test IN ITEMS
+            lists_files_and_bundled_software same_content_gives_same_file other_content_gives_other_serial_number
+            file_in_the_folder_does_not_list_itself missing_date_is_refused unknown_software_is_refused
+            software_without_version_is_refused missing_folder_is_refused empty_folder_is_refused)
+        add_test(NAME SbomTest.${test}
+            COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/sbom/sbom_test.py SbomTest.test_${test})
+        set_tests_properties(SbomTest.${test} PROPERTIES ENVIRONMENT SBOM=${PROJECT_SOURCE_DIR}/packaging/sbom TIMEOUT 60)
+    endforeach()
+
     set(installed_library lib/libmarvo-${PROJECT_VERSION_MAJOR}.so)
     set(notices cli11.txt nlohmann-json.txt Apache-2.0.txt BSD-3-Clause.txt MIT.txt)
     set(install_test_environment CXX=${CMAKE_CXX_COMPILER})
