@@ -136,13 +136,13 @@ CertKeyUsageFilter::CertKeyUsageFilter(FilterType kuse_filter_type_in, std::uint
       xkuse_filter_type(xkuse_filter_type_in),
       xkuse_nid_filter(std::move(xkuse_nid_filter_in)) {}
 
-bool CertKeyUsageFilter::check(const CertKeyUsage& key_usage) const {
+UsageVerdict CertKeyUsageFilter::judge(const CertKeyUsage& key_usage) const {
     const bool is_key_usage_fit = check_key_usage(key_usage);
     log_info("key usage check returned: ", is_key_usage_fit);
-    if (!is_key_usage_fit) return false;
+    if (!is_key_usage_fit) return UsageVerdict::wrong_key_usage;
     const bool is_ext_key_usage_fit = check_ext_key_usage(key_usage);
     log_info("extended key usage check returned: ", is_ext_key_usage_fit);
-    return is_ext_key_usage_fit;
+    return is_ext_key_usage_fit ? UsageVerdict::fits : UsageVerdict::wrong_ext_key_usage;
 }
 
 bool CertKeyUsageFilter::check_key_usage(const CertKeyUsage& key_usage) const {

@@ -124,6 +124,11 @@ Lines expected_warnings(const WarningRow& row) {
 
 class CertKeyUsageFilterTest : public testing::Test {
 protected:
+    static UsageVerdict verdict(char result, char ext_result) {
+        if (result == '0') return UsageVerdict::wrong_key_usage;
+        return ext_result == '0' ? UsageVerdict::wrong_ext_key_usage : UsageVerdict::fits;
+    }
+
     /// Checks every combination of requirements of the two rows with the certificate that both rows name.
     static void check_all(const Row& row, const Row& ext_row) {
         const CertKeyUsage key_usage = usage_of(std::string("ku_") + row.cert + "_eku_" + ext_row.cert);
@@ -134,7 +139,7 @@ protected:
                 const char result = row.results[i];
                 const char ext_result = ext_row.results[j];
                 const CertKeyUsageFilter filter(row.type, masks[i], ext_row.type, names[j]);
-                EXPECT_EQ(filter.check(key_usage), result == '1' && ext_result == '1')
+                EXPECT_EQ(filter.judge(key_usage), verdict(result, ext_result))
                     << "types " << static_cast<int>(row.type) << ' ' << static_cast<int>(ext_row.type)
                     << ", certificate " << row.cert << ' ' << ext_row.cert << ", requirement " << masks[i]
                     << " '" << names[j] << "'";

@@ -61,6 +61,9 @@ enum class FilterType : std::uint32_t {
 /// The name of a filter type: "all", "exact" or "exact_none"; "" for any other value.
 std::string filter_type_name(FilterType type);
 
+/// The decision of a filter. If both extensions are wrong, it names the key usage, which is checked first.
+enum class UsageVerdict { fits, wrong_key_usage, wrong_ext_key_usage };
+
 /// Decides by the key usage of a certificate whether the client is offered its key. Filter types without a
 /// name have the effect of exact.
 class CertKeyUsageFilter {
@@ -72,7 +75,10 @@ public:
 
     /// Whether both extensions pass. Logs the result of each check; the second check is skipped if the first
     /// one fails.
-    bool check(const CertKeyUsage& key_usage) const;
+    bool check(const CertKeyUsage& key_usage) const { return judge(key_usage) == UsageVerdict::fits; }
+
+    /// Like check(), but tells which extension does not pass.
+    UsageVerdict judge(const CertKeyUsage& key_usage) const;
 
 private:
     bool check_key_usage(const CertKeyUsage& key_usage) const;
