@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "base/env_settings.h"
+#include "base/key_filter.h"
 #include "manager/build_info.h"
-#include "utils/cert_key_usage.h"
 #include "utils/error.h"
 #include "utils/logger.h"
 #include "utils/ossl_helper.h"
@@ -103,11 +103,8 @@ void OsslScardMgr::set_pin(const char* characters) {
 
 void OsslScardMgr::discover_keys() {
     require_state({CfgState::configuring});
-    auto filter = std::make_unique<CertKeyUsageFilter>(
-        static_cast<FilterType>(settings().get_kuse_filter_type()), settings().get_kuse_filter(),
-        static_cast<FilterType>(settings().get_xkuse_filter_type()), settings().get_xkuse_nid_filter());
     // A back-end without a scanner leaves the earlier scanner in use. scan() fails if none is registered.
-    if (auto created = selected_backend().create_scanner(settings(), std::move(filter)))
+    if (auto created = selected_backend().create_scanner(settings(), create_key_filter(settings())))
         register_scanner(std::move(created));
     clear();
     scan(pin);
