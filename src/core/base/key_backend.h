@@ -2,10 +2,12 @@
 #define KES_BASE_KEY_BACKEND_H_
 
 #include <memory>
+#include <vector>
 
 #include "base/cfg_reader.h"
 #include "base/ossl_engine.h"
 #include "base/pko_id_list.h"
+#include "base/token_info.h"
 #include "utils/cert_key_usage.h"
 #include "utils/pin.h"
 
@@ -30,6 +32,10 @@ public:
     /// @param is_engine_loaded  whether an engine exists; its keys may depend on what an earlier call found
     /// @return whether the card requires the PIN from the client
     virtual bool read_card(const CfgReader& settings, bool is_engine_loaded) = 0;
+
+    /// The tokens that the last read_card() found, in the order of the PKCS#11 module. Empty for a back-end
+    /// that does not know tokens, and if the read failed.
+    virtual std::vector<TokenInfo> tokens() const { return {}; }
 
     /// Creates the scanner that fills the list of keys.
     /// @param filter  selects the keys to offer

@@ -3,6 +3,7 @@
 
 #include <libp11.h>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "utils/ossl_ptr.h"
@@ -28,6 +29,14 @@ public:
     /// before are kept until release_slots() or the destructor.
     /// @throws Error empty if there is no token, OsslError
     void read_scard();
+
+    /// The slots that the last read_scard() has listed, borrowed until the next one. Empty if it failed.
+    std::span<const PKCS11_SLOT> listed_slots() const noexcept {
+        return {slots.get(), slots ? slots.get_deleter().count : 0};
+    }
+
+    /// The slot whose token is in use, borrowed; null before read_scard() and if it failed.
+    const PKCS11_SLOT* slot_in_use() const noexcept { return slot; }
 
     /// Releases all slots listed so far, and what libp11 has listed of their tokens. This closes all sessions
     /// of the module: the login ends, and keys that libp11's engine has read become permanently unusable.

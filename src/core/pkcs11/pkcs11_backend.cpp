@@ -6,8 +6,30 @@
 #include "pkcs11/pkcs11_engine_registry.h"
 #include "pkcs11/pko_id_scanner_pkcs11_libp11.h"
 #include "utils/error.h"
+#include "utils/text_helper.h"
 
 namespace Kes {
+namespace {
+
+TokenInfo describe(const PKCS11_SLOT& slot, bool is_used) {
+    const PKCS11_TOKEN& token = *slot.token;
+    return {.reader = TextHelper::text_or_empty(slot.description),
+            .label = TextHelper::text_or_empty(token.label),
+            .manufacturer = TextHelper::text_or_empty(token.manufacturer),
+            .model = TextHelper::text_or_empty(token.model),
+            .serial = TextHelper::text_or_empty(token.serialnr),
+            .is_used = is_used,
+            .is_initialized = token.initialized != 0,
+            .is_login_required = token.loginRequired != 0,
+            .has_pin_pad = token.secureLogin != 0,
+            .is_pin_set = token.userPinSet != 0,
+            .is_pin_count_low = token.userPinCountLow != 0,
+            .is_final_try = token.userPinFinalTry != 0,
+            .is_locked = token.userPinLocked != 0,
+            .must_pin_be_changed = token.userPinToBeChanged != 0};
+}
+
+} // namespace
 
 void Pkcs11Backend::open(const CfgReader& settings) {
     // A pending clean-up finalizes the module, so it must run before the module is loaded.
@@ -22,6 +44,14 @@ bool Pkcs11Backend::read_card(const CfgReader&, bool is_engine_loaded) {
     if (!is_engine_loaded && !context.has_logged_in()) context.release_slots();
     context.read_scard();
     return context.is_login_required();
+}
+
+std::vector<TokenInfo> Pkcs11Backend::tokens() const {
+    std::vector<TokenInfo> tokens;
+    if (!libp11) return tokens;
+    for (const PKCS11_SLOT& slot : libp11->listed_slots())
+        if (slot.token != nullptr) tokens.push_back(describe(slot, &slot == libp11->slot_in_use()));
+    return tokens;
 }
 
 std::unique_ptr<PkoIdScanner> Pkcs11Backend::create_scanner(const CfgReader&,

@@ -2,6 +2,7 @@
 #define KES_PKCS11_PKCS11_BACKEND_H_
 
 #include <memory>
+#include <vector>
 
 #include "base/key_backend.h"
 #include "pkcs11/libp11_helper.h"
@@ -16,6 +17,7 @@ class Pkcs11Backend final : public KeyBackend {
 public:
     void open(const CfgReader& settings) override;
     bool read_card(const CfgReader& settings, bool is_engine_loaded) override;
+    std::vector<TokenInfo> tokens() const override;
     std::unique_ptr<PkoIdScanner> create_scanner(const CfgReader& settings,
                                                  std::unique_ptr<CertKeyUsageFilter> filter) override;
     std::unique_ptr<OsslEngine> create_engine(const CfgReader& settings, const Pin& pin) override;
