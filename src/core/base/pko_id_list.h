@@ -33,6 +33,7 @@ struct PkoId {
 /// Writes the record as text, with a newline at the end.
 std::ostream& operator<<(std::ostream& out, const PkoId& pko_id);
 
+class KeyObserver;
 class PkoIdList;
 
 /// Finds the objects of one back-end and adds them to a list.
@@ -52,9 +53,18 @@ public:
     /// @param list_in  borrowed; must exist during scan()
     void set_list(PkoIdList* list_in) noexcept { list = list_in; }
 
+    /// Sets an observer of the keys that scan() finds. The library itself has none.
+    /// @param observer_in  borrowed; must exist during scan(); null for none
+    void set_observer(KeyObserver* observer_in) noexcept { observer = observer_in; }
+
+    /// Makes scan() find only what is visible without a login. Otherwise it logs in if the card requires it.
+    void skip_login() noexcept { is_login_skipped = true; }
+
 protected:
     const std::unique_ptr<CertKeyUsageFilter> key_usage_filter;
     PkoIdList* list = nullptr;
+    KeyObserver* observer = nullptr;
+    bool is_login_skipped = false;
 };
 
 /// Owns a scanner and the records of its last scan, in the order in which they were added. A record is valid

@@ -1,9 +1,11 @@
 #ifndef KES_CAPI_PKO_ID_SCANNER_CAPI_H_
 #define KES_CAPI_PKO_ID_SCANNER_CAPI_H_
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
+#include "base/key_observer.h"
 #include "base/pko_id_list.h"
 #include "capi/capi_helper.h"
 
@@ -23,8 +25,11 @@ public:
     void scan(const Pin& pin) override;
 
 private:
-    void scan_container(const std::string& container, const CapiKeySpecs& key_specs);
+    /// @param key_spec  the key being read, for the report of a failure
+    void scan_container(const std::string& container, const CapiKeySpecs& key_specs, std::uint32_t& key_spec);
     void add_key(const CapiInit& capi, const std::string& container, std::uint32_t key_spec);
+
+    void report_failure(const std::string& container, std::uint32_t key_spec, const char* reason) const;
 
     const std::string csp_name;
 };

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "capi/capi_key_report.h"
 #include "utils/certstore_win.h"
 #include "utils/error.h"
 #include "utils/logger.h"
@@ -44,7 +45,13 @@ void CapiStorePkoIdScanner::add_certificate(const WinCert& cert) {
     log_lines(Severity::info, cert);
     const CertKeyUsage key_usage(cert);
     log_lines(Severity::info, key_usage);
-    if (!key_usage_filter->check(key_usage)) return;
+    const KeyVerdict verdict = key_verdict(key_usage_filter->judge(key_usage));
+    if (observer != nullptr) {
+        const std::string name = cert.get_subject_name_simple();
+        report_key(*observer, {PkoType::private_key, no_key_type, name, name, name, nullptr},
+                   cert.get_der_data(), key_usage, verdict);
+    }
+    if (verdict != KeyVerdict::offered) return;
     const std::string name = cert.get_subject_name_simple();
     for (const PkoType type : {PkoType::private_key, PkoType::public_key, PkoType::certificate})
         list->add(type, no_key_type, name, name, name, nullptr);

@@ -65,30 +65,37 @@ void Pkcs11Libp11PkoIdScanner::scan(const Pin& pin) {
         throw Error(ErrorCodeType::null_pointer, "no PkoIdList registered",
                     "pko_id_scanner_pkcs11_libp11:57 Kes::Pkcs11Libp11PkoIdScanner::scan()");
     PKCS11_TOKEN* token = libp11->get_token();
-    libp11->authenticate(pin);
-    add_certificates(token);
-    add_private_keys(token);
+    if (!is_login_skipped) libp11->authenticate(pin);
+    TokenKeyReport report(observer, *list, *key_usage_filter);
+    add_certificates(token, report);
+    add_private_keys(token, report);
     add_public_keys(token);
     log_info("finished scanning of PKCS#11 objects");
 }
 
-void Pkcs11Libp11PkoIdScanner::add_certificates(PKCS11_TOKEN* token) {
+void Pkcs11Libp11PkoIdScanner::add_certificates(PKCS11_TOKEN* token, TokenKeyReport& report) {
     const auto certs =
         enumerate<PKCS11_CERT>(::PKCS11_enumerate_certs, token, "PKCS11_enumerate_certs() failed",
                                "pko_id_scanner_pkcs11_libp11:71 Kes::Pkcs11Libp11PkoIdScanner::scan()");
     // Every certificate: the filter selects private keys only.
-    for (const PKCS11_CERT& cert : certs)
-        list->add(make_record(token, PkoType::certificate, cert, read_key_usage(cert.x509)));
+    for (const PKCS11_CERT& cert : certs) {
+        const PkoId* record =
+            list->add(make_record(token, PkoType::certificate, cert, read_key_usage(cert.x509)));
+        report.add_certificate(record, cert.x509);
+    }
 }
 
-void Pkcs11Libp11PkoIdScanner::add_private_keys(PKCS11_TOKEN* token) {
+void Pkcs11Libp11PkoIdScanner::add_private_keys(PKCS11_TOKEN* token, TokenKeyReport& report) {
     const auto keys =
         enumerate<PKCS11_KEY>(::PKCS11_enumerate_keys, token, "PKCS11_enumerate_keys() failed",
                               "pko_id_scanner_pkcs11_libp11:78 Kes::Pkcs11Libp11PkoIdScanner::scan()");
     for (const PKCS11_KEY& key : keys) {
         auto record = make_record(token, PkoType::private_key, key, nullptr);
-        if (is_offered(*record)) list->add(std::move(record));
+        const KeyVerdict verdict = judge(*record);
+        report.report_key(*record, verdict);
+        if (verdict == KeyVerdict::offered) list->add(std::move(record));
     }
+    report.report_lone_certificates();
 }
 
 void Pkcs11Libp11PkoIdScanner::add_public_keys(PKCS11_TOKEN* token) {
@@ -99,20 +106,20 @@ void Pkcs11Libp11PkoIdScanner::add_public_keys(PKCS11_TOKEN* token) {
         list->add(make_record(token, PkoType::public_key, key, nullptr));
 }
 
-bool Pkcs11Libp11PkoIdScanner::is_offered(const PkoId& private_key) const {
+KeyVerdict Pkcs11Libp11PkoIdScanner::judge(const PkoId& private_key) const {
     // Search in the list: libp11's own search would query the token again for each key.
     const PkoId* cert = list->find_matching(PkoType::certificate, &private_key);
     if (cert == nullptr) {
         log_lines(Severity::warn, "corresponding cert not found; skipping private key: ", private_key);
-        return false;
+        return KeyVerdict::no_certificate;
     }
     log_lines(Severity::info, "  corresponding cert:\n", *cert);
     if (!cert->key_usage) {
         log_lines(Severity::warn, "key usage for cert not found; skipping private key: ", private_key);
-        return false;
+        return KeyVerdict::no_key_usage;
     }
     log_lines(Severity::info, *cert->key_usage);
-    return key_usage_filter->check(*cert->key_usage);
+    return key_verdict(key_usage_filter->judge(*cert->key_usage));
 }
 
 template <typename Object>

@@ -6,6 +6,7 @@
 
 #include "base/pko_id_list.h"
 #include "pkcs11/libp11_helper.h"
+#include "pkcs11/token_key_report.h"
 
 namespace Kes {
 
@@ -21,15 +22,15 @@ public:
     Pkcs11Libp11PkoIdScanner(Libp11Init* libp11_in, std::unique_ptr<CertKeyUsageFilter> filter);
     ~Pkcs11Libp11PkoIdScanner() override;
 
-    /// Logs in if the token requires it, and then only calls libp11's three enumeration functions.
+    /// Logs in if the token requires it, unless the login is skipped, and then only calls libp11's three enumeration functions.
     /// @throws Error null_pointer without a list, and the errors of Libp11Init and libp11
     void scan(const Pin& pin) override;
 
 private:
-    void add_certificates(PKCS11_TOKEN* token);
-    void add_private_keys(PKCS11_TOKEN* token);
+    void add_certificates(PKCS11_TOKEN* token, TokenKeyReport& report);
+    void add_private_keys(PKCS11_TOKEN* token, TokenKeyReport& report);
     void add_public_keys(PKCS11_TOKEN* token);
-    bool is_offered(const PkoId& private_key) const;
+    KeyVerdict judge(const PkoId& private_key) const;
 
     template <typename Object>
     std::unique_ptr<PkoId> make_record(const PKCS11_TOKEN* token, PkoType type, const Object& object,
