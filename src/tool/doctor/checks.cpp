@@ -10,14 +10,18 @@ namespace Kes::tool {
 namespace {
 
 const std::array checks{
+    Check{"settings", Link::client, {}, check_settings},
+    Check{"environment", Link::client, {}, check_variables},
     Check{"back-end", Link::client, {}, check_backend},
     Check{"log file", Link::client, {}, check_log},
     Check{"OpenSSL", Link::library, {}, check_openssl},
     Check{"openssl.cnf", Link::library, {}, check_openssl_config},
     Check{"libp11", Link::library, {"back-end"}, check_libp11},
-    Check{"engine", Link::engine, {"back-end"}, check_engine},
+    Check{"engine file", Link::engine, {"back-end"}, check_engine_file},
+    Check{"engine", Link::engine, {"back-end", "OpenSSL", "openssl.cnf", "engine file"}, check_engine},
+    Check{"module file", Link::module, {"back-end"}, check_module_file},
     Check{"SoftHSM2", Link::module, {"back-end"}, check_soft_token},
-    Check{"module", Link::module, {"back-end", "libp11"}, check_module},
+    Check{"module", Link::module, {"back-end", "libp11", "module file", "SoftHSM2"}, check_module},
     Check{"libcrypto", Link::library, {}, check_libcrypto},
     Check{"card", Link::card, {"back-end", "libp11", "module"}, check_card},
 };

@@ -36,13 +36,17 @@ Findings run_checks(std::span<const Check> checks, Context& context,
 std::string one_line(const std::string& error_text);
 
 // The checks. Each is in the file of its subject.
+Findings check_settings(Context& context);
+Findings check_variables(Context& context);
 Findings check_backend(Context& context);
 Findings check_openssl(Context& context);
 Findings check_openssl_config(Context& context);
 Findings check_libp11(Context& context);
 Findings check_libcrypto(Context& context);
+Findings check_engine_file(Context& context);
 Findings check_engine(Context& context);
 Findings check_soft_token(Context& context);
+Findings check_module_file(Context& context);
 Findings check_module(Context& context);
 Findings check_card(Context& context);
 Findings check_log(Context& context);

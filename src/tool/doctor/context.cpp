@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "base/env_settings.h"
 #include "utils/helper.h"
 
 namespace Kes::tool {
@@ -23,7 +24,7 @@ std::vector<std::string> user_names() {
 
 Context::Context(DoctorRequest request_in)
     : request(std::move(request_in)), names(user_names()), cfg(OsslScardCfg::capi) {
-    cfg.load_from_env("ossl_scard_cfg_");
+    cfg.load_from_env(env_prefix);
 }
 
 std::string Context::engine_path() const {

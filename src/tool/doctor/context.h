@@ -33,6 +33,11 @@ public:
     /// The path of the engine that the back-end in use loads.
     std::string engine_path() const;
 
+    /// The settings in effect as text, one in a line. @param buffer  its size limits the text
+    const char* dump_settings(std::string& buffer) const {
+        return cfg.dump_settings(buffer.data(), buffer.size());
+    }
+
     const DoctorRequest request;
     std::vector<std::string> names; ///< personal data that is known so far
     bool is_pin_required = false;   ///< set by the check of the card

@@ -14,12 +14,20 @@ struct DoctorOptions {
     std::string key_id;
 };
 
+/// A sentence on one line. Values from elsewhere may contain control characters.
+std::string sentence(const Text& text) {
+    std::string shown = text.str(Names::shown) + '.';
+    const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; };
+    std::replace_if(shown.begin(), shown.end(), is_control, '?');
+    return shown;
+}
+
 void print_line(const Finding& finding) {
     std::string state = to_string(finding.state);
     state.resize(8, ' ');
-    std::cout << state << finding.check << ": " << finding.finding.str(Names::shown) << '.';
-    if (!finding.remedy.empty()) std::cout << " Remedy: " << finding.remedy.str(Names::shown) << '.';
-    std::cout << std::endl;
+    std::string line = state + finding.check + ": " + sentence(finding.finding);
+    if (!finding.remedy.empty()) line += " Remedy: " + sentence(finding.remedy);
+    std::cout << line << std::endl;
 }
 
 std::ptrdiff_t count(const Findings& findings, State state) {

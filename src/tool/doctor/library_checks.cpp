@@ -3,6 +3,7 @@
 
 #include "pkcs11/libp11_library.h"
 #include "tool/doctor/checks.h"
+#include "tool/doctor/libp11_versions.h"
 #include "tool/doctor/loaded_files.h"
 #include "utils/error.h"
 
@@ -22,7 +23,9 @@ Findings check_libp11(Context& context) {
         return {{State::error, Link::library, "libp11", one_line(error.what()),
                  "Install libp11 0.4.12 or later, with the engine of the same version"}};
     }
-    return {{State::ok, Link::library, "libp11", libp11_in_use(), ""}};
+    const std::string file = libp11_in_use();
+    return {{State::ok, Link::library, "libp11", file + " can be loaded", ""},
+            judge_libp11(read_libp11_version(file), libp11_system, file)};
 }
 
 Findings check_libcrypto(Context&) {

@@ -34,4 +34,6 @@ std::string libp11_in_use() {
     return "";
 }
 
+const char* const libp11_system = "Windows";
+
 } // namespace Kes::tool
