@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import sys
-from ctypes import c_int, c_ubyte, c_void_p
+from ctypes import c_char_p, c_int, c_ubyte, c_void_p
 from typing import Optional
 
 from ._errors import LibcryptoError
@@ -31,6 +31,22 @@ def certificate_to_der(library: ctypes.CDLL, certificate: int) -> bytes:
     der = (c_ubyte * size)()
     encode(certificate, ctypes.byref(c_void_p(ctypes.addressof(der))))
     return bytes(der)
+
+
+def restore_default_methods(library: ctypes.CDLL, engine_id: bytes) -> None:
+    """Removes the loaded engine from OpenSSL's defaults for other keys."""
+    libcrypto = libcrypto_of(library)
+    find, free = libcrypto["ENGINE_by_id"], libcrypto["ENGINE_free"]
+    find.restype, find.argtypes = c_void_p, (c_char_p,)
+    free.restype, free.argtypes = c_int, (c_void_p,)
+    engine = find(engine_id)
+    if not engine:
+        raise LibcryptoError(f"OpenSSL has no engine '{engine_id.decode()}'")
+    for methods in ("RSA", "EC", "pkey_meths"):
+        unregister = libcrypto[f"ENGINE_unregister_{methods}"]
+        unregister.restype, unregister.argtypes = None, (c_void_p,)
+        unregister(engine)
+    free(engine)
 
 
 def _file_of(library: ctypes.CDLL, user: str) -> str:

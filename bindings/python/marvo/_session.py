@@ -10,7 +10,7 @@ from typing import Any, List, Optional, Type
 
 from . import _abi
 from ._errors import Error, LibraryError, OperationError, PinRequiredError
-from ._libcrypto import certificate_to_der, check_one_libcrypto
+from ._libcrypto import certificate_to_der, check_one_libcrypto, restore_default_methods
 from ._pin import Pin, PinText
 from ._settings import CryptoIf, Settings
 from ._tls import use_key
@@ -183,10 +183,11 @@ class Session:
                 return key
         raise Error(f"the card has no suitable key with the id '{key_id}' and the type {key_type}")
 
-    def load(self, key: Optional[Key] = None) -> LoadedKey:
+    def load(self, key: Optional[Key] = None, *, openssl_defaults: bool = False) -> LoadedKey:
         """Loads a key of the last keys() with its certificate, or, without one, the key that the settings name.
 
-        To load again, start at read_card().
+        To load again, start at read_card(). At each load, the library makes the engine OpenSSL's default for all
+        keys of the process. With openssl_defaults, keys that are not on the card use OpenSSL itself again.
         """
         if self.pin_required and not self._has_pin:
             raise PinRequiredError()
@@ -198,6 +199,9 @@ class Session:
         self.loaded = None  # the library frees what it loaded before
         self._check("ossl_load")
         self.loaded = LoadedKey(self, self._pointer("ossl_get_private_key"), self._pointer("ossl_get_certificate"))
+        if openssl_defaults:
+            is_pkcs11 = self.crypto_if == CryptoIf.PKCS11
+            restore_default_methods(self.library, b"pkcs11" if is_pkcs11 else b"capi")
         return self.loaded
 
     def unload(self) -> None:

@@ -82,6 +82,14 @@ class LibcryptoTest(OpensslFixture):
         self.assert_raises_text(marvo.LibcryptoError, text, _libcrypto.certificate_to_der, self.libssl, None)
 
 
+class DefaultMethodsTest(OpensslFixture):
+    def test_unknown_engine_is_an_error(self):
+        text = "OpenSSL has no engine 'absent'"
+        self.assert_raises_text(
+            marvo.LibcryptoError, text, _libcrypto.restore_default_methods, self.libssl, b"absent"
+        )
+
+
 class UseKeyTest(OpensslFixture):
     def max_version(self):
         return self.libssl.SSL_CTX_ctrl(ctypes.c_void_p(self.ctx), 131, ctypes.c_long(0), None)

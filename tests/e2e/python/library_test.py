@@ -90,6 +90,19 @@ class LibraryTest(TokenFixture):
         text = "the client's libssl (libc.so.6) is not linked to libcrypto dynamically\n"
         self.assertEqual(self.run_client(code), (0, text, ""))
 
+    def test_other_keys_can_use_openssl_itself_after_the_load(self):
+        code = f"""
+            import ctypes, marvo
+            create = ctypes.CDLL("libcrypto.so.3").EVP_PKEY_Q_keygen
+            create.restype = ctypes.c_void_p
+            for openssl_defaults in (False, True):
+                with marvo.Session(marvo.Settings(crypto_if=marvo.CryptoIf.PKCS11)) as session:
+                    session.set_pin(bytearray(b"{PIN}"))
+                    session.load(session.find_key("%01"), openssl_defaults=openssl_defaults)
+                    print(create(None, None, ctypes.c_char_p(b"EC"), ctypes.c_char_p(b"P-256")) is not None)
+        """
+        self.assertEqual(self.run_client(code), (0, "False\nTrue\n", ""))
+
     def test_sessions_follow_each_other(self):
         code = f"""
             import marvo
