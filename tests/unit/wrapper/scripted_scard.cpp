@@ -24,7 +24,7 @@ int ScriptedScard::version_check(unsigned int version) {
 }
 
 int ScriptedScard::set_pin(const char* pin) {
-    pin_memory = pin;
+    if (watch_pin) watch_pin(pin);
     return call("set_pin", " " + std::string(pin));
 }
 

@@ -108,8 +108,8 @@ public:
     ScriptedCfg cfg;
     bool needs_pin = false;
     std::vector<ScriptedKey> keys{{"card: login", "pkcs11:token=card;id=%01;type=private", 0}};
-    Lines calls;                      ///< with a PIN's value, in the order in which they came
-    const char* pin_memory = nullptr; ///< the address that set_pin() received
+    Lines calls;                                ///< with a PIN's value, in the order in which they came
+    std::function<void(const char*)> watch_pin; ///< receives the memory that set_pin() receives
     PkeyPtr key{nullptr, &EVP_PKEY_free};
     CertPtr cert{nullptr, &X509_free};
 
