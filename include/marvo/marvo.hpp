@@ -197,7 +197,7 @@ inline std::string selected_id(const Kes::OsslScardCfg& cfg) {
 }
 
 // OpenSSL 3 has deprecated engines, but the library needs them.
-#ifdef _MSC_VER
+#if defined(_MSC_VER) && !defined(__clang__)
 #pragma warning(push)
 #pragma warning(disable : 4996)
 #else
@@ -213,7 +213,7 @@ inline void remove_default_methods(const char* id) {
     ENGINE_unregister_RSA(engine.get());
     ENGINE_unregister_EC(engine.get());
 }
-#ifdef _MSC_VER
+#if defined(_MSC_VER) && !defined(__clang__)
 #pragma warning(pop)
 #else
 #pragma GCC diagnostic pop
