@@ -128,6 +128,12 @@ static bool log_in(OsslScardIf* card, const char* host, const char* port) {
     return is_good;
 }
 
+/* ERR_print_errors_fp() would need OpenSSL's applink.c in a program that Microsoft's compiler built. */
+static int print_error(const char* text, size_t length, void* context) {
+    (void)context;
+    return fwrite(text, 1, length, stderr) == length;
+}
+
 int main(int argc, char** argv) {
     if (argc != 3 && argc != 5) {
         fputs(usage, stderr);
@@ -140,7 +146,7 @@ int main(int argc, char** argv) {
     const bool is_good = open_card(card) && ask_for_pin(card) &&
                          load_key(card, argc == 5 ? argv[3] : NULL, argc == 5 ? argv[4] : NULL) &&
                          log_in(card, argv[1], argv[2]);
-    if (!is_good) ERR_print_errors_fp(stderr);
+    if (!is_good) ERR_print_errors_cb(print_error, NULL);
     card->table->destroy(card);
     return is_good ? 0 : 1;
 }

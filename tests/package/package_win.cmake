@@ -27,6 +27,11 @@ add_file_test(ContainsNoPathOfBuildMachine paths ${PROJECT_SOURCE_DIR} ${PROJECT
 add_file_test(HasImportLibraryForGnuLinkers gnu_import ${lib_dir}/${dll_name}.dll.a ${dll_name}.dll)
 add_file_test(HasImportLibraryForMicrosoftLinkers microsoft_import ${lib_dir}/${dll_name}.lib ${dll_name}.dll)
 
+add_test(NAME DocumentedCommandsTest.BuildFirstClients
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/documented-commands ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}
+        ${OPENSSL_ROOT_DIR} ${CMAKE_CURRENT_BINARY_DIR}/documented)
+set_tests_properties(DocumentedCommandsTest.BuildFirstClients PROPERTIES TIMEOUT 240)
+
 # Wrong files, which the tests put in place of right ones.
 set(wrong_dir ${CMAKE_CURRENT_BINARY_DIR}/wrong)
 file(MAKE_DIRECTORY ${wrong_dir})
