@@ -172,7 +172,8 @@ if(NOT MARVO_SANITIZE)
 
     # The software bill of materials of the packages.
     foreach(test IN ITEMS
-            lists_files_and_bundled_software same_content_gives_same_file other_content_gives_other_serial_number
+            lists_files_and_bundled_software files_are_sorted_by_path
+            same_content_gives_same_file other_content_gives_other_serial_number
             file_in_the_folder_does_not_list_itself missing_date_is_refused unknown_software_is_refused
             software_without_version_is_refused missing_folder_is_refused empty_folder_is_refused)
         add_test(NAME SbomTest.${test}

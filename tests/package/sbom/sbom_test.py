@@ -66,6 +66,13 @@ class SbomTest(unittest.TestCase):
                 "file:README", "file:bin/libcrypto-3-x64.dll", "bundled:gcc-runtime", "bundled:openssl"]}],
         })
 
+    def test_files_are_sorted_by_path(self):
+        for number in range(100):
+            (self.stage / f"{number * 37 % 101:03}").write_bytes(b"x")
+        names = [component["name"] for component in self.create(self.stage)["components"]]
+        self.assertEqual(len(names), 102)
+        self.assertEqual(names, sorted(names))
+
     def test_same_content_gives_same_file(self):
         self.create(self.stage)
         first = self.output.read_bytes()
