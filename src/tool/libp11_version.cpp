@@ -4,8 +4,6 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
-#include <cstring>
-#include <iterator>
 
 #include "tool/libp11_version_system.h"
 
@@ -67,9 +65,8 @@ const Libp11Experience* find_experience(const Libp11Version& version) {
 std::string remedy_for(const Libp11Experience& experience) {
     if (experience.state == State::ok) return "";
     if (experience.state == State::error) return "Install a version that docs/libp11.md recommends";
-    std::string text;
-    std::remove_copy(experience.recommendation, std::strchr(experience.recommendation, 0),
-                     std::back_inserter(text), '`');
+    std::string text = experience.recommendation;
+    std::erase(text, '`');
     text.front() = static_cast<char>(std::toupper(text.front()));
     return text;
 }
