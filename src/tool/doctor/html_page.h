@@ -1,0 +1,31 @@
+#ifndef KES_TOOL_DOCTOR_HTML_PAGE_H_
+#define KES_TOOL_DOCTOR_HTML_PAGE_H_
+
+#include <string>
+#include <vector>
+
+#include "tool/doctor/finding.h"
+
+namespace Kes::tool {
+
+/// What the page says besides the lines of the report.
+struct HtmlPageFacts {
+    Names names;         ///< whether the page shows personal data
+    std::string version; ///< of this program
+    std::string time;    ///< of the report
+};
+
+/// The report as a page in HTML: complete in one file, without scripts and without references to other files.
+std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts& facts);
+
+/// Fails if the file exists, unless the user allows to overwrite it. Call it before the checks, so that a
+/// login is not wasted.
+/// @throws std::runtime_error
+void require_new_html_file(const std::string& file, bool may_overwrite);
+
+/// @throws std::runtime_error if the file cannot be written
+void write_html_file(const std::string& file, const std::string& page);
+
+} // namespace Kes::tool
+
+#endif // KES_TOOL_DOCTOR_HTML_PAGE_H_
