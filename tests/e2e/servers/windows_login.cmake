@@ -4,6 +4,7 @@ add_executable(kes_windows_login_tests
     windows_capi.cpp
     windows_capi_login_test.cpp
     windows_capi_settings_test.cpp
+    windows_first_clients_test.cpp
     windows_login_test.cpp
     windows_program.cpp
     ${PROJECT_SOURCE_DIR}/tests/support/test_card.cpp)
