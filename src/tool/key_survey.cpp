@@ -28,7 +28,9 @@ public:
     }
 
     void found_lone_certificate(const KeyFinding& finding) override {
-        survey.lone_certificates.push_back(make_key(finding));
+        SurveyedKey key = make_key(finding);
+        key.verdict = describe_lone_certificate(key.verdict);
+        survey.lone_certificates.push_back(std::move(key));
     }
 
     void failed_container(const std::string& container, std::uint32_t key_type, const char* reason) override {
@@ -42,6 +44,15 @@ public:
     }
 
 private:
+    /// @param verdict  the one that the key would get
+    CodedText describe_lone_certificate(CodedText verdict) const {
+        if (survey.is_complete)
+            return {"no_private_key", "not offered: no private key on the token has its id"};
+        verdict.text.insert(verdict.text.find("offered"), "be ");
+        verdict.text.insert(0, "its key would ");
+        return verdict;
+    }
+
     SurveyedKey make_key(const KeyFinding& finding) const {
         SurveyedKey key;
         key.name = finding.record.display_name;
@@ -77,9 +88,10 @@ KeySurvey survey_keys(KeyBackend& backend, const CfgReader& settings, bool is_lo
     survey.is_complete = !is_login_required || !pin.is_empty();
     Collector collector(settings, now, survey);
     std::unique_ptr<PkoIdScanner> scanner = backend.create_scanner(settings, create_key_filter(settings));
-    if (!scanner) return survey;
-    scanner->set_observer(&collector);
-    if (!survey.is_complete) scanner->skip_login();
+    if (scanner) {
+        scanner->set_observer(&collector);
+        if (!survey.is_complete) scanner->skip_login();
+    }
     PkoIdList list;
     list.register_scanner(std::move(scanner));
     list.scan(pin);
