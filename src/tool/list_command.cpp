@@ -1,0 +1,82 @@
+#include <iostream>
+#include <memory>
+
+#include "base/ossl_scard_cfg_imp.h"
+#include "manager/key_backends.h"
+#include "tool/commands.h"
+#include "tool/list_result.h"
+
+namespace Kes::tool {
+namespace {
+
+std::string source_of(const CfgReader& settings) {
+    switch (settings.get_crypto_if()) {
+    case OsslScardCfg::capi:
+        return settings.get_capi_csp_name();
+    case OsslScardCfg::pkcs11:
+        return settings.get_pkcs11_module_dll();
+    case OsslScardCfg::capi_store:
+        return settings.get_capi_store_cert_store_name();
+    }
+    return "";
+}
+
+const TokenInfo* find_used(const std::vector<TokenInfo>& tokens) {
+    for (const TokenInfo& token : tokens)
+        if (token.is_used) return &token;
+    return nullptr;
+}
+
+Pin read_pin(const PinOptions& options, const TokenInfo* token) {
+    if (token != nullptr && token->is_final_try)
+        std::cerr << "marvo list: the token reports that one more wrong PIN locks it" << std::endl;
+    const std::string label = token == nullptr ? "" : token->label;
+    return options.read(label.empty() ? "the token" : printable(label));
+}
+
+/// Reads the card and scans it. A failure after the tokens are known is in the result.
+ListResult read_result(const PinOptions& pin, bool is_login_wanted) {
+    OsslScardCfgImp cfg(OsslScardCfg::capi);
+    cfg.load_from_env("ossl_scard_cfg_");
+    const CfgReader settings(cfg);
+    const KeyBackends backends;
+    KeyBackend& backend = backends.select(settings.get_crypto_if());
+    ListResult result;
+    result.backend = crypto_if_name(settings.get_crypto_if());
+    result.source = source_of(settings);
+    backend.open(settings);
+    result.is_login_required = backend.read_card(settings, false);
+    result.tokens = backend.tokens();
+    try {
+        const bool logs_in = result.is_login_required && (is_login_wanted || pin.is_given());
+        const Pin entered = logs_in ? read_pin(pin, find_used(result.tokens)) : Pin();
+        result.survey = survey_keys(backend, settings, result.is_login_required, entered);
+    } catch (const std::exception& error) {
+        result.error = error.what();
+    }
+    return result;
+}
+
+ExitStatus list_keys(const Command& command, bool is_login_wanted) {
+    const ListResult result = read_result(command.pin, is_login_wanted);
+    if (command.as_json)
+        print_json(command, to_json(result));
+    else
+        print_text(std::cout, result);
+    if (result.error.empty()) return ExitStatus::success;
+    std::cerr << "marvo list: " << result.error << std::endl;
+    return ExitStatus::failure;
+}
+
+} // namespace
+
+void create_list_command(CLI::App& program, Command& command) {
+    command.name = "list";
+    CLI::App* app = command.add_to(program, "List the tokens and keys, and why a key is not offered");
+    const auto is_login_wanted = std::make_shared<bool>(false);
+    app->add_flag("--login", *is_login_wanted, "Ask for the PIN if the token requires it")->group("PIN");
+    command.pin.add_to(*app);
+    command.action = [&command, is_login_wanted] { return list_keys(command, *is_login_wanted); };
+}
+
+} // namespace Kes::tool
