@@ -24,6 +24,10 @@ const std::array checks{
     Check{"module", Link::module, {"back-end", "libp11", "module file", "SoftHSM2"}, check_module},
     Check{"libcrypto", Link::library, {}, check_libcrypto},
     Check{"card", Link::card, {"back-end", "libp11", "module"}, check_card},
+    Check{"login", Link::card, {"card"}, check_login},
+    Check{"keys", Link::card, {"card", "login"}, check_keys},
+    Check{"key in effect", Link::client, {"card", "login"}, check_key_id},
+    Check{"TLS", Link::card, {"card", "login"}, check_tls},
 };
 
 Findings run_guarded(const Check& check, Context& context) {
@@ -66,12 +70,15 @@ Findings run_checks(std::span<const Check> checks, Context& context,
                             : Findings{{State::skipped, check.link, check.name,
                                         std::string("not checked because of the check '") + need + "'", ""}};
         if (std::any_of(findings.begin(), findings.end(), is_failure)) failed.insert(check.name);
-        for (Finding& finding : findings) {
-            finding.finding.mark(context.names);
-            finding.remedy.mark(context.names);
+        for (const Finding& finding : findings) {
             report(finding);
-            all.push_back(std::move(finding));
+            all.push_back(finding);
         }
+    }
+    // At the end, because a check may find a name that is in an earlier line, too.
+    for (Finding& finding : all) {
+        finding.finding.mark(context.names);
+        finding.remedy.mark(context.names);
     }
     return all;
 }

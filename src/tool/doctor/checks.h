@@ -35,6 +35,9 @@ Findings run_checks(std::span<const Check> checks, Context& context,
 /// library, the reason and the details, but neither the thread nor the place in OpenSSL's source.
 std::string one_line(const std::string& error_text);
 
+/// The keys, and, without a login that the card requires, the certificates whose keys it hides.
+std::vector<SurveyedKey> candidate_keys(const KeySurvey& survey);
+
 // The checks. Each is in the file of its subject.
 Findings check_settings(Context& context);
 Findings check_variables(Context& context);
@@ -49,6 +52,10 @@ Findings check_soft_token(Context& context);
 Findings check_module_file(Context& context);
 Findings check_module(Context& context);
 Findings check_card(Context& context);
+Findings check_login(Context& context);
+Findings check_keys(Context& context);
+Findings check_key_id(Context& context);
+Findings check_tls(Context& context);
 Findings check_log(Context& context);
 
 } // namespace Kes::tool

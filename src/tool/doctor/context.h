@@ -1,16 +1,19 @@
 #ifndef KES_TOOL_DOCTOR_CONTEXT_H_
 #define KES_TOOL_DOCTOR_CONTEXT_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "base/cfg_reader.h"
 #include "base/ossl_scard_cfg_imp.h"
 #include "manager/key_backends.h"
-#include "tool/pin_options.h"
-#include "tool/setting_options.h"
+#include "tool/key_survey.h"
 
 namespace Kes::tool {
+
+class PinOptions;
+class SettingOptions;
 
 /// What the user asked for.
 struct DoctorRequest {
@@ -40,7 +43,11 @@ public:
 
     const DoctorRequest request;
     std::vector<std::string> names; ///< personal data that is known so far
-    bool is_pin_required = false;   ///< set by the check of the card
+
+    // From the checks of the card and its keys.
+    bool is_pin_required = false;
+    std::optional<TokenInfo> token;  ///< the token in use, if the back-end knows tokens
+    std::optional<KeySurvey> survey; ///< after a login, or after the check of the keys
 
 private:
     OsslScardCfgImp cfg;

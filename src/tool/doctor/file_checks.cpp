@@ -4,6 +4,7 @@
 #include "tool/binary_file.h"
 #include "tool/doctor/checks.h"
 #include "tool/doctor/file_access.h"
+#include "tool/libp11_version.h"
 #include "utils/library_kind.h"
 
 namespace Kes::tool {
@@ -75,6 +76,12 @@ Findings check_libcrypto_of(const NamedFile& file, const BinaryFile& binary) {
              "defaults after ossl_load()")};
 }
 
+/// The engine contains a copy of libp11, whose version decides about its limits.
+Findings check_version(const NamedFile& file, const BinaryFile& binary) {
+    if (file.setting != "pkcs11_openssl_engine_dll" || !binary.is_engine()) return {};
+    return {judge_libp11(binary, Link::engine)};
+}
+
 Findings check_access(const NamedFile& file, const std::string& path) {
     const std::string open = writable_by_others(path);
     if (open.empty()) return {};
@@ -96,7 +103,8 @@ Findings check_file(const NamedFile& file) {
     Finding content = check_content(file, binary);
     if (content.state == State::ok) content.finding = path + " is " + file.kind.name + " for 64 bits";
     findings.push_back(content);
-    for (const Findings& more : {check_libcrypto_of(file, binary), check_access(file, path)})
+    for (const Findings& more :
+         {check_version(file, binary), check_libcrypto_of(file, binary), check_access(file, path)})
         findings.insert(findings.end(), more.begin(), more.end());
     return findings;
 }

@@ -3,8 +3,8 @@
 
 #include "pkcs11/libp11_library.h"
 #include "tool/doctor/checks.h"
-#include "tool/doctor/libp11_versions.h"
 #include "tool/doctor/loaded_files.h"
+#include "tool/libp11_version.h"
 #include "utils/error.h"
 
 namespace Kes::tool {
@@ -25,7 +25,7 @@ Findings check_libp11(Context& context) {
     }
     const std::string file = libp11_in_use();
     return {{State::ok, Link::library, "libp11", file + " can be loaded", ""},
-            judge_libp11(read_libp11_version(file), libp11_system, file)};
+            judge_libp11(inspect_file(file), Link::library)};
 }
 
 Findings check_libcrypto(Context&) {

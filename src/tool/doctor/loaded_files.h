@@ -17,9 +17,6 @@ std::string libcrypto_in_use();
 /// The path of the libp11 whose functions the library calls. Call it only after require_libp11().
 std::string libp11_in_use();
 
-/// The system as the table of libp11's versions calls it.
-extern const char* const libp11_system;
-
 } // namespace Kes::tool
 
 #endif // KES_TOOL_DOCTOR_LOADED_FILES_H_

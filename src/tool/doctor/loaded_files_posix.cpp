@@ -30,6 +30,4 @@ std::string libcrypto_in_use() { return file_of(reinterpret_cast<const void*>(&:
 
 std::string libp11_in_use() { return file_of(reinterpret_cast<const void*>(&::PKCS11_CTX_new)); }
 
-const char* const libp11_system = "Linux";
-
 } // namespace Kes::tool

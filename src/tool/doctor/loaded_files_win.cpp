@@ -34,6 +34,4 @@ std::string libp11_in_use() {
     return "";
 }
 
-const char* const libp11_system = "Windows";
-
 } // namespace Kes::tool

@@ -7,6 +7,7 @@
 #include "tool/doctor/checks.h"
 #include "tool/environment.h"
 #include "tool/environment_check.h"
+#include "tool/setting_options.h"
 #include "utils/helper.h"
 
 namespace Kes::tool {

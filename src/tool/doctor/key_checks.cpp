@@ -1,0 +1,132 @@
+#include <algorithm>
+#include <string>
+
+#include "tool/doctor/checks.h"
+#include "tool/printable.h"
+
+namespace Kes::tool {
+namespace {
+
+constexpr std::size_t longest_name = 120;
+
+Finding key_line(State state, const Text& finding, const Text& remedy) {
+    return {state, Link::card, "keys", finding, remedy};
+}
+
+Text describe(const SurveyedKey& key) {
+    Text text("'");
+    text.add_personal(printable(key.name, longest_name)).add("' (id " + printable(key.id, longest_name));
+    if (!key.certificate) return text.add(")");
+    const CertificateFacts& facts = *key.certificate;
+    text.add(", " + facts.key_type + " " + std::to_string(facts.key_bits) + ", ")
+        .add_personal(printable(facts.subject, longest_name));
+    if (!facts.is_expired) text.add(", " + std::to_string(facts.days_left) + " days left");
+    return text.add(")");
+}
+
+/// A certificate that is not valid now makes each login fail; other warnings depend on the server.
+State state_of(const SurveyedKey& key) {
+    const auto is_invalid = [](const CodedText& warning) {
+        return warning.code == "expired" || warning.code == "not_yet_valid";
+    };
+    if (!key.is_offered) return State::warning;
+    if (std::any_of(key.warnings.begin(), key.warnings.end(), is_invalid)) return State::error;
+    return key.warnings.empty() ? State::ok : State::warning;
+}
+
+std::string remedy_of(const SurveyedKey& key) {
+    if (key.verdict.code == "no_certificate") return "Store its certificate on the card, under the same id";
+    if (!key.is_offered) return "If this key is needed, change the filter settings of the client";
+    for (const CodedText& warning : key.warnings) {
+        if (warning.code == "expired") return "Have a new certificate issued";
+        if (warning.code == "not_yet_valid") return "Check the clock of this machine, or wait";
+        if (warning.code == "shadowed") return "Select it by its number, or give it another id";
+    }
+    return key.warnings.empty() ? ""
+                                : "Check that servers accept such a certificate, or have another one issued";
+}
+
+Finding judge(const SurveyedKey& key) {
+    Text text = describe(key).add(": " + key.verdict.text);
+    for (const CodedText& warning : key.warnings)
+        text.add("; " + warning.text);
+    return key_line(state_of(key), text, remedy_of(key));
+}
+
+Findings judge_all(Context& context, const std::vector<SurveyedKey>& keys) {
+    Findings findings;
+    for (const SurveyedKey& key : keys) {
+        context.names.push_back(key.name);
+        if (key.certificate) context.names.push_back(key.certificate->subject);
+        findings.push_back(judge(key));
+    }
+    return findings;
+}
+
+bool is_any_offered(const std::vector<SurveyedKey>& keys) {
+    return std::any_of(keys.begin(), keys.end(), [](const SurveyedKey& key) { return key.is_offered; });
+}
+
+Finding no_key_line(bool has_keys) {
+    return has_keys ? key_line(State::error, "the library offers none of these keys",
+                               "The remedies of the lines above say how to change this")
+                    : key_line(State::error, "there is no private key",
+                               "Use a card with a key and its certificate");
+}
+
+} // namespace
+
+std::vector<SurveyedKey> candidate_keys(const KeySurvey& survey) {
+    std::vector<SurveyedKey> keys = survey.keys;
+    // Without the login, private keys are hidden. Their certificates tell what the library will offer.
+    if (!survey.is_complete)
+        keys.insert(keys.end(), survey.lone_certificates.begin(), survey.lone_certificates.end());
+    return keys;
+}
+
+Findings check_keys(Context& context) {
+    if (!context.survey)
+        context.survey = survey_keys(context.backend(), context.settings(), context.is_pin_required, Pin());
+    const KeySurvey& survey = *context.survey;
+    const std::vector<SurveyedKey> keys = candidate_keys(survey);
+    Findings findings = judge_all(context, keys);
+    if (!survey.is_complete)
+        findings.push_back(
+            key_line(State::note,
+                     "without a login, most cards show only certificates; each line above is about "
+                     "the key that should belong to one",
+                     "Add --login to see the keys"));
+    else
+        for (const SurveyedKey& certificate : survey.lone_certificates)
+            findings.push_back(
+                key_line(State::note, describe(certificate).add(": a certificate without its key"), ""));
+    if (!is_any_offered(keys) && (survey.is_complete || !keys.empty()))
+        findings.push_back(no_key_line(!keys.empty()));
+    return findings;
+}
+
+Findings check_key_id(Context& context) {
+    const auto line = [](State state, const Text& finding, const Text& remedy) {
+        return Findings{{state, Link::client, "key in effect", finding, remedy}};
+    };
+    const std::string name = context.settings().get_priv_key_name();
+    const std::string& id = context.request.key_id;
+    if (id.empty() && name.empty())
+        return line(State::note,
+                    "the setting priv_key_name is empty, so ossl_load() fails without a set_key()",
+                    "Let the client call set_key() before notify_config_done(); --key ID checks an id");
+    const std::vector<SurveyedKey> keys = candidate_keys(context.survey.value());
+    const auto found = std::find_if(keys.begin(), keys.end(), [&](const SurveyedKey& key) {
+        return id.empty() ? name.find(key.id) != std::string::npos : key.id == id;
+    });
+    const Text wanted =
+        id.empty() ? Text("the key of priv_key_name (").add_personal(name).add(")") : Text("the key " + id);
+    if (found == keys.end())
+        return line(State::error, Text(wanted).add(" is not on the card"),
+                    "Use an id of the lines of the check 'keys', exactly as it is written there");
+    if (!found->is_offered)
+        return line(State::error, Text(wanted).add(" is not offered"), "See its line of the check 'keys'");
+    return line(State::ok, Text(wanted).add(" is offered"), "");
+}
+
+} // namespace Kes::tool

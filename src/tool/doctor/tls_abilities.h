@@ -1,0 +1,35 @@
+#ifndef KES_TOOL_DOCTOR_TLS_ABILITIES_H_
+#define KES_TOOL_DOCTOR_TLS_ABILITIES_H_
+
+#include <string>
+#include <vector>
+
+#include "tool/doctor/checks.h"
+
+/// What TLS can do with the keys of a back-end.
+namespace Kes::tool {
+
+struct TlsAbilities {
+    bool has_tls12;
+    bool has_tls13;
+    std::string text; ///< versions and signature algorithms, as TLS names them
+};
+
+TlsAbilities tls_abilities(OsslScardCfg::CryptoIf crypto_if, const CertificateFacts& facts);
+
+/// The versions that OpenSSL uses unless the client sets others; 0 for no limit.
+struct TlsDefaults {
+    int min_version;
+    int max_version;
+};
+
+/// Reads them from a new SSL_CTX, to which OpenSSL has applied its configuration file.
+TlsDefaults read_tls_defaults();
+
+/// The lines of the report about the offered keys.
+Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys,
+                   const TlsDefaults& defaults);
+
+} // namespace Kes::tool
+
+#endif // KES_TOOL_DOCTOR_TLS_ABILITIES_H_

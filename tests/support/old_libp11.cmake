@@ -1,0 +1,18 @@
+# Creates the target old_libp11: a test double of a libp11 before 0.4.12. It has all functions that the library calls, but not
+# the one that it looks for. Calling one of them ends the process. Sets old_libp11_dir to the folder of its file libp11.so.3.
+set(old_libp11_dir ${PROJECT_BINARY_DIR}/tests/old_libp11)
+if(NOT TARGET old_libp11)
+    file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/libp11.def lines REGEX "^    ")
+    set(source "#include <stdlib.h>\n")
+    foreach(line IN LISTS lines)
+        string(STRIP ${line} function)
+        if(NOT function STREQUAL PKCS11_update_slots)
+            string(APPEND source "void ${function}(void);\nvoid ${function}(void) { abort(); }\n")
+        endif()
+    endforeach()
+    file(CONFIGURE OUTPUT ${old_libp11_dir}/old_libp11.c CONTENT "${source}")
+    file(CONFIGURE OUTPUT ${old_libp11_dir}/old_libp11.map CONTENT "LIBP11_3 { global: *; };\n")
+    add_library(old_libp11 SHARED ${old_libp11_dir}/old_libp11.c)
+    set_target_properties(old_libp11 PROPERTIES OUTPUT_NAME p11 SOVERSION 3 LIBRARY_OUTPUT_DIRECTORY ${old_libp11_dir})
+    target_link_options(old_libp11 PRIVATE -Wl,--version-script=${old_libp11_dir}/old_libp11.map)
+endif()

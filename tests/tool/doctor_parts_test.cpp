@@ -1,0 +1,162 @@
+// Parts of the command doctor that a whole run on this system cannot reach.
+#include <gtest/gtest.h>
+#include <openssl/ssl.h>
+#include <regex>
+#include <stdexcept>
+
+#include "support/support.h"
+#include "tool/doctor/checks.h"
+#include "tool/doctor/libp11_versions.h"
+#include "tool/doctor/tls_abilities.h"
+
+namespace Kes::test {
+namespace {
+
+using tool::Finding;
+using tool::Findings;
+using tool::Link;
+using tool::State;
+
+std::string text_of(const Finding& finding) {
+    return std::string(to_string(finding.state)) + " " + finding.check + ": " +
+           finding.finding.str(tool::Names::shown) + " | " + finding.remedy.str(tool::Names::shown);
+}
+
+Lines texts_of(const Findings& findings) {
+    Lines lines;
+    for (const Finding& finding : findings)
+        lines.push_back(text_of(finding));
+    return lines;
+}
+
+/// The rows of the table in the documents as "version|system|limits|recommendation", without links.
+Lines rows_of_document() {
+    Lines rows;
+    for (const std::string& line : split_lines(read_text(MARVO_LIBP11_TABLE))) {
+        std::smatch cells;
+        const std::regex row(R"(\| (0\.4\.\d+) \| (\w+)[^|]*\|[^|]*\| ([^|]*) \| ([^|]*) \|)");
+        if (!std::regex_match(line, cells, row)) continue;
+        std::string text = cells.str(1) + "|" + cells.str(2) + "|" + cells.str(3) + "|" + cells.str(4);
+        text = std::regex_replace(text, std::regex(R"(\[([^\]]*)\]\([^)]*\))"), "$1");
+        rows.push_back(std::regex_replace(text, std::regex("`"), ""));
+    }
+    return rows;
+}
+
+TEST(Libp11VersionTest, TableIsThatOfTheDocument) {
+    Lines rows;
+    for (const auto& row : tool::libp11_versions())
+        rows.push_back(std::string(row.version) + "|" + row.system + "|" + row.limits + "|" +
+                       row.recommendation);
+    EXPECT_EQ(as_text(rows), as_text(rows_of_document()));
+}
+
+TEST(Libp11VersionTest, VersionThatIsKnownToFailIsAnError) {
+    EXPECT_EQ(
+        text_of(tool::judge_libp11("0.4.14", "Windows", "C:\\libp11.dll")),
+        "error libp11 version: C:\\libp11.dll is libp11 0.4.14; its limits: crashes, or fails to sign, when "
+        "several threads sign; without this library too; recommendation: do not use | Install a version that "
+        "the table in libp11.md recommends");
+}
+
+TEST(Libp11VersionTest, VersionThatWasNotTestedOnThisSystemIsAWarning) {
+    EXPECT_EQ(text_of(tool::judge_libp11("0.4.14", "Linux", "/lib/libp11.so.3")),
+              "warning libp11 version: /lib/libp11.so.3 is libp11 0.4.14, which was not tested on Linux | "
+              "Compare it "
+              "with the table in libp11.md of the documents");
+}
+
+TEST(Libp11VersionTest, UnknownVersionIsANote) {
+    EXPECT_EQ(
+        text_of(tool::judge_libp11("", "Linux", "/lib/libp11.so.3")),
+        "note libp11 version: /lib/libp11.so.3 has an unknown version, 0.4.12 or later | Compare it with the "
+        "table in libp11.md of the documents");
+}
+
+tool::SurveyedKey offered_key(const std::string& type, const std::string& curve = "") {
+    tool::SurveyedKey key;
+    key.id = "container";
+    key.is_offered = true;
+    key.certificate = tool::CertificateFacts();
+    key.certificate->key_type = type;
+    key.certificate->curve = curve;
+    return key;
+}
+
+const std::string limit =
+    " | Let the client limit itself to TLS 1.2 by SSL_CTX_set_max_proto_version(), and to RSA "
+    "with PKCS#1 by SSL_CTX_set1_client_sigalgs_list()";
+const std::string capi_rsa = "ok TLS: the key container can serve TLS 1.2 only, with rsa_pkcs1_sha256, "
+                             "rsa_pkcs1_sha384 and rsa_pkcs1_sha512 | ";
+
+TEST(DoctorTlsTest, Tls13WithCryptoApiIsReported) {
+    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA")}, {0, 0})),
+              (Lines{capi_rsa,
+                     "warning TLS: OpenSSL's defaults allow TLS 1.3, which the keys of this back-end cannot "
+                     "serve" +
+                         limit}));
+    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi_store, {offered_key("RSA")}, {TLS1_3_VERSION, 0})),
+              (Lines{capi_rsa,
+                     "error TLS: openssl.cnf demands TLS 1.3, which the keys of this back-end cannot serve | "
+                     "Remove MinProtocol from openssl.cnf, or use the back-end pkcs11"}));
+    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA")}, {0, TLS1_2_VERSION})),
+              Lines{capi_rsa});
+}
+
+TEST(DoctorTlsTest, CurveDecidesAboutTls13) {
+    EXPECT_EQ(
+        texts_of(tool::judge_tls(OsslScardCfg::pkcs11,
+                                 {offered_key("EC", "secp384r1"), offered_key("EC", "brainpoolP256r1")},
+                                 {0, 0})),
+        (Lines{"ok TLS: the key container can serve TLS 1.2 and 1.3 with ecdsa_secp384r1_sha384 | ",
+               "ok TLS: the key container can serve TLS 1.2 only, because TLS 1.3 has no signatures with "
+               "brainpoolP256r1 | "}));
+}
+
+TEST(DoctorTlsTest, EcKeyWithCryptoApiIsAnError) {
+    EXPECT_EQ(
+        texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("EC", "prime256v1")}, {0, TLS1_2_VERSION})),
+        Lines{"error TLS: the key container can serve no TLS: this back-end cannot use keys of the type EC | "
+              "Use "
+              "an RSA key, or the back-end pkcs11"});
+}
+
+Findings succeed(tool::Context&) { return {{State::ok, Link::client, "good", "fine", ""}}; }
+Findings fail(tool::Context&) { throw std::runtime_error("first\nsecond"); }
+Findings fail_strangely(tool::Context&) { throw 1; } // NOLINT(misc-throw-by-value-catch-by-reference)
+
+TEST(DoctorCheckTest, CheckThatThrowsBecomesALineAndLaterChecksRun) {
+    const std::vector<tool::Check> checks{{"bad", Link::engine, {}, fail},
+                                          {"strange", Link::engine, {}, fail_strangely},
+                                          {"depends", Link::card, {"bad"}, succeed},
+                                          {"good", Link::client, {}, succeed},
+                                          {"chain", Link::card, {"depends"}, succeed}};
+    const tool::SettingOptions settings;
+    const tool::PinOptions pin;
+    tool::Context context({settings, pin, false, ""});
+    Lines reported;
+    const Findings all = tool::run_checks(
+        checks, context, [&](const Finding& finding) { reported.push_back(text_of(finding)); });
+    const std::string report = " | Report this line to the developers of marvo if you cannot explain it";
+    EXPECT_EQ(reported,
+              (Lines{"error bad: this check failed: first; second" + report,
+                     "error strange: this check failed: unknown exception" + report,
+                     "skipped depends: not checked because of the check 'bad' | ", "ok good: fine | ",
+                     "skipped chain: not checked because of the check 'depends' | "}));
+    EXPECT_EQ(texts_of(all), reported);
+}
+
+TEST(DoctorCheckTest, ErrorTextBecomesOneLine) {
+    EXPECT_EQ(
+        tool::one_line(
+            "libp11_helper:190 f(): failed: rc=-1\n"
+            "40BE8BD2947F0000:error:408000A0:PKCS#11 module:ERR_CKR_error:PIN incorrect:p11_slot.c:208:\n"
+            "40BE8BD2947F0000:error:12800067:DSO support routines:dlfcn_load:could not load the shared "
+            "library:dso.c:118:filename(C:\\a b.dll)\r\n"),
+        "libp11_helper:190 f(): failed: rc=-1; PKCS#11 module: PIN incorrect; DSO support routines: could "
+        "not load "
+        "the shared library: filename(C:\\a b.dll)");
+}
+
+} // namespace
+} // namespace Kes::test
