@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "json_schema.h"
 #include "tool_run.h"
 
 namespace Kes::test {
@@ -39,6 +40,7 @@ TEST(CommandLineTest, JsonStartsWithSchemaAndCommand) {
     EXPECT_EQ(run.status, 0);
     EXPECT_TRUE(run.output.starts_with("{\n  \"schema\": 1,\n  \"command\": \"version\",\n")) << run.output;
     EXPECT_EQ(run.json()["marvo"], MARVO_VERSION);
+    EXPECT_EQ(schema_violations("version", run.output), "");
 }
 
 } // namespace
