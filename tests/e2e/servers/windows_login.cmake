@@ -1,10 +1,11 @@
-# The example programs for Windows under Wine: the pkcs11 back-end with its test doubles, and the CryptoAPI back-ends with
-# the test card of the CSP test double.
+# The example programs and the program marvo for Windows under Wine: the pkcs11 back-end with its test doubles, and the
+# CryptoAPI back-ends with the test card of the CSP test double.
 add_executable(kes_windows_login_tests
     windows_capi.cpp
     windows_capi_login_test.cpp
     windows_capi_settings_test.cpp
     windows_first_clients_test.cpp
+    windows_list_test.cpp
     windows_login_test.cpp
     windows_program.cpp
     ${PROJECT_SOURCE_DIR}/tests/support/test_card.cpp)
