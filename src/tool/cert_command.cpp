@@ -1,0 +1,65 @@
+#include <memory>
+#include <stdexcept>
+
+#include <openssl/pem.h>
+
+#include "tool/binary_output.h"
+#include "tool/commands.h"
+#include "tool/output_file.h"
+#include "tool/selected_key.h"
+#include "utils/ossl_helper.h"
+
+namespace Kes::tool {
+namespace {
+
+struct CertOptions {
+    KeyOption key;
+    std::string file;
+    std::string format = "pem";
+    bool may_overwrite = false;
+};
+
+std::string encode(X509* certificate, bool as_der) {
+    const BioPtr bytes(::BIO_new(::BIO_s_mem()));
+    const int result =
+        as_der ? ::i2d_X509_bio(bytes.get(), certificate) : ::PEM_write_bio_X509(bytes.get(), certificate);
+    if (result != 1) throw std::runtime_error("OpenSSL cannot encode the certificate");
+    const char* first = nullptr;
+    const long length = ::BIO_get_mem_data(bytes.get(), &first);
+    return std::string(first, static_cast<std::size_t>(length));
+}
+
+ExitStatus print_certificate(const Command& command, const CertOptions& options) {
+    const SelectedKey key(command, options.key.id());
+    const std::string bytes = encode(key.certificate(), options.format == "der");
+    if (!options.file.empty()) write_file(options.file, bytes, options.may_overwrite);
+    if (command.as_json) {
+        print_json(command,
+                   {{"key", {{"name", key.name()}, {"id", key.id()}, {"type", key.type()}}},
+                    {"subject", OsslHelper::cert_name_to_str(key.certificate(), OsslHelper::subject)},
+                    {"issuer", OsslHelper::cert_name_to_str(key.certificate(), OsslHelper::issuer)},
+                    {"pem", encode(key.certificate(), false)},
+                    {"file", options.file}});
+    } else if (options.file.empty()) {
+        print_bytes(bytes);
+    }
+    return ExitStatus::success;
+}
+
+} // namespace
+
+void create_cert_command(CLI::App& program, Command& command) {
+    command.name = "cert";
+    CLI::App* app = command.add_to(program, "Print or save the certificate of a key");
+    const auto options = std::make_shared<CertOptions>();
+    options->key.add_to(*app);
+    command.pin.add_to(*app);
+    app->add_option("--out", options->file, "Save the certificate in this file")->type_name("FILE");
+    app->add_option("--format", options->format, "pem or der (default: pem)")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"pem", "der"}));
+    app->add_flag("--force", options->may_overwrite, "Overwrite an existing file");
+    command.action = [&command, options] { return print_certificate(command, *options); };
+}
+
+} // namespace Kes::tool

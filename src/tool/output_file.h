@@ -1,0 +1,15 @@
+#ifndef KES_TOOL_OUTPUT_FILE_H_
+#define KES_TOOL_OUTPUT_FILE_H_
+
+#include <string>
+
+namespace Kes::tool {
+
+/// Writes a new file.
+/// @param may_overwrite  whether an existing file may be replaced
+/// @throws std::runtime_error if the file exists or cannot be written
+void write_file(const std::string& name, const std::string& bytes, bool may_overwrite);
+
+} // namespace Kes::tool
+
+#endif // KES_TOOL_OUTPUT_FILE_H_

@@ -1,0 +1,149 @@
+// The commands that load a key: sign and cert.
+#include <fstream>
+#include <gtest/gtest.h>
+
+#include "support/certificates.h"
+#include "support/file_tokens.h"
+#include "tool_run.h"
+
+namespace Kes::test {
+namespace {
+
+class KeyCommandTest : public testing::Test {
+protected:
+    KeyCommandTest() { token.add("01", "ck", "rsa", "My key"); }
+
+    /// Runs a command with the token's PIN.
+    ToolRun run(std::vector<std::string> arguments) const {
+        const std::vector<std::string> settings{"--backend",          "pkcs11",        "--module",
+                                                FileTokens::module(), "--engine",      MARVO_TOOL_ENGINE,
+                                                "--pin-env",          "MARVO_TEST_PIN"};
+        arguments.insert(arguments.end(), settings.begin(), settings.end());
+        const EnvVar pin("MARVO_TEST_PIN", file_token_pin);
+        return run_tool(arguments);
+    }
+
+    FileTokens tokens;
+    FileToken token = tokens.add_token("reader");
+    const TempDir dir;
+};
+
+TEST_F(KeyCommandTest, SignVerifiesEachAlgorithmOfAnRsaKey) {
+    const ToolRun result = run({"sign", "--json"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    const auto json = result.json();
+    EXPECT_EQ(json["command"], "sign");
+    EXPECT_TRUE(json["success"]);
+    EXPECT_EQ(json["key"], nlohmann::json({{"name", "Card 1: My key"}, {"id", "%01"}, {"type", "RSA 2048"}}));
+    Lines algorithms;
+    for (const auto& signature : json["signatures"]) {
+        algorithms.push_back(signature["algorithm"]);
+        EXPECT_EQ(signature["error"], "");
+        EXPECT_GT(signature["milliseconds"], 0);
+    }
+    EXPECT_EQ(algorithms,
+              (Lines{"rsa_pss_rsae_sha256", "rsa_pss_rsae_sha384", "rsa_pss_rsae_sha512", "rsa_pkcs1_sha256",
+                     "rsa_pkcs1_sha384", "rsa_pkcs1_sha512", "rsa_pkcs1_sha1"}));
+}
+
+TEST_F(KeyCommandTest, SignPrintsOneLineForEachAlgorithm) {
+    token.add("02", "ck", "ec", "EC key");
+    const ToolRun result = run({"sign", "--key", "%02"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    const Lines lines = split_lines(result.output);
+    ASSERT_EQ(lines.size(), 5U) << result.output;
+    EXPECT_EQ(lines[0], "key: Card 1: EC key (EC 256)");
+    EXPECT_TRUE(lines[1].starts_with("ecdsa_secp256r1_sha256: right, ")) << lines[1];
+    EXPECT_TRUE(lines[1].ends_with(" ms")) << lines[1];
+}
+
+TEST_F(KeyCommandTest, SignFailsWhenTheCertificateBelongsToAnotherKey) {
+    FileToken other = tokens.add_token("the reader after it");
+    other.add("01", "c", "encipher", "Another certificate");
+    std::filesystem::copy_file(other.folder() / "encipher.crt", token.folder() / "rsa.crt",
+                               std::filesystem::copy_options::overwrite_existing);
+    const ToolRun result = run({"sign"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("rsa_pkcs1_sha256: the certificate does not verify the signature\n"),
+              std::string::npos)
+        << result.output << result.errors;
+}
+
+TEST_F(KeyCommandTest, SignReportsWhatTheCardCannotDo) {
+    token.set("mechanisms", "rsa_pkcs");
+    const ToolRun result = run({"sign"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("rsa_pss_rsae_sha256: cannot sign: "), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("rsa_pkcs1_sha256: right, "), std::string::npos) << result.output;
+}
+
+TEST_F(KeyCommandTest, SeveralKeysNeedAChoice) {
+    token.add("02", "ck", "ec", "EC key");
+    const ToolRun result = run({"sign"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "marvo sign: there are several keys; choose one of them:\n"
+                             "  --key %01  Card 1: My key\n  --key %02  Card 1: EC key\n");
+}
+
+TEST_F(KeyCommandTest, UnknownKeyIsNamedWithThoseThatExist) {
+    const ToolRun result = run({"cert", "--key", "%07"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "marvo cert: the library offers no key with the id %07, but these:\n"
+                             "  --key %01  Card 1: My key\n");
+}
+
+TEST_F(KeyCommandTest, TokenWithoutKeyIsReported) {
+    tokens.add_token("a reader before it");
+    const ToolRun result = run({"cert"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "marvo cert: the library offers no key; \"marvo list\" says why\n");
+}
+
+TEST_F(KeyCommandTest, CertPrintsPem) {
+    const ToolRun result = run({"cert"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    std::ofstream(dir.file("printed")) << result.output;
+    EXPECT_EQ(der_of(read_pem_certificate(dir.file("printed")).get()),
+              der_of(read_pem_certificate(token.folder() / "rsa.crt").get()));
+}
+
+TEST_F(KeyCommandTest, CertSavesDerAndDoesNotOverwriteIt) {
+    const std::string file = dir.file("saved");
+    const ToolRun first = run({"cert", "--format", "der", "--out", file});
+    EXPECT_EQ(first.status, 0) << first.errors;
+    EXPECT_EQ(first.output, "");
+    EXPECT_EQ(read_bytes(file), der_of(read_pem_certificate(token.folder() / "rsa.crt").get()));
+    const ToolRun second = run({"cert", "--out", file});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors, "marvo cert: the file " + file + " exists; --force overwrites it\n");
+    EXPECT_EQ(read_bytes(file), der_of(read_pem_certificate(token.folder() / "rsa.crt").get()));
+    EXPECT_EQ(run({"cert", "--force", "--out", file}).status, 0);
+    EXPECT_TRUE(read_file(file).starts_with("-----BEGIN CERTIFICATE-----"));
+}
+
+TEST_F(KeyCommandTest, CertReportsAFolderThatDoesNotExist) {
+    const std::string file = dir.file("absent/file");
+    EXPECT_EQ(run({"cert", "--out", file}).errors,
+              "marvo cert: cannot create the file " + file + ": No such file or directory\n");
+}
+
+TEST_F(KeyCommandTest, CertHasNamesAndPemInJson) {
+    const auto json = run({"cert", "--json"}).json();
+    EXPECT_NE(json["subject"].get<std::string>().find("Rita RSA"), std::string::npos);
+    EXPECT_NE(json["issuer"].get<std::string>().find("Test CA"), std::string::npos);
+    EXPECT_TRUE(json["pem"].get<std::string>().starts_with("-----BEGIN CERTIFICATE-----"));
+}
+
+TEST_F(KeyCommandTest, WrongPinIsTriedOnce) {
+    const EnvVar pin("MARVO_TEST_WRONG_PIN", "1");
+    token.set("tries", "3");
+    const ToolRun result = run_tool({"cert", "--backend", "pkcs11", "--module", FileTokens::module(),
+                                     "--engine", MARVO_TOOL_ENGINE, "--pin-env", "MARVO_TEST_WRONG_PIN"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find("PIN incorrect"), std::string::npos) << result.errors;
+    EXPECT_EQ(read_file((token.folder() / "tries_left").string()), "2\n");
+}
+
+} // namespace
+} // namespace Kes::test
