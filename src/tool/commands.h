@@ -10,6 +10,7 @@ namespace Kes::tool {
 void create_cert_command(CLI::App& program, Command& command);
 void create_doctor_command(CLI::App& program, Command& command);
 void create_list_command(CLI::App& program, Command& command);
+void create_login_command(CLI::App& program, Command& command);
 void create_sign_command(CLI::App& program, Command& command);
 void create_version_command(CLI::App& program, Command& command);
 
