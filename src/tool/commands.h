@@ -9,6 +9,7 @@ namespace Kes::tool {
 /// the program ends.
 void create_cert_command(CLI::App& program, Command& command);
 void create_doctor_command(CLI::App& program, Command& command);
+void create_env_command(CLI::App& program, Command& command);
 void create_list_command(CLI::App& program, Command& command);
 void create_login_command(CLI::App& program, Command& command);
 void create_sign_command(CLI::App& program, Command& command);
