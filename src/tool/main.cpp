@@ -8,8 +8,8 @@ namespace Kes::tool {
 namespace {
 
 using Create = void (*)(CLI::App&, Command&);
-constexpr std::array<Create, 7> creators{create_list_command,   create_doctor_command, create_sign_command,
-                                         create_cert_command,   create_login_command,  create_env_command,
+constexpr std::array<Create, 7> creators{create_list_command,   create_doctor_command, create_login_command,
+                                         create_sign_command,   create_cert_command,   create_env_command,
                                          create_version_command};
 
 /// Prints what CLI11 has to say: help and the version to standard output, errors to standard error.

@@ -6,6 +6,7 @@
 #include <openssl/pem.h>
 #include <regex>
 
+#include "support/process.h"
 #include "utils/ossl_ptr.h"
 
 namespace Kes::test {
@@ -115,7 +116,7 @@ TEST_F(DoctorCardTest, SecondTokenIsReported) {
 }
 
 TEST_F(DoctorCardTest, MissingCardIsReported) {
-    std::filesystem::remove_all(token_.folder());
+    std::filesystem::remove(token_.folder() / "token"); // an empty reader
     EXPECT_EQ(mistakes(run()),
               Lines{"error   card: libp11_helper:140 Kes::Libp11Init::read_scard(): PKCS11_find_token() "
                     "failed: val=11 "
@@ -179,6 +180,17 @@ TEST_F(DoctorCardTest, JsonLeavesOutPersonalDataUnlessAsked) {
     for (const char* name : {"Rita", "0042", "Card 1"})
         EXPECT_NE(with.output.find(name), std::string::npos) << name;
     EXPECT_EQ(without.json()["findings"].size(), with.json()["findings"].size());
+}
+
+TEST_F(DoctorCardTest, JsonFollowsItsSchema) {
+    token_.set("pin_locked", "1"); // for findings of several states
+    std::ofstream(dir_.file("json")) << run({"--json"}).output;
+    EXPECT_EQ(run_program({"/usr/bin/python3", "-c",
+                           "import json, sys, jsonschema\n"
+                           "schema, value = (json.load(open(name)) for name in sys.argv[1:])\n"
+                           "jsonschema.validate(value, schema)\n",
+                           MARVO_DOCTOR_SCHEMA, dir_.file("json")}),
+              "");
 }
 
 } // namespace

@@ -3,6 +3,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <unistd.h>
+
+#include "support/process.h"
 
 namespace Kes::test {
 namespace {
@@ -141,6 +144,35 @@ TEST_F(DoctorTest, FileInPlaceOfTheFolderOfTheLogIsReported) {
     set("logfile", dir_.file("file/log"));
     EXPECT_EQ(mistakes(run()),
               Lines{"error   log file: " + dir_.file("file") + " is no folder." + other_log});
+}
+
+/// Root may write everywhere, unless the program loses its capabilities.
+ToolRun run_without_capabilities() {
+    const TempDir dir;
+    std::vector<std::string> command{"/bin/sh", "-c", R"(exec "$@" >"$0")", dir.file("output")};
+    if (::geteuid() == 0) command.insert(command.end(), {"setpriv", "--bounding-set=-all"});
+    command.insert(command.end(), {MARVO_TOOL_PROGRAM, "doctor"});
+    Process process(command, dir.file("errors"));
+    const int status = process.wait();
+    return {status, read_file(dir.file("output")), read_file(dir.file("errors"))};
+}
+
+TEST_F(DoctorTest, FolderOfTheLogWithoutWriteAccessIsReported) {
+    std::filesystem::create_directory(dir_.file("logs"));
+    std::filesystem::permissions(dir_.file("logs"), std::filesystem::perms(0555));
+    set("logfile", dir_.file("logs/log"));
+    EXPECT_EQ(mistakes(run_without_capabilities()),
+              Lines{"error   log file: this user may not create files in the folder " + dir_.file("logs") +
+                    "." + other_log});
+}
+
+TEST_F(DoctorTest, LogFileWithoutWriteAccessIsReported) {
+    std::ofstream(dir_.file("old")) << "text";
+    std::filesystem::permissions(dir_.file("old"), std::filesystem::perms(0444));
+    set("logfile", dir_.file("old"));
+    EXPECT_EQ(
+        mistakes(run_without_capabilities()),
+        Lines{"error   log file: this user may not write to the file " + dir_.file("old") + "." + other_log});
 }
 
 TEST_F(DoctorTest, EngineOfOpensslConfigurationIsReported) {

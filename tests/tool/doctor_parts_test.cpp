@@ -1,13 +1,13 @@
 // Parts of the command doctor that a whole run on this system cannot reach.
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
-#include <regex>
 #include <stdexcept>
 
 #include "support/support.h"
 #include "tool/doctor/checks.h"
-#include "tool/doctor/libp11_versions.h"
 #include "tool/doctor/tls_abilities.h"
+#include "tool/pin_options.h"
+#include "tool/setting_options.h"
 
 namespace Kes::test {
 namespace {
@@ -27,50 +27,6 @@ Lines texts_of(const Findings& findings) {
     for (const Finding& finding : findings)
         lines.push_back(text_of(finding));
     return lines;
-}
-
-/// The rows of the table in the documents as "version|system|limits|recommendation", without links.
-Lines rows_of_document() {
-    Lines rows;
-    for (const std::string& line : split_lines(read_text(MARVO_LIBP11_TABLE))) {
-        std::smatch cells;
-        const std::regex row(R"(\| (0\.4\.\d+) \| (\w+)[^|]*\|[^|]*\| ([^|]*) \| ([^|]*) \|)");
-        if (!std::regex_match(line, cells, row)) continue;
-        std::string text = cells.str(1) + "|" + cells.str(2) + "|" + cells.str(3) + "|" + cells.str(4);
-        text = std::regex_replace(text, std::regex(R"(\[([^\]]*)\]\([^)]*\))"), "$1");
-        rows.push_back(std::regex_replace(text, std::regex("`"), ""));
-    }
-    return rows;
-}
-
-TEST(Libp11VersionTest, TableIsThatOfTheDocument) {
-    Lines rows;
-    for (const auto& row : tool::libp11_versions())
-        rows.push_back(std::string(row.version) + "|" + row.system + "|" + row.limits + "|" +
-                       row.recommendation);
-    EXPECT_EQ(as_text(rows), as_text(rows_of_document()));
-}
-
-TEST(Libp11VersionTest, VersionThatIsKnownToFailIsAnError) {
-    EXPECT_EQ(
-        text_of(tool::judge_libp11("0.4.14", "Windows", "C:\\libp11.dll")),
-        "error libp11 version: C:\\libp11.dll is libp11 0.4.14; its limits: crashes, or fails to sign, when "
-        "several threads sign; without this library too; recommendation: do not use | Install a version that "
-        "the table in libp11.md recommends");
-}
-
-TEST(Libp11VersionTest, VersionThatWasNotTestedOnThisSystemIsAWarning) {
-    EXPECT_EQ(text_of(tool::judge_libp11("0.4.14", "Linux", "/lib/libp11.so.3")),
-              "warning libp11 version: /lib/libp11.so.3 is libp11 0.4.14, which was not tested on Linux | "
-              "Compare it "
-              "with the table in libp11.md of the documents");
-}
-
-TEST(Libp11VersionTest, UnknownVersionIsANote) {
-    EXPECT_EQ(
-        text_of(tool::judge_libp11("", "Linux", "/lib/libp11.so.3")),
-        "note libp11 version: /lib/libp11.so.3 has an unknown version, 0.4.12 or later | Compare it with the "
-        "table in libp11.md of the documents");
 }
 
 tool::SurveyedKey offered_key(const std::string& type, const std::string& curve = "") {
