@@ -1,9 +1,14 @@
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <iostream>
 #include <memory>
 
+#include "manager/build_info.h"
 #include "tool/commands.h"
 #include "tool/doctor/checks.h"
+#include "tool/doctor/html_page.h"
+#include "utils/platform.h"
 
 namespace Kes::tool {
 namespace {
@@ -11,7 +16,11 @@ namespace {
 struct DoctorOptions {
     bool login = false;
     bool with_names = false;
+    bool force = false;
+    std::string html_file;
     std::string key_id;
+
+    Names names() const { return with_names ? Names::shown : Names::left_out; }
 };
 
 /// A sentence on one line. Values from elsewhere may contain control characters.
@@ -46,12 +55,29 @@ Json to_json(const Findings& findings, Names names) {
     return array;
 }
 
+/// The current local time, such as "2024-03-05 09:07".
+std::string time_of_report() {
+    const platform::LocalTime now = platform::local_time();
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d", now.year, now.month, now.day,
+                  now.hour, now.minute);
+    return text.data();
+}
+
+void write_page(const Findings& findings, const DoctorOptions& options) {
+    const HtmlPageFacts facts{
+        .names = options.names(), .version = library_version(), .time = time_of_report()};
+    write_html_file(options.html_file, html_page(findings, facts));
+    std::cerr << "The report is in " << options.html_file << std::endl;
+}
+
 void print_counts(std::ptrdiff_t errors, std::ptrdiff_t warnings) {
     std::cout << errors << (errors == 1 ? " error, " : " errors, ") << warnings
               << (warnings == 1 ? " warning" : " warnings") << std::endl;
 }
 
 ExitStatus examine(const Command& command, const DoctorOptions& options) {
+    if (!options.html_file.empty()) require_new_html_file(options.html_file, options.force);
     Context context({.settings = command.settings,
                      .pin = command.pin,
                      .is_login_wanted = options.login || command.pin.is_given(),
@@ -63,13 +89,13 @@ ExitStatus examine(const Command& command, const DoctorOptions& options) {
     const std::ptrdiff_t errors = count(findings, State::error);
     const std::ptrdiff_t warnings = count(findings, State::warning);
     if (command.as_json)
-        print_json(command,
-                   {{"errors", errors},
-                    {"warnings", warnings},
-                    {"with_names", options.with_names},
-                    {"findings", to_json(findings, options.with_names ? Names::shown : Names::left_out)}});
+        print_json(command, {{"errors", errors},
+                             {"warnings", warnings},
+                             {"with_names", options.with_names},
+                             {"findings", to_json(findings, options.names())}});
     else
         print_counts(errors, warnings);
+    if (!options.html_file.empty()) write_page(findings, options);
     return errors == 0 ? ExitStatus::success : ExitStatus::errors_found;
 }
 
@@ -85,7 +111,12 @@ void create_doctor_command(CLI::App& program, Command& command) {
         ->group("PIN");
     app->add_option("--key", options->key_id, "Check the key that a client selects with this id")
         ->type_name("ID");
-    app->add_flag("--with-names", options->with_names, "With --json: do not leave out personal data");
+    CLI::Option* html = app->add_option("--html", options->html_file,
+                                        "Also write the report to FILE, as a page to send to support");
+    html->type_name("FILE");
+    app->add_flag("--force", options->force, "With --html: overwrite FILE")->needs(html);
+    app->add_flag("--with-names", options->with_names,
+                  "With --json or --html: do not leave out personal data");
     command.action = [&command, options] { return examine(command, *options); };
 }
 

@@ -1,0 +1,65 @@
+#include <fstream>
+#include <gtest/gtest.h>
+
+#include "support/support.h"
+#include "tool_run.h"
+
+namespace Kes::test {
+namespace {
+
+/// Runs of doctor with an engine and a PKCS#11 module that do not exist.
+class DoctorHtmlTest : public testing::Test {
+protected:
+    ToolRun run(std::vector<std::string> options) const {
+        options.insert(options.begin(),
+                       {"doctor", "--backend", "pkcs11", "--engine", dir_.file("absent-engine.so"),
+                        "--module", dir_.file("absent.so"), "--html", page_});
+        return run_tool(options);
+    }
+
+    const TempDir dir_;
+    const std::string page_ = dir_.file("report.html");
+};
+
+TEST_F(DoctorHtmlTest, PageShowsTheBrokenPart) {
+    const ToolRun result = run({});
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_EQ(result.errors, "The report is in " + page_ + "\n");
+    const std::string page = read_file(page_);
+    EXPECT_NE(page.find("Engine: error, the chain is broken here; Module: error; Card: skipped<"),
+              std::string::npos)
+        << page;
+    EXPECT_NE(page.find(dir_.file("absent.so")), std::string::npos);
+    EXPECT_NE(page.find("Made by marvo " MARVO_VERSION " on 20"), std::string::npos);
+}
+
+TEST_F(DoctorHtmlTest, PageIsWrittenBesidesJson) {
+    const ToolRun result = run({"--json"});
+    EXPECT_EQ(result.json()["command"], "doctor");
+    EXPECT_NE(read_file(page_), "");
+}
+
+TEST_F(DoctorHtmlTest, ExistingFileIsKeptWithoutForce) {
+    std::ofstream(page_) << "mine";
+    const ToolRun result = run({});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "") << "no check has run";
+    EXPECT_EQ(result.errors, "marvo doctor: the file '" + page_ + "' exists; --force overwrites it\n");
+    EXPECT_EQ(read_file(page_), "mine");
+}
+
+TEST_F(DoctorHtmlTest, ForceOverwritesTheFile) {
+    std::ofstream(page_) << "mine";
+    EXPECT_EQ(run({"--force"}).status, 3);
+    EXPECT_TRUE(read_file(page_).starts_with("<!DOCTYPE html>"));
+}
+
+TEST_F(DoctorHtmlTest, ForceWithoutAPageIsAUsageError) {
+    const ToolRun result = run_tool({"doctor", "--force"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.errors,
+              "--force requires --html\nRun with --help or --help-all for more information.\n");
+}
+
+} // namespace
+} // namespace Kes::test
