@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdio>
+#include <sstream>
 
 #include "tool/libp11_version_system.h"
 
@@ -39,7 +39,11 @@ using Numbers = std::array<int, 3>;
 /// The numbers of "0.4.12".
 Numbers numbers_of(const std::string& version) {
     Numbers numbers{};
-    std::sscanf(version.c_str(), "%d.%d.%d", &numbers[0], &numbers[1], &numbers[2]); // NOLINT(cert-err34-c)
+    std::istringstream text(version);
+    for (int& number : numbers) {
+        text >> number;
+        text.ignore(); // the dot
+    }
     return numbers;
 }
 
@@ -88,7 +92,7 @@ std::string Libp11Version::text() const {
 }
 
 Libp11Version read_libp11_version(const BinaryFile& file) {
-    const Libp11Version by_exports = from_exports(file);
+    Libp11Version by_exports = from_exports(file);
     if (by_exports.known == Known::earlier) return by_exports; // whatever the name says
     const Libp11Version stated = read_stated_version(file);
     return stated.known == Known::nothing ? by_exports : stated;

@@ -37,12 +37,11 @@ int severity(State state) {
 void draw_box(std::ostream& svg, const Layout& layout, const ChainPart& part, Point corner, bool is_broken) {
     const int middle = corner.x + layout.box_width / 2;
     const char* state = to_string(part.state);
-    svg << "<g class=\"" << state << "\"><rect class=\"box" << (is_broken ? " broken" : "") << "\" x=\""
-        << corner.x << "\" y=\"" << corner.y << "\" width=\"" << layout.box_width << "\" height=\""
-        << box_height << "\" rx=\"10\"/><use href=\"#state-" << state << "\" x=\"" << middle - 14 << "\" y=\""
-        << corner.y + 12 << "\" width=\"28\" height=\"28\"/><text x=\"" << middle << "\" y=\""
-        << corner.y + 64 << "\">" << part.name << "</text><text class=\"word\" x=\"" << middle << "\" y=\""
-        << corner.y + 90 << "\">"
+    svg << "<g class='" << state << "'><rect class='box" << (is_broken ? " broken" : "") << "' x='"
+        << corner.x << "' y='" << corner.y << "' width='" << layout.box_width << "' height='" << box_height
+        << "' rx='10'/><use href='#state-" << state << "' x='" << middle - 14 << "' y='" << corner.y + 12
+        << "' width='28' height='28'/><text x='" << middle << "' y='" << corner.y + 64 << "'>" << part.name
+        << "</text><text class='word' x='" << middle << "' y='" << corner.y + 90 << "'>"
         << (is_broken            ? "broken here"
             : part.lines.empty() ? "not checked"
                                  : state)
@@ -56,12 +55,12 @@ void draw_connector(std::ostream& svg, const Layout& layout, Point corner, const
                               : Point{corner.x - 4, corner.y + box_height / 2};
     const int length = is_tall ? layout.step_y - box_height - 8 : layout.step_x - layout.box_width - 8;
     const Point start = is_tall ? Point{end.x, end.y - length} : Point{end.x - length, end.y};
-    svg << "<path class=\"connector " << kind << "\" d=\"M" << start.x << ' ' << start.y << 'L' << end.x
-        << ' ' << end.y << "\"/>\n";
+    svg << "<path class='connector " << kind << "' d='M" << start.x << ' ' << start.y << 'L' << end.x << ' '
+        << end.y << "'/>\n";
     if (!is_broken) return;
     const Point middle{(start.x + end.x) / 2, (start.y + end.y) / 2};
-    svg << "<path class=\"cross\" d=\"M" << middle.x - 10 << ' ' << middle.y - 10 << "l20 20M"
-        << middle.x + 10 << ' ' << middle.y - 10 << "l-20 20\"/>\n";
+    svg << "<path class='cross' d='M" << middle.x - 10 << ' ' << middle.y - 10 << "l20 20M" << middle.x + 10
+        << ' ' << middle.y - 10 << "l-20 20'/>\n";
 }
 
 std::string description(const Chain& chain) {
@@ -77,11 +76,11 @@ std::string description(const Chain& chain) {
 
 void draw(std::ostream& svg, const Layout& layout, const Chain& chain) {
     const Point last = corner_of(layout, static_cast<int>(chain.parts.size()) - 1);
-    svg << "<svg class=\"" << layout.name << "\" role=\"img\" aria-labelledby=\"chain-" << layout.name
-        << "-title chain-" << layout.name << "-text\" viewBox=\"0 0 " << last.x + layout.box_width + margin
-        << ' ' << last.y + box_height + margin << "\">\n<title id=\"chain-" << layout.name
-        << "-title\">From the client program to the card</title>\n<desc id=\"chain-" << layout.name
-        << "-text\">" << description(chain) << "</desc>\n";
+    svg << "<svg class='" << layout.name << "' role='img' aria-labelledby='chain-" << layout.name
+        << "-title chain-" << layout.name << "-text' viewBox='0 0 " << last.x + layout.box_width + margin
+        << ' ' << last.y + box_height + margin << "'>\n<title id='chain-" << layout.name
+        << "-title'>From the client program to the card</title>\n<desc id='chain-" << layout.name << "-text'>"
+        << description(chain) << "</desc>\n";
     for (std::size_t i = 0; i < chain.parts.size(); ++i) {
         const Point corner = corner_of(layout, static_cast<int>(i));
         const bool is_broken = chain.broken == i;

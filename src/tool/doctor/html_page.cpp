@@ -25,27 +25,31 @@ std::string summary(const std::vector<Finding>& findings) {
 
 void write_head(std::ostream& page, const std::vector<Finding>& findings) {
     // The policy makes a browser refuse whatever a mistake in this program would let into the page.
-    page << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
-            "'unsafe-inline'\">\n<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-            "<meta name=\"color-scheme\" content=\"light dark\">\n<title>marvo doctor: "
+    page << R"(<!DOCTYPE html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<meta name="color-scheme" content="light dark">
+<title>marvo doctor: )"
          << summary(findings) << "</title>\n<style>\n"
          << html_style << "</style>\n</head>\n";
 }
 
 void write_line(std::ostream& page, const Finding& line, Names names) {
     const char* state = to_string(line.state);
-    page << "<div><dt class=\"state " << state << "\"><svg aria-hidden=\"true\"><use href=\"#state-" << state
-         << "\"/></svg>" << state << "</dt><dd><strong>" << html_escaped(line.check) << ":</strong> "
+    page << "<div><dt class='state " << state << "'><svg aria-hidden='true'><use href='#state-" << state
+         << "'/></svg>" << state << "</dt><dd><strong>" << html_escaped(line.check) << ":</strong> "
          << html_escaped(line.finding.str(names)) << "</dd>";
     if (!line.remedy.empty())
-        page << "<dd class=\"remedy\"><strong>Remedy:</strong> " << html_escaped(line.remedy.str(names))
+        page << "<dd class='remedy'><strong>Remedy:</strong> " << html_escaped(line.remedy.str(names))
              << "</dd>";
     page << "</div>\n";
 }
 
 void write_lines(std::ostream& page, const std::vector<const Finding*>& lines, Names names) {
-    page << "<dl class=\"lines\">\n";
+    page << "<dl class='lines'>\n";
     for (const Finding* line : lines)
         write_line(page, *line, names);
     page << "</dl>\n";
@@ -87,7 +91,7 @@ std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts&
     write_head(page, findings);
     page << "<body>\n"
          << html_symbols
-         << "<main>\n<h1>Smart-card login: state of the installation</h1>\n<p class=\"summary\">"
+         << "<main>\n<h1>Smart-card login: state of the installation</h1>\n<p class='summary'>"
          << summary(findings) << "</p>\n<figure>\n"
          << chain_pictures(chain) << "</figure>\n";
     write_mistakes(page, findings, facts.names);
