@@ -9,8 +9,8 @@
 
 namespace Kes::tool {
 
-/// Why a key and its certificate do not fit what a server accepts. The codes are unknown_issuer, no_algorithm,
-/// and those of certificate_warnings().
+/// Why a key and its certificate do not fit what a server accepts. The codes are unknown_issuer,
+/// no_algorithm, and those of certificate_warnings().
 /// @param report  with the server's request
 std::vector<CodedText> find_misfits(const LoginReport& report, const KeyAbilities& abilities,
                                     X509* certificate);
