@@ -134,8 +134,8 @@ TEST(ListTest, OtherTokensAreListedAsNotUsed) {
     EXPECT_EQ(found[0]["used"], true);
     EXPECT_FALSE(found[0].contains("reason"));
     for (const std::size_t i : {1U, 2U}) {
-        EXPECT_EQ(found[i]["used"], false);
-        EXPECT_EQ(found[i]["reason"], "not used, because the library takes the first token");
+        EXPECT_EQ(found[i].at("used"), false);
+        EXPECT_EQ(found[i].at("reason"), "not used, because the library takes the first token");
     }
 }
 

@@ -19,7 +19,7 @@ void TokenKeyReport::report_key(const PkoId& private_key, KeyVerdict verdict) {
 void TokenKeyReport::report_lone_certificates() const {
     for (const Certificate& certificate : certificates) {
         const PkoId& record = *certificate.record;
-        if (reported.count(record.cluster_name) != 0) continue;
+        if (reported.contains(record.cluster_name)) continue;
         const KeyVerdict verdict =
             record.key_usage ? key_verdict(filter.judge(*record.key_usage)) : KeyVerdict::no_key_usage;
         observer->found_lone_certificate({record, certificate.x509, record.key_usage.get(), verdict});
