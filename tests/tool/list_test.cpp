@@ -160,6 +160,7 @@ TEST(ListTest, LoginAsksForThePinOfTheTokenWithoutEcho) {
     Terminal terminal;
     terminal.start({MARVO_TOOL_PROGRAM, "list", "--login"});
     EXPECT_EQ(terminal.read_until(": "), "PIN of Card: ");
+    terminal.wait_until_echo_is_off();
     terminal.type(std::string(TokenFolder::pin) + "\n");
     const std::string output = terminal.read_to_end();
     EXPECT_EQ(output.find(TokenFolder::pin), std::string::npos) << output;
