@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "tool/binary_file_system.h"
 #include "utils/library_kind.h"
 
 namespace Kes::tool {

@@ -1,6 +1,7 @@
 #ifndef KES_TOOL_BINARY_FILE_H_
 #define KES_TOOL_BINARY_FILE_H_
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -60,6 +61,19 @@ struct BinaryFile {
 /// @param path  an absolute path
 /// @throws std::runtime_error if the file cannot be read
 BinaryFile inspect_file(const std::string& path);
+
+/// The parts of inspect_file() that binary_file_posix.cpp and binary_file_win.cpp implement.
+
+/// Reads everything except the dependencies from the file alone.
+/// @throws std::runtime_error if the file cannot be read
+BinaryFile read_binary_file(const std::string& path);
+
+/// Finds a library by the name that a dependent file gives it. Returns "" if the loader does not find it.
+using FindDependency = std::function<std::string(const std::string& name)>;
+
+/// How the loader would find the dependencies of this file. Returns no function if the loader rejects the
+/// file itself.
+FindDependency dependencies_of(const BinaryFile& file);
 
 } // namespace Kes::tool
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "tool/binary_file_system.h"
+#include "tool/binary_file.h"
 #include "tool/file_descriptor_posix.h"
 #include "tool/loader_posix.h"
 

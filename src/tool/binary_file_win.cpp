@@ -5,7 +5,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tool/binary_file_system.h"
+#include "tool/binary_file.h"
 #include "utils/load_diagnostics_win.h"
 #include "utils/windows_api.h"
 #include <imagehlp.h>

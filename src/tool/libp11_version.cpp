@@ -5,8 +5,6 @@
 #include <cctype>
 #include <sstream>
 
-#include "tool/libp11_version_system.h"
-
 namespace Kes::tool {
 namespace {
 

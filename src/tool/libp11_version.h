@@ -22,6 +22,10 @@ struct Libp11Version {
 
 Libp11Version read_libp11_version(const BinaryFile& file);
 
+/// The version that the file states apart from its exports. libp11_version_posix.cpp and
+/// libp11_version_win.cpp implement this function and this_system().
+Libp11Version read_stated_version(const BinaryFile& file);
+
 /// What the project knows about a version of libp11 on a system. docs/libp11.md contains the same table, which
 /// a test compares.
 struct Libp11Experience {
@@ -33,6 +37,9 @@ struct Libp11Experience {
     const char* recommendation;
     State state; ///< of a line about this version
 };
+
+/// The system whose rows of the table apply.
+Libp11Experience::System this_system();
 
 /// In the order of the document.
 std::span<const Libp11Experience> libp11_table();

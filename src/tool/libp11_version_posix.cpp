@@ -1,7 +1,7 @@
 #include <array>
 #include <filesystem>
 
-#include "tool/libp11_version_system.h"
+#include "tool/libp11_version.h"
 
 namespace Kes::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tool/libp11_version_system.h"
+#include "tool/libp11_version.h"
 
 namespace Kes::tool {
 
