@@ -137,6 +137,17 @@ TEST_F(DoctorCardTest, FilterThatRejectsEveryKeyIsReported) {
             "say how to change this."}));
 }
 
+TEST_F(DoctorCardTest, FailedScanIsReported) {
+    tokens_.fail({"C_FindObjectsInit=0x30"});
+    const ToolRun doctor = run();
+    EXPECT_EQ(mistakes(doctor),
+              Lines{"error   scan: pko_id_scanner_pkcs11_libp11:71 Kes::Pkcs11Libp11PkoIdScanner::scan(): "
+                    "PKCS11_enumerate_certs() failed: rc=-1; PKCS#11 module: Device error. Remedy: Look up "
+                    "the message "
+                    "in docs/messages.md."});
+    EXPECT_EQ(lines(doctor, "TLS"), Lines{"skipped TLS: not checked because of the check 'scan'."});
+}
+
 TEST_F(DoctorCardTest, KeyWithoutCertificateIsReported) {
     token_.add("02", "kp", "rsa", "Lone");
     EXPECT_EQ(

@@ -40,7 +40,8 @@ Findings check_flags(const TokenInfo& token) {
         findings.push_back(card_line(State::warning, "a wrong PIN was entered since the last login",
                                      "Log in with the right PIN, which resets the count"));
     if (token.is_initialized && token.is_login_required && !token.is_pin_set)
-        findings.push_back(card_line(State::error, "the token has no PIN for users", unlock));
+        findings.push_back(
+            card_line(State::warning, "the token reports that it has no PIN for users", unlock));
     if (token.must_pin_be_changed)
         findings.push_back(card_line(State::warning, "the PIN must be changed before the token can be used",
                                      "Change it with the tool of the card's maker"));

@@ -25,9 +25,10 @@ const std::array checks{
     Check{"libcrypto", Link::library, {}, check_libcrypto},
     Check{"card", Link::card, {"back-end", "libp11", "module"}, check_card},
     Check{"login", Link::card, {"card"}, check_login},
-    Check{"keys", Link::card, {"card", "login"}, check_keys},
-    Check{"key in effect", Link::client, {"card", "login"}, check_key_id},
-    Check{"TLS", Link::card, {"card", "login"}, check_tls},
+    Check{"scan", Link::card, {"card", "login"}, check_scan},
+    Check{"keys", Link::card, {"scan"}, check_keys},
+    Check{"key in effect", Link::client, {"scan"}, check_key_id},
+    Check{"TLS", Link::card, {"scan"}, check_tls},
 };
 
 Findings run_guarded(const Check& check, Context& context) {

@@ -53,6 +53,7 @@ Findings check_module_file(Context& context);
 Findings check_module(Context& context);
 Findings check_card(Context& context);
 Findings check_login(Context& context);
+Findings check_scan(Context& context);
 Findings check_keys(Context& context);
 Findings check_key_id(Context& context);
 Findings check_tls(Context& context);

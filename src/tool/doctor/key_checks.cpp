@@ -3,6 +3,7 @@
 
 #include "tool/doctor/checks.h"
 #include "tool/printable.h"
+#include "utils/error.h"
 
 namespace Kes::tool {
 namespace {
@@ -84,10 +85,19 @@ std::vector<SurveyedKey> candidate_keys(const KeySurvey& survey) {
     return keys;
 }
 
-Findings check_keys(Context& context) {
-    if (!context.survey)
+Findings check_scan(Context& context) {
+    if (context.survey) return {}; // the login has scanned the card
+    try {
         context.survey = survey_keys(context.backend(), context.settings(), context.is_pin_required, Pin());
-    const KeySurvey& survey = *context.survey;
+    } catch (const ErrorBase& error) {
+        return {{State::error, Link::card, "scan", one_line(error.what()),
+                 "Look up the message in docs/messages.md"}};
+    }
+    return {};
+}
+
+Findings check_keys(Context& context) {
+    const KeySurvey& survey = context.survey.value();
     const std::vector<SurveyedKey> keys = candidate_keys(survey);
     Findings findings = judge_all(context, keys);
     if (!survey.is_complete)

@@ -1,7 +1,6 @@
 #include "tool/doctor/loaded_files.h"
 
 #include <algorithm>
-#include <openssl/crypto.h>
 
 #include "utils/load_diagnostics_win.h"
 #include <psapi.h>
@@ -21,11 +20,9 @@ std::vector<std::string> loaded_files() {
 }
 
 std::string libcrypto_in_use() {
-    HMODULE library = nullptr;
-    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                             GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                         reinterpret_cast<const wchar_t*>(&::OpenSSL_version), &library);
-    return library_path(library);
+    // The address of a function would be that of the jump to it in this program.
+    HMODULE library = ::GetModuleHandleW(L"libcrypto-3-x64.dll");
+    return library == nullptr ? "this program" : library_path(library);
 }
 
 std::string libp11_in_use() {
