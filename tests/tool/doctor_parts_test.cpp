@@ -46,24 +46,26 @@ const std::string capi_rsa = "ok TLS: the key container can serve TLS 1.2 only, 
                              "rsa_pkcs1_sha384 and rsa_pkcs1_sha512 | ";
 
 TEST(DoctorTlsTest, Tls13WithCryptoApiIsReported) {
-    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA")}, {0, 0})),
-              (Lines{capi_rsa,
-                     "warning TLS: OpenSSL's defaults allow TLS 1.3, which the keys of this back-end cannot "
-                     "serve" +
-                         limit}));
-    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi_store, {offered_key("RSA")}, {TLS1_3_VERSION, 0})),
-              (Lines{capi_rsa,
-                     "error TLS: openssl.cnf demands TLS 1.3, which the keys of this back-end cannot serve | "
-                     "Remove MinProtocol from openssl.cnf, or use the back-end pkcs11"}));
-    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA")}, {0, TLS1_2_VERSION})),
-              Lines{capi_rsa});
+    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA")})), Lines{capi_rsa});
+    EXPECT_EQ(
+        texts_of(tool::judge_tls_defaults(OsslScardCfg::capi, {0, 0})),
+        Lines{
+            "warning TLS versions: OpenSSL's defaults allow TLS 1.3, which the keys of this back-end cannot "
+            "serve" +
+            limit});
+    EXPECT_EQ(
+        texts_of(tool::judge_tls_defaults(OsslScardCfg::capi_store, {TLS1_3_VERSION, 0})),
+        Lines{
+            "error TLS versions: openssl.cnf demands TLS 1.3, which the keys of this back-end cannot serve | "
+            "Remove MinProtocol from openssl.cnf, or use the back-end pkcs11"});
+    EXPECT_EQ(texts_of(tool::judge_tls_defaults(OsslScardCfg::capi, {0, TLS1_2_VERSION})), Lines{});
+    EXPECT_EQ(texts_of(tool::judge_tls_defaults(OsslScardCfg::pkcs11, {0, 0})), Lines{});
 }
 
 TEST(DoctorTlsTest, CurveDecidesAboutTls13) {
     EXPECT_EQ(
         texts_of(tool::judge_tls(OsslScardCfg::pkcs11,
-                                 {offered_key("EC", "secp384r1"), offered_key("EC", "brainpoolP256r1")},
-                                 {0, 0})),
+                                 {offered_key("EC", "secp384r1"), offered_key("EC", "brainpoolP256r1")})),
         (Lines{"ok TLS: the key container can serve TLS 1.2 and 1.3 with ecdsa_secp384r1_sha384 | ",
                "ok TLS: the key container can serve TLS 1.2 only, because TLS 1.3 has no signatures with "
                "brainpoolP256r1 | "}));
@@ -71,7 +73,7 @@ TEST(DoctorTlsTest, CurveDecidesAboutTls13) {
 
 TEST(DoctorTlsTest, EcKeyWithCryptoApiIsAnError) {
     EXPECT_EQ(
-        texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("EC", "prime256v1")}, {0, TLS1_2_VERSION})),
+        texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("EC", "prime256v1")})),
         Lines{"error TLS: the key container can serve no TLS: this back-end cannot use keys of the type EC | "
               "Use "
               "an RSA key, or the back-end pkcs11"});

@@ -13,6 +13,7 @@ const std::array checks{
     Check{"settings", Link::client, {}, check_settings},
     Check{"environment", Link::client, {}, check_variables},
     Check{"back-end", Link::client, {}, check_backend},
+    Check{"TLS versions", Link::client, {"back-end"}, check_tls_versions},
     Check{"log file", Link::client, {}, check_log},
     Check{"OpenSSL", Link::library, {}, check_openssl},
     Check{"openssl.cnf", Link::library, {}, check_openssl_config},

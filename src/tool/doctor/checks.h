@@ -57,6 +57,7 @@ Findings check_scan(Context& context);
 Findings check_keys(Context& context);
 Findings check_key_id(Context& context);
 Findings check_tls(Context& context);
+Findings check_tls_versions(Context& context);
 Findings check_log(Context& context);
 
 } // namespace Kes::tool

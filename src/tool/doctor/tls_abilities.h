@@ -27,8 +27,10 @@ struct TlsDefaults {
 TlsDefaults read_tls_defaults();
 
 /// The lines of the report about the offered keys.
-Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys,
-                   const TlsDefaults& defaults);
+Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys);
+
+/// The line about a version that the keys of the back-end cannot serve; none if all of them can be served.
+Findings judge_tls_defaults(OsslScardCfg::CryptoIf crypto_if, const TlsDefaults& defaults);
 
 } // namespace Kes::tool
 

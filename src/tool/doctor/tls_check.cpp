@@ -29,21 +29,6 @@ TlsAbilities abilities_of_ec(const std::string& curve) {
 
 using SslCtxPtr = std::unique_ptr<SSL_CTX, FreeWith<&::SSL_CTX_free>>;
 
-Findings judge_defaults(const TlsDefaults& defaults) {
-    const auto line = [](State state, const std::string& finding, const std::string& remedy) {
-        return Findings{{state, Link::client, "TLS", finding, remedy}};
-    };
-    if (defaults.min_version >= TLS1_3_VERSION)
-        return line(State::error, "openssl.cnf demands TLS 1.3, which the keys of this back-end cannot serve",
-                    "Remove MinProtocol from openssl.cnf, or use the back-end pkcs11");
-    if (defaults.max_version == 0 || defaults.max_version >= TLS1_3_VERSION)
-        return line(
-            State::warning, "OpenSSL's defaults allow TLS 1.3, which the keys of this back-end cannot serve",
-            "Let the client limit itself to TLS 1.2 by SSL_CTX_set_max_proto_version(), and to RSA with "
-            "PKCS#1 by SSL_CTX_set1_client_sigalgs_list()");
-    return {};
-}
-
 } // namespace
 
 TlsAbilities tls_abilities(OsslScardCfg::CryptoIf crypto_if, const CertificateFacts& facts) {
@@ -64,8 +49,7 @@ TlsDefaults read_tls_defaults() {
             static_cast<int>(SSL_CTX_get_max_proto_version(ctx.get()))};
 }
 
-Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys,
-                   const TlsDefaults& defaults) {
+Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys) {
     Findings findings;
     for (const SurveyedKey& key : keys) {
         if (!key.is_offered || !key.certificate) continue;
@@ -74,14 +58,31 @@ Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedK
                             "the key " + printable(key.id, 120) + " can serve " + abilities.text,
                             abilities.has_tls12 ? "" : "Use an RSA key, or the back-end pkcs11"});
     }
-    if (crypto_if == OsslScardCfg::pkcs11) return findings;
-    const Findings more = judge_defaults(defaults);
-    findings.insert(findings.end(), more.begin(), more.end());
     return findings;
 }
 
+Findings judge_tls_defaults(OsslScardCfg::CryptoIf crypto_if, const TlsDefaults& defaults) {
+    if (crypto_if == OsslScardCfg::pkcs11) return {};
+    const auto line = [](State state, const std::string& finding, const std::string& remedy) {
+        return Findings{{state, Link::client, "TLS versions", finding, remedy}};
+    };
+    if (defaults.min_version >= TLS1_3_VERSION)
+        return line(State::error, "openssl.cnf demands TLS 1.3, which the keys of this back-end cannot serve",
+                    "Remove MinProtocol from openssl.cnf, or use the back-end pkcs11");
+    if (defaults.max_version == 0 || defaults.max_version >= TLS1_3_VERSION)
+        return line(
+            State::warning, "OpenSSL's defaults allow TLS 1.3, which the keys of this back-end cannot serve",
+            "Let the client limit itself to TLS 1.2 by SSL_CTX_set_max_proto_version(), and to RSA with "
+            "PKCS#1 by SSL_CTX_set1_client_sigalgs_list()");
+    return {};
+}
+
 Findings check_tls(Context& context) {
-    return judge_tls(context.crypto_if(), candidate_keys(context.survey.value()), read_tls_defaults());
+    return judge_tls(context.crypto_if(), candidate_keys(context.survey.value()));
+}
+
+Findings check_tls_versions(Context& context) {
+    return judge_tls_defaults(context.crypto_if(), read_tls_defaults());
 }
 
 } // namespace Kes::tool
