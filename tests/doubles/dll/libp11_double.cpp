@@ -38,6 +38,7 @@ void describe(Libp11Slots& slots, const CardToken& card) {
     token.model = slots.keep(card.model);
     token.serialnr = slots.keep(card.serial);
     token.initialized = card.is_initialized ? 1 : 0;
+    token.userPinSet = 1;
     token.loginRequired = card.is_login_required ? 1 : 0;
     token.secureLogin = card.has_pin_pad ? 1 : 0;
     token.slot = &slots.slot;
