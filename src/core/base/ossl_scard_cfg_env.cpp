@@ -123,6 +123,7 @@ constexpr std::array<EnvSetting, 17> env_settings{{
 
 std::vector<EnvKey> list_env_keys() {
     std::vector<EnvKey> keys;
+    keys.reserve(env_settings.size());
     for (const EnvSetting& setting : env_settings)
         keys.push_back({setting.key, setting.setting, setting.value});
     return keys;
@@ -130,6 +131,7 @@ std::vector<EnvKey> list_env_keys() {
 
 std::vector<std::string> list_back_ends() {
     std::vector<std::string> names;
+    names.reserve(crypto_ifs.size());
     for (const auto value : crypto_ifs)
         names.push_back(crypto_if_name(value));
     return names;
