@@ -75,10 +75,10 @@ add_test(NAME sources.MessageCheckFindsEachDifference
 
 add_test(NAME scripts.SetupRequiresOnlyWhatItsArgumentsNeed
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/setup-test ${PROJECT_SOURCE_DIR}/tools/setup ${CMAKE_CURRENT_BINARY_DIR}/setup-test)
-if(TARGET tls_client AND NOT MARVO_SANITIZE)
+if(TARGET tls_client AND TARGET marvo_tool AND NOT MARVO_SANITIZE)
     add_test(NAME scripts.DemoLogsInOnLinuxBeforeItPreparesWindows
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/demo-test ${PROJECT_SOURCE_DIR} $<TARGET_FILE:tls_client>
-            ${CMAKE_CURRENT_BINARY_DIR}/demo-test)
+            $<TARGET_FILE:marvo_tool> ${CMAKE_CURRENT_BINARY_DIR}/demo-test)
     set_tests_properties(scripts.DemoLogsInOnLinuxBeforeItPreparesWindows PROPERTIES TIMEOUT 300)
 endif()
 
