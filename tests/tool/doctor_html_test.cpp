@@ -1,6 +1,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "json_schema.h"
 #include "support/support.h"
 #include "tool_run.h"
 
@@ -46,6 +47,13 @@ TEST_F(DoctorHtmlTest, ExistingFileIsKeptWithoutForce) {
     EXPECT_EQ(result.output, "") << "no check has run";
     EXPECT_EQ(result.errors, "marvo doctor: the file '" + page_ + "' exists; --force overwrites it\n");
     EXPECT_EQ(read_file(page_), "mine");
+}
+
+TEST_F(DoctorHtmlTest, JsonOfAFailureFollowsTheSchema) {
+    std::ofstream(page_) << "mine";
+    const ToolRun result = run({"--json"});
+    EXPECT_EQ(result.json()["error"], "the file '" + page_ + "' exists; --force overwrites it");
+    EXPECT_EQ(schema_violations("doctor", result.output), "");
 }
 
 TEST_F(DoctorHtmlTest, ForceOverwritesTheFile) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "json_schema.h"
 #include "support/process.h"
 #include "support/support.h"
 #include "tool_run.h"
@@ -58,6 +59,14 @@ TEST(EnvCommandTest, JsonListsVariablesAndMistakes) {
         nlohmann::json({{"name", "ossl_scard_cfg_crypto_if"}, {"value", "pkcs11"}, {"suggested", true}}));
     EXPECT_EQ(json["mistakes"][0]["variable"], "ossl_scard_cfg_logfile_append");
     EXPECT_EQ(json["mistakes"][0]["kind"], "value");
+}
+
+TEST(EnvCommandTest, JsonFollowsItsSchema) {
+    EXPECT_EQ(schema_violations("env", run_tool({"env", "--json"}).output), "");
+    const EnvVar misspelt("ossl_scard_cfg_crypto", "pkcs11");
+    const ToolRun run = run_tool({"env", "--json", "--set", "logfile_append=yes"});
+    EXPECT_EQ(run.json()["mistakes"].size(), 2U) << run.output;
+    EXPECT_EQ(schema_violations("env", run.output), "");
 }
 
 } // namespace

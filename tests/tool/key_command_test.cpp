@@ -1,7 +1,8 @@
-// The commands that load a key: sign and cert.
+// The commands that load a key: sign, cert, and login as far as it needs no server.
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "json_schema.h"
 #include "support/certificates.h"
 #include "support/file_tokens.h"
 #include "tool_run.h"
@@ -75,6 +76,35 @@ TEST_F(KeyCommandTest, SignReportsWhatTheCardCannotDo) {
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.output.find("rsa_pss_rsae_sha256: cannot sign: "), std::string::npos) << result.output;
     EXPECT_NE(result.output.find("rsa_pkcs1_sha256: right, "), std::string::npos) << result.output;
+}
+
+TEST_F(KeyCommandTest, JsonOfSignFollowsItsSchema) {
+    token.set("mechanisms", "rsa_pkcs");
+    const ToolRun result = run({"sign", "--json"});
+    EXPECT_FALSE(result.json()["signatures"][0]["success"]);
+    EXPECT_TRUE(result.json()["signatures"][3]["success"]);
+    EXPECT_EQ(schema_violations("sign", result.output), "");
+}
+
+TEST_F(KeyCommandTest, JsonOfCertFollowsItsSchema) {
+    EXPECT_EQ(schema_violations("cert", run({"cert", "--json"}).output), "");
+    const ToolRun saved = run({"cert", "--json", "--out", dir.file("saved")});
+    EXPECT_EQ(saved.json()["file"], dir.file("saved"));
+    EXPECT_EQ(schema_violations("cert", saved.output), "");
+}
+
+TEST_F(KeyCommandTest, JsonOfAFailureFollowsTheSchema) {
+    const std::vector<std::vector<std::string>> commands{{"sign"}, {"cert"}, {"login", "localhost:443"}};
+    for (std::vector<std::string> command : commands) {
+        command.insert(command.end(), {"--json", "--key", "%07"});
+        const ToolRun result = run(command);
+        EXPECT_EQ(result.status, 1);
+        const std::string error =
+            "the library offers no key with the id %07, but these:\n  --key %01  Card 1: My key";
+        EXPECT_EQ(result.json(), nlohmann::json({{"schema", 1}, {"command", command[0]}, {"error", error}}));
+        EXPECT_EQ(result.errors, "marvo " + command[0] + ": " + error + "\n");
+        EXPECT_EQ(schema_violations(command[0], result.output), "");
+    }
 }
 
 TEST_F(KeyCommandTest, SeveralKeysNeedAChoice) {
