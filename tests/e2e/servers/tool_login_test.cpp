@@ -3,6 +3,7 @@
 
 #include "card.h"
 #include "server.h"
+#include "tool/json_schema.h"
 #include "tool/tool_run.h"
 
 namespace Kes::test {
@@ -43,6 +44,7 @@ TEST_F(ToolLoginTest, NginxAcceptsTheKeyWithBothVersions) {
         EXPECT_EQ(json["misfits"], nlohmann::json::array());
         EXPECT_EQ(json["alert"], nullptr);
         EXPECT_EQ(json["answer"][0], "HTTP/1.1 200 OK");
+        EXPECT_EQ(schema_violations("login", run.output), "");
     }
 }
 
@@ -98,7 +100,9 @@ TEST_F(ToolLoginTest, UnknownIssuerIsNamed) {
 TEST_F(ToolLoginTest, WrongUsageIsAMisfit) {
     const Card card("ec:P-256", "/CN=Ada Lovelace", {"--ku", "keyEncipherment", "--eku", "serverAuth"});
     const auto server = create_server("openssl", card.server_setup());
-    const auto json = log_in(card, address(*server), {"--json", "--ca", card.ca_file()}).json();
+    const ToolRun run = log_in(card, address(*server), {"--json", "--ca", card.ca_file()});
+    const auto json = run.json();
+    EXPECT_EQ(schema_violations("login", run.output), "");
     EXPECT_EQ(json["alert"]["name"], "unsupported_certificate");
     ASSERT_EQ(json["misfits"].size(), 2U) << json;
     EXPECT_EQ(json["misfits"][0]["code"], "no_digital_signature");
@@ -142,6 +146,9 @@ TEST_F(ToolLoginTest, ClosedPortIsReported) {
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.output.find("\nlogin: failed: cannot connect to " + closed + ": "), std::string::npos)
         << run.output;
+    const ToolRun with_json = log_in(card, closed, {"--json", "--timeout", "2"});
+    EXPECT_EQ(with_json.json()["request"], nullptr);
+    EXPECT_EQ(schema_violations("login", with_json.output), "");
 }
 
 TEST_F(ToolLoginTest, AddressNeedsHostAndPort) {
