@@ -45,6 +45,15 @@ struct Verdict {
     std::string text;
 };
 
+/// Whether the answer is an HTTP status with which servers refuse a client certificate. nginx and others finish
+/// the handshake first.
+bool is_refusal(const std::string& answer) {
+    constexpr std::size_t status_offset = sizeof "HTTP/1.1 " - 1;
+    if (!answer.starts_with("HTTP/1.") || answer.size() < status_offset + 3) return false;
+    const std::string status = answer.substr(status_offset, 3);
+    return status == "400" || status == "401" || status == "403";
+}
+
 Verdict judge(const LoginReport& report) {
     if (!report.error.empty()) return {false, "failed: " + report.error};
     if (!report.request)
@@ -54,6 +63,9 @@ Verdict judge(const LoginReport& report) {
     if (report.protocol >= TLS1_3_VERSION && report.answer.empty())
         return {false,
                 "unknown: the server sent no answer, which would show whether it accepts the certificate"};
+    if (is_refusal(report.answer))
+        return {false, "refused: the handshake succeeded, but the server answered with " +
+                           printable(report.answer.substr(0, report.answer.find_first_of("\r\n")), 80)};
     return {true, "succeeded"};
 }
 

@@ -68,6 +68,17 @@ TEST_F(ToolLoginTest, TextShowsTheSameFacts) {
     EXPECT_EQ(run.errors, "");
 }
 
+TEST_F(ToolLoginTest, ErrorPageOfNginxIsARefusal) {
+    const Card card("rsa:2048", "/CN=Ada Lovelace", {"--expired"});
+    const auto server = create_server("nginx", card.server_setup());
+    const ToolRun run = log_in(card, address(*server), {"--json", "--ca", card.ca_file()});
+    EXPECT_EQ(run.status, 1) << run.output << run.errors;
+    EXPECT_FALSE(run.json()["success"]);
+    EXPECT_EQ(run.json()["verdict"],
+              "refused: the handshake succeeded, but the server answered with HTTP/1.1 400 Bad Request");
+    EXPECT_EQ(schema_violations("login", run.output), "");
+}
+
 TEST_F(ToolLoginTest, AlertOfAnExpiredCertificateIsExplained) {
     const Card card("ec:P-256", "/CN=Ada Lovelace", {"--expired"});
     const auto server = create_server("openssl", card.server_setup());
