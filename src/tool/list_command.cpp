@@ -5,6 +5,7 @@
 #include "manager/key_backends.h"
 #include "tool/commands.h"
 #include "tool/list_result.h"
+#include "tool/printable.h"
 
 namespace Kes::tool {
 namespace {

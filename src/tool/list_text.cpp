@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "tool/list_result.h"
+#include "tool/printable.h"
 
 namespace Kes::tool {
 namespace {

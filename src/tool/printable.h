@@ -1,13 +1,17 @@
 #ifndef KES_TOOL_PRINTABLE_H_
 #define KES_TOOL_PRINTABLE_H_
 
+#include <cstddef>
 #include <string>
 
 namespace Kes::tool {
 
-/// A text from elsewhere, safe to print on a terminal: control characters and bytes that are not valid UTF-8
-/// become \n, \t or \x1b, a backslash becomes two, and a text that is too long ends with "...".
-/// @param most  the number of bytes of the text to use
+/// A text from a card or a file as it may be printed on a terminal: control characters, characters that change
+/// the direction of the text, and bytes that are not UTF-8 become "\xNN" for each byte.
+std::string printable(const std::string& text);
+
+/// The same for the start of a text. If the text has more bytes, the result ends with "...".
+/// @param most  the number of bytes of the text to use; a character is not cut
 std::string printable(const std::string& text, std::size_t most);
 
 } // namespace Kes::tool

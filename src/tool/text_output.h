@@ -10,10 +10,6 @@ namespace Kes::tool {
 /// The columns that a line of output may have.
 constexpr std::size_t max_columns = 100;
 
-/// A text from a card or a file as it may be printed on a terminal: control characters, characters that change
-/// the direction of the text, and bytes that are not UTF-8 become "\xNN" for each byte.
-std::string printable(const std::string& text);
-
 /// The columns of a text, if each character needs one.
 std::size_t columns_of(const std::string& text);
 
