@@ -9,7 +9,7 @@
 namespace Kes::tool {
 namespace {
 
-const std::array checks{
+const std::array checks_in_order{
     Check{"settings", Link::client, {}, check_settings},
     Check{"environment", Link::client, {}, check_variables},
     Check{"back-end", Link::client, {}, check_backend},
@@ -59,7 +59,7 @@ bool is_failure(const Finding& finding) {
 
 } // namespace
 
-std::span<const Check> all_checks() { return checks; }
+std::span<const Check> all_checks() { return checks_in_order; }
 
 Findings run_checks(std::span<const Check> checks, Context& context,
                     const std::function<void(const Finding&)>& report) {
