@@ -75,7 +75,9 @@ void create_list_command(CLI::App& program, Command& command) {
     command.name = "list";
     CLI::App* app = command.add_to(program, "List the tokens and keys, and why a key is not offered");
     const auto is_login_wanted = std::make_shared<bool>(false);
-    app->add_flag("--login", *is_login_wanted, "Ask for the PIN if the token requires it")->group("PIN");
+    app->add_flag("--login", *is_login_wanted, "Ask for the PIN if the token requires it")
+        ->disable_flag_override()
+        ->group("PIN");
     command.pin.add_to(*app);
     command.action = [&command, is_login_wanted] { return list_keys(command, *is_login_wanted); };
 }

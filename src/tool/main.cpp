@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <iostream>
 
@@ -12,9 +13,39 @@ constexpr std::array<Create, 7> creators{create_list_command,   create_doctor_co
                                          create_sign_command,   create_cert_command,   create_env_command,
                                          create_version_command};
 
+/// The name of an option without its value; "" for another argument.
+std::string option_name(const std::string& argument) {
+    const std::size_t dashes = std::min(argument.find_first_not_of('-'), argument.size());
+    const auto is_other = [](char c) { return c != '-' && (c < 'a' || c > 'z') && (c < 'A' || c > 'Z'); };
+    const auto letters = argument.begin() + static_cast<std::ptrdiff_t>(dashes);
+    const auto end = std::find_if(letters, argument.end(), is_other);
+    if (dashes == 0 || end == letters) return "";
+    return dashes == 1 ? argument.substr(0, 2) : std::string(argument.begin(), end);
+}
+
+/// Names the options that the program does not know. No other text of the command line is repeated, because it
+/// may be a PIN.
+std::string describe_unexpected(const std::vector<std::string>& arguments) {
+    std::string options;
+    bool has_others = false;
+    for (const std::string& argument : arguments) {
+        const std::string name = option_name(argument);
+        if (!name.empty()) options += (options.empty() ? "" : " ") + name;
+        has_others = has_others || (name.empty() && argument != "--");
+    }
+    const std::string others = has_others ? "An argument was not expected" : "";
+    if (options.empty()) return others;
+    return "These options do not exist: " + options + (has_others ? "\n" + others : "");
+}
+
 /// Prints what CLI11 has to say: help and the version to standard output, errors to standard error.
 ExitStatus report_command_line(const CLI::App& program, const CLI::ParseError& error) {
     return program.exit(error, std::cout, std::cerr) == 0 ? ExitStatus::success : ExitStatus::usage;
+}
+
+ExitStatus report_unexpected(const CLI::App& program) {
+    const std::string text = describe_unexpected(program.remaining(true));
+    return report_command_line(program, CLI::ParseError(text, CLI::ExitCodes::ExtrasError));
 }
 
 ExitStatus run(Command& command) {
@@ -42,6 +73,8 @@ ExitStatus run_program(int argc, char** argv) {
                 command.settings.apply();
                 return run(command);
             }
+    } catch (const CLI::ExtrasError&) {
+        return report_unexpected(program);
     } catch (const CLI::ParseError& error) {
         return report_command_line(program, error);
     }

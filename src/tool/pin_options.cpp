@@ -1,6 +1,7 @@
 #include "tool/pin_options.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,8 @@ public:
     std::array<char, PinOptions::max_pin_length + 2> characters{};
 };
 
+// The errors of this file do not repeat the names that the user gave, because a user who misunderstands the
+// options gives the PIN itself.
 Pin make_pin(const char* characters, const std::string& source) {
     const std::size_t length = std::strlen(characters);
     if (length == 0) throw std::runtime_error("no PIN was given: " + source + " is empty");
@@ -48,14 +51,17 @@ Pin read_first_line(std::FILE* stream, const std::string& source) {
 Pin read_file(const std::string& file) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"),
                                                                  &std::fclose);
-    if (!stream) throw std::runtime_error("cannot open the PIN file " + file + ": " + std::strerror(errno));
-    return read_first_line(stream.get(), "the file " + file);
+    if (!stream)
+        throw std::runtime_error(std::string("cannot open the file that --pin-file names: ") +
+                                 std::strerror(errno));
+    return read_first_line(stream.get(), "the file that --pin-file names");
 }
 
 Pin read_variable(const std::string& name) {
     const char* value = std::getenv(name.c_str());
-    if (value == nullptr) throw std::runtime_error("the environment variable " + name + " is not set");
-    return make_pin(value, "the environment variable " + name);
+    const std::string source = "the environment variable that --pin-env names";
+    if (value == nullptr) throw std::runtime_error(source + " is not set");
+    return make_pin(value, source);
 }
 
 Pin ask_on_terminal(const std::string& token) {
@@ -73,6 +79,7 @@ void PinOptions::add_to(CLI::App& command) {
     const std::string group = "PIN";
     CLI::Option* by_stdin =
         command.add_flag("--pin-stdin", from_stdin, "Read the PIN from the first line of standard input");
+    by_stdin->disable_flag_override();
     CLI::Option* by_file =
         command.add_option("--pin-file", file, "Read the PIN from the first line of a file");
     CLI::Option* by_variable =

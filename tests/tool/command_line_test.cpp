@@ -19,7 +19,43 @@ TEST(CommandLineTest, UnknownOptionIsAUsageError) {
     const ToolRun run = run_tool({"version", "--pin", "1234"});
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.output, "");
-    EXPECT_EQ(run.errors, "The following arguments were not expected: 1234 --pin\n" + hint);
+    EXPECT_EQ(run.errors, "These options do not exist: --pin\nAn argument was not expected\n" + hint);
+}
+
+TEST(CommandLineTest, UnexpectedArgumentsAreNotRepeated) {
+    const std::string options = "These options do not exist: ";
+    const std::string argument = "An argument was not expected\n";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> runs{
+        {{"version", "1234"}, argument},
+        {{"version", "-1234"}, argument},
+        {{"version", "--1234"}, argument},
+        {{"version", "--", "1234"}, argument},
+        {{"1234", "version"}, argument},
+        {{"version", "-p1234"}, options + "-p\n"},
+        {{"version", "-psecret"}, options + "-p\n"},
+        {{"version", "--pin=secret"}, options + "--pin\n"},
+        {{"version", "--pin1234"}, options + "--pin\n"},
+        {{"version", "--pin", "--key-id=7", "secret"}, options + "--pin --key-id\n" + argument}};
+    for (const auto& [arguments, text] : runs) {
+        const ToolRun run = run_tool(arguments);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.output, "");
+        EXPECT_EQ(run.errors, text + hint);
+    }
+}
+
+TEST(CommandLineTest, ValueOfALoginFlagIsNotRepeated) {
+    for (const char* command : {"list", "doctor"}) {
+        const ToolRun run = run_tool({command, "--login=secret"});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.errors, "login was given a disallowed flag override\n" + hint);
+    }
+}
+
+TEST(CommandLineTest, WrongAddressIsNotRepeated) {
+    const ToolRun run = run_tool({"login", "--pin", "1234"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.errors, "server: the address is not of the form HOST:PORT\n" + hint);
 }
 
 TEST(CommandLineTest, SettingWithoutEqualsSignIsAUsageError) {

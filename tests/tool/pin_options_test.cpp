@@ -46,21 +46,21 @@ TEST_F(PinOptionsTest, FileGivesItsFirstLine) {
 
 TEST_F(PinOptionsTest, FileWithoutAPinIsRejected) {
     EXPECT_EQ(failure({"--pin-file", pin_file("\n1234\n")}),
-              "no PIN was given: the file " + dir_.file("pin") + " is empty");
+              "no PIN was given: the file that --pin-file names is empty");
 }
 
 TEST_F(PinOptionsTest, MissingFileIsRejected) {
     EXPECT_EQ(failure({"--pin-file", dir_.file("absent")}),
-              "cannot open the PIN file " + dir_.file("absent") + ": No such file or directory");
+              "cannot open the file that --pin-file names: No such file or directory");
 }
 
 TEST_F(PinOptionsTest, LongestPinIsAcceptedAndALongerOneRejected) {
     const std::string longest(255, '7');
     EXPECT_EQ(read_pin({"--pin-file", pin_file(longest + "\n")}), longest);
     EXPECT_EQ(failure({"--pin-file", pin_file(longest + "8\n")}),
-              "the PIN from the file " + dir_.file("pin") + " is longer than 255 bytes");
+              "the PIN from the file that --pin-file names is longer than 255 bytes");
     EXPECT_EQ(failure({"--pin-file", pin_file(longest + longest)}),
-              "the PIN from the file " + dir_.file("pin") + " is longer than 255 bytes");
+              "the PIN from the file that --pin-file names is longer than 255 bytes");
 }
 
 TEST_F(PinOptionsTest, VariableGivesItsValue) {
@@ -70,7 +70,17 @@ TEST_F(PinOptionsTest, VariableGivesItsValue) {
 
 TEST_F(PinOptionsTest, VariableThatIsNotSetIsRejected) {
     EXPECT_EQ(failure({"--pin-env", "MARVO_TEST_ABSENT"}),
-              "the environment variable MARVO_TEST_ABSENT is not set");
+              "the environment variable that --pin-env names is not set");
+}
+
+TEST_F(PinOptionsTest, VariableWithoutAPinIsRejected) {
+    const EnvVar empty("MARVO_TEST_PIN", "");
+    EXPECT_EQ(failure({"--pin-env", "MARVO_TEST_PIN"}),
+              "no PIN was given: the environment variable that --pin-env names is empty");
+}
+
+TEST_F(PinOptionsTest, FlagWithAValueIsRejected) {
+    EXPECT_EQ(failure({"--pin-stdin=1234"}), "pin-stdin was given a disallowed flag override");
 }
 
 TEST_F(PinOptionsTest, TwoSourcesAreRejected) {

@@ -35,8 +35,9 @@ std::pair<std::string, std::string> split_address(const std::string& text) {
     return {host, text.substr(colon + 1)};
 }
 
+// The error does not repeat the text, which may be a PIN that the user gave as an argument.
 std::string check_address(const std::string& text) {
-    return split_address(text).first.empty() ? "'" + text + "' is not of the form HOST:PORT" : "";
+    return split_address(text).first.empty() ? "the address is not of the form HOST:PORT" : "";
 }
 
 /// The result of a login in words.
