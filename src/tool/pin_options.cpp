@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 #include <openssl/ui.h>
 
@@ -36,6 +37,17 @@ Pin make_pin(const char* characters, const std::string& source) {
     return Pin(characters);
 }
 
+/// Rejects a file that an editor did not save as plain text: its bytes are not the PIN, and would cost a try.
+void require_plain_text(std::string_view line, const std::string& source) {
+    for (const std::string_view mark : {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"})
+        if (line.starts_with(mark))
+            throw std::runtime_error("the PIN from " + source +
+                                     " begins with a byte order mark; save it as plain text without one");
+    if (line.find('\0') != std::string_view::npos)
+        throw std::runtime_error("the PIN from " + source +
+                                 " contains a zero byte; save it as plain text, not as UTF-16");
+}
+
 Pin read_first_line(std::FILE* stream, const std::string& source) {
     // Without a buffer, the C runtime keeps no copy of the PIN.
     std::setvbuf(stream, nullptr, _IONBF, 0);
@@ -45,6 +57,7 @@ Pin read_first_line(std::FILE* stream, const std::string& source) {
         if (length == pin.characters.size() - 1) break; // too long, which make_pin() reports
         pin.characters[length++] = static_cast<char>(c);
     }
+    require_plain_text({pin.characters.data(), length}, source);
     return make_pin(pin.characters.data(), source);
 }
 
@@ -73,6 +86,8 @@ Pin ask_on_terminal(const std::string& token) {
     return make_pin(pin.characters.data(), "the input");
 }
 
+std::string check_name(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
+
 } // namespace
 
 void PinOptions::add_to(CLI::App& command) {
@@ -86,6 +101,8 @@ void PinOptions::add_to(CLI::App& command) {
         command.add_option("--pin-env", variable, "Read the PIN from an environment variable");
     by_file->type_name("FILE")->excludes(by_stdin);
     by_variable->type_name("NAME")->excludes(by_stdin)->excludes(by_file);
+    for (CLI::Option* option : {by_file, by_variable})
+        option->check(CLI::Validator(check_name, ""));
     for (CLI::Option* option : {by_stdin, by_file, by_variable})
         option->group(group);
 }

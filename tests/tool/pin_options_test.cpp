@@ -49,6 +49,39 @@ TEST_F(PinOptionsTest, FileWithoutAPinIsRejected) {
               "no PIN was given: the file that --pin-file names is empty");
 }
 
+TEST_F(PinOptionsTest, FileWithAByteOrderMarkIsRejected) {
+    using namespace std::string_literals;
+    for (const std::string& content : {"\xEF\xBB\xBF"
+                                       "1234\n"s,
+                                       "\xFF\xFE"
+                                       "1\0002\0"s,
+                                       "\xFE\xFF"
+                                       "\0001\0002"s})
+        EXPECT_EQ(
+            failure({"--pin-file", pin_file(content)}),
+            "the PIN from the file that --pin-file names begins with a byte order mark; save it as plain "
+            "text without one");
+}
+
+TEST_F(PinOptionsTest, FileWithAZeroByteIsRejected) {
+    using namespace std::string_literals;
+    for (const std::string& content : {"12\00034\n"s, "1\0002\0\n\0"s, "1234\0"s, "\0"s})
+        EXPECT_EQ(
+            failure({"--pin-file", pin_file(content)}),
+            "the PIN from the file that --pin-file names contains a zero byte; save it as plain text, not "
+            "as UTF-16");
+}
+
+TEST_F(PinOptionsTest, ZeroByteAfterTheFirstLineIsIgnored) {
+    using namespace std::string_literals;
+    EXPECT_EQ(read_pin({"--pin-file", pin_file("1234\n\0"s)}), "1234");
+}
+
+TEST_F(PinOptionsTest, EmptyNameIsRejected) {
+    EXPECT_EQ(failure({"--pin-file", ""}), "--pin-file: the name is empty");
+    EXPECT_EQ(failure({"--pin-env", ""}), "--pin-env: the name is empty");
+}
+
 TEST_F(PinOptionsTest, MissingFileIsRejected) {
     EXPECT_EQ(failure({"--pin-file", dir_.file("absent")}),
               "cannot open the file that --pin-file names: No such file or directory");
