@@ -171,6 +171,25 @@ TEST_F(DoctorCardTest, UnknownKeyIdIsReported) {
               Lines{"ok      key in effect: the key %01 is offered."});
 }
 
+TEST_F(DoctorCardTest, KeyInEffectHasExactlyTheIdOfItsName) {
+    token_.add("", "ck", "ec", "Without id");
+    for (const std::string name :
+         {"pkcs11:token=Card 1;id=%01;type=private", "pkcs11:id=%01", "pkcs11:id=%"}) {
+        const EnvVar variable("ossl_scard_cfg_priv_key_name", name);
+        EXPECT_EQ(lines(run(), "key in effect"),
+                  Lines{"ok      key in effect: the key of priv_key_name (" + name + ") is offered."});
+    }
+    for (const std::string name : {"pkcs11:id=%01%FF;type=private", "pkcs11:id=%FF%01",
+                                   "pkcs11:token=Card 2;id=%01", "%02", "pkcs11:"}) {
+        const EnvVar variable("ossl_scard_cfg_priv_key_name", name);
+        EXPECT_EQ(
+            lines(run(), "key in effect"),
+            Lines{"error   key in effect: the key of priv_key_name (" + name +
+                  ") is not on the card. Remedy: Use an id of the lines of the check 'keys', exactly as it "
+                  "is written there."});
+    }
+}
+
 TEST_F(DoctorCardTest, LoadWithoutAChosenKeyIsNoted) {
     EXPECT_EQ(
         lines(run(), "key in effect"),

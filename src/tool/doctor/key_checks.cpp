@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "tool/doctor/checks.h"
 #include "tool/printable.h"
@@ -9,6 +10,7 @@ namespace Kes::tool {
 namespace {
 
 constexpr std::size_t longest_name = 120;
+constexpr std::string_view pkcs11_scheme = "pkcs11:";
 
 Finding key_line(State state, const Text& finding, const Text& remedy) {
     return {state, Link::card, "keys", finding, remedy};
@@ -66,6 +68,19 @@ Findings judge_all(Context& context, const std::vector<SurveyedKey>& keys) {
 
 bool is_any_offered(const std::vector<SurveyedKey>& keys) {
     return std::any_of(keys.begin(), keys.end(), [](const SurveyedKey& key) { return key.is_offered; });
+}
+
+bool has_attribute(const std::string& uri, const std::string& attribute) {
+    const std::string attributes = ';' + uri.substr(pkcs11_scheme.size()) + ';';
+    return attributes.find(';' + attribute + ';') != std::string::npos;
+}
+
+/// Whether the engine finds the key by this name: with PKCS#11 a URI, otherwise the id itself.
+bool is_name_of(const std::string& name, const SurveyedKey& key, const std::optional<TokenInfo>& token) {
+    if (!name.starts_with(pkcs11_scheme)) return name == key.id;
+    const bool names_token = (';' + name.substr(pkcs11_scheme.size())).find(";token=") != std::string::npos;
+    if (names_token && token && !has_attribute(name, "token=" + token->label)) return false;
+    return has_attribute(name, "id=" + key.id);
 }
 
 Finding no_key_line(bool has_keys) {
@@ -127,7 +142,7 @@ Findings check_key_id(Context& context) {
                     "Let the client call set_key() before notify_config_done(); --key ID checks an id");
     const std::vector<SurveyedKey> keys = candidate_keys(context.survey.value());
     const auto found = std::find_if(keys.begin(), keys.end(), [&](const SurveyedKey& key) {
-        return id.empty() ? name.find(key.id) != std::string::npos : key.id == id;
+        return id.empty() ? is_name_of(name, key, context.token) : key.id == id;
     });
     const Text wanted =
         id.empty() ? Text("the key of priv_key_name (").add_personal(name).add(")") : Text("the key " + id);
