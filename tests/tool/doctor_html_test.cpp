@@ -56,6 +56,27 @@ TEST_F(DoctorHtmlTest, JsonOfAFailureFollowsTheSchema) {
     EXPECT_EQ(schema_violations("doctor", result.output), "");
 }
 
+TEST_F(DoctorHtmlTest, FileInAMissingFolderIsReportedBeforeTheChecks) {
+    const std::string page = dir_.file("absent/report.html");
+    const ToolRun text = run_tool({"doctor", "--html", page});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(text.output, "") << "no check has run";
+    EXPECT_EQ(text.errors, "marvo doctor: cannot write the file '" + page + "'\n");
+    const ToolRun with_json = run_tool({"doctor", "--html", page, "--json"});
+    EXPECT_EQ(with_json.status, 1);
+    EXPECT_EQ(with_json.json()["error"], "cannot write the file '" + page + "'");
+    EXPECT_EQ(schema_violations("doctor", with_json.output), "");
+}
+
+TEST_F(DoctorHtmlTest, FailedWriteKeepsTheReportAndItsStatus) {
+    const ToolRun result = run_tool({"doctor", "--backend", "pkcs11", "--module", dir_.file("absent.so"),
+                                     "--html", "/dev/full", "--force", "--json"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.errors, "marvo doctor: cannot write the file '/dev/full'\n");
+    EXPECT_GT(result.json()["errors"], 0);
+    EXPECT_EQ(schema_violations("doctor", result.output), "");
+}
+
 TEST_F(DoctorHtmlTest, ForceOverwritesTheFile) {
     std::ofstream(page_) << "mine";
     EXPECT_EQ(run({"--force"}).status, 3);

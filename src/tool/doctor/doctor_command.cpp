@@ -64,11 +64,19 @@ std::string time_of_report() {
     return text.data();
 }
 
-void write_page(const Findings& findings, const DoctorOptions& options) {
+/// The report was printed before, so a failure must not replace its result.
+/// @return whether the page is written
+bool write_page(const Findings& findings, const DoctorOptions& options) {
     const HtmlPageFacts facts{
         .names = options.names(), .version = library_version(), .time = time_of_report()};
-    write_html_file(options.html_file, html_page(findings, facts));
-    std::cerr << "The report is in " << options.html_file << std::endl;
+    try {
+        write_html_file(options.html_file, html_page(findings, facts));
+        std::cerr << "The report is in " << options.html_file << std::endl;
+        return true;
+    } catch (const std::exception& error) {
+        std::cerr << "marvo doctor: " << error.what() << std::endl;
+        return false;
+    }
 }
 
 void print_counts(std::ptrdiff_t errors, std::ptrdiff_t warnings) {
@@ -77,7 +85,7 @@ void print_counts(std::ptrdiff_t errors, std::ptrdiff_t warnings) {
 }
 
 ExitStatus examine(const Command& command, const DoctorOptions& options) {
-    if (!options.html_file.empty()) require_new_html_file(options.html_file, options.force);
+    if (!options.html_file.empty()) prepare_html_file(options.html_file, options.force);
     Context context({.settings = command.settings,
                      .pin = command.pin,
                      .is_login_wanted = options.login || command.pin.is_given(),
@@ -95,8 +103,9 @@ ExitStatus examine(const Command& command, const DoctorOptions& options) {
                              {"findings", to_json(findings, options.names())}});
     else
         print_counts(errors, warnings);
-    if (!options.html_file.empty()) write_page(findings, options);
-    return errors == 0 ? ExitStatus::success : ExitStatus::errors_found;
+    const bool is_written = options.html_file.empty() || write_page(findings, options);
+    if (errors != 0) return ExitStatus::errors_found;
+    return is_written ? ExitStatus::success : ExitStatus::failure;
 }
 
 } // namespace

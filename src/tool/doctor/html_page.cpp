@@ -83,6 +83,10 @@ void write_footer(std::ostream& page, const HtmlPageFacts& facts) {
          << "</p></footer>\n";
 }
 
+[[noreturn]] void throw_cannot_write(const std::string& file) {
+    throw std::runtime_error("cannot write the file '" + file + "'");
+}
+
 } // namespace
 
 std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts& facts) {
@@ -101,15 +105,16 @@ std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts&
     return page.str();
 }
 
-void require_new_html_file(const std::string& file, bool may_overwrite) {
+void prepare_html_file(const std::string& file, bool may_overwrite) {
     if (!may_overwrite && std::filesystem::exists(file))
         throw std::runtime_error("the file '" + file + "' exists; --force overwrites it");
+    if (!std::ofstream(file, std::ios::binary | std::ios::app)) throw_cannot_write(file);
 }
 
 void write_html_file(const std::string& file, const std::string& page) {
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     stream << page << std::flush;
-    if (!stream) throw std::runtime_error("cannot write the file '" + file + "'");
+    if (!stream) throw_cannot_write(file);
 }
 
 } // namespace Kes::tool

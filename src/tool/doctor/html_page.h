@@ -18,10 +18,10 @@ struct HtmlPageFacts {
 /// The report as a page in HTML: complete in one file, without scripts and without references to other files.
 std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts& facts);
 
-/// Fails if the file exists, unless the user allows to overwrite it. Call it before the checks, so that a
-/// login is not wasted.
-/// @throws std::runtime_error
-void require_new_html_file(const std::string& file, bool may_overwrite);
+/// Creates an empty file, or checks that the existing one may be overwritten. Call it before the checks, so that
+/// a login is not wasted.
+/// @throws std::runtime_error if the file exists and must not be overwritten, or if it cannot be written
+void prepare_html_file(const std::string& file, bool may_overwrite);
 
 /// @throws std::runtime_error if the file cannot be written
 void write_html_file(const std::string& file, const std::string& page);
