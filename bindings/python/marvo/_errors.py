@@ -21,10 +21,14 @@ class OperationError(Error):
 
 
 class PinRequiredError(Error):
-    """The card needs a PIN, and none was set. The card was not asked, so this costs none of its tries."""
+    """The card needs a PIN, and none was set, or one with which keys() or load() has failed.
 
-    def __init__(self) -> None:
-        super().__init__("the card needs a PIN; call set_pin() first")
+    The card was not asked, so this costs none of its tries.
+    """
+
+    def __init__(self, has_failed: bool = False) -> None:
+        failed = ", and the one that was set is not used again after a failure; call set_pin() again"
+        super().__init__("the card needs a PIN" + (failed if has_failed else "; call set_pin() first"))
 
 
 class LibcryptoError(Error):

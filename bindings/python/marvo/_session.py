@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import dataclasses
+import enum
 import warnings
 from types import TracebackType
 from typing import Any, List, Optional, Type
@@ -14,6 +15,12 @@ from ._libcrypto import certificate_to_der, check_one_libcrypto, restore_default
 from ._pin import Pin, PinText
 from ._settings import CryptoIf, Settings
 from ._tls import use_key
+
+
+class _PinState(enum.Enum):
+    NONE = enum.auto()
+    SET = enum.auto()
+    FAILED = enum.auto()  # a call that logs in has failed with the PIN
 
 
 class LogFileWarning(UserWarning):
@@ -89,7 +96,7 @@ class Session:
             raise Error("this process has an open session already")
         self.library = _abi.load_library(library)
         self.loaded: Optional[LoadedKey] = None
-        self._has_pin = False
+        self._pin = _PinState.NONE
         self._listing = 0
         self._init_error = ""
         self._if: Optional[_abi.TableObject] = self._create_object()
@@ -150,24 +157,27 @@ class Session:
             warnings.warn(self._init_error, LogFileWarning, stacklevel=2)
             self._init_error = ""
         if not self.pin_required:
-            self._has_pin = False
+            self._pin = _PinState.NONE  # the library has cleared its copy
 
     def set_pin(self, pin: Pin) -> None:
         """Stores a copy of the PIN in the library, and overwrites a bytearray with zeros.
 
         First reads the card again: with some versions of libp11, keys() would not return if the card was removed
-        while the user typed the PIN. The card checks the PIN in keys().
+        while the user typed the PIN. The card checks the PIN in keys() and load(). After a failure of these, the PIN
+        counts as wrong and is not used again.
         """
         with PinText(pin) as text:
             self.read_card()
+            self._pin = _PinState.NONE
             self._check("set_pin", text)
-            self._has_pin = len(pin) > 0
+            self._pin = _PinState.SET if len(pin) > 0 else _PinState.NONE
 
     def keys(self) -> List[Key]:
         """Logs in if the card needs a PIN, and returns the keys whose certificates pass the filter."""
+        self._require_pin()
         self._listing += 1
         count = ctypes.c_size_t()
-        self._check("discover_keys", ctypes.byref(count))
+        self._check_login("discover_keys", ctypes.byref(count))
         used = self._cfg("get_config_used")
         names = {name: used.call(f"get_{name}") for name in ("priv_key_name", "cert_name", "capi_key_type")}
         try:
@@ -189,15 +199,14 @@ class Session:
         To load again, start at read_card(). At each load, the library makes the engine OpenSSL's default for all
         keys of the process. With openssl_defaults, keys that are not on the card use OpenSSL itself again.
         """
-        if self.pin_required and not self._has_pin:
-            raise PinRequiredError()
+        self._require_pin()
         if key is not None:
             if key.listing != self._listing:
                 raise Error("the key is from an earlier listing; call keys() again")
             self._check("set_key_by_number", key.number)
         self._check("notify_config_done")
         self.loaded = None  # the library frees what it loaded before
-        self._check("ossl_load")
+        self._check_login("ossl_load")
         self.loaded = LoadedKey(self, self._pointer("ossl_get_private_key"), self._pointer("ossl_get_certificate"))
         if openssl_defaults:
             is_pkcs11 = self.crypto_if == CryptoIf.PKCS11
@@ -220,6 +229,19 @@ class Session:
         status = self._call("init", cfg.address)
         if status != 0:
             self._init_error = str(self._error("init", status))
+
+    def _require_pin(self) -> None:
+        if self.pin_required and self._pin != _PinState.SET:
+            raise PinRequiredError(has_failed=self._pin == _PinState.FAILED)
+
+    def _check_login(self, operation: str, *arguments: Any) -> None:
+        """Every try with a wrong PIN costs one of the card's tries, so a PIN is not used again after a failure."""
+        try:
+            self._check(operation, *arguments)
+        except OperationError:
+            if self._pin == _PinState.SET:
+                self._pin = _PinState.FAILED
+            raise
 
     def _describe(self, number: int, used: _abi.TableObject) -> Key:
         """Selects the key, because the settings in use then contain its id and type."""

@@ -6,6 +6,8 @@ import marvo
 from library_double import LibraryDouble
 
 TEXT = "libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1\nPIN incorrect"
+NO_PIN = "the card needs a PIN; call set_pin() first"
+FAILED_PIN = "the card needs a PIN, and the one that was set is not used again after a failure; call set_pin() again"
 
 
 class SessionFixture(unittest.TestCase):
@@ -178,18 +180,64 @@ class PinTest(SessionFixture):
         error = self.assert_raises_text(marvo.OperationError, TEXT, session.keys)
         self.assertEqual(error.operation, "discover_keys")
 
+    def test_listing_without_a_pin_does_not_ask_the_card(self):
+        session = self.open()
+        session.read_card()
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.keys)
+        self.assertNotIn("discover_keys", self.operations())
+
     def test_load_without_a_pin_does_not_ask_the_card(self):
         session = self.open()
         session.read_card()
-        text = "the card needs a PIN; call set_pin() first"
-        self.assert_raises_text(marvo.PinRequiredError, text, session.load)
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.load)
         self.assertNotIn("ossl_load", self.operations())
 
     def test_load_with_an_empty_pin_does_not_ask_the_card(self):
         session = self.open()
         session.set_pin(b"")
-        text = "the card needs a PIN; call set_pin() first"
-        self.assert_raises_text(marvo.PinRequiredError, text, session.load)
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.load)
+
+    def test_pin_that_the_listing_rejects_is_not_used_again(self):
+        session = self.open_with_pin()
+        self.library.fail("discover_keys", TEXT)
+        self.assert_raises_text(marvo.OperationError, TEXT, session.find_key, "%01")
+        self.library.calls.clear()
+        self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.find_key, "%01")
+        self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.load)
+        self.assertEqual(self.library.calls, [])
+
+    def test_pin_that_the_load_rejects_is_not_used_again(self):
+        session = self.open_with_pin()
+        self.library.fail("ossl_load", TEXT)
+        self.assert_raises_text(marvo.OperationError, TEXT, session.load)
+        session.read_card()
+        self.library.calls.clear()
+        self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.load)
+        self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.keys)
+        self.assertEqual(self.library.calls, [])
+
+    def test_another_pin_is_used_after_a_rejected_one(self):
+        session = self.open_with_pin()
+        self.library.fail("discover_keys", TEXT)
+        self.assert_raises_text(marvo.OperationError, TEXT, session.keys)
+        session.set_pin(b"5678")
+        self.assertEqual(len(session.keys()), 2)
+
+    def test_pin_that_cannot_be_stored_also_ends_the_one_before(self):
+        session = self.open_with_pin()
+        self.library.fail("set_pin", "operation not allowed")
+        self.assert_raises_text(marvo.OperationError, "operation not allowed", session.set_pin, b"5678")
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.keys)
+
+    def test_failure_without_a_pin_is_not_taken_for_a_rejected_pin(self):
+        self.library.pin_required = False
+        session = self.open()
+        session.read_card()
+        self.library.fail("discover_keys", "token is not initialized")
+        self.assert_raises_text(marvo.OperationError, "token is not initialized", session.keys)
+        self.library.pin_required = True
+        session.read_card()
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.keys)
 
     def test_pin_is_required_again_after_a_card_without_one(self):
         session = self.open_with_pin()
@@ -197,8 +245,7 @@ class PinTest(SessionFixture):
         session.read_card()
         self.library.pin_required = True
         session.read_card()
-        text = "the card needs a PIN; call set_pin() first"
-        self.assert_raises_text(marvo.PinRequiredError, text, session.load)
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.load)
 
 
 class KeyTest(SessionFixture):
@@ -221,6 +268,7 @@ class KeyTest(SessionFixture):
         self.assertEqual(_id_in_uri("pkcs11:token=a;id=%09;type=b;id=%01%ab;type=private"), "%01%ab")
 
     def test_keys_of_cryptoapi_have_the_name_of_their_container_and_their_type(self):
+        self.library.pin_required = False
         session = self.open(marvo.Settings(crypto_if=marvo.CryptoIf.CAPI))
         key = session.keys()[0]
         self.assertEqual((key.id, key.type), ("pkcs11:token=demo;id=%01;type=private", 2))
