@@ -63,6 +63,13 @@ def get(libssl: ctypes.CDLL, ssl: int, host: str) -> bytes:
     return answer.partition(b"\r\n\r\n")[2]
 
 
+def set_server_name(libssl: ctypes.CDLL, ssl: int, host: bytes) -> None:
+    """Without the check of the name, every server with a certificate of the same CA would be accepted."""
+    is_set = libssl.SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, 0, host) == 1
+    require(is_set, libssl, "the server's name cannot be sent")
+    require(libssl.SSL_set1_host(ssl, host) == 1, libssl, "the server's name cannot be checked")
+
+
 def log_in(libssl: ctypes.CDLL, loaded: marvo.LoadedKey, host: str, port: int) -> bytes:
     ctx = libssl.SSL_CTX_new(libssl.TLS_client_method())
     ssl = None
@@ -71,8 +78,7 @@ def log_in(libssl: ctypes.CDLL, loaded: marvo.LoadedKey, host: str, port: int) -
         require(libssl.SSL_CTX_set_default_verify_paths(ctx) == 1, libssl, "no CA certificates")
         loaded.use_in(ctx, libssl)
         ssl = libssl.SSL_new(ctx)
-        libssl.SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, 0, host.encode())
-        libssl.SSL_set1_host(ssl, host.encode())
+        set_server_name(libssl, ssl, host.encode())
         with socket.create_connection((host, port)) as connection:
             libssl.SSL_set_fd(ssl, connection.fileno())
             require(libssl.SSL_connect(ssl) == 1, libssl, "no TLS connection")

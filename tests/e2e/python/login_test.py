@@ -1,8 +1,11 @@
 """Tests of the examples: logins to nginx, with the PIN typed at a terminal."""
 
+import runpy
 import sys
 import unittest
+from unittest import mock
 
+import marvo
 from support import PACKAGE, PIN, Nginx, TokenFixture, run_at_terminal
 
 
@@ -47,6 +50,30 @@ class LoginTest(TokenFixture):
             output,
             "PIN: \nlogin: no TLS connection\nerror:0A000086:SSL routines::certificate verify failed\n",
         )
+
+
+class UncheckedServerTest(unittest.TestCase):
+    """The first example with a test double of libssl: without the server's name, it must not connect."""
+
+    def log_in(self, **results):
+        libssl = mock.Mock(SSL_CTX_set_default_verify_paths=mock.Mock(return_value=1), **results)
+        login = runpy.run_path(f"{PACKAGE}/examples/login.py")["log_in"]
+        with mock.patch("marvo.error_queue", return_value=["reason"]), mock.patch("socket.create_connection") as connect:
+            with self.assertRaises(marvo.TlsError) as caught:
+                login(libssl, mock.Mock(), "host.example", 443)
+        connect.assert_not_called()
+        libssl.SSL_free.assert_called_once_with(libssl.SSL_new.return_value)
+        libssl.SSL_CTX_free.assert_called_once_with(libssl.SSL_CTX_new.return_value)
+        return str(caught.exception)
+
+    def test_name_that_cannot_be_checked_ends_the_login(self):
+        set_name, check_name = mock.Mock(return_value=1), mock.Mock(return_value=0)
+        text = self.log_in(SSL_ctrl=set_name, SSL_set1_host=check_name)
+        self.assertEqual(text, "the server's name cannot be checked\nreason")
+
+    def test_name_that_cannot_be_sent_ends_the_login(self):
+        text = self.log_in(SSL_ctrl=mock.Mock(return_value=0))
+        self.assertEqual(text, "the server's name cannot be sent\nreason")
 
 
 if __name__ == "__main__":
