@@ -121,6 +121,7 @@ inline std::string name_text(const X509_NAME* name) {
 inline std::time_t seconds_since_1970(const ASN1_TIME* time) {
     const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> start(ASN1_TIME_set(nullptr, 0),
                                                                       &ASN1_TIME_free);
+    require_openssl(start != nullptr, "ASN1_TIME_set"); // a null start means now
     int days = 0;
     int seconds = 0;
     if (ASN1_TIME_diff(&days, &seconds, start.get(), time) != 1)
@@ -140,21 +141,22 @@ inline Certificate describe(X509* cert) {
     return certificate;
 }
 
-/// Wipes the caller's memory at the end of the block, and holds a copy that ends with a zero.
+/// Wipes the caller's memory and the copy at the end of the block, even if the copy cannot be made.
 class WipedPin {
 public:
-    explicit WipedPin(PinSpan pin) : pin_(pin), copy_(new char[pin.size() + 1]()) {
-        for (std::size_t i = 0; i < pin.size() && pin.data()[i] != '\0'; ++i)
-            copy_[i] = pin.data()[i];
-    }
+    explicit WipedPin(PinSpan pin) : pin_(pin) {}
     ~WipedPin() {
-        OPENSSL_cleanse(copy_.get(), pin_.size() + 1);
+        if (copy_) OPENSSL_cleanse(copy_.get(), pin_.size() + 1);
         OPENSSL_cleanse(pin_.data(), pin_.size());
     }
-    WipedPin(const WipedPin&) = delete;
-    WipedPin& operator=(const WipedPin&) = delete;
 
-    const char* text() const { return copy_.get(); }
+    /// Copies the PIN, with a zero at its end.
+    const char* copy() {
+        copy_.reset(new char[pin_.size() + 1]());
+        for (std::size_t i = 0; i < pin_.size() && pin_.data()[i] != '\0'; ++i)
+            copy_[i] = pin_.data()[i];
+        return copy_.get();
+    }
 
 private:
     PinSpan pin_;
@@ -268,6 +270,7 @@ public:
             throw Error(is_open_ || warning_.empty() ? message : warning_ + "\n" + message);
         }
         is_open_ = true;
+        if (!card_->is_pin_required()) pin_ = PinState::none; // the library has cleared its copy
     }
 
     /// Whether the card that read_card() found needs a PIN from set_pin().
@@ -277,12 +280,14 @@ public:
     /// every case, it wipes the memory before it returns. The card checks the PIN in find_keys() and load().
     /// After a failure of these, the PIN counts as wrong: it is not used again, so set another one.
     void set_pin(PinSpan pin) {
-        const detail::WipedPin wiped(pin);
-        if (*wiped.text() == '\0') throw Error("the PIN is empty");
+        detail::WipedPin wiped(pin);
+        const char* text = wiped.copy();
+        if (*text == '\0') throw Error("the PIN is empty");
         read_card();
         if (!card_->is_pin_required()) return; // it is another card
-        check(card_->set_pin(wiped.text()));
-        has_pin_ = true;
+        pin_ = PinState::none;
+        check(card_->set_pin(text));
+        pin_ = PinState::set;
     }
 
     /// Logs in if the card needs a PIN, and lists the keys whose certificates pass the filter. The order may
@@ -371,12 +376,14 @@ private:
 
     /// Without a PIN, the load may cost one of the card's tries.
     void require_pin() const {
-        if (!has_pin_ && card_->is_pin_required()) throw Error("the card needs a PIN, and none was set");
+        if (pin_ == PinState::set || !card_->is_pin_required()) return;
+        if (pin_ == PinState::none) throw Error("the card needs a PIN, and none was set");
+        throw Error("the card needs a PIN, and the one that was set is not used again after a failure");
     }
 
     /// Every try with a wrong PIN costs one of the card's tries, so a PIN is not used again after a failure.
     void check_login(int status) {
-        if (status != 0) has_pin_ = false;
+        if (status != 0 && pin_ == PinState::set) pin_ = PinState::failed;
         check(status);
     }
 
@@ -385,7 +392,7 @@ private:
     bool is_open_ = false; // a read of the card has succeeded, so the initialisation has, too
     EVP_PKEY* key_ = nullptr;
     X509* cert_ = nullptr;
-    bool has_pin_ = false;
+    enum class PinState { none, set, failed } pin_ = PinState::none; // failed: so has a login with it
 };
 
 } // namespace marvo

@@ -83,6 +83,7 @@ public:
 
     /// Makes an operation fail from now on.
     void fail(const std::string& operation, const std::string& message) { failures[operation] = message; }
+    void succeed(const std::string& operation) { failures.erase(operation); }
 
     int version_check(unsigned int version) override;
     OsslScardCfg* get_config_default() override { return &cfg; }

@@ -1,9 +1,21 @@
+#include <cstdlib>
 #include <limits>
 
 #include "scripted_scard.h"
 
 namespace Kes::test {
 namespace {
+
+bool is_memory_short = false;
+
+void* allocate(std::size_t size, const char*, int) { return is_memory_short ? nullptr : std::malloc(size); }
+
+void* reallocate(void* memory, std::size_t size, const char*, int) { return std::realloc(memory, size); }
+
+void release(void* memory, const char*, int) { std::free(memory); }
+
+// OpenSSL accepts other functions only before its first allocation.
+const bool is_memory_controlled = CRYPTO_set_mem_functions(&allocate, &reallocate, &release) == 1;
 
 class SessionCertificateTest : public SessionTest {
 protected:
@@ -59,6 +71,16 @@ TEST_F(SessionCertificateTest, CertificateOfAServerIsNotMeantForClients) {
 TEST_F(SessionCertificateTest, UnreadableDateIsReported) {
     ASN1_STRING_set(X509_getm_notAfter(card.cert.get()), "never", -1);
     EXPECT_EQ(error_of([this] { load(); }), "the certificate has a date that cannot be read");
+}
+
+TEST_F(SessionCertificateTest, DateThatCannotBeComparedForLackOfMemoryIsReported) {
+    ASSERT_TRUE(is_memory_controlled);
+    ERR_clear_error(); // allocates the thread's queue
+    is_memory_short = true;
+    const std::string error =
+        error_of([this] { marvo::detail::seconds_since_1970(X509_get0_notAfter(card.cert.get())); });
+    is_memory_short = false;
+    EXPECT_EQ(error, "ASN1_TIME_set failed: malloc failure");
 }
 
 } // namespace

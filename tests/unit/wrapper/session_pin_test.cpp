@@ -8,11 +8,12 @@ namespace {
 
 const void* watched_memory = nullptr;
 std::string freed_text; // what the watched memory contained when it was freed
+bool is_memory_short = false;
 
 } // namespace
 
 void* operator new[](std::size_t size) {
-    void* memory = std::malloc(size);
+    void* memory = is_memory_short ? nullptr : std::malloc(size);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
@@ -32,6 +33,8 @@ protected:
     SessionPinTest() { card.needs_pin = true; }
 
     const std::string no_pin = "the card needs a PIN, and none was set";
+    const std::string failed_pin =
+        "the card needs a PIN, and the one that was set is not used again after a failure";
     const std::string wiped = std::string(8, '\0');
     char pin[8] = "123456";
 };
@@ -53,6 +56,15 @@ TEST_F(SessionPinTest, CopyOfThePinIsWipedBeforeItIsFreed) {
     card.watch_pin = [](const char* memory) { watched_memory = memory; };
     session.set_pin(pin);
     EXPECT_EQ(freed_text, wiped);
+}
+
+TEST_F(SessionPinTest, PinOfTheCallerIsWipedWhenMemoryRunsOut) {
+    marvo::Session session = open();
+    is_memory_short = true;
+    EXPECT_THROW(session.set_pin(pin), std::bad_alloc);
+    is_memory_short = false;
+    EXPECT_EQ(std::string(pin, sizeof pin), wiped);
+    EXPECT_EQ(card.calls, Lines());
 }
 
 TEST_F(SessionPinTest, PinMayFillTheWholeMemory) {
@@ -120,8 +132,8 @@ TEST_F(SessionPinTest, PinThatTheSearchRejectsIsNotUsedAgain) {
     card.fail("discover_keys", "PIN incorrect");
     EXPECT_EQ(error_of([&] { session.find_keys(); }), "PIN incorrect");
     card.calls.clear();
-    EXPECT_EQ(error_of([&] { session.find_keys(); }), no_pin);
-    EXPECT_EQ(error_of([&] { session.load(); }), no_pin);
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), failed_pin);
+    EXPECT_EQ(error_of([&] { session.load(); }), failed_pin);
     EXPECT_EQ(card.calls, Lines());
 }
 
@@ -130,7 +142,49 @@ TEST_F(SessionPinTest, PinThatTheLoadRejectsIsNotUsedAgain) {
     session.set_pin(pin);
     card.fail("ossl_load", "PIN incorrect");
     EXPECT_EQ(error_of([&] { session.load(); }), "PIN incorrect");
+    session.read_card();
+    EXPECT_EQ(error_of([&] { session.load(); }), failed_pin);
+}
+
+TEST_F(SessionPinTest, FailureToStoreAPinAlsoEndsTheOneBefore) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    card.fail("set_pin", "out of memory");
+    std::memcpy(pin, "654321", 7);
+    EXPECT_EQ(error_of([&] { session.set_pin(pin); }), "out of memory");
     EXPECT_EQ(error_of([&] { session.load(); }), no_pin);
+}
+
+TEST_F(SessionPinTest, PinIsRequiredAgainAfterACardWithoutOne) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    card.needs_pin = false;
+    session.read_card();
+    card.needs_pin = true;
+    session.read_card();
+    card.calls.clear();
+    EXPECT_EQ(error_of([&] { session.load(); }), no_pin);
+    EXPECT_EQ(card.calls, Lines());
+}
+
+TEST_F(SessionPinTest, FailureWithoutAPinIsNotTakenForARejectedPin) {
+    card.needs_pin = false;
+    marvo::Session session = open();
+    card.fail("discover_keys", "token is not initialized");
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), "token is not initialized");
+    card.needs_pin = true;
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), no_pin);
+}
+
+TEST_F(SessionPinTest, AnotherPinIsUsedAfterARejectedOne) {
+    marvo::Session session = open();
+    session.set_pin(pin);
+    card.fail("discover_keys", "PIN incorrect");
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), "PIN incorrect");
+    card.succeed("discover_keys");
+    std::memcpy(pin, "654321", 7);
+    session.set_pin(pin);
+    EXPECT_EQ(session.find_keys().size(), 1U);
 }
 
 TEST_F(SessionPinTest, AcceptedPinServesTheSearchAndTheLoad) {
