@@ -166,6 +166,13 @@ if(NOT MARVO_SANITIZE)
         set_tests_properties(SbomTest.${test} PROPERTIES ENVIRONMENT SBOM=${PROJECT_SOURCE_DIR}/packaging/sbom TIMEOUT 60)
     endforeach()
 
+    find_path(MARVO_JSON_HEADERS nlohmann/json.hpp REQUIRED)
+    add_test(NAME NoticeTest.AllHoldersOfTheJsonLibraryAreNamed
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-notice ${MARVO_JSON_HEADERS}/nlohmann packaging/notices/nlohmann-json.txt
+            packaging/debian/copyright.tools .reuse/dep5
+        WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    set_tests_properties(NoticeTest.AllHoldersOfTheJsonLibraryAreNamed PROPERTIES TIMEOUT 60)
+
     set(installed_library lib/libmarvo-${PROJECT_VERSION_MAJOR}.so)
     set(notices cli11.txt nlohmann-json.txt Apache-2.0.txt BSD-3-Clause.txt MIT.txt)
     set(install_test_environment CXX=${CMAKE_CXX_COMPILER})
