@@ -75,6 +75,9 @@ add_test(NAME sources.MessageCheckFindsEachDifference
 
 add_test(NAME scripts.SetupRequiresOnlyWhatItsArgumentsNeed
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/setup-test ${PROJECT_SOURCE_DIR}/tools/setup ${CMAKE_CURRENT_BINARY_DIR}/setup-test)
+add_test(NAME scripts.PackagesAreNotBuiltWithoutTheirDocuments
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/packaging-test ${PROJECT_SOURCE_DIR}/packaging
+        ${CMAKE_CURRENT_BINARY_DIR}/packaging-test)
 if(TARGET tls_client AND TARGET marvo_tool AND NOT MARVO_SANITIZE)
     add_test(NAME scripts.DemoLogsInOnLinuxBeforeItPreparesWindows
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/demo-test ${PROJECT_SOURCE_DIR} $<TARGET_FILE:tls_client>
