@@ -26,7 +26,7 @@ std::string encode(X509* certificate, bool as_der) {
     if (result != 1) throw std::runtime_error("OpenSSL cannot encode the certificate");
     const char* first = nullptr;
     const long length = ::BIO_get_mem_data(bytes.get(), &first);
-    return std::string(first, static_cast<std::size_t>(length));
+    return {first, static_cast<std::size_t>(length)};
 }
 
 ExitStatus print_certificate(const Command& command, const CertOptions& options) {

@@ -27,10 +27,10 @@ std::string lower_case(std::string text) {
 std::size_t distance(const std::string& first, const std::string& second) {
     std::vector<std::size_t> row(second.size() + 1);
     std::iota(row.begin(), row.end(), 0U);
-    for (std::size_t i = 0; i < first.size(); ++i) {
+    for (const char letter : first) {
         std::size_t diagonal = row[0]++;
         for (std::size_t j = 0; j < second.size(); ++j) {
-            const std::size_t replaced = diagonal + (first[i] == second[j] ? 0 : 1);
+            const std::size_t replaced = diagonal + (letter == second[j] ? 0 : 1);
             diagonal = row[j + 1];
             row[j + 1] = std::min({row[j] + 1, row[j + 1] + 1, replaced});
         }
@@ -44,6 +44,7 @@ bool has_prefix(const std::string& name) { return lower_case(name).starts_with(e
 /// The variable that a misspelt name means; "" if there is no such variable.
 std::string find_meant(const std::string& name, const std::vector<EnvKey>& keys) {
     std::vector<std::string> names;
+    names.reserve(keys.size());
     for (const EnvKey& key : keys)
         names.push_back(env_prefix + key.key);
     for (const EnvKey& key : keys)

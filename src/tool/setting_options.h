@@ -21,7 +21,7 @@ public:
     void apply();
 
     /// Whether the command line gives the setting with this environment key, such as "crypto_if".
-    bool is_given(const std::string& key) const { return values.count(key) != 0; }
+    bool is_given(const std::string& key) const { return values.contains(key); }
 
 private:
     std::map<std::string, std::string> values; // by environment key
