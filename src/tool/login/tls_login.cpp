@@ -11,6 +11,7 @@
 #include <openssl/x509v3.h>
 
 #include "tool/login/broken_pipe.h"
+#include "tool/login/tcp_connection.h"
 #include "utils/ossl_helper.h"
 #include "utils/ossl_ptr.h"
 
@@ -119,19 +120,17 @@ LoginReport Connection::run() {
 }
 
 bool Connection::connect() {
-    const bool is_ipv6 = target.host.find(':') != std::string::npos;
-    const std::string host = is_ipv6 ? "[" + target.host + "]" : target.host;
-    socket = ::BIO_new_connect((host + ":" + target.port).c_str());
+    try {
+        socket = connect_to(target.host, target.port, target.timeout).release();
+    } catch (const std::runtime_error& error) {
+        const bool is_ipv6 = target.host.find(':') != std::string::npos;
+        const std::string host = is_ipv6 ? "[" + target.host + "]" : target.host;
+        report.error = "cannot connect to " + host + ":" + target.port + ": " + error.what();
+        return false;
+    }
     require_setup(socket != nullptr, "cannot set up the connection");
     ::SSL_set_bio(ssl.get(), socket, socket);
-    ::BIO_set_nbio(socket, 1);
-    ::ERR_clear_error();
-    const int result = ::BIO_do_connect_retry(socket, target.timeout, nap);
-    if (result == 1) return true;
-    report.error = "cannot connect to " + host + ":" + target.port + ": " +
-                   (result == 0 ? "no connection within " + std::to_string(target.timeout) + " s"
-                                : take_reason("unknown reason"));
-    return false;
+    return true;
 }
 
 /// Waits until the connection is ready for the operation that returned the result.
