@@ -54,6 +54,7 @@ void create_cert_command(CLI::App& program, Command& command) {
     const auto options = std::make_shared<CertOptions>();
     options->key.add_to(*app);
     command.pin.add_to(*app);
+    command.pin.add_final_try_to(*app);
     app->add_option("--out", options->file, "Save the certificate in this file")->type_name("FILE");
     app->add_option("--format", options->format, "pem or der (default: pem)")
         ->type_name("FORMAT")

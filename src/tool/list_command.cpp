@@ -29,8 +29,7 @@ const TokenInfo* find_used(const std::vector<TokenInfo>& tokens) {
 }
 
 Pin read_pin(const PinOptions& options, const TokenInfo* token) {
-    if (token != nullptr && token->is_final_try)
-        std::cerr << "marvo list: the token reports that one more wrong PIN locks it" << std::endl;
+    if (token != nullptr) options.require_try(*token);
     const std::string label = token == nullptr ? "" : token->label;
     return options.read(label.empty() ? "the token" : printable(label));
 }
@@ -79,6 +78,7 @@ void create_list_command(CLI::App& program, Command& command) {
         ->disable_flag_override()
         ->group("PIN");
     command.pin.add_to(*app);
+    command.pin.add_final_try_to(*app);
     command.action = [&command, is_login_wanted] { return list_keys(command, *is_login_wanted); };
 }
 

@@ -107,6 +107,24 @@ void PinOptions::add_to(CLI::App& command) {
         option->group(group);
 }
 
+void PinOptions::add_final_try_to(CLI::App& command) {
+    command
+        .add_flag("--final-try", allows_final_try,
+                  "Log in although the token reports that one more wrong PIN locks it")
+        ->disable_flag_override()
+        ->group("PIN");
+}
+
+void PinOptions::require_try(const TokenInfo& token) const {
+    if (token.is_locked)
+        throw std::runtime_error(
+            "no login was tried: the PIN is locked; unlock or reset it with the tool of the card's maker");
+    if (token.is_final_try && !allows_final_try)
+        throw std::runtime_error(
+            "no login was tried: the token reports that one more wrong PIN locks it; if you "
+            "are sure of the PIN, add --final-try");
+}
+
 Pin PinOptions::read(const std::string& token) const {
     if (from_stdin) return read_first_line(stdin, "standard input");
     if (!file.empty()) return read_file(file);

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/token_info.h"
 #include "utils/pin.h"
 
 namespace Kes::tool {
@@ -15,6 +16,13 @@ class PinOptions {
 public:
     /// Adds --pin-stdin, --pin-file and --pin-env, which exclude each other.
     void add_to(CLI::App& command);
+
+    /// Adds --final-try.
+    void add_final_try_to(CLI::App& command);
+
+    /// Fails if a wrong PIN would lock the token and --final-try is missing, or if the PIN is locked.
+    /// @throws std::runtime_error
+    void require_try(const TokenInfo& token) const;
 
     /// Whether the command line names a source, so that the user wants a login.
     bool is_given() const { return from_stdin || !file.empty() || !variable.empty(); }
@@ -28,6 +36,7 @@ public:
 
 private:
     bool from_stdin = false;
+    bool allows_final_try = false;
     std::string file;
     std::string variable;
 };

@@ -27,7 +27,7 @@ public:
     /// Opens the card, logs in if that is required, and loads the key. Without an id, the card must offer
     /// exactly one key. Reads the PIN only if the card needs one.
     /// @throws ErrorBase the library's errors
-    /// @throws std::runtime_error if there is no such key, or no PIN
+    /// @throws std::runtime_error if there is no such key, or no PIN, or if the token's state forbids a try
     SelectedKey(const Command& command, const std::string& id);
     ~SelectedKey();
     SelectedKey(const SelectedKey&) = delete;

@@ -156,6 +156,7 @@ void create_sign_command(CLI::App& program, Command& command) {
     const auto key = std::make_shared<KeyOption>();
     key->add_to(*app);
     command.pin.add_to(*app);
+    command.pin.add_final_try_to(*app);
     command.action = [&command, key] { return sign_and_verify(command, *key); };
 }
 

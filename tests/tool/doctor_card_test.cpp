@@ -87,10 +87,13 @@ TEST_F(DoctorCardTest, TokenWithItsFinalTryGetsNoPin) {
     const ToolRun doctor = run({"--pin-stdin"}, pin);
     EXPECT_EQ(
         mistakes(doctor),
-        (Lines{"warning card: one more wrong PIN locks the token. Remedy: Enter the right PIN in the tool of "
-               "the card's maker, which resets the count.",
+        (Lines{"warning card: one more wrong PIN locks the token. Remedy: Find out the right PIN before the "
+               "next "
+               "try, which resets the count; if nobody knows it, reset the PIN with the tool of the card's "
+               "maker.",
                "warning login: not tried: the token reports its final try, and a wrong PIN would lock it. "
-               "Remedy: Reset the PIN with the tool of the card's maker."}));
+               "Remedy: See the line of the check 'card'; with the right PIN, marvo list --login --final-try "
+               "resets the count."}));
     EXPECT_EQ(logins(), 0);
 }
 

@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/cfg_reader.h"
 #include "base/ossl_engine.h"
@@ -47,6 +48,10 @@ public:
     void init(const OsslScardCfg* cfg_in);
     void read_scard();
     bool is_pin_required() const noexcept { return is_pin_required_; }
+
+    /// The tokens that the last read_scard() found; empty for a back-end that does not know tokens.
+    std::vector<TokenInfo> tokens() const { return selected_backend().tokens(); }
+
     void set_pin(const char* characters);
     void discover_keys();
     void set_key_type(const PkoId* pko_id);

@@ -33,9 +33,10 @@ Findings check_flags(const TokenInfo& token) {
     if (token.is_locked)
         findings.push_back(card_line(State::error, "the PIN is locked", unlock));
     else if (token.is_final_try)
-        findings.push_back(
-            card_line(State::warning, "one more wrong PIN locks the token",
-                      "Enter the right PIN in the tool of the card's maker, which resets the count"));
+        findings.push_back(card_line(
+            State::warning, "one more wrong PIN locks the token",
+            "Find out the right PIN before the next try, which resets the count; if nobody knows it, "
+            "reset the PIN with the tool of the card's maker"));
     else if (token.is_pin_count_low)
         findings.push_back(card_line(State::warning, "a wrong PIN was entered since the last login",
                                      "Log in with the right PIN, which resets the count"));
@@ -126,8 +127,10 @@ Findings check_login(Context& context) {
         return {login_line(State::note, "not tried, because no option asks for it",
                            "Add --login to try the PIN once, and to see all keys")};
     if (const std::string reason = refusal(context.token); !reason.empty())
-        return {login_line(State::warning, "not tried: " + reason,
-                           "Reset the PIN with the tool of the card's maker")};
+        return {
+            login_line(State::warning, "not tried: " + reason,
+                       "See the line of the check 'card'; with the right PIN, marvo list --login --final-try "
+                       "resets the count")};
     return {log_in(context)};
 }
 

@@ -222,6 +222,7 @@ void create_login_command(CLI::App& program, Command& command) {
         ->check(CLI::Validator(check_address, ""));
     options->key.add_to(*app);
     command.pin.add_to(*app);
+    command.pin.add_final_try_to(*app);
     CLI::Option* ca_file =
         app->add_option("--ca", options->target.ca_file,
                         "The authorities that may sign the server's certificate, PEM (default: OpenSSL's)");
