@@ -42,7 +42,7 @@ std::string name_text(const X509_NAME* name) {
     ::X509_NAME_print_ex(text.get(), name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
     const char* characters = nullptr;
     const long length = ::BIO_get_mem_data(text.get(), &characters);
-    return std::string(characters, static_cast<std::size_t>(length));
+    return {characters, static_cast<std::size_t>(length)};
 }
 
 /// The connection and the facts that OpenSSL's callbacks collect.
