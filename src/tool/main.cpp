@@ -33,7 +33,7 @@ std::string describe_unexpected(const std::vector<std::string>& arguments) {
         if (!name.empty()) options += (options.empty() ? "" : " ") + name;
         has_others = has_others || (name.empty() && argument != "--");
     }
-    const std::string others = has_others ? "An argument was not expected" : "";
+    std::string others = has_others ? "An argument was not expected" : "";
     if (options.empty()) return others;
     return "These options do not exist: " + options + (has_others ? "\n" + others : "");
 }
