@@ -27,6 +27,12 @@ protected:
         set("logfile", dir_.file("log"));
     }
 
+    /// A test may set a variable of the constructor again, so the last value must be taken back first.
+    ~DoctorTest() override {
+        while (!variables_.empty())
+            variables_.pop_back();
+    }
+
     /// Sets the variable of a setting until the test ends.
     void set(const std::string& key, const std::string& value) {
         set_variable("ossl_scard_cfg_" + key, value);
