@@ -119,7 +119,7 @@ TEST(EnvironmentCheckTest, ExtendedKeyUsageMustBeDotted) {
 TEST(EnvironmentCheckTest, QuotationMarksArePartOfAValue) {
     EXPECT_EQ(
         mistakes_of("pkcs11_module_dll", "\"C:\\card.dll\""),
-        Lines{"ossl_scard_cfg_pkcs11_module_dll=\"C:\\\\card.dll\" begins and ends with a quotation mark, "
+        Lines{"ossl_scard_cfg_pkcs11_module_dll=\"C:\\card.dll\" begins and ends with a quotation mark, "
               "which is a part of the value; remove the quotation marks"});
 }
 
