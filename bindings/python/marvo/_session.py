@@ -64,7 +64,7 @@ class LoadedKey:
 
     def certificate_der(self) -> bytes:
         """The certificate in DER format, for example for the package cryptography."""
-        return certificate_to_der(self._session.library, self.certificate)
+        return certificate_to_der(self._session.loaded_library, self.certificate)
 
     def use_in(self, ssl_ctx: int, libssl: ctypes.CDLL) -> None:
         """Sets key and certificate in an SSL_CTX of libssl, and what keys of CryptoAPI need besides.
@@ -73,7 +73,7 @@ class LoadedKey:
         it before the session unloads the key or ends.
         """
         private_key, certificate = self.private_key, self.certificate
-        check_one_libcrypto(self._session.library, libssl)
+        check_one_libcrypto(self._session.loaded_library, libssl)
         uses_cryptoapi = self._session.crypto_if != CryptoIf.PKCS11
         use_key(libssl, ssl_ctx, private_key, certificate, uses_cryptoapi)
 
@@ -94,7 +94,7 @@ class Session:
     def __init__(self, settings: Optional[Settings] = None, *, library: Optional[_abi.PathLike] = None) -> None:
         if Session._current is not None:
             raise Error("this process has an open session already")
-        self.library = _abi.load_library(library)
+        self.loaded_library = _abi.load_library(library)
         self.loaded: Optional[LoadedKey] = None
         self._pin = _PinState.NONE
         self._listing = 0
@@ -210,7 +210,7 @@ class Session:
         self.loaded = LoadedKey(self, self._pointer("ossl_get_private_key"), self._pointer("ossl_get_certificate"))
         if openssl_defaults:
             is_pkcs11 = self.crypto_if == CryptoIf.PKCS11
-            restore_default_methods(self.library, b"pkcs11" if is_pkcs11 else b"capi")
+            restore_default_methods(self.loaded_library, b"pkcs11" if is_pkcs11 else b"capi")
         return self.loaded
 
     def unload(self) -> None:
@@ -219,7 +219,7 @@ class Session:
         self._check("ossl_unload")
 
     def _create_object(self) -> _abi.TableObject:
-        address = self.library.get_ossl_scard_if()
+        address = self.loaded_library.get_ossl_scard_if()
         if not address:
             raise LibraryError("the library returned no object")
         return _abi.TableObject(address, _abi.IF_OPERATIONS)

@@ -2,10 +2,10 @@
 // Usage: node validate.js FILE...
 "use strict";
 const fs = require("fs");
-const { Spec, Validation } = require("@cyclonedx/cyclonedx-library");
+const { Validation } = require("@cyclonedx/cyclonedx-library");
 
 async function main(files) {
-    const validator = new Validation.JsonStrictValidator(Spec.Version.v1dot5);
+    const validator = new Validation.JsonStrictValidator("1.5");
     for (const file of files) {
         const errors = await validator.validate(fs.readFileSync(file, "utf8"));
         if (errors !== null) {
