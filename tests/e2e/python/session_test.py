@@ -12,8 +12,8 @@ FAILED_PIN = "the card needs a PIN, and the one that was set is not used again a
 
 class SessionFixture(unittest.TestCase):
     def setUp(self):
-        self.library = LibraryDouble()
-        installed = self.library.installed()
+        self.double = LibraryDouble()
+        installed = self.double.installed()
         installed.start()
         self.addCleanup(installed.stop)
 
@@ -33,7 +33,7 @@ class SessionFixture(unittest.TestCase):
         return session, session.load(session.keys()[0])
 
     def operations(self):
-        return [call[0] for call in self.library.calls]
+        return [call[0] for call in self.double.calls]
 
     def assert_raises_text(self, kind, text, function, *arguments):
         with self.assertRaises(kind) as caught:
@@ -47,7 +47,7 @@ class SessionTest(SessionFixture):
     def test_with_block_starts_and_ends_the_library(self):
         with marvo.Session() as session:
             self.assertEqual(session.version, "4.3.0")
-        self.assertEqual(self.library.calls, [("version_check", 4), ("init",), ("destroy",)])
+        self.assertEqual(self.double.calls, [("version_check", 4), ("init",), ("destroy",)])
 
     def test_error_in_the_block_ends_the_session(self):
         with self.assertRaises(KeyError), marvo.Session():
@@ -80,7 +80,7 @@ class SessionTest(SessionFixture):
                 crypto_if=marvo.CryptoIf.CAPI_STORE, logfile="/tmp/\u00fc.log", logfile_severity=63, logfile_append=True
             )
         )
-        settings = self.library.settings
+        settings = self.double.settings
         self.assertEqual(settings["crypto_if"], 3)
         self.assertEqual(settings["logfile"], "/tmp/\u00fc.log".encode())
         self.assertEqual(settings["logfile_severity"], 63)
@@ -88,7 +88,7 @@ class SessionTest(SessionFixture):
 
     def test_append_mode_can_be_turned_off(self):
         self.open(marvo.Settings(logfile_append=False))
-        self.assertFalse(self.library.settings["logfile_append"])
+        self.assertFalse(self.double.settings["logfile_append"])
 
     def test_setting_with_a_zero_byte_is_refused_and_the_session_ends(self):
         settings = marvo.Settings(logfile="a\0b")
@@ -96,14 +96,14 @@ class SessionTest(SessionFixture):
         self.assertEqual(self.operations(), ["version_check", "destroy"])
 
     def test_other_interface_version_ends_the_session(self):
-        self.library.fail("version_check", "interface version mismatch")
+        self.double.fail("version_check", "interface version mismatch")
         error = self.assert_raises_text(marvo.OperationError, "interface version mismatch", marvo.Session)
         self.assertEqual((error.operation, error.status), ("version_check", 1))
         self.assertEqual(self.operations(), ["version_check", "destroy"])
 
     def test_failed_start_is_reported_with_the_failed_read(self):
-        self.library.fail("init", "PKCS11_CTX_load() failed")
-        self.library.fail("read_scard", "operation not allowed in current state (cfg_state=uninitialized)")
+        self.double.fail("init", "PKCS11_CTX_load() failed")
+        self.double.fail("read_scard", "operation not allowed in current state (cfg_state=uninitialized)")
         session = self.open()
         self.assert_raises_text(
             marvo.OperationError,
@@ -112,20 +112,20 @@ class SessionTest(SessionFixture):
         )
 
     def test_log_file_that_cannot_be_opened_causes_one_warning(self):
-        self.library.fail("init", "error opening logfile")
+        self.double.fail("init", "error opening logfile")
         session = self.open()
         with self.assertWarns(marvo.LogFileWarning) as caught:
             session.read_card()
         self.assertEqual(str(caught.warning), "error opening logfile")
-        self.library.fail("read_scard", "no card")
+        self.double.fail("read_scard", "no card")
         self.assert_raises_text(marvo.OperationError, "no card", session.read_card)
 
     def test_missing_card_raises_the_text_of_the_library(self):
-        self.library.fail("read_scard", "PKCS11_find_token() failed")
+        self.double.fail("read_scard", "PKCS11_find_token() failed")
         self.assert_raises_text(marvo.OperationError, "PKCS11_find_token() failed", self.open().read_card)
 
     def test_failure_without_a_text_names_operation_and_status(self):
-        self.library.fail("read_scard", "", status=255)
+        self.double.fail("read_scard", "", status=255)
         self.assert_raises_text(marvo.OperationError, "read_scard failed with status 255", self.open().read_card)
 
 
@@ -135,7 +135,7 @@ class PinTest(SessionFixture):
         pin = bytearray(b"1234")
         session.set_pin(pin)
         self.assertEqual(pin, bytearray(4))
-        self.assertEqual(self.library.calls[-1], ("set_pin", b"1234"))
+        self.assertEqual(self.double.calls[-1], ("set_pin", b"1234"))
 
     def test_card_is_read_again_before_the_pin_is_set(self):
         self.open_with_pin()
@@ -144,7 +144,7 @@ class PinTest(SessionFixture):
     def test_card_that_was_removed_costs_no_try_and_wipes_the_pin(self):
         session = self.open()
         session.read_card()
-        self.library.fail("read_scard", "PKCS11_find_token() failed")
+        self.double.fail("read_scard", "PKCS11_find_token() failed")
         pin = bytearray(b"1234")
         self.assert_raises_text(marvo.OperationError, "PKCS11_find_token() failed", session.set_pin, pin)
         self.assertEqual(pin, bytearray(4))
@@ -152,7 +152,7 @@ class PinTest(SessionFixture):
 
     def test_refused_pin_is_wiped_and_absent_from_the_error(self):
         session = self.open()
-        self.library.fail("set_pin", "operation not allowed")
+        self.double.fail("set_pin", "operation not allowed")
         pin = bytearray(b"8642")
         error = self.assert_raises_text(marvo.OperationError, "operation not allowed", session.set_pin, pin)
         self.assertEqual(pin, bytearray(4))
@@ -176,7 +176,7 @@ class PinTest(SessionFixture):
 
     def test_wrong_pin_raises_the_text_of_the_library(self):
         session = self.open_with_pin()
-        self.library.fail("discover_keys", TEXT)
+        self.double.fail("discover_keys", TEXT)
         error = self.assert_raises_text(marvo.OperationError, TEXT, session.keys)
         self.assertEqual(error.operation, "discover_keys")
 
@@ -199,51 +199,51 @@ class PinTest(SessionFixture):
 
     def test_pin_that_the_listing_rejects_is_not_used_again(self):
         session = self.open_with_pin()
-        self.library.fail("discover_keys", TEXT)
+        self.double.fail("discover_keys", TEXT)
         self.assert_raises_text(marvo.OperationError, TEXT, session.find_key, "%01")
-        self.library.calls.clear()
+        self.double.calls.clear()
         self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.find_key, "%01")
         self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.load)
-        self.assertEqual(self.library.calls, [])
+        self.assertEqual(self.double.calls, [])
 
     def test_pin_that_the_load_rejects_is_not_used_again(self):
         session = self.open_with_pin()
-        self.library.fail("ossl_load", TEXT)
+        self.double.fail("ossl_load", TEXT)
         self.assert_raises_text(marvo.OperationError, TEXT, session.load)
         session.read_card()
-        self.library.calls.clear()
+        self.double.calls.clear()
         self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.load)
         self.assert_raises_text(marvo.PinRequiredError, FAILED_PIN, session.keys)
-        self.assertEqual(self.library.calls, [])
+        self.assertEqual(self.double.calls, [])
 
     def test_another_pin_is_used_after_a_rejected_one(self):
         session = self.open_with_pin()
-        self.library.fail("discover_keys", TEXT)
+        self.double.fail("discover_keys", TEXT)
         self.assert_raises_text(marvo.OperationError, TEXT, session.keys)
         session.set_pin(b"5678")
         self.assertEqual(len(session.keys()), 2)
 
     def test_pin_that_cannot_be_stored_also_ends_the_one_before(self):
         session = self.open_with_pin()
-        self.library.fail("set_pin", "operation not allowed")
+        self.double.fail("set_pin", "operation not allowed")
         self.assert_raises_text(marvo.OperationError, "operation not allowed", session.set_pin, b"5678")
         self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.keys)
 
     def test_failure_without_a_pin_is_not_taken_for_a_rejected_pin(self):
-        self.library.pin_required = False
+        self.double.pin_required = False
         session = self.open()
         session.read_card()
-        self.library.fail("discover_keys", "token is not initialized")
+        self.double.fail("discover_keys", "token is not initialized")
         self.assert_raises_text(marvo.OperationError, "token is not initialized", session.keys)
-        self.library.pin_required = True
+        self.double.pin_required = True
         session.read_card()
         self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.keys)
 
     def test_pin_is_required_again_after_a_card_without_one(self):
         session = self.open_with_pin()
-        self.library.pin_required = False
+        self.double.pin_required = False
         session.read_card()
-        self.library.pin_required = True
+        self.double.pin_required = True
         session.read_card()
         self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.load)
 
@@ -256,9 +256,9 @@ class KeyTest(SessionFixture):
         )
 
     def test_listing_leaves_the_selection_unchanged(self):
-        self.library.settings.update(priv_key_name=b"before", cert_name=b"also", capi_key_type=1)
+        self.double.settings.update(priv_key_name=b"before", cert_name=b"also", capi_key_type=1)
         self.open_with_pin().keys()
-        settings = self.library.settings
+        settings = self.double.settings
         names = [settings[name] for name in ("priv_key_name", "cert_name", "capi_key_type")]
         self.assertEqual(names, [b"before", b"also", 1])
 
@@ -268,21 +268,21 @@ class KeyTest(SessionFixture):
         self.assertEqual(_id_in_uri("pkcs11:token=a;id=%09;type=b;id=%01%ab;type=private"), "%01%ab")
 
     def test_keys_of_cryptoapi_have_the_name_of_their_container_and_their_type(self):
-        self.library.pin_required = False
+        self.double.pin_required = False
         session = self.open(marvo.Settings(crypto_if=marvo.CryptoIf.CAPI))
         key = session.keys()[0]
         self.assertEqual((key.id, key.type), ("pkcs11:token=demo;id=%01;type=private", 2))
 
     def test_key_that_cannot_be_selected_has_no_id(self):
         session = self.open_with_pin()
-        self.library.fail("set_key", "no certificate for private key found")
+        self.double.fail("set_key", "no certificate for private key found")
         self.assertEqual([key.id for key in session.keys()], [None, "%02"])
 
     def test_loading_a_key_that_cannot_be_selected_raises_the_text_of_the_library(self):
         session = self.open_with_pin()
-        self.library.fail("set_key", "no certificate for private key found", times=2)
+        self.double.fail("set_key", "no certificate for private key found", times=2)
         key = session.keys()[0]
-        self.library.fail("set_key", "no certificate for private key found")
+        self.double.fail("set_key", "no certificate for private key found")
         text = "no certificate for private key found"
         self.assert_raises_text(marvo.OperationError, text, session.load, key)
 
@@ -307,7 +307,7 @@ class LoadTest(SessionFixture):
         _, loaded = self.load()
         self.assertEqual((loaded.private_key, loaded.certificate), (0x1000, 0x2000))
         self.assertEqual(
-            self.library.calls[-5:],
+            self.double.calls[-5:],
             [("set_key", 0), ("notify_config_done",), ("ossl_load",), ("ossl_get_private_key",), ("ossl_get_certificate",)],
         )
 
@@ -320,25 +320,25 @@ class LoadTest(SessionFixture):
         for step in ("notify_config_done", "ossl_load", "ossl_get_private_key", "ossl_get_certificate"):
             with self.subTest(step):
                 session = self.open_with_pin()
-                self.library.fail(step, f"{step}() failed")
+                self.double.fail(step, f"{step}() failed")
                 error = self.assert_raises_text(marvo.OperationError, f"{step}() failed", session.load)
                 self.assertEqual((error.operation, error.status), (step, 1))
                 self.assertIsNone(session.loaded)
                 session.close()
 
     def test_missing_object_is_an_error(self):
-        self.library.loaded[1] = None
+        self.double.loaded[1] = None
         session = self.open_with_pin()
         self.assert_raises_text(marvo.Error, "ossl_get_certificate returned no object", session.load)
 
     def test_failed_unload_raises_the_text_of_the_library(self):
         session, _ = self.load()
-        self.library.fail("ossl_unload", "operation not allowed")
+        self.double.fail("ossl_unload", "operation not allowed")
         self.assert_raises_text(marvo.OperationError, "operation not allowed", session.unload)
 
     def test_failed_load_also_ends_the_key_of_the_load_before(self):
         session, loaded = self.load()
-        self.library.fail("ossl_load", "ENGINE_load_private_key() failed")
+        self.double.fail("ossl_load", "ENGINE_load_private_key() failed")
         self.assert_raises_text(marvo.OperationError, "ENGINE_load_private_key() failed", session.load)
         self.assert_raises_text(marvo.Error, "the key is no longer loaded", getattr, loaded, "private_key")
 
