@@ -163,14 +163,19 @@ class Session:
         """Stores a copy of the PIN in the library, and overwrites a bytearray with zeros.
 
         First reads the card again: with some versions of libp11, keys() would not return if the card was removed
-        while the user typed the PIN. The card checks the PIN in keys() and load(). After a failure of these, the PIN
-        counts as wrong and is not used again.
+        while the user typed the PIN. A PIN for a card that needs none is not stored: it belongs to another card. The
+        card checks the PIN in keys() and load(). After a failure of these, the PIN counts as wrong and is not used
+        again.
         """
         with PinText(pin) as text:
+            if not pin:
+                raise ValueError("the PIN is empty")
             self.read_card()
+            if not self.pin_required:
+                return
             self._pin = _PinState.NONE
             self._check("set_pin", text)
-            self._pin = _PinState.SET if len(pin) > 0 else _PinState.NONE
+            self._pin = _PinState.SET
 
     def keys(self) -> List[Key]:
         """Logs in if the card needs a PIN, and returns the keys whose certificates pass the filter."""

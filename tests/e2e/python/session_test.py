@@ -192,10 +192,21 @@ class PinTest(SessionFixture):
         self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.load)
         self.assertNotIn("ossl_load", self.operations())
 
-    def test_load_with_an_empty_pin_does_not_ask_the_card(self):
+    def test_empty_pin_is_refused_before_the_card_is_read(self):
         session = self.open()
-        session.set_pin(b"")
-        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.load)
+        self.assert_raises_text(ValueError, "the PIN is empty", session.set_pin, b"")
+        self.assertNotIn("read_scard", self.operations())
+
+    def test_pin_for_a_card_that_needs_none_is_wiped_and_not_stored(self):
+        self.double.pin_required = False
+        session = self.open()
+        pin = bytearray(b"1234")
+        session.set_pin(pin)
+        self.assertEqual(pin, bytearray(4))
+        self.assertNotIn("set_pin", self.operations())
+        self.double.pin_required = True
+        session.read_card()
+        self.assert_raises_text(marvo.PinRequiredError, NO_PIN, session.keys)
 
     def test_pin_that_the_listing_rejects_is_not_used_again(self):
         session = self.open_with_pin()
