@@ -61,6 +61,7 @@ offered, checks the whole installation, and logs in to a server.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME marvo-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libp11-3 (>= 0.4.12)") # the tool loads it without being linked to it
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS libengine-pkcs11-openssl)
 
 set(CPACK_COMPONENT_DOCUMENTS_DESCRIPTION "${PROJECT_DESCRIPTION} (documents)

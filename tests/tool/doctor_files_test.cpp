@@ -191,16 +191,5 @@ TEST_F(DoctorTest, EngineOfOpensslConfigurationIsReported) {
               Lines{"skipped engine: not checked because of the check 'openssl.cnf'."});
 }
 
-TEST_F(DoctorTest, OldLibp11IsReported) {
-    set_variable("LD_LIBRARY_PATH", MARVO_OLD_LIBP11_DIR);
-    const ToolRun doctor = run();
-    EXPECT_EQ(
-        mistakes(doctor),
-        Lines{"error   libp11: libp11_library:20 Kes::require_libp11(): '" MARVO_OLD_LIBP11_DIR
-              "/libp11.so.3' has no function PKCS11_update_slots: libp11 0.4.12 or later is needed: val=4 "
-              "(unsupported). Remedy: Install libp11 0.4.12 or later, with the engine of the same version."});
-    EXPECT_EQ(lines(doctor, "module"), Lines{"skipped module: not checked because of the check 'libp11'."});
-}
-
 } // namespace
 } // namespace Kes::test

@@ -7,15 +7,13 @@
 
 namespace Kes::test {
 
-ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input) {
+ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input,
+                 const std::string& program) {
     const TempDir dir;
     std::ofstream(dir.file("input")) << input;
-    std::vector<std::string> command{"/bin/sh",
-                                     "-c",
-                                     R"(exec <"$0" >"$1"; shift; exec "$@")",
-                                     dir.file("input"),
-                                     dir.file("output"),
-                                     MARVO_TOOL_PROGRAM};
+    std::vector<std::string> command{
+        "/bin/sh",          "-c",   R"(exec <"$0" >"$1"; shift; exec "$@")", dir.file("input"),
+        dir.file("output"), program};
     command.insert(command.end(), arguments.begin(), arguments.end());
     Process process(command, dir.file("errors"));
     const int status = process.wait();

@@ -20,7 +20,9 @@ struct ToolRun {
 
 /// Runs the program with these arguments, in the environment and the current folder of the test.
 /// @param input  its standard input
-ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input = "");
+/// @param program  the file of the program, if it is not the one of the build
+ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input = "",
+                 const std::string& program = MARVO_TOOL_PROGRAM);
 
 } // namespace Kes::test
 

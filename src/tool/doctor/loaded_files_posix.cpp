@@ -1,9 +1,10 @@
 #include "tool/doctor/loaded_files.h"
 
 #include <dlfcn.h>
-#include <libp11.h>
 #include <link.h>
 #include <openssl/crypto.h>
+
+#include "tool/loader_posix.h"
 
 namespace Kes::tool {
 namespace {
@@ -28,6 +29,6 @@ std::vector<std::string> loaded_files() {
 
 std::string libcrypto_in_use() { return file_of(reinterpret_cast<const void*>(&::OpenSSL_version)); }
 
-std::string libp11_in_use() { return file_of(reinterpret_cast<const void*>(&::PKCS11_CTX_new)); }
+std::string libp11_in_use() { return ask_loader_for_path("libp11.so.3"); }
 
 } // namespace Kes::tool
