@@ -11,7 +11,7 @@
 /// Runs of the command doctor.
 namespace Kes::test {
 
-constexpr const char* system_engine = MARVO_PKCS11_ENGINE;
+constexpr const char* system_engine = MARVO_TOOL_ENGINE;
 
 /// An installation without mistakes: the back-end pkcs11 with full paths, a card whose key is offered, and a
 /// log in a folder of its own, which is also the current folder.
