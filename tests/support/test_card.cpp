@@ -25,10 +25,17 @@ std::string hash_of(const char* text) {
 } // namespace
 
 TestCard::TestCard()
-    : token_{{"label", "Card 1"},  {"manufacturer", "Card maker"},
-             {"model", "Model 7"}, {"serial", "0042"},
-             {"initialized", "1"}, {"login_required", "1"},
-             {"pin_pad", "0"},     {"pin_sha256", hash_of(card_pin)}} {
+    : token_{{"label", "Card 1"},
+             {"manufacturer", "Card maker"},
+             {"model", "Model 7"},
+             {"serial", "0042"},
+             {"initialized", "1"},
+             {"login_required", "1"},
+             {"pin_pad", "0"},
+             {"pin_final_try", "0"},
+             {"pin_locked", "0"},
+             {"second_label", ""},
+             {"pin_sha256", hash_of(card_pin)}} {
     insert();
 }
 

@@ -17,6 +17,8 @@ class TestCard {
 public:
     TestCard();
 
+    const std::filesystem::path& folder() const { return dir_.path(); }
+
     /// Changes a setting in the file "token", such as "label".
     void set(const std::string& name, const std::string& value);
 

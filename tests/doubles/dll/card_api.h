@@ -17,6 +17,9 @@ struct CardToken {
     bool is_initialized;
     bool is_login_required;
     bool has_pin_pad;
+    bool is_final_try;
+    bool is_locked;
+    const char* second_label; ///< of another token in a second reader; empty if there is none
 };
 
 enum class CardKind { certificate, private_key, public_key };

@@ -48,9 +48,17 @@ const CardToken* CardObjects::read_token() {
     token.manufacturer = settings["manufacturer"];
     token.model = settings["model"];
     token.serial = settings["serial"];
-    token.out = {token.label.c_str(),       token.manufacturer.c_str(),     token.model.c_str(),
-                 token.serial.c_str(),      settings["initialized"] == "1", settings["login_required"] == "1",
-                 settings["pin_pad"] == "1"};
+    token.second_label = settings["second_label"];
+    token.out = {.label = token.label.c_str(),
+                 .manufacturer = token.manufacturer.c_str(),
+                 .model = token.model.c_str(),
+                 .serial = token.serial.c_str(),
+                 .is_initialized = settings["initialized"] == "1",
+                 .is_login_required = settings["login_required"] == "1",
+                 .has_pin_pad = settings["pin_pad"] == "1",
+                 .is_final_try = settings["pin_final_try"] == "1",
+                 .is_locked = settings["pin_locked"] == "1",
+                 .second_label = token.second_label.c_str()};
     return &token.out;
 }
 

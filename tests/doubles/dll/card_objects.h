@@ -13,7 +13,8 @@ namespace Kes::test {
 /// The token and its objects, read from the card's folder.
 ///
 /// The file "token" contains the lines "label=", "manufacturer=", "model=", "serial=", "initialized=",
-/// "login_required=", "pin_pad=" (0 or 1) and "pin_sha256=". Without this file, the reader is empty.
+/// "login_required=", "pin_pad=", "pin_final_try=", "pin_locked=" (0 or 1), "second_label=" and
+/// "pin_sha256=". Without this file, the reader is empty.
 /// A line of the file "objects" is "id=kinds name label": the id in hexadecimal, the kinds as letters (c
 /// certificate, k private key, p public key), the name of the files (name.crt and name.key, PEM), and the
 /// label.
@@ -34,7 +35,7 @@ public:
 
 private:
     struct Token {
-        std::string label, manufacturer, model, serial;
+        std::string label, manufacturer, model, serial, second_label;
         CardToken out;
     };
     struct Object {

@@ -31,9 +31,9 @@ int result(unsigned long code, const char* function) {
     return -1;
 }
 
-void describe(Libp11Slots& slots, const CardToken& card) {
-    PKCS11_TOKEN& token = slots.token;
-    token.label = slots.keep(card.label);
+void describe(Libp11Slots& slots, std::size_t index, const CardToken& card, const char* label) {
+    PKCS11_TOKEN& token = slots.tokens[index];
+    token.label = slots.keep(label);
     token.manufacturer = slots.keep(card.manufacturer);
     token.model = slots.keep(card.model);
     token.serialnr = slots.keep(card.serial);
@@ -41,8 +41,22 @@ void describe(Libp11Slots& slots, const CardToken& card) {
     token.userPinSet = 1;
     token.loginRequired = card.is_login_required ? 1 : 0;
     token.secureLogin = card.has_pin_pad ? 1 : 0;
-    token.slot = &slots.slot;
-    slots.slot.token = &token;
+    token.userPinFinalTry = card.is_final_try ? 1 : 0;
+    token.userPinLocked = card.is_locked ? 1 : 0;
+    token.slot = &slots.slots[index];
+    slots.slots[index].token = &token;
+}
+
+void describe_readers(Libp11Slots& slots, const CardToken* card) {
+    for (std::size_t i = 0; i < slots.slots.size(); ++i) {
+        slots.slots[i].manufacturer = slots.keep("Slot maker");
+        slots.slots[i].description = slots.keep(i == 0 ? "Slot 1" : "Slot 2");
+    }
+    if (card == nullptr) return;
+    describe(slots, 0, *card, card->label);
+    if (*card->second_label == '\0') return;
+    describe(slots, 1, *card, card->second_label);
+    slots.count = 2;
 }
 
 /// Lists the card's objects as libp11's structures, which are valid as long as the slots.
@@ -134,11 +148,9 @@ int PKCS11_enumerate_slots(PKCS11_CTX* ctx, PKCS11_SLOT** slotsp, unsigned int* 
     const CardToken* card = nullptr;
     if (const unsigned long code = context->module->read_token(&card)) return result(code, function);
     Libp11Slots& slots = state().add_slots(*context);
-    slots.slot.manufacturer = slots.keep("Slot maker");
-    slots.slot.description = slots.keep("Slot 1");
-    if (card != nullptr) describe(slots, *card);
-    *slotsp = &slots.slot;
-    *nslotsp = 1;
+    describe_readers(slots, card);
+    *slotsp = slots.slots.data();
+    *nslotsp = slots.count;
     return 0;
 }
 
@@ -149,7 +161,7 @@ void PKCS11_release_all_slots(PKCS11_CTX* ctx, PKCS11_SLOT* slots_in, unsigned i
     note_call(std::string(function) + "(" + name_of(context) + ", " + name_of(slots) + ", " +
               std::to_string(nslots) + ")");
     if (slots == nullptr) return;
-    if (slots->owner != context || nslots != 1)
+    if (slots->owner != context || nslots != slots->count)
         note_violation(std::string(function) + ": wrong context or count");
     slots->owner->module->close_sessions();
     state().remove(*slots);
@@ -161,7 +173,7 @@ PKCS11_SLOT* PKCS11_find_token(PKCS11_CTX* ctx, PKCS11_SLOT* slots_in, unsigned 
     const Libp11Slots* slots = state().find(slots_in, function);
     const std::string arguments = name_of(context) + ", " + name_of(slots) + ", " + std::to_string(nslots);
     if (step(function, arguments) != card_ok || slots == nullptr) return nullptr;
-    return slots->slot.token == nullptr ? nullptr : slots_in;
+    return slots->slots[0].token == nullptr ? nullptr : slots_in;
 }
 
 int PKCS11_is_logged_in(PKCS11_SLOT* slot, int so, int* res) {
@@ -180,7 +192,7 @@ int PKCS11_login(PKCS11_SLOT* slot, int so, const char* pin) {
     Libp11Slots* slots = state().find(slot, function);
     const std::string arguments = name_of(slots) + ", " + role_name(so) + ", " + describe_pin(pin);
     if (!begin(function, arguments) || slots == nullptr) return -1;
-    if (slots->slot.token == nullptr) {
+    if (slots->slots[0].token == nullptr) {
         note_violation(std::string(function) + ": no token is there");
         return -1;
     }

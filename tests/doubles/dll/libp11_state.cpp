@@ -62,7 +62,7 @@ Libp11Slots* Libp11State::find(const PKCS11_SLOT* slot, const char* caller) {
     return find_alive(
         slots_,
         [&](const Libp11Slots& slots) {
-            return &slots.slot == slot && slots.owner != nullptr && slots.owner->module.is_loaded();
+            return slots.slots.data() == slot && slots.owner != nullptr && slots.owner->module.is_loaded();
         },
         "slot", caller);
 }
@@ -71,7 +71,7 @@ Libp11Slots* Libp11State::find(const PKCS11_TOKEN* token, const char* caller) {
     return find_alive(
         slots_,
         [&](const Libp11Slots& slots) {
-            return &slots.token == token && slots.slot.token == token && slots.owner != nullptr &&
+            return slots.tokens.data() == token && slots.slots[0].token == token && slots.owner != nullptr &&
                    slots.owner->module.is_loaded();
         },
         "token", caller);

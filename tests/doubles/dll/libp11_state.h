@@ -1,6 +1,7 @@
 #ifndef KES_TESTS_DOUBLES_DLL_LIBP11_STATE_H_
 #define KES_TESTS_DOUBLES_DLL_LIBP11_STATE_H_
 
+#include <array>
 #include <deque>
 #include <libp11.h>
 #include <list>
@@ -21,8 +22,8 @@ struct Libp11Context {
     CardModule module;
 };
 
-/// The slots of one enumeration and all objects listed on their token, which libp11 frees together. There is
-/// one reader, which may be empty.
+/// The slots of one enumeration and all objects listed on their token, which libp11 frees together. The first
+/// reader may be empty. The second one exists only with a token in it, which has no objects.
 struct Libp11Slots {
     Libp11Slots() = default;
     ~Libp11Slots();
@@ -33,8 +34,9 @@ struct Libp11Slots {
 
     std::string name;
     Libp11Context* owner = nullptr;
-    PKCS11_SLOT slot{};
-    PKCS11_TOKEN token{};
+    std::array<PKCS11_SLOT, 2> slots{};
+    std::array<PKCS11_TOKEN, 2> tokens{};
+    unsigned int count = 1;
     std::deque<std::string> texts;
     std::deque<std::vector<unsigned char>> ids;
     std::deque<std::vector<PKCS11_CERT>> certs;
