@@ -45,6 +45,17 @@ EvpPkeyPtr read_pem_key(const std::filesystem::path& file) {
     return EvpPkeyPtr(read_pem(file, ::PEM_read_bio_PrivateKey));
 }
 
+void expire_certificate(const std::filesystem::path& file) {
+    const std::string name = file.string();
+    const EvpPkeyPtr key = read_pem_key(name + ".key");
+    const X509Ptr certificate = read_pem_certificate(name + ".crt");
+    ::X509_gmtime_adj(::X509_getm_notAfter(certificate.get()), -24L * 60 * 60);
+    const BioPtr output(::BIO_new_file((name + ".crt").c_str(), "w"));
+    if (::X509_sign(certificate.get(), key.get(), ::EVP_sha256()) == 0 || !output ||
+        ::PEM_write_bio_X509(output.get(), certificate.get()) != 1)
+        throw std::runtime_error("cannot write " + name + ".crt");
+}
+
 Bytes with_number(Bytes certificate, int number) {
     const std::string before = "Number 0000";
     char after[16];

@@ -34,6 +34,10 @@ Bytes read_bytes(const std::filesystem::path& file);
 X509Ptr read_pem_certificate(const std::filesystem::path& file);
 EvpPkeyPtr read_pem_key(const std::filesystem::path& file);
 
+/// Ends the validity of a certificate in PEM yesterday.
+/// @param file  both files without their endings .crt and .key; the key signs the certificate
+void expire_certificate(const std::filesystem::path& file);
+
 /// The certificate with the number in place of 0000 in each of its names "CN=Number 0000".
 Bytes with_number(Bytes certificate, int number);
 

@@ -2,11 +2,10 @@
 #include "doctor_run.h"
 
 #include <algorithm>
-#include <openssl/pem.h>
 #include <regex>
 
 #include "json_schema.h"
-#include "utils/ossl_ptr.h"
+#include "support/certificates.h"
 
 namespace Kes::test {
 namespace {
@@ -29,19 +28,6 @@ protected:
         return std::count_if(calls.begin(), calls.end(), [](const std::string& call) {
             return call.find(" C_Login#") != std::string::npos;
         });
-    }
-
-    /// Changes the end of the validity of the certificate to yesterday.
-    void expire() const {
-        const std::string name = (token_.folder() / "rsa").string();
-        const BioPtr key_file(::BIO_new_file((name + ".key").c_str(), "r"));
-        const EvpPkeyPtr key(::PEM_read_bio_PrivateKey(key_file.get(), nullptr, nullptr, nullptr));
-        const BioPtr cert_file(::BIO_new_file((name + ".crt").c_str(), "r+"));
-        const X509Ptr cert(::PEM_read_bio_X509(cert_file.get(), nullptr, nullptr, nullptr));
-        ::X509_gmtime_adj(::X509_getm_notAfter(cert.get()), -24L * 60 * 60);
-        ASSERT_NE(::X509_sign(cert.get(), key.get(), ::EVP_sha256()), 0);
-        const BioPtr output(::BIO_new_file((name + ".crt").c_str(), "w"));
-        ASSERT_EQ(::PEM_write_bio_X509(output.get(), cert.get()), 1);
     }
 };
 
@@ -159,7 +145,7 @@ TEST_F(DoctorCardTest, KeyWithoutCertificateIsReported) {
 }
 
 TEST_F(DoctorCardTest, ExpiredCertificateIsReported) {
-    expire();
+    expire_certificate(token_.folder() / "rsa");
     EXPECT_EQ(mistakes(run({"--pin-stdin"}, pin)),
               Lines{"error   keys: 'Card 1: Login' (id %01, RSA 2048, CN=Rita RSA,O=Test Makers,C=AT): "
                     "offered; expired "
