@@ -2,7 +2,7 @@
 if(WIN32 AND OPENSSL_ROOT_DIR AND NOT EXISTS ${OPENSSL_ROOT_DIR})
     message(FATAL_ERROR "There is no OpenSSL for Windows x64 in ${OPENSSL_ROOT_DIR}: run tools/setup, which builds it.")
 endif()
-find_package(OpenSSL REQUIRED COMPONENTS Crypto SSL)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto SSL GLOBAL) # also for a project that adds this one
 if(OPENSSL_VERSION VERSION_LESS 3.0)
     message(FATAL_ERROR "OpenSSL ${OPENSSL_VERSION} is too old: libmarvo needs OpenSSL 3.0 or a later 3.x.")
 endif()

@@ -158,7 +158,8 @@ if(NOT MARVO_SANITIZE)
     endforeach()
     add_build_test(LibraryBuildsAsSubdirectory ${CMAKE_CURRENT_SOURCE_DIR}/consumer
         "-DSETTINGS=-DMARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR}${without_packages}"
-        -DPROGRAM=consumer -DEXPECTED=${PROJECT_VERSION})
+        "-DPROGRAMS=consumer|c_consumer|wrapper_consumer"
+        "-DEXPECTED=${PROJECT_VERSION}|${PROJECT_VERSION}|no key is loaded")
 
     # The software bill of materials of the packages.
     foreach(test IN ITEMS
@@ -180,6 +181,6 @@ if(NOT MARVO_SANITIZE)
 
     set(installed_library lib/libmarvo-${PROJECT_VERSION_MAJOR}.so)
     set(notices cli11.txt nlohmann-json.txt Apache-2.0.txt BSD-3-Clause.txt MIT.txt)
-    set(install_test_environment CXX=${CMAKE_CXX_COMPILER})
+    set(install_test_environment CC=${CMAKE_C_COMPILER} CXX=${CMAKE_CXX_COMPILER})
     include(install.cmake)
 endif()

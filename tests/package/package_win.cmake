@@ -116,7 +116,8 @@ set(installed_imports lib/${dll_name}.dll.a lib/${dll_name}.lib)
 set(notices
     cli11.txt gcc-runtime.txt mingw-w64.txt nlohmann-json.txt openssl.txt
     Apache-2.0.txt BSD-3-Clause.txt GCC-exception-3.1.txt GPL-3.0-or-later.txt LicenseRef-mingw-w64.txt MIT.txt)
-set(install_test_environment "CXX=${CMAKE_CXX_COMPILER};SYSTEM=Windows")
+set(install_test_environment
+    CC=${CMAKE_C_COMPILER} CXX=${CMAKE_CXX_COMPILER} SYSTEM=Windows OPENSSL=${OPENSSL_ROOT_DIR})
 set(run_program ${CMAKE_CROSSCOMPILING_EMULATOR})
 include(install.cmake)
 add_install_test(MicrosoftLinkersGetTheirImportLibrary microsoft_import lib/${dll_name}.lib)
