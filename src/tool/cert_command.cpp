@@ -1,6 +1,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <openssl/pem.h>
 
 #include "tool/binary_output.h"

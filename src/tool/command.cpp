@@ -2,6 +2,9 @@
 
 #include <iostream>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 namespace Kes::tool {
 
 CLI::App* Command::add_to(CLI::App& program, const std::string& description) {

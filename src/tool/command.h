@@ -4,8 +4,7 @@
 #include <functional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "tool/exit_status.h"
 #include "tool/pin_options.h"
@@ -13,7 +12,7 @@
 
 namespace Kes::tool {
 
-/// JSON that keeps the order in which its members were added.
+/// JSON that keeps the order in which its members were added. Files that use it include <nlohmann/json.hpp>.
 using Json = nlohmann::ordered_json;
 
 /// What every command has: its name, the options that all commands share, and the place of its action.

@@ -2,6 +2,9 @@
 #include <iostream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "base/env_settings.h"
 #include "tool/commands.h"
 #include "tool/environment_check.h"

@@ -1,6 +1,9 @@
 #include <iostream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "base/ossl_scard_cfg_imp.h"
 #include "manager/key_backends.h"
 #include "tool/commands.h"

@@ -1,3 +1,5 @@
+#include <nlohmann/json.hpp>
+
 #include "tool/list_result.h"
 
 namespace Kes::tool {

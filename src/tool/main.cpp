@@ -2,6 +2,9 @@
 #include <array>
 #include <iostream>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "manager/build_info.h"
 #include "tool/commands.h"
 

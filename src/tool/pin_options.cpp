@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include <CLI/CLI.hpp>
 #include <openssl/ui.h>
 
 namespace Kes::tool {

@@ -3,10 +3,12 @@
 
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "base/token_info.h"
 #include "utils/pin.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Kes::tool {
 

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include <CLI/CLI.hpp>
 #include <openssl/evp.h>
 
 #include "tool/printable.h"

@@ -3,10 +3,12 @@
 
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "manager/ossl_scard_mgr.h"
 #include "tool/command.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Kes::tool {
 

@@ -1,5 +1,7 @@
 #include "tool/setting_options.h"
 
+#include <CLI/CLI.hpp>
+
 #include "base/env_settings.h"
 #include "tool/environment.h"
 

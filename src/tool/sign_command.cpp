@@ -5,6 +5,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
 #include <openssl/err.h>
 #include <openssl/rand.h>
 #include <openssl/rsa.h>

@@ -1,5 +1,6 @@
 #include <iostream>
 
+#include <nlohmann/json.hpp>
 #include <openssl/crypto.h>
 
 #include "manager/build_info.h"

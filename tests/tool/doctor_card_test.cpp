@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <regex>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "support/certificates.h"
 

@@ -1,6 +1,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "support/support.h"
 #include "tool_run.h"

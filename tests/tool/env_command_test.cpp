@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "support/process.h"
 #include "support/support.h"

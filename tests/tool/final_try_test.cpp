@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "support/file_tokens.h"
 #include "tool_run.h"

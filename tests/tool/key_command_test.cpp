@@ -2,6 +2,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "support/certificates.h"
 #include "support/file_tokens.h"

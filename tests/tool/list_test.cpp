@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <regex>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "support/terminal.h"
 #include "token_folder.h"

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "json_schema.h"
 #include "tool/list_result.h"
 

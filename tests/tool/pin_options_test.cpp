@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 
+#include <CLI/CLI.hpp>
+
 #include "support/support.h"
 
 namespace Kes::test {

@@ -2,6 +2,8 @@
 
 #include <fstream>
 
+#include <nlohmann/json.hpp>
+
 #include "support/process.h"
 #include "support/support.h"
 
@@ -19,5 +21,7 @@ ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& i
     const int status = process.wait();
     return {status, read_file(dir.file("output")), read_file(dir.file("errors"))};
 }
+
+nlohmann::json ToolRun::json() const { return nlohmann::json::parse(output); }
 
 } // namespace Kes::test

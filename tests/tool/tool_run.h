@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 /// Runs of the program marvo.
 namespace Kes::test {
@@ -15,7 +15,8 @@ struct ToolRun {
     std::string errors; ///< standard error
 
     /// Standard output as JSON. Throws if it is not one JSON value.
-    nlohmann::json json() const { return nlohmann::json::parse(output); }
+    /// Files that call it include <nlohmann/json.hpp>.
+    nlohmann::json json() const;
 };
 
 /// Runs the program with these arguments, in the environment and the current folder of the test.

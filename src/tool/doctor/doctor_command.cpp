@@ -4,6 +4,9 @@
 #include <iostream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include "manager/build_info.h"
 #include "tool/commands.h"
 #include "tool/doctor/checks.h"

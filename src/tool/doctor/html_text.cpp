@@ -1,5 +1,7 @@
 #include "tool/doctor/html_text.h"
 
+#include <nlohmann/json.hpp>
+
 #include "tool/command.h"
 
 namespace Kes::tool {

@@ -4,6 +4,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <openssl/ssl.h>
 
 #include "tool/commands.h"

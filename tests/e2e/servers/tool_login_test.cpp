@@ -1,6 +1,8 @@
 // The command "marvo login" at real servers.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "card.h"
 #include "server.h"
 #include "tool/json_schema.h"
