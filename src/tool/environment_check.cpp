@@ -75,10 +75,9 @@ std::string listed(const std::vector<std::string>& names) {
 }
 
 std::optional<Problem> check_back_end(const std::string& value) {
-    const auto names = list_back_ends();
-    if (std::find(names.begin(), names.end(), value) != names.end()) return std::nullopt;
-    const std::string meant = most_similar(value, names, 3);
-    return Problem{"names no back-end", "set it to " + (meant.empty() ? listed(names) : meant)};
+    const std::string meant = meant_back_ends(value);
+    if (meant.empty()) return std::nullopt;
+    return Problem{"names no back-end", "set it to " + meant};
 }
 
 /// Whether the mask has a bit to which the function gives no name.
@@ -147,6 +146,27 @@ std::optional<EnvironmentMistake> check_value(const EnvKey& key, const std::stri
 }
 
 } // namespace
+
+std::string meant_settings(const std::string& key) {
+    const std::vector<EnvKey> keys = list_env_keys();
+    const std::string name = has_prefix(key) ? key : env_prefix + key;
+    const std::string meant = find_meant(name, keys);
+    if (meant.empty()) {
+        std::vector<std::string> names;
+        names.reserve(keys.size());
+        for (const EnvKey& known : keys)
+            names.push_back(known.key);
+        return listed(names);
+    }
+    return is_same_variable(env_prefix + key, meant) ? "" : meant.substr(std::string(env_prefix).size());
+}
+
+std::string meant_back_ends(const std::string& name) {
+    const std::vector<std::string> names = list_back_ends();
+    if (std::find(names.begin(), names.end(), name) != names.end()) return "";
+    const std::string meant = most_similar(name, names, 3);
+    return meant.empty() ? listed(names) : meant;
+}
 
 std::string most_similar(const std::string& text, const std::vector<std::string>& candidates,
                          std::size_t most) {

@@ -24,6 +24,13 @@ struct EnvironmentMistake {
 /// Finds misspelt names and values without meaning, in the order of the variables. Reads no files.
 std::vector<EnvironmentMistake> check_environment(const Variables& variables);
 
+/// The key of the setting that an unknown key means, such as "crypto_if", or all keys as "a, b or c" if it
+/// resembles none; "" if there is a setting with this key.
+std::string meant_settings(const std::string& key);
+
+/// The same for the names of back-ends.
+std::string meant_back_ends(const std::string& name);
+
 /// The text of the candidates that is most similar to the given one, regardless of upper and lower case.
 /// @param most  how many letters may be added, left out or replaced
 /// @return "" if none is similar enough

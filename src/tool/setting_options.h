@@ -19,7 +19,7 @@ public:
     void add_to(CLI::App& command);
 
     /// Sets the environment variables of this process. Call it once, before the library reads its settings.
-    /// @throws CLI::ValidationError for an argument of --set without "="
+    /// @throws CLI::ValidationError for an argument of --set without "=", with an unknown key or back-end
     void apply();
 
     /// Whether the command line gives the setting with this environment key, such as "crypto_if".

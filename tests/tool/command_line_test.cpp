@@ -63,7 +63,51 @@ TEST(CommandLineTest, WrongAddressIsNotRepeated) {
 TEST(CommandLineTest, SettingWithoutEqualsSignIsAUsageError) {
     const ToolRun run = run_tool({"version", "--set", "crypto_if"});
     EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.errors, "--set: 'crypto_if' is not of the form KEY=VALUE\n" + hint);
+    EXPECT_EQ(run.errors, "--set: the value is not of the form KEY=VALUE\n" + hint);
+}
+
+/// The error of a command line that is wrong.
+std::string usage_error(const std::vector<std::string>& arguments) {
+    const ToolRun run = run_tool(arguments);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.output, "");
+    return run.errors;
+}
+
+TEST(CommandLineTest, UnknownSettingIsAUsageErrorOfEveryCommand) {
+    const std::vector<std::vector<std::string>> commands{
+        {"list"}, {"doctor"}, {"login", "localhost:443"}, {"sign"}, {"cert"}, {"env"}, {"version"}};
+    for (std::vector<std::string> command : commands) {
+        command.insert(command.end(), {"--set", "crpyto_if=pkcs11"});
+        EXPECT_EQ(usage_error(command), "--set: no setting has this key; use crypto_if\n" + hint)
+            << command[0];
+    }
+}
+
+TEST(CommandLineTest, UnknownSettingNamesTheNearestKey) {
+    const std::vector<std::pair<std::string, std::string>> rows{{"logfil", "logfile"},
+                                                                {"kuse_filter", "key_usage_filter"},
+                                                                {"ossl_scard_cfg_logfile", "logfile"},
+                                                                {"LOGFILE_APEND", "logfile_append"}};
+    for (const auto& [key, meant] : rows)
+        EXPECT_EQ(usage_error({"list", "--set", "logfile=x", "--set", key + "=1"}),
+                  "--set: no setting has this key; use " + meant + "\n" + hint);
+    EXPECT_EQ(
+        usage_error({"list", "--set", "1234=1"}),
+        "--set: no setting has this key; use crypto_if, capi_openssl_engine_dll, capi_csp_name, "
+        "capi_key_type, pkcs11_openssl_engine_dll, pkcs11_module_dll, capi_store_openssl_engine_dll, "
+        "capi_store_cert_store_name, priv_key_name, cert_name, key_usage_filter_type, key_usage_filter, "
+        "ext_key_usage_filter_type, ext_key_usage_filter, logfile, logfile_severity or logfile_append\n" +
+            hint);
+}
+
+TEST(CommandLineTest, UnknownBackEndIsAUsageError) {
+    EXPECT_EQ(usage_error({"list", "--backend", "PKCS11"}),
+              "--backend: no back-end has this name; use pkcs11\n" + hint);
+    EXPECT_EQ(usage_error({"list", "--set", "crypto_if=capi-store"}),
+              "--set: no back-end has this name; use capi_store\n" + hint);
+    EXPECT_EQ(usage_error({"version", "--backend", "1234"}),
+              "--backend: no back-end has this name; use capi, pkcs11 or capi_store\n" + hint);
 }
 
 TEST(CommandLineTest, VersionOptionPrintsTheVersion) {

@@ -38,7 +38,8 @@ TEST(EnvCommandTest, EngineIsSuggestedWhereTheDefaultDoesNotWork) {
 
 TEST(EnvCommandTest, MistakesAreReportedApartFromTheSettings) {
     const EnvVar misspelt("ossl_scard_cfg_crypto", "pkcs11");
-    const ToolRun run = run_tool({"env", "--set", "crypto_if=PKCS11"});
+    const EnvVar backend("ossl_scard_cfg_crypto_if", "PKCS11");
+    const ToolRun run = run_tool({"env"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.output.find("ossl_scard_cfg_crypto="), std::string::npos) << run.output;
     EXPECT_NE(

@@ -188,7 +188,8 @@ TEST(ListTest, CryptoApiOnAnotherSystemFailsWithTheLibrarysError) {
 }
 
 TEST(ListTest, UnknownBackEndFailsWithTheLibrarysError) {
-    const ToolRun run = run_tool({"list", "--backend", "nothing"});
+    const EnvVar backend("ossl_scard_cfg_crypto_if", "nothing");
+    const ToolRun run = run_tool({"list"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(
         run.errors,
