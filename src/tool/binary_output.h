@@ -7,7 +7,6 @@ namespace Kes::tool {
 
 /// Writes bytes to standard output without changing line ends. binary_output_posix.cpp and
 /// binary_output_win.cpp implement it.
-/// @throws std::runtime_error if they cannot be written
 void print_bytes(const std::string& bytes);
 
 } // namespace Kes::tool

@@ -7,6 +7,7 @@
 
 #include "manager/build_info.h"
 #include "tool/commands.h"
+#include "tool/standard_output.h"
 
 namespace Kes::tool {
 namespace {
@@ -89,7 +90,10 @@ ExitStatus run_program(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return static_cast<int>(Kes::tool::run_program(argc, argv));
+        Kes::tool::StandardOutput output;
+        const Kes::tool::ExitStatus status = Kes::tool::run_program(argc, argv);
+        output.finish();
+        return static_cast<int>(status);
     } catch (const std::exception& error) {
         std::cerr << "marvo: " << error.what() << std::endl;
         return static_cast<int>(Kes::tool::ExitStatus::failure);

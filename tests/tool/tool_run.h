@@ -25,6 +25,9 @@ struct ToolRun {
 ToolRun run_tool(const std::vector<std::string>& arguments, const std::string& input = "",
                  const std::string& program = MARVO_TOOL_PROGRAM);
 
+/// Runs the program with a standard output that accepts no data, as on a full disk.
+ToolRun run_tool_without_space(const std::vector<std::string>& arguments, const std::string& input = "");
+
 } // namespace Kes::test
 
 #endif // KES_TESTS_TOOL_TOOL_RUN_H_
