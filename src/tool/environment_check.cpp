@@ -164,7 +164,11 @@ std::string meant_settings(const std::string& key) {
 std::string meant_back_ends(const std::string& name) {
     const std::vector<std::string> names = list_back_ends();
     if (std::find(names.begin(), names.end(), name) != names.end()) return "";
-    const std::string meant = most_similar(name, names, 3);
+    return suggest(name, names, 3);
+}
+
+std::string suggest(const std::string& text, const std::vector<std::string>& names, std::size_t most) {
+    const std::string meant = most_similar(text, names, most);
     return meant.empty() ? listed(names) : meant;
 }
 

@@ -31,6 +31,9 @@ std::string meant_settings(const std::string& key);
 /// The same for the names of back-ends.
 std::string meant_back_ends(const std::string& name);
 
+/// The most similar of the names as most_similar() finds it, or all of them as "a, b or c" if none is.
+std::string suggest(const std::string& text, const std::vector<std::string>& names, std::size_t most);
+
 /// The text of the candidates that is most similar to the given one, regardless of upper and lower case.
 /// @param most  how many letters may be added, left out or replaced
 /// @return "" if none is similar enough

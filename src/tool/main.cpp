@@ -7,6 +7,7 @@
 
 #include "manager/build_info.h"
 #include "tool/commands.h"
+#include "tool/environment_check.h"
 #include "tool/standard_output.h"
 
 namespace Kes::tool {
@@ -52,6 +53,20 @@ ExitStatus report_unexpected(const CLI::App& program) {
     return report_command_line(program, CLI::ParseError(text, CLI::ExitCodes::ExtrasError));
 }
 
+/// Names the command that the first word of the command line resembles, but does not repeat the word.
+/// @param error  for a command line without a word
+ExitStatus report_missing_command(const CLI::App& program, const CLI::ParseError& error) {
+    const std::vector<std::string> arguments = program.remaining();
+    const auto is_word = [](const std::string& text) { return !text.starts_with('-'); };
+    const auto word = std::find_if(arguments.begin(), arguments.end(), is_word);
+    if (word == arguments.end()) return report_command_line(program, error);
+    std::vector<std::string> names;
+    for (const CLI::App* command : program.get_subcommands({}))
+        names.push_back(command->get_name());
+    const std::string text = "This command does not exist; use " + suggest(*word, names, 2);
+    return report_command_line(program, CLI::ParseError(text, CLI::ExitCodes::ExtrasError));
+}
+
 ExitStatus run(Command& command) {
     try {
         return command.action();
@@ -79,6 +94,9 @@ ExitStatus run_program(int argc, char** argv) {
             }
     } catch (const CLI::ExtrasError&) {
         return report_unexpected(program);
+    } catch (const CLI::RequiredError& error) {
+        const bool has_command = !program.get_subcommands().empty();
+        return has_command ? report_command_line(program, error) : report_missing_command(program, error);
     } catch (const CLI::ParseError& error) {
         return report_command_line(program, error);
     }

@@ -17,6 +17,28 @@ TEST(CommandLineTest, MissingCommandIsAUsageError) {
     EXPECT_EQ(run.errors, "A subcommand is required\n" + hint);
 }
 
+TEST(CommandLineTest, UnknownCommandIsAUsageErrorThatNamesTheNearest) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"lst"}, "list"},
+        {{"Doctor", "--html", "x"}, "doctor"},
+        {{"--json", "cret"}, "cert"},
+        {{"1234"}, "list, doctor, login, sign, cert, env or version"},
+        {{"--pin", "1234"}, "list, doctor, login, sign, cert, env or version"}};
+    for (const auto& [arguments, meant] : rows) {
+        const ToolRun run = run_tool(arguments);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.output, "");
+        EXPECT_EQ(run.errors, "This command does not exist; use " + meant + "\n" + hint);
+    }
+}
+
+TEST(CommandLineTest, OptionsWithoutACommandAreAUsageError) {
+    const ToolRun run = run_tool({"--json", "-p1234"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(run.errors, "A subcommand is required\n" + hint);
+}
+
 TEST(CommandLineTest, UnknownOptionIsAUsageError) {
     const ToolRun run = run_tool({"version", "--pin", "1234"});
     EXPECT_EQ(run.status, 2);
