@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "tool/printable.h"
+
 namespace Kes::tool {
 
 CLI::App* Command::add_to(CLI::App& program, const std::string& description) {
@@ -12,6 +14,10 @@ CLI::App* Command::add_to(CLI::App& program, const std::string& description) {
     app->add_flag("--json", as_json, "Print the result as one JSON object");
     settings.add_to(*app);
     return app;
+}
+
+void print_error(const Command& command, const std::string& text) {
+    std::cerr << "marvo " << command.name << ": " << printable_lines(text) << std::endl;
 }
 
 void print_json(const Command& command, const Json& members) {

@@ -32,6 +32,9 @@ struct Command {
     CLI::App* add_to(CLI::App& program, const std::string& description);
 };
 
+/// Prints why a command failed to standard error. The text may have several lines.
+void print_error(const Command& command, const std::string& text);
+
 /// The version of the JSON objects that this program prints. It changes when a member changes its meaning or
 /// disappears.
 constexpr int json_schema_version = 1;

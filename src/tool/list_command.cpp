@@ -67,7 +67,7 @@ ExitStatus list_keys(const Command& command, bool is_login_wanted) {
     else
         print_text(std::cout, result);
     if (result.error.empty()) return ExitStatus::success;
-    std::cerr << "marvo list: " << result.error << std::endl;
+    print_error(command, result.error);
     return ExitStatus::failure;
 }
 

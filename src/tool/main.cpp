@@ -8,6 +8,7 @@
 #include "manager/build_info.h"
 #include "tool/commands.h"
 #include "tool/environment_check.h"
+#include "tool/printable.h"
 #include "tool/standard_output.h"
 
 namespace Kes::tool {
@@ -71,7 +72,7 @@ ExitStatus run(Command& command) {
     try {
         return command.action();
     } catch (const std::exception& error) {
-        std::cerr << "marvo " << command.name << ": " << error.what() << std::endl;
+        print_error(command, error.what());
         if (command.as_json) print_json(command, {{"error", error.what()}});
         return ExitStatus::failure;
     }
@@ -113,7 +114,7 @@ int main(int argc, char** argv) {
         output.finish();
         return static_cast<int>(status);
     } catch (const std::exception& error) {
-        std::cerr << "marvo: " << error.what() << std::endl;
+        std::cerr << "marvo: " << Kes::tool::printable_lines(error.what()) << std::endl;
         return static_cast<int>(Kes::tool::ExitStatus::failure);
     }
 }

@@ -73,4 +73,14 @@ std::string printable(const std::string& text, std::size_t most) {
     return printable(text.substr(0, end)) + "...";
 }
 
+std::string printable_lines(const std::string& text) {
+    std::string result;
+    std::size_t begin = 0;
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
+        result += printable(text.substr(begin, end - begin)) + '\n';
+        begin = end + 1;
+    }
+    return result + printable(text.substr(begin));
+}
+
 } // namespace Kes::tool

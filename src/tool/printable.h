@@ -14,6 +14,9 @@ std::string printable(const std::string& text);
 /// @param most  the number of bytes of the text to use; a character is not cut
 std::string printable(const std::string& text, std::size_t most);
 
+/// The same for a text of several lines, such as an error text of the library. The line ends are kept.
+std::string printable_lines(const std::string& text);
+
 } // namespace Kes::tool
 
 #endif // KES_TOOL_PRINTABLE_H_

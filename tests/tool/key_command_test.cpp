@@ -160,6 +160,14 @@ TEST_F(KeyCommandTest, CertReportsAFolderThatDoesNotExist) {
               "marvo cert: cannot create the file " + file + ": No such file or directory\n");
 }
 
+TEST_F(KeyCommandTest, NamesInErrorsCannotControlTheTerminal) {
+    const std::string file = dir.file("absent\x1b[2J/file");
+    const ToolRun result = run({"cert", "--json", "--out", file});
+    EXPECT_EQ(result.errors, "marvo cert: cannot create the file " + dir.file("absent\\x1b[2J/file") +
+                                 ": No such file or directory\n");
+    EXPECT_EQ(result.json()["error"], "cannot create the file " + file + ": No such file or directory");
+}
+
 TEST_F(KeyCommandTest, CertHasNamesAndPemInJson) {
     const auto json = run({"cert", "--json"}).json();
     EXPECT_NE(json["subject"].get<std::string>().find("Rita RSA"), std::string::npos);

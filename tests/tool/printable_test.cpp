@@ -34,6 +34,12 @@ TEST(PrintableTest, BytesThatAreNotUtf8AreEscaped) {
     EXPECT_EQ(tool::printable("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80") << "beyond the last character";
 }
 
+TEST(PrintableTest, LinesAreKept) {
+    EXPECT_EQ(tool::printable_lines(""), "");
+    EXPECT_EQ(tool::printable_lines("a\x1b[2J\n\n\tb\n"), "a\\x1b[2J\n\n\\x09b\n");
+    EXPECT_EQ(tool::printable_lines("a\r\nb"), "a\\x0d\nb");
+}
+
 TEST(PrintableTest, LongTextIsCut) {
     EXPECT_EQ(tool::printable("12345", 5), "12345");
     EXPECT_EQ(tool::printable("123456", 5), "12345...");
