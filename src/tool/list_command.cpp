@@ -8,7 +8,6 @@
 #include "manager/key_backends.h"
 #include "tool/commands.h"
 #include "tool/list_result.h"
-#include "tool/printable.h"
 
 namespace Kes::tool {
 namespace {
@@ -23,18 +22,6 @@ std::string source_of(const CfgReader& settings) {
         return settings.get_capi_store_cert_store_name();
     }
     return "";
-}
-
-const TokenInfo* find_used(const std::vector<TokenInfo>& tokens) {
-    for (const TokenInfo& token : tokens)
-        if (token.is_used) return &token;
-    return nullptr;
-}
-
-Pin read_pin(const PinOptions& options, const TokenInfo* token) {
-    if (token != nullptr) options.require_try(*token);
-    const std::string label = token == nullptr ? "" : token->label;
-    return options.read(label.empty() ? "the token" : printable(label));
 }
 
 /// Reads the card and scans it. A failure after the tokens are known is in the result.
@@ -52,7 +39,7 @@ ListResult read_result(const PinOptions& pin, bool is_login_wanted) {
     result.tokens = backend.tokens();
     try {
         const bool logs_in = result.is_login_required && (is_login_wanted || pin.is_given());
-        const Pin entered = logs_in ? read_pin(pin, find_used(result.tokens)) : Pin();
+        const Pin entered = logs_in ? pin.read_for(result.tokens) : Pin();
         result.survey = survey_keys(backend, settings, result.is_login_required, entered);
     } catch (const std::exception& error) {
         result.error = error.what();

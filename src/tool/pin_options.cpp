@@ -1,5 +1,6 @@
 #include "tool/pin_options.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +12,8 @@
 
 #include <CLI/CLI.hpp>
 #include <openssl/ui.h>
+
+#include "tool/printable.h"
 
 namespace Kes::tool {
 namespace {
@@ -124,6 +127,14 @@ void PinOptions::require_try(const TokenInfo& token) const {
         throw std::runtime_error(
             "no login was tried: the token reports that one more wrong PIN locks it; if you "
             "are sure of the PIN, add --final-try");
+}
+
+Pin PinOptions::read_for(const std::vector<TokenInfo>& tokens) const {
+    const auto used =
+        std::find_if(tokens.begin(), tokens.end(), [](const TokenInfo& token) { return token.is_used; });
+    if (used == tokens.end()) return read("the token");
+    require_try(*used);
+    return read(used->label.empty() ? "the token" : printable(used->label));
 }
 
 Pin PinOptions::read(const std::string& token) const {

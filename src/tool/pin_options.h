@@ -2,6 +2,7 @@
 #define KES_TOOL_PIN_OPTIONS_H_
 
 #include <string>
+#include <vector>
 
 #include "base/token_info.h"
 #include "utils/pin.h"
@@ -22,10 +23,6 @@ public:
     /// Adds --final-try.
     void add_final_try_to(CLI::App& command);
 
-    /// Fails if a wrong PIN would lock the token and --final-try is missing, or if the PIN is locked.
-    /// @throws std::runtime_error
-    void require_try(const TokenInfo& token) const;
-
     /// Whether the command line names a source, so that the user wants a login.
     bool is_given() const { return from_stdin || !file.empty() || !variable.empty(); }
 
@@ -34,9 +31,17 @@ public:
     /// @throws std::runtime_error if there is no PIN, or if it has more than max_pin_length bytes
     Pin read(const std::string& token) const;
 
+    /// The same for the token in use, whose label is in the prompt.
+    /// @param tokens  all tokens; none if the back-end knows no tokens
+    /// @throws std::runtime_error also if a wrong PIN would lock the token and --final-try is missing, or if the
+    ///         PIN is locked
+    Pin read_for(const std::vector<TokenInfo>& tokens) const;
+
     static constexpr std::size_t max_pin_length = 255;
 
 private:
+    void require_try(const TokenInfo& token) const;
+
     bool from_stdin = false;
     bool allows_final_try = false;
     std::string file;

@@ -49,11 +49,7 @@ SelectedKey::~SelectedKey() { OsslScardMgr::destroy_instance(); }
 void SelectedKey::load(const Command& command, const std::string& id) {
     manager.init(manager.get_config_default());
     manager.read_scard();
-    if (manager.is_pin_required()) {
-        for (const TokenInfo& token : manager.tokens())
-            if (token.is_used) command.pin.require_try(token);
-        manager.set_pin(command.pin.read("the card").c_str());
-    }
+    if (manager.is_pin_required()) manager.set_pin(command.pin.read_for(manager.tokens()).c_str());
     manager.discover_keys();
     const PkoId& chosen = find_key(manager, id);
     name_ = chosen.display_name;

@@ -7,6 +7,7 @@
 #include "json_schema.h"
 #include "support/certificates.h"
 #include "support/file_tokens.h"
+#include "support/terminal.h"
 #include "tool_run.h"
 
 namespace Kes::test {
@@ -29,6 +30,7 @@ protected:
     FileTokens tokens;
     FileToken token = tokens.add_token("reader");
     const TempDir dir;
+    const std::vector<std::vector<std::string>> commands{{"sign"}, {"cert"}, {"login", "127.0.0.1:1"}};
 };
 
 TEST_F(KeyCommandTest, SignVerifiesEachAlgorithmOfAnRsaKey) {
@@ -96,7 +98,6 @@ TEST_F(KeyCommandTest, JsonOfCertFollowsItsSchema) {
 }
 
 TEST_F(KeyCommandTest, JsonOfAFailureFollowsTheSchema) {
-    const std::vector<std::vector<std::string>> commands{{"sign"}, {"cert"}, {"login", "localhost:443"}};
     for (std::vector<std::string> command : commands) {
         command.insert(command.end(), {"--json", "--key", "%07"});
         const ToolRun result = run(command);
@@ -173,6 +174,27 @@ TEST_F(KeyCommandTest, CertHasNamesAndPemInJson) {
     EXPECT_NE(json["subject"].get<std::string>().find("Rita RSA"), std::string::npos);
     EXPECT_NE(json["issuer"].get<std::string>().find("Test CA"), std::string::npos);
     EXPECT_TRUE(json["pem"].get<std::string>().starts_with("-----BEGIN CERTIFICATE-----"));
+}
+
+TEST_F(KeyCommandTest, PromptNamesTheToken) {
+    const std::vector<std::pair<std::string, std::string>> rows{{"Eva's card", "Eva's card"},
+                                                                {"\x1b[2Jx", "\\x1b[2Jx"}};
+    for (const auto& [label, shown] : rows) {
+        token.set("label", label);
+        for (const std::vector<std::string>& command : commands) {
+            std::vector<std::string> line{MARVO_TOOL_PROGRAM};
+            line.insert(line.end(), command.begin(), command.end());
+            line.insert(line.end(), {"--backend", "pkcs11", "--module", FileTokens::module()});
+            Terminal terminal;
+            terminal.start(line);
+            EXPECT_EQ(terminal.read_until(": "), "PIN of " + shown + ": ");
+            terminal.wait_until_echo_is_off();
+            terminal.type("\n");
+            EXPECT_EQ(terminal.read_to_end(),
+                      "\r\nmarvo " + command[0] + ": no PIN was given: the input is empty\r\n");
+            EXPECT_EQ(terminal.wait(), 1);
+        }
+    }
 }
 
 TEST_F(KeyCommandTest, WrongPinIsTriedOnce) {
