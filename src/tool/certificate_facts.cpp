@@ -15,16 +15,6 @@
 namespace Kes::tool {
 namespace {
 
-std::string name_text(const X509_NAME* name) {
-    // UTF-8 instead of escaped bytes.
-    constexpr unsigned long format = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-    const BioPtr memory(::BIO_new(::BIO_s_mem()));
-    if (!memory || ::X509_NAME_print_ex(memory.get(), name, 0, format) < 0) return "";
-    char* data = nullptr;
-    const long length = BIO_get_mem_data(memory.get(), &data);
-    return data == nullptr ? "" : std::string(data, static_cast<std::size_t>(length));
-}
-
 std::string serial_text(const X509* certificate) {
     using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<&::BN_free>>;
     const BignumPtr number(::ASN1_INTEGER_to_BN(::X509_get0_serialNumber(certificate), nullptr));
@@ -66,6 +56,16 @@ void read_key(X509* certificate, CertificateFacts& facts) {
 }
 
 } // namespace
+
+std::string name_text(const X509_NAME* name) {
+    // UTF-8 instead of escaped bytes.
+    constexpr unsigned long format = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
+    const BioPtr memory(::BIO_new(::BIO_s_mem()));
+    if (!memory || ::X509_NAME_print_ex(memory.get(), name, 0, format) < 0) return "";
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(memory.get(), &data);
+    return data == nullptr ? "" : std::string(data, static_cast<std::size_t>(length));
+}
 
 std::vector<std::string> key_usage_names(std::uint32_t mask) {
     struct Name {

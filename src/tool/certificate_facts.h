@@ -32,6 +32,9 @@ struct CertificateFacts {
 /// @param now          for the days that are left
 CertificateFacts read_facts(X509* certificate, const CertKeyUsage& key_usage, std::time_t now);
 
+/// A name of X.509 by RFC 4514, in UTF-8; "" if OpenSSL cannot print it.
+std::string name_text(const X509_NAME* name);
+
 /// The names of RFC 5280 for KU_* bits, in the order of the RFC.
 std::vector<std::string> key_usage_names(std::uint32_t mask);
 

@@ -13,6 +13,7 @@
 
 #include "tool/commands.h"
 #include "tool/login/signature_algorithms.h"
+#include "tool/openssl_reason.h"
 #include "tool/printable.h"
 #include "tool/selected_key.h"
 
@@ -35,14 +36,6 @@ Bytes random_bytes() {
     if (::RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1)
         throw std::runtime_error("OpenSSL has no random bytes");
     return bytes;
-}
-
-/// The reason on OpenSSL's error queue, which it empties.
-std::string take_reason() {
-    const unsigned long code = ::ERR_peek_last_error();
-    ::ERR_clear_error();
-    const char* reason = code == 0 ? nullptr : ::ERR_reason_error_string(code);
-    return reason == nullptr ? "unknown reason" : reason;
 }
 
 bool set_padding(EVP_PKEY_CTX* operation, const SignatureAlgorithm& algorithm) {
@@ -94,7 +87,7 @@ SignatureTest test_signature(const SelectedKey& key, const SignatureAlgorithm& a
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
     test.milliseconds = time.count();
     if (signature.empty())
-        test.error = "cannot sign: " + take_reason();
+        test.error = "cannot sign: " + take_openssl_reason("unknown reason");
     else if (!verify(key.certificate(), algorithm, data, signature))
         test.error = "the certificate does not verify the signature";
     ::ERR_clear_error();

@@ -10,9 +10,10 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
+#include "tool/certificate_facts.h"
 #include "tool/login/broken_pipe.h"
 #include "tool/login/tcp_connection.h"
-#include "utils/ossl_helper.h"
+#include "tool/openssl_reason.h"
 #include "utils/ossl_ptr.h"
 
 namespace Kes::tool {
@@ -25,24 +26,8 @@ using AddressPtr = std::unique_ptr<ASN1_OCTET_STRING, FreeWith<&::ASN1_OCTET_STR
 constexpr int nap = 100;                     // milliseconds
 constexpr std::size_t longest_answer = 8192; // bytes
 
-/// The reason on OpenSSL's error queue, which it empties; the other text without one.
-std::string take_reason(const std::string& otherwise) {
-    const unsigned long code = ::ERR_peek_last_error();
-    ::ERR_clear_error();
-    const char* reason = code == 0 ? nullptr : ::ERR_reason_error_string(code);
-    return reason == nullptr ? otherwise : reason;
-}
-
 void require_setup(bool is_done, const std::string& step) {
-    if (!is_done) throw std::runtime_error(step + ": " + take_reason("unknown reason"));
-}
-
-std::string name_text(const X509_NAME* name) {
-    const BioPtr text(::BIO_new(::BIO_s_mem()));
-    ::X509_NAME_print_ex(text.get(), name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
-    const char* characters = nullptr;
-    const long length = ::BIO_get_mem_data(text.get(), &characters);
-    return {characters, static_cast<std::size_t>(length)};
+    if (!is_done) throw std::runtime_error(step + ": " + take_openssl_reason("unknown reason"));
 }
 
 /// The connection and the facts that OpenSSL's callbacks collect.
@@ -193,7 +178,7 @@ std::string Connection::describe_failure() {
         return std::string("the server's certificate is not trusted: ") +
                ::X509_verify_cert_error_string(verdict);
     }
-    return take_reason("the server closed the connection");
+    return take_openssl_reason("the server closed the connection");
 }
 
 void Connection::request_page() {
