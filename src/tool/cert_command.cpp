@@ -1,3 +1,4 @@
+#include <ctime>
 #include <memory>
 #include <stdexcept>
 
@@ -7,9 +8,10 @@
 
 #include "tool/binary_output.h"
 #include "tool/commands.h"
+#include "tool/json_parts.h"
 #include "tool/output_file.h"
 #include "tool/selected_key.h"
-#include "utils/ossl_helper.h"
+#include "utils/ossl_ptr.h"
 
 namespace Kes::tool {
 namespace {
@@ -36,12 +38,12 @@ ExitStatus print_certificate(const Command& command, const CertOptions& options)
     const std::string bytes = encode(key.certificate(), options.format == "der");
     if (!options.file.empty()) write_file(options.file, bytes, options.may_overwrite);
     if (command.as_json) {
-        print_json(command,
-                   {{"key", {{"name", key.name()}, {"id", key.id()}, {"type", key.type()}}},
-                    {"subject", OsslHelper::cert_name_to_str(key.certificate(), OsslHelper::subject)},
-                    {"issuer", OsslHelper::cert_name_to_str(key.certificate(), OsslHelper::issuer)},
-                    {"pem", encode(key.certificate(), false)},
-                    {"file", options.file}});
+        const CertificateFacts facts =
+            read_facts(key.certificate(), CertKeyUsage(key.certificate()), std::time(nullptr));
+        print_json(command, {{"key", key_json(key)},
+                             {"certificate", certificate_json(facts)},
+                             {"pem", encode(key.certificate(), false)},
+                             {"file", options.file}});
     } else if (options.file.empty()) {
         print_bytes(bytes);
     }

@@ -1,5 +1,6 @@
 #include <nlohmann/json.hpp>
 
+#include "tool/json_parts.h"
 #include "tool/list_result.h"
 
 namespace Kes::tool {
@@ -24,30 +25,12 @@ Json token_json(const TokenInfo& token) {
     return json;
 }
 
-Json certificate_json(const CertificateFacts& certificate) {
-    return {{"subject", certificate.subject},
-            {"issuer", certificate.issuer},
-            {"serial", certificate.serial},
-            {"not_before", certificate.not_before},
-            {"not_after", certificate.not_after},
-            {"days_left", certificate.days_left},
-            {"key_type", certificate.key_type},
-            {"key_bits", certificate.key_bits},
-            {"curve", certificate.curve},
-            {"key_usages", certificate.key_usages},
-            {"extended_key_usages", certificate.extended_key_usages}};
-}
-
-Json coded_json(const CodedText& coded) { return {{"code", coded.code}, {"text", coded.text}}; }
-
-Json key_json(const SurveyedKey& key) {
-    Json json{{"name", key.name}, {"key_type", key.key_type}, {"id", key.id}};
+Json surveyed_json(const SurveyedKey& key) {
+    Json json{{"name", key.name}, {"id", key.id}, {"key_type", key.key_type}};
     if (key.number) json["number"] = *key.number;
     json["offered"] = key.is_offered;
-    json["verdict"] = coded_json(key.verdict);
-    json["warnings"] = Json::array();
-    for (const CodedText& warning : key.warnings)
-        json["warnings"].push_back(coded_json(warning));
+    json["verdict"] = coded_json({key.verdict})[0];
+    json["warnings"] = coded_json(key.warnings);
     if (key.certificate) json["certificate"] = certificate_json(*key.certificate);
     return json;
 }
@@ -68,8 +51,8 @@ Json to_json(const ListResult& result) {
               {"login_required", result.is_login_required},
               {"complete", result.error.empty() && result.survey.is_complete},
               {"tokens", array_of(result.tokens, token_json)},
-              {"keys", array_of(result.survey.keys, key_json)},
-              {"certificates_without_key", array_of(result.survey.lone_certificates, key_json)},
+              {"keys", array_of(result.survey.keys, surveyed_json)},
+              {"certificates_without_key", array_of(result.survey.lone_certificates, surveyed_json)},
               {"notes", notes_of(result)}};
     if (!result.error.empty()) json["error"] = result.error;
     return json;

@@ -12,6 +12,7 @@
 #include <openssl/ssl.h>
 
 #include "tool/commands.h"
+#include "tool/json_parts.h"
 #include "tool/login/signature_algorithms.h"
 #include "tool/openssl_reason.h"
 #include "tool/printable.h"
@@ -123,9 +124,7 @@ void print_as_json(const Command& command, const SelectedKey& key, const std::ve
                          {"success", test.error.empty()},
                          {"error", test.error},
                          {"milliseconds", test.milliseconds}});
-    print_json(command, {{"success", is_success},
-                         {"key", {{"name", key.name()}, {"id", key.id()}, {"type", key.type()}}},
-                         {"signatures", array}});
+    print_json(command, {{"success", is_success}, {"key", key_json(key)}, {"signatures", array}});
 }
 
 ExitStatus sign_and_verify(const Command& command, const KeyOption& option) {

@@ -169,10 +169,22 @@ TEST_F(KeyCommandTest, NamesInErrorsCannotControlTheTerminal) {
     EXPECT_EQ(result.json()["error"], "cannot create the file " + file + ": No such file or directory");
 }
 
-TEST_F(KeyCommandTest, CertHasNamesAndPemInJson) {
-    const auto json = run({"cert", "--json"}).json();
-    EXPECT_NE(json["subject"].get<std::string>().find("Rita RSA"), std::string::npos);
-    EXPECT_NE(json["issuer"].get<std::string>().find("Test CA"), std::string::npos);
+TEST_F(KeyCommandTest, CertAndListPrintTheSameFactsInTheSameOrder) {
+    const auto listed = nlohmann::ordered_json::parse(run({"list", "--json"}).output)["keys"][0];
+    const auto json = nlohmann::ordered_json::parse(run({"cert", "--json"}).output);
+    EXPECT_EQ(json["certificate"].dump(), listed["certificate"].dump());
+    EXPECT_EQ(json["key"]["name"], listed["name"]);
+    EXPECT_EQ(json["key"]["id"], listed["id"]);
+}
+
+TEST_F(KeyCommandTest, CertHasFactsAndPemInJson) {
+    const auto json = nlohmann::ordered_json::parse(run({"cert", "--json"}).output);
+    Lines members;
+    for (const auto& member : json.items())
+        members.push_back(member.key());
+    EXPECT_EQ(members, (Lines{"schema", "command", "key", "certificate", "pem", "file"}));
+    EXPECT_EQ(json["certificate"]["subject"], "CN=Rita RSA,O=Test Makers,C=AT");
+    EXPECT_EQ(json["certificate"]["issuer"], "CN=Test CA,O=Test Makers,C=AT");
     EXPECT_TRUE(json["pem"].get<std::string>().starts_with("-----BEGIN CERTIFICATE-----"));
 }
 

@@ -9,6 +9,7 @@
 #include <openssl/ssl.h>
 
 #include "tool/commands.h"
+#include "tool/json_parts.h"
 #include "tool/login/login_fit.h"
 #include "tool/login/tls_alert.h"
 #include "tool/login/tls_login.h"
@@ -166,28 +167,20 @@ Json request_json(const LoginReport& report) {
             {"algorithms", names_of_algorithms(*report.request)}};
 }
 
-Json misfits_json(const std::vector<CodedText>& misfits) {
-    Json array = Json::array();
-    for (const CodedText& misfit : misfits)
-        array.push_back({{"code", misfit.code}, {"text", misfit.text}});
-    return array;
-}
-
 void print_as_json(const Command& command, const LoginResult& result) {
     const LoginReport& report = result.report;
-    print_json(command,
-               {{"success", result.verdict.is_success},
-                {"verdict", result.verdict.text},
-                {"host", result.target.host},
-                {"port", result.target.port},
-                {"key", {{"name", result.key.name()}, {"id", result.key.id()}, {"type", result.key.type()}}},
-                {"protocol", report.protocol_name},
-                {"cipher", report.cipher},
-                {"signature", report.signature},
-                {"request", request_json(report)},
-                {"misfits", misfits_json(result.misfits)},
-                {"alert", alert_json(report)},
-                {"answer", first_lines(report.answer)}});
+    print_json(command, {{"success", result.verdict.is_success},
+                         {"verdict", result.verdict.text},
+                         {"host", result.target.host},
+                         {"port", result.target.port},
+                         {"key", key_json(result.key)},
+                         {"protocol", report.protocol_name},
+                         {"cipher", report.cipher},
+                         {"signature", report.signature},
+                         {"request", request_json(report)},
+                         {"misfits", coded_json(result.misfits)},
+                         {"alert", alert_json(report)},
+                         {"answer", first_lines(report.answer)}});
 }
 
 ExitStatus log_in_and_report(const Command& command, LoginOptions& options) {
