@@ -34,6 +34,7 @@ std::string encode(X509* certificate, bool as_der) {
 }
 
 ExitStatus print_certificate(const Command& command, const CertOptions& options) {
+    if (!options.file.empty()) check_file(options.file, options.may_overwrite);
     const SelectedKey key(command, options.key.id());
     const std::string bytes = encode(key.certificate(), options.format == "der");
     if (!options.file.empty()) write_file(options.file, bytes, options.may_overwrite);

@@ -5,6 +5,11 @@
 
 namespace Kes::tool {
 
+/// Fails like write_file() if that cannot create or overwrite the file. Leaves the file as it was. Call it
+/// before a login, which would be wasted.
+/// @throws std::runtime_error
+void check_file(const std::string& name, bool may_overwrite);
+
 /// Writes a new file.
 /// @param may_overwrite  whether an existing file may be replaced
 /// @throws std::runtime_error if the file exists or cannot be written

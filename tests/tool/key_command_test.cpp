@@ -7,6 +7,7 @@
 #include "json_schema.h"
 #include "support/certificates.h"
 #include "support/file_tokens.h"
+#include "support/process.h"
 #include "support/terminal.h"
 #include "tool_run.h"
 
@@ -159,6 +160,54 @@ TEST_F(KeyCommandTest, CertReportsAFolderThatDoesNotExist) {
     const std::string file = dir.file("absent/file");
     EXPECT_EQ(run({"cert", "--out", file}).errors,
               "marvo cert: cannot create the file " + file + ": No such file or directory\n");
+}
+
+TEST_F(KeyCommandTest, OutputFileIsCheckedBeforeTheLogin) {
+    const std::string absent = dir.file("absent/file");
+    const std::string present = dir.file("present");
+    std::ofstream(present) << "text";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"--out", absent}, "cannot create the file " + absent + ": No such file or directory"},
+        {{"--out", present}, "the file " + present + " exists; --force overwrites it"},
+        {{"--out", dir.path().string(), "--force"},
+         "cannot create the file " + dir.path().string() + ": Is a directory"}};
+    for (const auto& [options, error] : rows) {
+        std::vector<std::string> command{"cert"};
+        command.insert(command.end(), options.begin(), options.end());
+        EXPECT_EQ(run(command).errors, "marvo cert: " + error + "\n");
+    }
+    EXPECT_EQ(tokens.calls(), Lines());
+    EXPECT_EQ(read_file(present), "text");
+}
+
+TEST_F(KeyCommandTest, CheckOfTheOutputFileLeavesNoTrace) {
+    const std::string present = dir.file("present");
+    std::ofstream(present) << "text";
+    EXPECT_EQ(run({"cert", "--key", "%07", "--out", dir.file("absent")}).status, 1);
+    EXPECT_EQ(run({"cert", "--key", "%07", "--out", present, "--force"}).status, 1);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("absent")));
+    EXPECT_EQ(read_file(present), "text");
+}
+
+TEST_F(KeyCommandTest, CertWritesToAPipe) {
+    const EnvVar pin("MARVO_TEST_PIN", file_token_pin);
+    const std::string script = R"(mkfifo "$0"; cat "$0" & timeout 30 "$@"; wait)";
+    const std::string output =
+        run_program({"/bin/sh", "-c", script, dir.file("pipe"), MARVO_TOOL_PROGRAM, "cert", "--backend",
+                     "pkcs11", "--module", FileTokens::module(), "--engine", MARVO_TOOL_ENGINE, "--pin-env",
+                     "MARVO_TEST_PIN", "--force", "--out", dir.file("pipe")});
+    EXPECT_TRUE(output.starts_with("-----BEGIN CERTIFICATE-----\n")) << output;
+}
+
+TEST_F(KeyCommandTest, AuthoritiesAreCheckedBeforeTheLogin) {
+    const std::string file = dir.file("no-certificate");
+    std::ofstream(file) << "text\n";
+    const ToolRun result = run({"login", "127.0.0.1:1", "--ca", file});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors,
+              "marvo login: cannot read the authorities in " + file + ": no certificate or crl found\n");
+    EXPECT_EQ(tokens.calls(), Lines());
 }
 
 TEST_F(KeyCommandTest, NamesInErrorsCannotControlTheTerminal) {

@@ -189,6 +189,7 @@ ExitStatus log_in_and_report(const Command& command, LoginOptions& options) {
     if (target.server_name.empty()) target.server_name = target.host;
     if (!options.version.empty())
         target.protocol = options.version == "1.2" ? TLS1_2_VERSION : TLS1_3_VERSION;
+    if (!target.ca_file.empty()) check_authorities(target.ca_file);
     const SelectedKey key(command, options.key.id());
     if (key.uses_cryptoapi() && target.protocol == TLS1_3_VERSION)
         throw std::runtime_error(

@@ -21,6 +21,7 @@ namespace {
 
 using SslCtxPtr = std::unique_ptr<SSL_CTX, FreeWith<&::SSL_CTX_free>>;
 using SslPtr = std::unique_ptr<SSL, FreeWith<&::SSL_free>>;
+using StorePtr = std::unique_ptr<X509_STORE, FreeWith<&::X509_STORE_free>>;
 using AddressPtr = std::unique_ptr<ASN1_OCTET_STRING, FreeWith<&::ASN1_OCTET_STRING_free>>;
 
 constexpr int nap = 100;                     // milliseconds
@@ -28,6 +29,11 @@ constexpr std::size_t longest_answer = 8192; // bytes
 
 void require_setup(bool is_done, const std::string& step) {
     if (!is_done) throw std::runtime_error(step + ": " + take_openssl_reason("unknown reason"));
+}
+
+void load_authorities(X509_STORE* store, const std::string& ca_file) {
+    require_setup(::X509_STORE_load_file(store, ca_file.c_str()) == 1,
+                  "cannot read the authorities in " + ca_file);
 }
 
 /// The connection and the facts that OpenSSL's callbacks collect.
@@ -93,10 +99,11 @@ void Connection::set_up_protocols() {
 void Connection::set_up_server_check() {
     ::SSL_CTX_set_verify(ctx.get(), target.is_insecure ? SSL_VERIFY_NONE : SSL_VERIFY_PEER, nullptr);
     if (target.is_insecure) return;
-    const bool is_done = target.ca_file.empty()
-                             ? ::SSL_CTX_set_default_verify_paths(ctx.get()) == 1
-                             : ::SSL_CTX_load_verify_file(ctx.get(), target.ca_file.c_str()) == 1;
-    require_setup(is_done, "cannot read the authorities in " + target.ca_file);
+    if (target.ca_file.empty())
+        require_setup(::SSL_CTX_set_default_verify_paths(ctx.get()) == 1,
+                      "cannot find OpenSSL's authorities");
+    else
+        load_authorities(::SSL_CTX_get_cert_store(ctx.get()), target.ca_file);
 }
 
 LoginReport Connection::run() {
@@ -237,6 +244,12 @@ void Connection::on_event(const SSL* ssl, int where, int value) {
 }
 
 } // namespace
+
+void check_authorities(const std::string& ca_file) {
+    const StorePtr store(::X509_STORE_new());
+    require_setup(store != nullptr, "cannot set up TLS");
+    load_authorities(store.get(), ca_file);
+}
 
 LoginReport log_in(const LoginKey& key, const LoginTarget& target) {
     ignore_broken_pipes();

@@ -50,6 +50,11 @@ struct LoginReport {
     std::string answer; ///< the beginning of the server's answer
 };
 
+/// Fails if the file that --ca names has no certificates. Call it before a login to the card, which would be
+/// wasted.
+/// @throws std::runtime_error
+void check_authorities(const std::string& ca_file);
+
 /// Connects, logs in with the key, and requests the page "/".
 /// @throws std::runtime_error if TLS cannot be set up
 LoginReport log_in(const LoginKey& key, const LoginTarget& target);
