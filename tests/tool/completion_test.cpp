@@ -54,6 +54,19 @@ TEST(CompletionTest, OptionsOfACommandAreCompleted) {
 TEST(CompletionTest, NamesOfBackEndsAreCompleted) {
     EXPECT_EQ(completions({"list", "--backend", ""}), (Lines{"capi", "capi_store", "pkcs11"}));
     EXPECT_EQ(completions({"list", "--backend", "capi_"}), Lines{"capi_store"});
+    EXPECT_EQ(run_tool({"list", "--backend", "x"}).errors,
+              "--backend: no back-end has this name; use capi, pkcs11 or capi_store\n"
+              "Run with --help or --help-all for more information.\n")
+        << "the completion contains the same names";
+}
+
+TEST(CompletionTest, ValuesOfOptionsAreCompleted) {
+    EXPECT_EQ(completions({"env", "--shell", ""}), (Lines{"cmd", "powershell", "sh"}));
+    EXPECT_EQ(completions({"env", "--shell", "p"}), Lines{"powershell"});
+    EXPECT_EQ(completions({"cert", "--format", ""}), (Lines{"der", "pem"}));
+    EXPECT_EQ(completions({"login", "localhost:443", "--tls", ""}), (Lines{"1.2", "1.3"}));
+    EXPECT_EQ(completions({"login", "--timeout", ""}), Lines());
+    EXPECT_EQ(completions({"version", "--tls", ""}), completions({"version", ""})) << "not its option";
 }
 
 TEST(CompletionTest, FilesAndVariablesAreCompleted) {
@@ -62,6 +75,7 @@ TEST(CompletionTest, FilesAndVariablesAreCompleted) {
     run_program({"/usr/bin/touch", start + "ule.so", dir.file("other")});
     EXPECT_EQ(completions({"list", "--module", start}), Lines{start + "ule.so"});
     EXPECT_EQ(completions({"list", "--pin-file", start}), Lines{start + "ule.so"});
+    EXPECT_EQ(completions({"login", "--ca", start}), Lines{start + "ule.so"});
     const EnvVar variable("MARVO_TEST_COMPLETED", "1");
     EXPECT_EQ(completions({"list", "--pin-env", "MARVO_TEST_COMPL"}), Lines{"MARVO_TEST_COMPLETED"});
     EXPECT_EQ(completions({"list", "--store", ""}), Lines());
