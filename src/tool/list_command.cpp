@@ -8,6 +8,7 @@
 #include "manager/key_backends.h"
 #include "tool/commands.h"
 #include "tool/list_result.h"
+#include "utils/error.h"
 
 namespace Kes::tool {
 namespace {
@@ -47,6 +48,8 @@ ListResult read_result(const PinOptions& pin, bool is_login_wanted) {
     return result;
 }
 
+constexpr const char* hint = "\nRun \"marvo doctor\", which says what is wrong and what to do.";
+
 ExitStatus list_keys(const Command& command, bool is_login_wanted) {
     const ListResult result = read_result(command.pin, is_login_wanted);
     if (command.as_json)
@@ -54,8 +57,19 @@ ExitStatus list_keys(const Command& command, bool is_login_wanted) {
     else
         print_text(std::cout, result);
     if (result.error.empty()) return ExitStatus::success;
-    print_error(command, result.error);
+    print_error(command, result.error + (result.tokens.empty() ? hint : ""));
     return ExitStatus::failure;
+}
+
+/// Lists the keys. If the card cannot be opened, the error says where to find help.
+ExitStatus list_keys_or_help(const Command& command, bool is_login_wanted) {
+    try {
+        return list_keys(command, is_login_wanted);
+    } catch (const ErrorBase& error) {
+        print_error(command, std::string(error.what()) + hint);
+        if (command.as_json) print_json(command, {{"error", error.what()}});
+        return ExitStatus::failure;
+    }
 }
 
 } // namespace
@@ -69,7 +83,7 @@ void create_list_command(CLI::App& program, Command& command) {
         ->group("PIN");
     command.pin.add_to(*app);
     command.pin.add_final_try_to(*app);
-    command.action = [&command, is_login_wanted] { return list_keys(command, *is_login_wanted); };
+    command.action = [&command, is_login_wanted] { return list_keys_or_help(command, *is_login_wanted); };
 }
 
 } // namespace Kes::tool

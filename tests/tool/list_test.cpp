@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "json_schema.h"
+#include "support/file_tokens.h"
 #include "support/terminal.h"
 #include "token_folder.h"
 #include "tool_run.h"
@@ -22,6 +23,8 @@ const std::string head =
     "Token      Card (SoftHSM project SoftHSM v2, serial SERIAL) in SoftHSM slot ID SLOT\n"
     "           login required\n" +
     other_tokens;
+
+const std::string hint = "Run \"marvo doctor\", which says what is wrong and what to do.\n";
 
 /// The text of a run, with "DATES" for the validity, and the keys in alphabetical order, because SoftHSM
 /// lists them in an order of its own.
@@ -181,19 +184,31 @@ TEST(ListTest, CryptoApiOnAnotherSystemFailsWithTheLibrarysError) {
     for (const auto& row : rows) {
         const ToolRun run = run_tool({"list", "--backend", row.backend, "--json"});
         EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(run.errors, std::string("marvo list: ") + row.error + "\n");
+        EXPECT_EQ(run.errors, std::string("marvo list: ") + row.error + "\n" + hint);
         EXPECT_EQ(run.json()["error"], row.error);
         EXPECT_EQ(schema_violations("list", run.output), "");
     }
+}
+
+TEST(ListTest, MissingCardFailsWithTheLibrarysErrorAndAHint) {
+    const FileTokens tokens;
+    tokens.add_empty_reader("reader");
+    const std::string error =
+        "libp11_helper:140 Kes::Libp11Init::read_scard(): PKCS11_find_token() failed: val=11 (empty)";
+    const ToolRun run = run_tool({"list", "--json", "--backend", "pkcs11", "--module", FileTokens::module()});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "marvo list: " + error + "\n" + hint);
+    EXPECT_EQ(run.json(), nlohmann::json({{"schema", 1}, {"command", "list"}, {"error", error}}));
+    EXPECT_EQ(schema_violations("list", run.output), "");
 }
 
 TEST(ListTest, UnknownBackEndFailsWithTheLibrarysError) {
     const EnvVar backend("ossl_scard_cfg_crypto_if", "nothing");
     const ToolRun run = run_tool({"list"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(
-        run.errors,
-        "marvo list: pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 (not_registered)\n");
+    EXPECT_EQ(run.errors, "marvo list: pko_id_list:86 Kes::PkoIdList::scan(): no scanner registered: val=9 "
+                          "(not_registered)\n" +
+                              hint);
 }
 
 } // namespace

@@ -48,7 +48,8 @@ TEST(StandardOutputTest, ReasonOfAFailedCommandIsReportedBeforeTheLostOutput) {
     const ToolRun run = run_tool_without_space({"list", "--json"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.errors, "marvo list: capi_backend:15 Kes::capi_backend::probe(): crypto interface capi is "
-                          "available on Windows only: val=4 (unsupported)\n" +
+                          "available on Windows only: val=4 (unsupported)\n"
+                          "Run \"marvo doctor\", which says what is wrong and what to do.\n" +
                               no_space);
 }
 
