@@ -34,7 +34,7 @@ std::string copy_program_without_libp11(const TempDir& dir) {
     EXPECT_NE(at, std::string::npos);
     for (; at != std::string::npos; at = program.find(name, at))
         program[at + name.size() - 1] = 'X';
-    const std::string copy = dir.file("marvo");
+    std::string copy = dir.file("marvo");
     std::ofstream(copy, std::ios::binary) << program;
     fs::permissions(copy, fs::perms::owner_all);
     return copy;
