@@ -13,10 +13,10 @@
 
 #include "tool/commands.h"
 #include "tool/json_parts.h"
-#include "tool/login/signature_algorithms.h"
 #include "tool/openssl_reason.h"
 #include "tool/printable.h"
 #include "tool/selected_key.h"
+#include "tool/signature_algorithms.h"
 
 namespace Kes::tool {
 namespace {

@@ -1,5 +1,5 @@
-#ifndef KES_TOOL_LOGIN_SIGNATURE_ALGORITHMS_H_
-#define KES_TOOL_LOGIN_SIGNATURE_ALGORITHMS_H_
+#ifndef KES_TOOL_SIGNATURE_ALGORITHMS_H_
+#define KES_TOOL_SIGNATURE_ALGORITHMS_H_
 
 #include <cstdint>
 #include <string>
@@ -41,4 +41,4 @@ bool can_sign(const KeyAbilities& abilities, const SignatureAlgorithm& algorithm
 
 } // namespace Kes::tool
 
-#endif // KES_TOOL_LOGIN_SIGNATURE_ALGORITHMS_H_
+#endif // KES_TOOL_SIGNATURE_ALGORITHMS_H_

@@ -66,9 +66,20 @@ TEST(DoctorTlsTest, CurveDecidesAboutTls13) {
     EXPECT_EQ(
         texts_of(tool::judge_tls(OsslScardCfg::pkcs11,
                                  {offered_key("EC", "secp384r1"), offered_key("EC", "brainpoolP256r1")})),
-        (Lines{"ok TLS: the key container can serve TLS 1.2 and 1.3 with ecdsa_secp384r1_sha384 | ",
-               "ok TLS: the key container can serve TLS 1.2 only, because TLS 1.3 has no signatures with "
+        (Lines{"ok TLS: the key container can serve TLS 1.2 with ecdsa_secp256r1_sha256 and "
+               "ecdsa_secp521r1_sha512, TLS 1.2 and 1.3 with ecdsa_secp384r1_sha384 | ",
+               "ok TLS: the key container can serve TLS 1.2 only, with ecdsa_secp256r1_sha256, "
+               "ecdsa_secp384r1_sha384 and ecdsa_secp521r1_sha512, because TLS 1.3 has no signatures with "
                "brainpoolP256r1 | "}));
+}
+
+TEST(DoctorTlsTest, EcKeyWithCryptoApiBesideAGoodKeyIsAWarning) {
+    EXPECT_EQ(
+        texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("EC", "prime256v1"), offered_key("RSA")})),
+        (Lines{
+            "warning TLS: the key container can serve no TLS: this back-end cannot use keys of the type EC | "
+            "Use an RSA key, or the back-end pkcs11",
+            capi_rsa}));
 }
 
 TEST(DoctorTlsTest, EcKeyWithCryptoApiIsAnError) {

@@ -1,4 +1,4 @@
-#include "tool/login/signature_algorithms.h"
+#include "tool/signature_algorithms.h"
 
 #include <gtest/gtest.h>
 #include <openssl/objects.h>

@@ -9,14 +9,6 @@
 /// What TLS can do with the keys of a back-end.
 namespace Kes::tool {
 
-struct TlsAbilities {
-    bool has_tls12;
-    bool has_tls13;
-    std::string text; ///< versions and signature algorithms, as TLS names them
-};
-
-TlsAbilities tls_abilities(OsslScardCfg::CryptoIf crypto_if, const CertificateFacts& facts);
-
 /// The versions that OpenSSL uses unless the client sets others; 0 for no limit.
 struct TlsDefaults {
     int min_version;

@@ -1,46 +1,57 @@
-#include <map>
+#include <algorithm>
 #include <memory>
+#include <openssl/objects.h>
 #include <openssl/ssl.h>
+#include <optional>
 #include <string>
 
 #include "tool/doctor/checks.h"
 #include "tool/doctor/tls_abilities.h"
 #include "tool/printable.h"
+#include "tool/signature_algorithms.h"
 #include "utils/error.h"
 #include "utils/ossl_ptr.h"
 
 namespace Kes::tool {
 namespace {
 
-constexpr const char* pkcs1 = "rsa_pkcs1_sha256, rsa_pkcs1_sha384 and rsa_pkcs1_sha512";
-constexpr const char* pss = "rsa_pss_rsae_sha256, rsa_pss_rsae_sha384 and rsa_pss_rsae_sha512";
+std::string listed(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+    return text;
+}
 
-/// TLS 1.3 ties each curve to one signature algorithm (RFC 8446, section 4.2.3).
-const std::map<std::string, std::string> tls13_curves{{"prime256v1", "ecdsa_secp256r1_sha256"},
-                                                      {"secp384r1", "ecdsa_secp384r1_sha384"},
-                                                      {"secp521r1", "ecdsa_secp521r1_sha512"}};
+/// What the back-end can sign with by a key; none if it cannot use such keys.
+std::optional<KeyAbilities> find_abilities(OsslScardCfg::CryptoIf crypto_if, const CertificateFacts& facts) {
+    const bool is_pkcs11 = crypto_if == OsslScardCfg::pkcs11;
+    if (facts.key_type == "RSA") return KeyAbilities{false, NID_undef, is_pkcs11};
+    if (facts.key_type == "EC" && is_pkcs11)
+        return KeyAbilities{true, ::OBJ_txt2nid(facts.curve.c_str()), false};
+    return std::nullopt;
+}
 
-TlsAbilities abilities_of_ec(const std::string& curve) {
-    const auto known = tls13_curves.find(curve);
-    if (known == tls13_curves.end())
-        return {true, false, "TLS 1.2 only, because TLS 1.3 has no signatures with " + curve};
-    return {true, true, "TLS 1.2 and 1.3 with " + known->second};
+/// Versions and signature algorithms, as TLS names them. Those with SHA-1 are left out, because OpenSSL
+/// refuses them unless its security level is lowered.
+std::string describe_abilities(const KeyAbilities& abilities, const std::string& curve) {
+    std::vector<std::string> both;
+    std::vector<std::string> only_tls12;
+    for (const SignatureAlgorithm& algorithm : signature_algorithms()) {
+        if (std::string(algorithm.digest) == "SHA1") continue;
+        if (can_sign(abilities, algorithm, TLS1_3_VERSION))
+            both.emplace_back(algorithm.name);
+        else if (can_sign(abilities, algorithm, TLS1_2_VERSION))
+            only_tls12.emplace_back(algorithm.name);
+    }
+    if (both.empty())
+        return "TLS 1.2 only, with " + listed(only_tls12) +
+               (abilities.is_ec ? ", because TLS 1.3 has no signatures with " + curve : "");
+    return "TLS 1.2 with " + listed(only_tls12) + ", TLS 1.2 and 1.3 with " + listed(both);
 }
 
 using SslCtxPtr = std::unique_ptr<SSL_CTX, FreeWith<&::SSL_CTX_free>>;
 
 } // namespace
-
-TlsAbilities tls_abilities(OsslScardCfg::CryptoIf crypto_if, const CertificateFacts& facts) {
-    const bool is_pkcs11 = crypto_if == OsslScardCfg::pkcs11;
-    if (facts.key_type == "RSA")
-        return is_pkcs11
-                   ? TlsAbilities{true, true,
-                                  std::string("TLS 1.2 with ") + pkcs1 + ", TLS 1.2 and 1.3 with " + pss}
-                   : TlsAbilities{true, false, std::string("TLS 1.2 only, with ") + pkcs1};
-    if (facts.key_type == "EC" && is_pkcs11) return abilities_of_ec(facts.curve);
-    return {false, false, "no TLS: this back-end cannot use keys of the type " + facts.key_type};
-}
 
 TlsDefaults read_tls_defaults() {
     const SslCtxPtr ctx(::SSL_CTX_new(::TLS_client_method()));
@@ -50,13 +61,23 @@ TlsDefaults read_tls_defaults() {
 }
 
 Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys) {
+    const auto can_serve = [crypto_if](const SurveyedKey& key) {
+        return key.is_offered && key.certificate && find_abilities(crypto_if, *key.certificate);
+    };
+    const bool can_any = std::any_of(keys.begin(), keys.end(), can_serve);
     Findings findings;
     for (const SurveyedKey& key : keys) {
         if (!key.is_offered || !key.certificate) continue;
-        const TlsAbilities abilities = tls_abilities(crypto_if, *key.certificate);
-        findings.push_back({abilities.has_tls12 ? State::ok : State::error, Link::card, "TLS",
-                            "the key " + printable(key.id, 120) + " can serve " + abilities.text,
-                            abilities.has_tls12 ? "" : "Use an RSA key, or the back-end pkcs11"});
+        const std::string name = "the key " + printable(key.id, 120) + " can serve ";
+        const auto abilities = find_abilities(crypto_if, *key.certificate);
+        if (abilities)
+            findings.push_back({State::ok, Link::card, "TLS",
+                                name + describe_abilities(*abilities, key.certificate->curve), ""});
+        else
+            findings.push_back(
+                {can_any ? State::warning : State::error, Link::card, "TLS",
+                 name + "no TLS: this back-end cannot use keys of the type " + key.certificate->key_type,
+                 "Use an RSA key, or the back-end pkcs11"});
     }
     return findings;
 }

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "tool/key_verdict.h"
-#include "tool/login/signature_algorithms.h"
 #include "tool/login/tls_login.h"
+#include "tool/signature_algorithms.h"
 
 namespace Kes::tool {
 
