@@ -154,6 +154,26 @@ TEST_F(DoctorCardTest, ExpiredCertificateIsReported) {
                     "yesterday. Remedy: Have a new certificate issued."});
 }
 
+TEST_F(DoctorCardTest, ExpiredCertificateBesideAGoodOneIsAWarning) {
+    token_.add("02", "ckp", "ec", "Other");
+    expire_certificate(token_.folder() / "rsa");
+    const ToolRun doctor = run({"--pin-stdin"}, pin);
+    EXPECT_EQ(mistakes(doctor),
+              Lines{"warning keys: 'Card 1: Login' (id %01, RSA 2048, CN=Rita RSA,O=Test Makers,C=AT): "
+                    "offered; expired yesterday. Remedy: Have a new certificate issued."});
+    EXPECT_EQ(doctor.status, 0);
+}
+
+TEST_F(DoctorCardTest, ExpiredCertificateOfTheKeyInEffectIsAnError) {
+    token_.add("02", "ckp", "ec", "Other");
+    expire_certificate(token_.folder() / "rsa");
+    const ToolRun doctor = run({"--pin-stdin", "--key", "%01"}, pin);
+    EXPECT_EQ(lines(doctor, "key in effect"),
+              Lines{"error   key in effect: the key %01 is offered; expired yesterday. Remedy: Have a new "
+                    "certificate issued."});
+    EXPECT_EQ(doctor.status, 3);
+}
+
 TEST_F(DoctorCardTest, UnknownKeyIdIsReported) {
     EXPECT_EQ(mistakes(run({"--key", "%99"})), Lines{"error   key in effect: the key %99 is not on the card. "
                                                      "Remedy: Use an id of the lines of the check "

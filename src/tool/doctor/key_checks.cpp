@@ -28,13 +28,25 @@ Text describe(const SurveyedKey& key) {
 }
 
 /// A certificate that is not valid now makes each login fail; other warnings depend on the server.
-State state_of(const SurveyedKey& key) {
-    const auto is_invalid = [](const CodedText& warning) {
+bool is_invalid(const SurveyedKey& key) {
+    return std::any_of(key.warnings.begin(), key.warnings.end(), [](const CodedText& warning) {
         return warning.code == "expired" || warning.code == "not_yet_valid";
-    };
-    if (!key.is_offered) return State::warning;
-    if (std::any_of(key.warnings.begin(), key.warnings.end(), is_invalid)) return State::error;
-    return key.warnings.empty() ? State::ok : State::warning;
+    });
+}
+
+bool is_usable(const SurveyedKey& key) { return key.is_offered && !is_invalid(key); }
+
+/// @param has_usable_key  whether the client can use this key or another one
+State state_of(const SurveyedKey& key, bool has_usable_key) {
+    if (key.is_offered && is_invalid(key) && !has_usable_key) return State::error;
+    return key.is_offered && key.warnings.empty() ? State::ok : State::warning;
+}
+
+std::string warnings_of(const SurveyedKey& key) {
+    std::string text;
+    for (const CodedText& warning : key.warnings)
+        text += "; " + warning.text;
+    return text;
 }
 
 std::string remedy_of(const SurveyedKey& key) {
@@ -49,19 +61,18 @@ std::string remedy_of(const SurveyedKey& key) {
                                 : "Check that servers accept such a certificate, or have another one issued";
 }
 
-Finding judge(const SurveyedKey& key) {
-    Text text = describe(key).add(": " + key.verdict.text);
-    for (const CodedText& warning : key.warnings)
-        text.add("; " + warning.text);
-    return key_line(state_of(key), text, remedy_of(key));
+Finding judge(const SurveyedKey& key, bool has_usable_key) {
+    return key_line(state_of(key, has_usable_key),
+                    describe(key).add(": " + key.verdict.text + warnings_of(key)), remedy_of(key));
 }
 
 Findings judge_all(Context& context, const std::vector<SurveyedKey>& keys) {
+    const bool has_usable_key = std::any_of(keys.begin(), keys.end(), is_usable);
     Findings findings;
     for (const SurveyedKey& key : keys) {
         context.names.push_back(key.name);
         if (key.certificate) context.names.push_back(key.certificate->subject);
-        findings.push_back(judge(key));
+        findings.push_back(judge(key, has_usable_key));
     }
     return findings;
 }
@@ -151,6 +162,8 @@ Findings check_key_id(Context& context) {
                     "Use an id of the lines of the check 'keys', exactly as it is written there");
     if (!found->is_offered)
         return line(State::error, Text(wanted).add(" is not offered"), "See its line of the check 'keys'");
+    if (is_invalid(*found))
+        return line(State::error, Text(wanted).add(" is offered" + warnings_of(*found)), remedy_of(*found));
     return line(State::ok, Text(wanted).add(" is offered"), "");
 }
 
