@@ -1,9 +1,12 @@
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include "json_schema.h"
+#include "support/process.h"
 #include "support/support.h"
 #include "tool_run.h"
 
@@ -77,6 +80,35 @@ TEST_F(DoctorHtmlTest, FailedWriteKeepsTheReportAndItsStatus) {
     EXPECT_EQ(result.errors, "marvo doctor: cannot write the file '/dev/full'\n");
     EXPECT_GT(result.json()["errors"], 0);
     EXPECT_EQ(schema_violations("doctor", result.output), "");
+}
+
+/// Runs doctor with a limit for the size of the files that it writes: one block of the shell.
+int run_with_file_limit(const std::string& page, const std::string& output, const std::string& prepare) {
+    const TempDir dir;
+    Process process({"/bin/sh", "-c", prepare + R"(ulimit -f 1; exec "$0" doctor --html "$1" >"$2")",
+                     MARVO_TOOL_PROGRAM, page, output},
+                    dir.file("errors"));
+    return process.wait();
+}
+
+TEST_F(DoctorHtmlTest, InterruptedRunLeavesNoFile) {
+    const int killed_by_limit = 128 + SIGXFSZ;
+    EXPECT_EQ(run_with_file_limit(page_, dir_.file("output"), ""), killed_by_limit);
+    EXPECT_NE(read_file(dir_.file("output")), "") << "checks have run";
+    EXPECT_FALSE(std::filesystem::exists(page_));
+}
+
+TEST_F(DoctorHtmlTest, FailedWriteLeavesNoFile) {
+    EXPECT_EQ(run_with_file_limit(page_, "/dev/null", "trap '' XFSZ; "), 3);
+    EXPECT_FALSE(std::filesystem::exists(page_));
+}
+
+TEST_F(DoctorHtmlTest, FileThatIsAFolderIsReportedBeforeTheChecks) {
+    std::filesystem::create_directory(page_);
+    const ToolRun result = run({"--force"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "") << "no check has run";
+    EXPECT_EQ(result.errors, "marvo doctor: cannot write the file '" + page_ + "'\n");
 }
 
 TEST_F(DoctorHtmlTest, ForceOverwritesTheFile) {

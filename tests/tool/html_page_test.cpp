@@ -95,11 +95,11 @@ TEST(HtmlPageTest, NothingOutsideThePageIsUsed) {
 
 TEST(HtmlFileTest, ExistingFileIsKept) {
     const TempDir dir;
-    EXPECT_NO_THROW(tool::prepare_html_file(dir.file("page.html"), false));
+    EXPECT_NO_THROW(tool::check_html_file(dir.file("page.html"), false));
     std::ofstream(dir.file("page.html")) << "mine";
-    EXPECT_EQ(error_text([&] { tool::prepare_html_file(dir.file("page.html"), false); }),
+    EXPECT_EQ(error_text([&] { tool::check_html_file(dir.file("page.html"), false); }),
               "the file '" + dir.file("page.html") + "' exists; --force overwrites it");
-    EXPECT_NO_THROW(tool::prepare_html_file(dir.file("page.html"), true));
+    EXPECT_NO_THROW(tool::check_html_file(dir.file("page.html"), true));
 }
 
 TEST(HtmlFileTest, PageIsWritten) {

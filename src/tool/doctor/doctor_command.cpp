@@ -88,7 +88,7 @@ void print_counts(std::ptrdiff_t errors, std::ptrdiff_t warnings) {
 }
 
 ExitStatus examine(const Command& command, const DoctorOptions& options) {
-    if (!options.html_file.empty()) prepare_html_file(options.html_file, options.force);
+    if (!options.html_file.empty()) check_html_file(options.html_file, options.force);
     Context context({.settings = command.settings,
                      .pin = command.pin,
                      .is_login_wanted = options.login || command.pin.is_given(),

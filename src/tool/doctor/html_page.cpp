@@ -7,11 +7,14 @@
 #include <stdexcept>
 
 #include "tool/doctor/chain.h"
+#include "tool/doctor/file_access.h"
 #include "tool/doctor/html_style.h"
 #include "tool/doctor/html_text.h"
 
 namespace Kes::tool {
 namespace {
+
+namespace fs = std::filesystem;
 
 std::string counted(const std::vector<Finding>& findings, State state) {
     const auto count = std::count_if(findings.begin(), findings.end(),
@@ -105,16 +108,24 @@ std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts&
     return page.str();
 }
 
-void prepare_html_file(const std::string& file, bool may_overwrite) {
-    if (!may_overwrite && std::filesystem::exists(file))
+void check_html_file(const std::string& file, bool may_overwrite) {
+    const bool exists = fs::exists(file);
+    if (exists && !may_overwrite)
         throw std::runtime_error("the file '" + file + "' exists; --force overwrites it");
-    if (!std::ofstream(file, std::ios::binary | std::ios::app)) throw_cannot_write(file);
+    const fs::path folder = fs::absolute(file).parent_path();
+    const bool can_write = exists ? !fs::is_directory(file) && can_write_file(file)
+                                  : fs::is_directory(folder) && can_create_files(folder.string());
+    if (!can_write) throw_cannot_write(file);
 }
 
 void write_html_file(const std::string& file, const std::string& page) {
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     stream << page << std::flush;
-    if (!stream) throw_cannot_write(file);
+    if (stream) return;
+    stream.close(); // Windows removes no open file
+    std::error_code ignored;
+    if (fs::is_regular_file(file, ignored)) fs::remove(file, ignored);
+    throw_cannot_write(file);
 }
 
 } // namespace Kes::tool

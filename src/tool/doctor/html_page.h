@@ -18,11 +18,12 @@ struct HtmlPageFacts {
 /// The report as a page in HTML: complete in one file, without scripts and without references to other files.
 std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts& facts);
 
-/// Creates an empty file, or checks that the existing one may be overwritten. Call it before the checks, so that
-/// a login is not wasted.
+/// Checks that the file can be written, and changes nothing. Call it before the checks, so that a login is
+/// not wasted.
 /// @throws std::runtime_error if the file exists and must not be overwritten, or if it cannot be written
-void prepare_html_file(const std::string& file, bool may_overwrite);
+void check_html_file(const std::string& file, bool may_overwrite);
 
+/// Removes an incomplete file.
 /// @throws std::runtime_error if the file cannot be written
 void write_html_file(const std::string& file, const std::string& page);
 
