@@ -103,7 +103,39 @@ TEST_F(DoctorTest, BackEndOfWindowsIsReported) {
         Lines{
             "error   back-end: capi_backend:19 Kes::capi_backend::create_scanner(): crypto interface capi is "
             "available on Windows only: val=4 (unsupported). Remedy: Set crypto_if to pkcs11, by the client "
-            "or by the variable ossl_scard_cfg_crypto_if."});
+            "or by the variable ossl_scard_cfg_crypto_if; the command marvo env prints the settings for this "
+            "system."});
+}
+
+TEST_F(DoctorTest, DefaultsThatAreNamesOfWindowsFilesAreReportedWithTheCommandThatHelps) {
+    const std::string env = "; the command marvo env prints the settings for this system.";
+    set("pkcs11_module_dll", "");
+    set("pkcs11_openssl_engine_dll", "");
+    EXPECT_EQ(
+        mistakes(run()),
+        (Lines{
+            "warning engine file: pkcs11_openssl_engine_dll=.\\pkcs11.dll has no folder, so that the loader "
+            "searches for it; here it is no file. Remedy: Set pkcs11_openssl_engine_dll to the full path of "
+            "the file.",
+            "error   engine file: pkcs11_openssl_engine_dll=.\\pkcs11.dll: there is no such file. Remedy: "
+            "Set "
+            "pkcs11_openssl_engine_dll to the full path of an OpenSSL engine" +
+                env,
+            "warning module file: pkcs11_module_dll=itp11.dll has no folder, so that the loader searches for "
+            "it; here it is no file. Remedy: Set pkcs11_module_dll to the full path of the file.",
+            "error   module file: pkcs11_module_dll=itp11.dll: there is no such file. Remedy: Set "
+            "pkcs11_module_dll to the full path of a PKCS#11 module" +
+                env}));
+}
+
+TEST_F(DoctorTest, MissingSettingOfTheBackEndIsReportedWithTheCommandThatHelps) {
+    set("crypto_if", "");
+    EXPECT_EQ(
+        lines(run(), "back-end"),
+        Lines{"error   back-end: capi_backend:19 Kes::capi_backend::create_scanner(): crypto interface capi "
+              "is available on Windows only: val=4 (unsupported). Remedy: Set crypto_if to pkcs11, by the "
+              "client or by the variable ossl_scard_cfg_crypto_if; the command marvo env prints the "
+              "settings for this system."});
 }
 
 TEST_F(DoctorTest, MisspeltVariableIsReported) {

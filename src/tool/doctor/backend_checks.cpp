@@ -26,7 +26,8 @@ Findings check_backend(Context& context) {
                  "Set it to capi, pkcs11 or capi_store, in lower case"}};
     if (const std::string reason = unsupported_reason(context); !reason.empty())
         return {{State::error, Link::client, "back-end", reason,
-                 "Set crypto_if to pkcs11, by the client or by the variable ossl_scard_cfg_crypto_if"}};
+                 "Set crypto_if to pkcs11, by the client or by the variable ossl_scard_cfg_crypto_if" +
+                     hint_of_command_env("crypto_if")}};
     return {{State::ok, Link::client, "back-end", name + " is used", ""}};
 }
 

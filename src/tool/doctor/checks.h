@@ -35,6 +35,10 @@ Findings run_checks(std::span<const Check> checks, Context& context,
 /// library, the reason and the details, but neither the thread nor the place in OpenSSL's source.
 std::string one_line(const std::string& error_text);
 
+/// The end of a remedy for a setting that is missing: that the command env prints it. "" if the command knows
+/// no value for this system.
+std::string hint_of_command_env(const std::string& key);
+
 /// The keys, and, without a login that the card requires, the certificates whose keys it hides.
 std::vector<SurveyedKey> candidate_keys(const KeySurvey& survey);
 

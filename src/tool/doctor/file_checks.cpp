@@ -1,10 +1,12 @@
 #include <filesystem>
 #include <string>
 
+#include "base/env_settings.h"
 #include "tool/binary_file.h"
 #include "tool/doctor/checks.h"
 #include "tool/doctor/file_access.h"
 #include "tool/libp11_version.h"
+#include "utils/helper.h"
 #include "utils/library_kind.h"
 
 namespace Kes::tool {
@@ -26,6 +28,12 @@ Finding make(const NamedFile& file, State state, const std::string& finding, con
 
 std::string set_to_path(const NamedFile& file, const char* of_what) {
     return "Set " + file.setting + " to the full path of " + of_what;
+}
+
+/// An option is a variable of this process, so without a variable the default is in effect.
+std::string hint_for(const NamedFile& file) {
+    const bool is_default = Helper::get_env(env_prefix + file.setting).empty();
+    return is_default ? hint_of_command_env(file.setting) : "";
 }
 
 /// How the name leads to the file, if it is no full path.
@@ -96,7 +104,7 @@ Findings check_file(const NamedFile& file) {
     if (path.empty()) {
         findings.push_back(make(file, State::error,
                                 file.setting + "=" + file.value + ": there is no such file",
-                                set_to_path(file, file.kind.name)));
+                                set_to_path(file, file.kind.name) + hint_for(file)));
         return findings;
     }
     const BinaryFile binary = inspect_file(path);

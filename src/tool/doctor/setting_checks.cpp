@@ -8,6 +8,7 @@
 #include "tool/environment.h"
 #include "tool/environment_check.h"
 #include "tool/setting_options.h"
+#include "tool/suggested_settings.h"
 #include "utils/helper.h"
 
 namespace Kes::tool {
@@ -38,6 +39,12 @@ std::string as_sentence(std::string text) {
 }
 
 } // namespace
+
+std::string hint_of_command_env(const std::string& key) {
+    for (const auto& [suggested, value] : suggest_settings())
+        if (suggested == key) return "; the command marvo env prints the settings for this system";
+    return "";
+}
 
 Findings check_settings(Context& context) {
     const std::map<std::string, std::string> values = values_in_effect(context);
