@@ -6,6 +6,16 @@
 #include "utils/helper.h"
 
 namespace Kes::tool {
+namespace {
+
+std::string remedy_for_engine(OsslScardCfg::CryptoIf crypto_if) {
+    if (crypto_if == OsslScardCfg::pkcs11)
+        return "Set the engine's path to the file of OpenSSL's engine for this back-end";
+    return "If the check 'card' finds an error too, follow its remedy first, because this engine opens the "
+           "card; otherwise, set the engine's path to the file of OpenSSL's engine for this back-end";
+}
+
+} // namespace
 
 Findings check_engine(Context& context) {
     const std::string path = context.engine_path();
@@ -14,7 +24,7 @@ Findings check_engine(Context& context) {
         context.backend().create_engine(context.settings(), Pin());
     } catch (const ErrorBase& error) {
         return {{State::error, Link::engine, "engine", one_line(error.what()),
-                 "Set the engine's path to the file of OpenSSL's engine for this back-end"}};
+                 remedy_for_engine(context.crypto_if())}};
     }
     return {{State::ok, Link::engine, "engine", path + " can be loaded", ""}};
 }

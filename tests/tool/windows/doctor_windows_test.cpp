@@ -1,81 +1,12 @@
-// The command doctor on Windows, with mistakes that differ from those on Linux.
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <list>
+// The command doctor on Windows, with mistakes in the settings and files of an installation.
+#include "doctor_windows_run.h"
 
-#include "support/child.h"
-#include "support/test_card.h"
+#include <fstream>
+
 #include "support/windows_error.h"
-#include "utils/windows_api.h"
 
 namespace Kes::test {
 namespace {
-
-namespace fs = std::filesystem;
-
-/// A folder with the program and everything that it needs for the back-end pkcs11.
-class DoctorWindowsTest : public testing::Test {
-protected:
-    DoctorWindowsTest() {
-        fs::create_directory(folder_);
-        for (const char* name : {"marvo.exe", "libcrypto-3-x64.dll", "libssl-3-x64.dll"})
-            put(fs::path(MARVO_BIN_DIR) / name);
-        for (const char* name : {"libp11.dll", "itp11.dll", "pkcs11.dll"})
-            put(fs::path(MARVO_DOUBLES_DIR) / name);
-        set("crypto_if", "pkcs11");
-        set("pkcs11_module_dll", file("itp11.dll"));
-        set("pkcs11_openssl_engine_dll", file("pkcs11.dll"));
-        set("logfile", dir_.file("log"));
-        card_.add("01", "ckp", "rsa", "Login");
-    }
-
-    void put(const fs::path& source) {
-        fs::copy_file(source, folder_ / source.filename(), fs::copy_options::overwrite_existing);
-    }
-
-    std::string file(const std::string& name) const { return (folder_ / name).string(); }
-
-    void set(const std::string& key, const std::string& value) {
-        variables_.emplace_back("ossl_scard_cfg_" + key, value);
-    }
-
-    /// The lines of doctor that begin with "error" or "warning". The warning about the version of the test double
-    /// of libp11 is left out, and so are rights: Wine derives them from those of the system that it runs on.
-    Lines mistakes(const std::string& arguments = "") const {
-        const std::string output = dir_.file("output");
-        const std::string command =
-            "/c \"\"" + file("marvo.exe") + "\" doctor " + arguments + " > \"" + output + "\"\"";
-        run_program(system_folder() / "cmd.exe", command, folder_);
-        Lines lines = split_lines(read_text(output));
-        std::erase_if(lines, [](const std::string& line) {
-            return (!line.starts_with("error ") && !line.starts_with("warning ")) ||
-                   line.starts_with("warning libp11 version: 0.4.12 according to its exports: ") ||
-                   line.find(": other users can change ") != std::string::npos;
-        });
-        return lines;
-    }
-
-    static Lines of_check(Lines lines, const std::string& check) {
-        std::erase_if(lines,
-                      [&check](const std::string& line) { return line.find(" " + check + ": ") != 7; });
-        return lines;
-    }
-
-    static fs::path system_folder() {
-        std::string folder(MAX_PATH, '\0');
-        folder.resize(::GetSystemDirectoryA(folder.data(), MAX_PATH));
-        return folder;
-    }
-
-    const TempDir dir_;
-    const fs::path folder_ = (dir_.path() / "bin").make_preferred();
-    TestCard card_;
-
-private:
-    EnvVar path_{"PATH", system_folder().string()};
-    std::list<EnvVar> variables_;
-};
 
 TEST_F(DoctorWindowsTest, InstallationWithoutMistakesHasNoErrors) { EXPECT_EQ(mistakes(), Lines{}); }
 
@@ -162,18 +93,6 @@ TEST_F(DoctorWindowsTest, MissingEngineIsReported) {
                     "OpenSSL engine."});
 }
 
-TEST_F(DoctorWindowsTest, WrongPinIsReported) {
-    std::ofstream(dir_.file("pin")) << "13572468";
-    EXPECT_EQ(
-        mistakes("--pin-file \"" + dir_.file("pin") + "\""),
-        Lines{
-            "error   login: libp11_helper:190 Kes::Libp11Init::authenticate(): PKCS11_login() failed: rc=-1; "
-            "PKCS#11 module: PIN incorrect: PKCS11_login. Remedy: If the PIN is incorrect, find out the "
-            "right one before "
-            "the "
-            "next try: each wrong PIN brings the card closer to being locked."});
-}
-
 TEST_F(DoctorWindowsTest, Tls13WithCryptoApiIsReported) {
     put(fs::path(MARVO_BIN_DIR) / "capi.dll");
     set("crypto_if", "capi_store");
@@ -183,22 +102,60 @@ TEST_F(DoctorWindowsTest, Tls13WithCryptoApiIsReported) {
         "warning TLS versions: OpenSSL's defaults allow " + keys_cannot +
         "Let the client limit itself to TLS 1.2 by SSL_CTX_set_max_proto_version(), and to RSA with "
         "PKCS#1 by SSL_CTX_set1_client_sigalgs_list()."};
-    EXPECT_EQ(of_check(mistakes(), "TLS versions"), expected);
+    EXPECT_EQ(lines("TLS versions"), expected);
 
     std::ofstream(dir_.file("openssl.cnf")) << "openssl_conf = start\n[start]\nssl_conf = ssl\n[ssl]\n"
                                                "system_default = tls\n[tls]\nMinProtocol = TLSv1.3\n";
     const EnvVar config("OPENSSL_CONF", dir_.file("openssl.cnf"));
-    EXPECT_EQ(of_check(mistakes(), "TLS versions"),
+    EXPECT_EQ(lines("TLS versions"),
               Lines{"error   TLS versions: openssl.cnf demands " + keys_cannot +
                     "Remove MinProtocol from openssl.cnf, or use the back-end pkcs11."});
 }
 
+TEST_F(DoctorWindowsTest, BackEndInUpperCaseIsReported) {
+    set("crypto_if", "PKCS11");
+    EXPECT_EQ(
+        mistakes(),
+        (Lines{"warning environment: ossl_scard_cfg_crypto_if=PKCS11 names no back-end. Remedy: Set it to "
+               "pkcs11.",
+               "error   back-end: the setting crypto_if names no back-end. Remedy: Set it to capi, pkcs11 or "
+               "capi_store, in lower case."}));
+}
+
+TEST_F(DoctorWindowsTest, MisspeltVariableIsReported) {
+    set("pkcs11_modul_dll", "x");
+    EXPECT_EQ(mistakes(),
+              Lines{"error   environment: ossl_scard_cfg_pkcs11_modul_dll is not a setting and has "
+                    "no effect. Remedy: Rename it to ossl_scard_cfg_pkcs11_module_dll."});
+}
+
+TEST_F(DoctorWindowsTest, SoftHsmConfigurationThatDoesNotExistIsReported) {
+    fs::rename(folder_ / "itp11.dll", folder_ / "softhsm2-x64.dll");
+    set("pkcs11_module_dll", file("softhsm2-x64.dll"));
+    const EnvVar config("SOFTHSM2_CONF", file("absent.conf"));
+    EXPECT_EQ(mistakes(), Lines{"error   SoftHSM2: the variable SOFTHSM2_CONF names no file: " +
+                                file("absent.conf") + ". Remedy: Set it to the path of softhsm2.conf."});
+}
+
+const std::string other_log =
+    " Remedy: Set logfile to a path in a folder in which the user of the client may write.";
+
+TEST_F(DoctorWindowsTest, MissingFolderOfTheLogIsReported) {
+    set("logfile", file("absent\\log"));
+    EXPECT_EQ(mistakes(),
+              Lines{"error   log file: the folder " + file("absent") + " does not exist." + other_log});
+}
+
+TEST_F(DoctorWindowsTest, LogFileThatCannotBeWrittenIsReported) {
+    const std::string log = R"(Z:\sys\kernel\uevent_seqnum)"; // not even root may write to it
+    set("logfile", log);
+    EXPECT_EQ(mistakes(),
+              Lines{"error   log file: this user may not write to the file " + log + "." + other_log});
+}
+
 TEST_F(DoctorWindowsTest, FileInPlaceOfTheFolderOfTheLogIsReported) {
     set("logfile", file("itp11.dll") + "\\log");
-    EXPECT_EQ(mistakes(),
-              Lines{"error   log file: " + file("itp11.dll") +
-                    " is no folder. Remedy: Set logfile to a path in a folder in which the user of the "
-                    "client may write."});
+    EXPECT_EQ(mistakes(), Lines{"error   log file: " + file("itp11.dll") + " is no folder." + other_log});
 }
 
 } // namespace
