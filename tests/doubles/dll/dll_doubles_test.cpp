@@ -74,6 +74,18 @@ TEST_F(Libp11DoubleTest, ReleasingSlotsWithWrongCountIsViolation) {
     EXPECT_EQ(card.violations(), Lines{"PKCS11_release_all_slots: wrong context or count"});
 }
 
+TEST_F(Libp11DoubleTest, SecondTokenIsInAReaderOfItsOwn) {
+    card.set("second_label", "Card 2");
+    card.set("pin_locked", "1");
+    enumerate();
+    ASSERT_EQ(count, 2U);
+    EXPECT_STREQ(slots[1].description, "Slot 2");
+    EXPECT_STREQ(slots[1].token->label, "Card 2");
+    EXPECT_EQ(slots[1].token->userPinLocked, 1);
+    release_all_slots(context, slots, count);
+    EXPECT_EQ(card.violations(), Lines());
+}
+
 TEST_F(Libp11DoubleTest, LoginWithoutSlotIsViolation) {
     enumerate();
     EXPECT_EQ(login(nullptr, 0, card_pin), -1);
