@@ -109,7 +109,7 @@ ExitStatus run_program(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        Kes::tool::StandardOutput output;
+        const Kes::tool::StandardOutput output;
         const Kes::tool::ExitStatus status = Kes::tool::run_program(argc, argv);
         output.finish();
         return static_cast<int>(status);

@@ -12,7 +12,7 @@ StandardOutput::StandardOutput() : original(std::cout.rdbuf(this)) {}
 
 StandardOutput::~StandardOutput() { std::cout.rdbuf(original); }
 
-void StandardOutput::finish() {
+void StandardOutput::finish() const {
     std::cout.flush();
     if (!std::cout)
         throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(error));

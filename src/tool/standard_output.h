@@ -15,7 +15,7 @@ public:
 
     /// Writes what is still in memory.
     /// @throws std::runtime_error if this or an earlier write has failed
-    void finish();
+    void finish() const;
 
 private:
     int_type overflow(int_type character) override;
