@@ -24,8 +24,7 @@ std::string find_known_module(const std::vector<std::string>& folders) {
                                "pkcs11/libsofthsm2.so"};
     for (const char* name : names)
         for (const std::string& folder : folders)
-            if (const std::string module = folder + "/" + name; std::filesystem::exists(module))
-                return module;
+            if (std::string module = folder + "/" + name; std::filesystem::exists(module)) return module;
     return "";
 }
 
