@@ -28,7 +28,8 @@ constexpr const char* only_new = "wbx";
 void check_file(const std::string& name, bool may_overwrite) {
     std::error_code ignored; // open_file() reports what prevents the access
     const std::filesystem::file_status status = std::filesystem::status(name, ignored);
-    if (may_overwrite && std::filesystem::is_other(status)) return; // such as a pipe, whose reader would notice the check
+    if (may_overwrite && std::filesystem::is_other(status))
+        return; // such as a pipe, whose reader would notice the check
     open_file(name, may_overwrite ? "ab" : only_new);
     if (!std::filesystem::exists(status)) std::filesystem::remove(name, ignored);
 }
@@ -36,8 +37,11 @@ void check_file(const std::string& name, bool may_overwrite) {
 void write_file(const std::string& name, const std::string& bytes, bool may_overwrite) {
     FilePtr file = open_file(name, may_overwrite ? "wb" : only_new);
     const bool is_written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-    if (std::fclose(file.release()) != 0 || !is_written)
-        throw std::runtime_error("cannot write the file " + name + ": " + std::strerror(errno));
+    if (std::fclose(file.release()) == 0 && is_written) return;
+    const std::string reason = std::strerror(errno);
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(name, ignored)) std::filesystem::remove(name, ignored);
+    throw std::runtime_error("cannot write the file " + name + ": " + reason);
 }
 
 } // namespace Kes::tool

@@ -10,7 +10,7 @@ namespace Kes::tool {
 /// @throws std::runtime_error
 void check_file(const std::string& name, bool may_overwrite);
 
-/// Writes a new file.
+/// Writes a new file. If that fails, no incomplete file remains.
 /// @param may_overwrite  whether an existing file may be replaced
 /// @throws std::runtime_error if the file exists or cannot be written
 void write_file(const std::string& name, const std::string& bytes, bool may_overwrite);

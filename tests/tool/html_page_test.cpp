@@ -1,10 +1,8 @@
 #include "tool/doctor/html_page.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
 
 #include "broken_report.h"
-#include "support/support.h"
 #include "tool/doctor/chain.h"
 #include "tool/doctor/html_text.h"
 
@@ -91,29 +89,6 @@ TEST(HtmlPageTest, NothingOutsideThePageIsUsed) {
     const std::string page = page_of(broken_report(), Names::shown);
     for (const char* reference : {"<script", "<link", "<img", "url(", "@import", "http:", "https:"})
         EXPECT_FALSE(contains(page, reference)) << reference;
-}
-
-TEST(HtmlFileTest, ExistingFileIsKept) {
-    const TempDir dir;
-    EXPECT_NO_THROW(tool::check_html_file(dir.file("page.html"), false));
-    std::ofstream(dir.file("page.html")) << "mine";
-    EXPECT_EQ(error_text([&] { tool::check_html_file(dir.file("page.html"), false); }),
-              "the file '" + dir.file("page.html") + "' exists; --force overwrites it");
-    EXPECT_NO_THROW(tool::check_html_file(dir.file("page.html"), true));
-}
-
-TEST(HtmlFileTest, PageIsWritten) {
-    const TempDir dir;
-    std::ofstream(dir.file("page.html")) << "a longer content than the page's";
-    tool::write_html_file(dir.file("page.html"), "<p>page\n");
-    EXPECT_EQ(read_file(dir.file("page.html")), "<p>page\n");
-}
-
-TEST(HtmlFileTest, FileThatCannotBeWrittenIsAnError) {
-    const TempDir dir;
-    const std::string file = dir.file("absent/page.html");
-    EXPECT_EQ(error_text([&] { tool::write_html_file(file, "page"); }),
-              "cannot write the file '" + file + "'");
 }
 
 } // namespace

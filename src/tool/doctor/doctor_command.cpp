@@ -11,6 +11,7 @@
 #include "tool/commands.h"
 #include "tool/doctor/checks.h"
 #include "tool/doctor/html_page.h"
+#include "tool/output_file.h"
 #include "utils/platform.h"
 
 namespace Kes::tool {
@@ -73,7 +74,7 @@ bool write_page(const Findings& findings, const DoctorOptions& options) {
     const HtmlPageFacts facts{
         .names = options.names(), .version = library_version(), .time = time_of_report()};
     try {
-        write_html_file(options.html_file, html_page(findings, facts));
+        write_file(options.html_file, html_page(findings, facts), options.force);
         std::cerr << "The report is in " << options.html_file << std::endl;
         return true;
     } catch (const std::exception& error) {
@@ -88,7 +89,7 @@ void print_counts(std::ptrdiff_t errors, std::ptrdiff_t warnings) {
 }
 
 ExitStatus examine(const Command& command, const DoctorOptions& options) {
-    if (!options.html_file.empty()) check_html_file(options.html_file, options.force);
+    if (!options.html_file.empty()) check_file(options.html_file, options.force);
     Context context({.settings = command.settings,
                      .pin = command.pin,
                      .is_login_wanted = options.login || command.pin.is_given(),

@@ -1,20 +1,14 @@
 #include "tool/doctor/html_page.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 #include "tool/doctor/chain.h"
-#include "tool/doctor/file_access.h"
 #include "tool/doctor/html_style.h"
 #include "tool/doctor/html_text.h"
 
 namespace Kes::tool {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::string counted(const std::vector<Finding>& findings, State state) {
     const auto count = std::count_if(findings.begin(), findings.end(),
@@ -86,10 +80,6 @@ void write_footer(std::ostream& page, const HtmlPageFacts& facts) {
          << "</p></footer>\n";
 }
 
-[[noreturn]] void throw_cannot_write(const std::string& file) {
-    throw std::runtime_error("cannot write the file '" + file + "'");
-}
-
 } // namespace
 
 std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts& facts) {
@@ -106,26 +96,6 @@ std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts&
     write_footer(page, facts);
     page << "</main>\n</body>\n</html>\n";
     return page.str();
-}
-
-void check_html_file(const std::string& file, bool may_overwrite) {
-    const bool exists = fs::exists(file);
-    if (exists && !may_overwrite)
-        throw std::runtime_error("the file '" + file + "' exists; --force overwrites it");
-    const fs::path folder = fs::absolute(file).parent_path();
-    const bool can_write = exists ? !fs::is_directory(file) && can_write_file(file)
-                                  : fs::is_directory(folder) && can_create_files(folder.string());
-    if (!can_write) throw_cannot_write(file);
-}
-
-void write_html_file(const std::string& file, const std::string& page) {
-    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-    stream << page << std::flush;
-    if (stream) return;
-    stream.close(); // Windows removes no open file
-    std::error_code ignored;
-    if (fs::is_regular_file(file, ignored)) fs::remove(file, ignored);
-    throw_cannot_write(file);
 }
 
 } // namespace Kes::tool

@@ -18,15 +18,6 @@ struct HtmlPageFacts {
 /// The report as a page in HTML: complete in one file, without scripts and without references to other files.
 std::string html_page(const std::vector<Finding>& findings, const HtmlPageFacts& facts);
 
-/// Checks that the file can be written, and changes nothing. Call it before the checks, so that a login is
-/// not wasted.
-/// @throws std::runtime_error if the file exists and must not be overwritten, or if it cannot be written
-void check_html_file(const std::string& file, bool may_overwrite);
-
-/// Removes an incomplete file.
-/// @throws std::runtime_error if the file cannot be written
-void write_html_file(const std::string& file, const std::string& page);
-
 } // namespace Kes::tool
 
 #endif // KES_TOOL_DOCTOR_HTML_PAGE_H_
