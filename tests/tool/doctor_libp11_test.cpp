@@ -57,7 +57,8 @@ TEST_F(DoctorLibp11Test, CommandsThatNeedTheMissingLibp11SayThatItIsMissing) {
     EXPECT_EQ(
         run_tool({"list"}, "", program).errors,
         "marvo list: libp11_library:78 Kes::require_libp11(): error loading 'libp11.so.X': libp11.so.X: "
-        "cannot open shared object file: No such file or directory: val=13 (load_failed)\n");
+        "cannot open shared object file: No such file or directory: val=13 (load_failed)\n"
+        "Run \"marvo doctor\", which says what is wrong and what to do.\n");
 }
 
 TEST_F(DoctorLibp11Test, DamagedLibp11IsReported) {
