@@ -265,11 +265,12 @@ public:
     /// the initialisation has failed, the message of the error has its reason.
     void read_card() {
         unload();
+        is_card_read_ = false;
         if (card_->read_scard() != 0) {
             const std::string message = card_->get_last_error_msg();
             throw Error(is_open_ || warning_.empty() ? message : warning_ + "\n" + message);
         }
-        is_open_ = true;
+        is_open_ = is_card_read_ = true;
         if (!card_->is_pin_required()) pin_ = PinState::none; // the library has cleared its copy
     }
 
@@ -291,7 +292,7 @@ public:
     }
 
     /// Logs in if the card needs a PIN, and lists the keys whose certificates pass the filter. The order may
-    /// differ from run to run.
+    /// differ from run to run. Call read_card() before.
     ///
     /// The library has no operation that returns an id. Therefore this function selects each key in turn,
     /// reads the id from the name in the configuration, and restores the selection. The log shows this.
@@ -317,16 +318,17 @@ public:
     /// Loads a key and its certificate: of those that find_keys() found, the first one with the type and id.
     /// The environment may override the choice. To load another key, start at read_card().
     /// @param key      a key of find_keys(), or one with a stored type and id
-    /// @param methods  DefaultMethods::openssl gives OpenSSL its default methods for RSA and EC keys back. The
-    ///                 library gives them to the engine at every load; see docs/security.md. The loaded key
-    ///                 still signs. The cost: other code that relies on the engine as the default must name
-    ///                 the engine, and every load needs the option again.
+    /// @param methods  DefaultMethods::openssl gives OpenSSL its default methods for RSA and EC keys back.
+    ///                 The library gives them to the engine at every load; see docs/security.md. The loaded
+    ///                 key still signs. The cost: other code that relies on the engine as the default must
+    ///                 name the engine, and every load needs the option again.
     Certificate load(const Key& key, DefaultMethods methods = DefaultMethods::engine) {
+        require_pin();
         check(card_->set_key(key.type, key.id.c_str()));
         return load(methods);
     }
 
-    /// Loads the key and the certificate that the configuration names. Does not need find_keys().
+    /// Loads the key and the certificate that the configuration names. Needs read_card(), not find_keys().
     Certificate load(DefaultMethods methods = DefaultMethods::engine) {
         require_pin();
         check(card_->notify_config_done());
@@ -362,8 +364,8 @@ public:
             throw Error("a key of CryptoAPI logs in over TLS 1.2 only");
         detail::require_openssl(SSL_CTX_set_max_proto_version(tls, TLS1_2_VERSION) == 1,
                                 "SSL_CTX_set_max_proto_version");
-        detail::require_openssl(SSL_CTX_set1_client_sigalgs_list(tls, "RSA+SHA256:RSA+SHA384:RSA+SHA512") ==
-                                    1,
+        const char* pkcs1 = "RSA+SHA256:RSA+SHA384:RSA+SHA512";
+        detail::require_openssl(SSL_CTX_set1_client_sigalgs_list(tls, pkcs1) == 1,
                                 "SSL_CTX_set1_client_sigalgs_list");
     }
 
@@ -374,8 +376,9 @@ private:
         if (status != 0) throw Error(card_->get_last_error_msg());
     }
 
-    /// Without a PIN, the load may cost one of the card's tries.
+    /// Without a PIN, the load may cost a try. Only a card that was read says whether it needs one.
     void require_pin() const {
+        if (!is_card_read_) throw Error("no card was read");
         if (pin_ == PinState::set || !card_->is_pin_required()) return;
         if (pin_ == PinState::none) throw Error("the card needs a PIN, and none was set");
         throw Error("the card needs a PIN, and the one that was set is not used again after a failure");
@@ -390,6 +393,7 @@ private:
     std::unique_ptr<Kes::OsslScardIf, detail::SessionEnd> card_;
     std::string warning_;
     bool is_open_ = false; // a read of the card has succeeded, so the initialisation has, too
+    bool is_card_read_ = false;
     EVP_PKEY* key_ = nullptr;
     X509* cert_ = nullptr;
     enum class PinState { none, set, failed } pin_ = PinState::none; // failed: so has a login with it

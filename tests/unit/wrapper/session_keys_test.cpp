@@ -103,6 +103,25 @@ TEST_F(SessionKeysTest, EachFailedStepOfTheLoadIsReported) {
     }
 }
 
+// Before, nobody knows whether the card needs a PIN, and a login without one may cost a try.
+TEST_F(SessionKeysTest, CardMustBeReadBeforeASearchOrALoad) {
+    marvo::Session session;
+    card.calls.clear();
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), "no card was read");
+    EXPECT_EQ(error_of([&] { session.load(); }), "no card was read");
+    EXPECT_EQ(error_of([&] { session.load({"", "%01", 0}); }), "no card was read");
+    EXPECT_EQ(card.calls, Lines());
+}
+
+TEST_F(SessionKeysTest, CardThatCannotBeReadIsNotAskedForKeys) {
+    marvo::Session session = open();
+    card.fail("read_scard", "PKCS11_find_token() failed");
+    EXPECT_EQ(error_of([&] { session.read_card(); }), "PKCS11_find_token() failed");
+    EXPECT_EQ(error_of([&] { session.find_keys(); }), "no card was read");
+    EXPECT_EQ(error_of([&] { session.load(); }), "no card was read");
+    EXPECT_EQ(card.calls, Lines{"read_scard"});
+}
+
 TEST_F(SessionKeysTest, UnloadFreesTheKeyOnce) {
     marvo::Session session = open();
     session.load();
