@@ -97,6 +97,7 @@ class Session:
         self.loaded_library = _abi.load_library(library)
         self.loaded: Optional[LoadedKey] = None
         self._pin = _PinState.NONE
+        self._is_card_read = False
         self._listing = 0
         self._init_error = ""
         self._if: Optional[_abi.TableObject] = self._create_object()
@@ -148,6 +149,7 @@ class Session:
     def read_card(self) -> None:
         """Finds the card. Earlier keys become invalid; a PIN that was set stays set if the card needs one."""
         self._listing += 1
+        self._is_card_read = False
         status = self._call("read_scard")
         if status != 0:
             error = self._error("read_scard", status)
@@ -156,6 +158,7 @@ class Session:
             # Only the log file has failed: otherwise, the state would not allow read_scard().
             warnings.warn(self._init_error, LogFileWarning, stacklevel=2)
             self._init_error = ""
+        self._is_card_read = True
         if not self.pin_required:
             self._pin = _PinState.NONE  # the library has cleared its copy
 
@@ -178,7 +181,10 @@ class Session:
             self._pin = _PinState.SET
 
     def keys(self) -> List[Key]:
-        """Logs in if the card needs a PIN, and returns the keys whose certificates pass the filter."""
+        """Logs in if the card needs a PIN, and returns the keys whose certificates pass the filter.
+
+        Call read_card() before.
+        """
         self._require_pin()
         self._listing += 1
         count = ctypes.c_size_t()
@@ -201,7 +207,7 @@ class Session:
     def load(self, key: Optional[Key] = None, *, openssl_defaults: bool = False) -> LoadedKey:
         """Loads a key of the last keys() with its certificate, or, without one, the key that the settings name.
 
-        To load again, start at read_card(). At each load, the library makes the engine OpenSSL's default for all
+        Call read_card() before, also to load again. At each load, the library makes the engine OpenSSL's default for all
         keys of the process. With openssl_defaults, keys that are not on the card use OpenSSL itself again.
         """
         self._require_pin()
@@ -236,6 +242,9 @@ class Session:
             self._init_error = str(self._error("init", status))
 
     def _require_pin(self) -> None:
+        # Only a card that was read says whether it needs a PIN.
+        if not self._is_card_read:
+            raise Error("no card was read")
         if self.pin_required and self._pin != _PinState.SET:
             raise PinRequiredError(has_failed=self._pin == _PinState.FAILED)
 

@@ -281,8 +281,22 @@ class KeyTest(SessionFixture):
     def test_keys_of_cryptoapi_have_the_name_of_their_container_and_their_type(self):
         self.double.pin_required = False
         session = self.open(marvo.Settings(crypto_if=marvo.CryptoIf.CAPI))
+        session.read_card()
         key = session.keys()[0]
         self.assertEqual((key.id, key.type), ("pkcs11:token=demo;id=%01;type=private", 2))
+
+    def test_card_must_be_read_before_a_listing_or_a_load(self):
+        session = self.open()
+        self.assert_raises_text(marvo.Error, "no card was read", session.keys)
+        self.assert_raises_text(marvo.Error, "no card was read", session.load)
+        self.assertEqual(self.operations(), ["version_check", "init"])
+
+    def test_card_that_cannot_be_read_is_not_asked_for_keys(self):
+        session = self.open_with_pin()
+        self.double.fail("read_scard", "no card")
+        self.assert_raises_text(marvo.OperationError, "no card", session.read_card)
+        self.assert_raises_text(marvo.Error, "no card was read", session.keys)
+        self.assertNotIn("discover_keys", self.operations())
 
     def test_key_that_cannot_be_selected_has_no_id(self):
         session = self.open_with_pin()
