@@ -63,8 +63,8 @@ TEST_F(DoctorTest, RelativePathIsReportedWithTheFileThatItNames) {
     EXPECT_EQ(
         mistakes(run()),
         Lines{
-            "warning module file: pkcs11_module_dll=./module.so is relative to the current folder, which is "
-            "different in another folder; here it is " +
+            "warning module file: pkcs11_module_dll=./module.so is a relative path, so that another current "
+            "folder may lead to another file; here it is " +
             dir_.file("module.so") + ". Remedy: Set pkcs11_module_dll to the full path of the file."});
 }
 

@@ -77,9 +77,12 @@ std::string library_path(HMODULE library) {
 }
 
 std::string find_library_path(const std::string& name) {
+    // Windows loads ".\name" from every folder in which it searches for DLLs. SearchPath() would look for it in
+    // the current folder only.
+    const bool is_anywhere = name.starts_with(".\\") || name.starts_with("./");
+    const char* file = name.c_str() + (is_anywhere ? 2 : 0);
     std::string path(32768, '\0');
-    path.resize(
-        ::SearchPathA(nullptr, name.c_str(), ".dll", static_cast<DWORD>(path.size()), path.data(), nullptr));
+    path.resize(::SearchPathA(nullptr, file, ".dll", static_cast<DWORD>(path.size()), path.data(), nullptr));
     return path;
 }
 

@@ -40,9 +40,10 @@ std::string hint_for(const NamedFile& file) {
 Findings check_name(const NamedFile& file, const std::string& path) {
     const std::filesystem::path name = file.value;
     if (name.is_absolute()) return {};
-    const std::string how = name.has_parent_path()
-                                ? " is relative to the current folder, which is different in another folder"
-                                : " has no folder, so that the loader searches for it";
+    const std::string how =
+        name.has_parent_path()
+            ? " is a relative path, so that another current folder may lead to another file"
+            : " has no folder, so that the loader searches for it";
     return {make(file, State::warning,
                  file.setting + "=" + file.value + how + "; here it is " + (path.empty() ? "no file" : path),
                  set_to_path(file, "the file"))};

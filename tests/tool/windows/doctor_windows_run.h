@@ -51,7 +51,7 @@ protected:
         const std::string output = dir_.file("output");
         const std::string command =
             "/c \"\"" + file("marvo.exe") + "\" doctor " + arguments + " > \"" + output + "\"\"";
-        run_program(system_folder() / "cmd.exe", command, folder_);
+        run_program(system_folder() / "cmd.exe", command, current_folder_);
         return split_lines(read_text(output));
     }
 
@@ -84,6 +84,7 @@ protected:
 
     const TempDir dir_;
     const fs::path folder_ = (dir_.path() / "bin").make_preferred();
+    fs::path current_folder_ = folder_; ///< of the program
     TestCard card_;
 
 private:
