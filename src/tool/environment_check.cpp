@@ -41,31 +41,40 @@ std::size_t distance(const std::string& first, const std::string& second) {
 /// Whether the name begins with the prefix, in any case.
 bool has_prefix(const std::string& name) { return lower_case(name).starts_with(env_prefix); }
 
-/// The variable that a misspelt name means; "" if there is no such variable.
-std::string find_meant(const std::string& name, const std::vector<EnvKey>& keys) {
+/// Whether the words are a whole part of the key, such as "module" of "pkcs11_module_dll".
+bool has_part(const std::string& key, const std::string& words) {
+    return ('_' + key + '_').find('_' + words + '_') != std::string::npos;
+}
+
+/// How many changes still lead to the key that was meant. In a short name, few changes lead to any key: two
+/// make "logfile" of "libfile", and then the log would overwrite a library.
+std::size_t most_changes(const std::string& key) { return key.size() < 9 ? 1 : key.size() / 3; }
+
+/// The keys that an unknown key in lower case means.
+std::vector<std::string> find_meant_keys(const std::string& unknown, const std::vector<EnvKey>& keys) {
+    std::vector<std::string> names;
+    std::vector<std::string> with_part;
+    for (const EnvKey& key : keys) {
+        if (unknown == key.setting) return {key.key};
+        names.push_back(key.key);
+        if (has_part(key.key, unknown)) with_part.push_back(key.key);
+    }
+    const std::string similar = most_similar(unknown, names, most_changes(unknown));
+    return similar.empty() ? with_part : std::vector<std::string>{similar};
+}
+
+/// The keys that a misspelt variable means; none if it resembles no variable.
+std::vector<std::string> find_meant(const std::string& name, const std::vector<EnvKey>& keys) {
+    const std::size_t prefix = std::string(env_prefix).size();
+    if (has_prefix(name)) return find_meant_keys(lower_case(name).substr(prefix), keys);
     std::vector<std::string> names;
     names.reserve(keys.size());
     for (const EnvKey& key : keys)
         names.push_back(env_prefix + key.key);
-    for (const EnvKey& key : keys)
-        if (lower_case(name) == env_prefix + key.setting) return env_prefix + key.key;
-    constexpr std::size_t in_whole_name = 3;
-    constexpr std::size_t after_prefix = 5;
-    return most_similar(name, names, has_prefix(name) ? after_prefix : in_whole_name);
+    const std::string similar = most_similar(name, names, 3);
+    if (similar.empty()) return {};
+    return {similar.substr(prefix)};
 }
-
-std::optional<EnvironmentMistake> check_name(const std::string& name, const std::vector<EnvKey>& keys) {
-    const std::string meant = find_meant(name, keys);
-    if (meant.empty() && !has_prefix(name)) return std::nullopt; // another program's variable
-    return EnvironmentMistake{Kind::name, name, printable(name, 80) + " is not a setting and has no effect",
-                              meant.empty() ? "remove it" : "rename it to " + meant};
-}
-
-/// A mistake in a value, without the variable's name and value.
-struct Problem {
-    std::string text;
-    std::string remedy;
-};
 
 std::string listed(const std::vector<std::string>& names) {
     std::string text;
@@ -73,6 +82,21 @@ std::string listed(const std::vector<std::string>& names) {
         text += (i == 0 ? "" : i + 1 == names.size() ? " or " : ", ") + names[i];
     return text;
 }
+
+std::optional<EnvironmentMistake> check_name(const std::string& name, const std::vector<EnvKey>& keys) {
+    std::vector<std::string> meant = find_meant(name, keys);
+    if (meant.empty() && !has_prefix(name)) return std::nullopt; // another program's variable
+    for (std::string& key : meant)
+        key.insert(0, env_prefix);
+    return EnvironmentMistake{Kind::name, name, printable(name, 80) + " is not a setting and has no effect",
+                              meant.empty() ? "remove it" : "rename it to " + listed(meant)};
+}
+
+/// A mistake in a value, without the variable's name and value.
+struct Problem {
+    std::string text;
+    std::string remedy;
+};
 
 std::optional<Problem> check_back_end(const std::string& value) {
     const std::string meant = meant_back_ends(value);
@@ -149,16 +173,15 @@ std::optional<EnvironmentMistake> check_value(const EnvKey& key, const std::stri
 
 std::string meant_settings(const std::string& key) {
     const std::vector<EnvKey> keys = list_env_keys();
-    const std::string name = has_prefix(key) ? key : env_prefix + key;
-    const std::string meant = find_meant(name, keys);
-    if (meant.empty()) {
-        std::vector<std::string> names;
-        names.reserve(keys.size());
+    const auto is_known = [&key](const EnvKey& known) {
+        return is_same_variable(env_prefix + key, env_prefix + known.key);
+    };
+    if (std::any_of(keys.begin(), keys.end(), is_known)) return "";
+    std::vector<std::string> meant = find_meant(has_prefix(key) ? key : env_prefix + key, keys);
+    if (meant.empty())
         for (const EnvKey& known : keys)
-            names.push_back(known.key);
-        return listed(names);
-    }
-    return is_same_variable(env_prefix + key, meant) ? "" : meant.substr(std::string(env_prefix).size());
+            meant.push_back(known.key);
+    return listed(meant);
 }
 
 std::string meant_back_ends(const std::string& name) {

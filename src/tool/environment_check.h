@@ -24,8 +24,8 @@ struct EnvironmentMistake {
 /// Finds misspelt names and values without meaning, in the order of the variables. Reads no files.
 std::vector<EnvironmentMistake> check_environment(const Variables& variables);
 
-/// The key of the setting that an unknown key means, such as "crypto_if", or all keys as "a, b or c" if it
-/// resembles none; "" if there is a setting with this key.
+/// The keys of the settings that an unknown key may mean, such as "crypto_if", as "a, b or c" if there are
+/// several, or all keys if it resembles none; "" if there is a setting with this key.
 std::string meant_settings(const std::string& key);
 
 /// The same for the names of back-ends.

@@ -53,6 +53,29 @@ TEST(EnvironmentCheckTest, NameOfASettingSuggestsItsVariable) {
                     "ossl_scard_cfg_logfile_severity"});
 }
 
+TEST(EnvironmentCheckTest, PartOfANameSuggestsAllSettingsThatHaveIt) {
+    EXPECT_EQ(mistakes_of("module", "a file.so"),
+              Lines{"ossl_scard_cfg_module is not a setting and has no effect; rename it to "
+                    "ossl_scard_cfg_pkcs11_module_dll"});
+    EXPECT_EQ(mistakes_of("engine", "a file.so"),
+              Lines{"ossl_scard_cfg_engine is not a setting and has no effect; rename it to "
+                    "ossl_scard_cfg_capi_openssl_engine_dll, ossl_scard_cfg_pkcs11_openssl_engine_dll or "
+                    "ossl_scard_cfg_capi_store_openssl_engine_dll"});
+    EXPECT_EQ(tool::meant_settings("module"), "pkcs11_module_dll");
+    EXPECT_EQ(tool::meant_settings("Engine"),
+              "capi_openssl_engine_dll, pkcs11_openssl_engine_dll or capi_store_openssl_engine_dll");
+}
+
+// The log would overwrite the file that such a variable names.
+TEST(EnvironmentCheckTest, ShortNameOfAnotherFileDoesNotSuggestTheLogFile) {
+    for (const char* name : {"modul", "lib", "libfile", "keyfile", "profile", "modulfile", ""})
+        EXPECT_EQ(mistakes_of(name, "a file.so"), Lines{"ossl_scard_cfg_" + std::string(name) +
+                                                        " is not a setting and has no effect; remove it"});
+    EXPECT_EQ(mistakes_of("log_file", "x"),
+              Lines{"ossl_scard_cfg_log_file is not a setting and has no effect; rename it to "
+                    "ossl_scard_cfg_logfile"});
+}
+
 TEST(EnvironmentCheckTest, NameThatResemblesNoneSuggestsNothing) {
     EXPECT_EQ(mistakes_of("colour_of_the_card", "red"),
               Lines{"ossl_scard_cfg_colour_of_the_card is not a setting and has no effect; remove it"});
