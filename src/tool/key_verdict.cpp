@@ -36,6 +36,12 @@ CodedText wrong_key_usage(const CfgReader& settings, const CertificateFacts* cer
 
 CodedText wrong_ext_key_usage(const CfgReader& settings, const CertificateFacts* certificate) {
     const std::string oid = settings.get_xkuse_nid_filter();
+    if (oid.find_first_not_of("0123456789.") != std::string::npos)
+        return {
+            "wrong_extended_key_usage",
+            "not offered: the filter '" + oid +
+                "' is not an object identifier in dotted form, such as 1.3.6.1.5.5.7.3.2, so it matches no "
+                "extended key usage"};
     const std::string name = extended_key_usage_name(oid);
     std::string wanted = oid.empty() ? "an extended key usage with an empty number" : name;
     if (name != oid) wanted += " (" + oid + ")";

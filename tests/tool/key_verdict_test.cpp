@@ -69,6 +69,14 @@ TEST_F(KeyVerdictTest, WrongExtendedKeyUsageNamesWhatIsWantedAndPresent) {
               "number, the certificate has emailProtection");
 }
 
+TEST_F(KeyVerdictTest, FilterThatIsNotDottedIsExplained) {
+    cfg_.set_xkuse_nid_filter("clientAuth");
+    facts_.extended_key_usages = {"clientAuth"};
+    EXPECT_EQ(text(KeyVerdict::wrong_ext_key_usage, &facts_),
+              "wrong_extended_key_usage: not offered: the filter 'clientAuth' is not an object identifier in "
+              "dotted form, such as 1.3.6.1.5.5.7.3.2, so it matches no extended key usage");
+}
+
 TEST_F(KeyVerdictTest, CertificateWithoutProblemsHasNoWarning) {
     EXPECT_EQ(warnings(facts_), "");
     facts_.key_usages = {"digitalSignature"};
