@@ -1,6 +1,9 @@
 #include "tool/selected_key.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <openssl/evp.h>
@@ -10,22 +13,50 @@
 namespace Kes::tool {
 namespace {
 
-const PkoId& find_key(const PkoIdList& keys, const std::string& id) {
+/// The keys with one id. The id selects the first one.
+struct SameId {
+    const PkoId* first;
+    std::size_t others = 0;
+};
+
+std::vector<SameId> group_by_id(const PkoIdList& keys) {
+    std::vector<SameId> groups;
     const PkoId* key = keys.find_first(PkoType::private_key);
-    std::string offered;
-    std::size_t count = 0;
     for (; key != nullptr; key = keys.find_next(PkoType::private_key, key)) {
-        if (!id.empty() && key->cluster_name == id) return *key;
-        offered +=
-            "\n  --key " + printable(key->cluster_name, 200) + "  " + printable(key->display_name, 200);
-        ++count;
+        const auto same = std::find_if(groups.begin(), groups.end(), [key](const SameId& group) {
+            return group.first->cluster_name == key->cluster_name;
+        });
+        if (same == groups.end())
+            groups.push_back({key});
+        else
+            ++same->others;
     }
-    if (count == 0) throw std::runtime_error("the library offers no key; \"marvo list\" says why");
+    return groups;
+}
+
+std::string listed(const std::vector<SameId>& groups) {
+    std::string text;
+    for (const auto& [first, others] : groups) {
+        text +=
+            "\n  --key " + printable(first->cluster_name, 200) + "  " + printable(first->display_name, 200);
+        if (others == 1) text += " (another key with this id cannot be selected by it)";
+        if (others > 1)
+            text += " (" + std::to_string(others) + " other keys with this id cannot be selected by it)";
+    }
+    return text;
+}
+
+const PkoId& find_key(const PkoIdList& keys, const std::string& id) {
+    const std::vector<SameId> groups = group_by_id(keys);
+    if (groups.empty()) throw std::runtime_error("the library offers no key; \"marvo list\" says why");
+    for (const SameId& group : groups)
+        if (!id.empty() && group.first->cluster_name == id) return *group.first;
     if (!id.empty())
         throw std::runtime_error("the library offers no key with the id " + printable(id, 200) +
-                                 ", but these:" + offered);
-    if (count > 1) throw std::runtime_error("there are several keys; choose one of them:" + offered);
-    return *keys.find_first(PkoType::private_key);
+                                 ", but these:" + listed(groups));
+    if (groups.size() > 1 || groups.front().others > 0)
+        throw std::runtime_error("there are several keys; choose one of them:" + listed(groups));
+    return *groups.front().first;
 }
 
 } // namespace

@@ -120,6 +120,17 @@ TEST_F(KeyCommandTest, SeveralKeysNeedAChoice) {
                              "  --key %01  Card 1: My key\n  --key %02  Card 1: EC key\n");
 }
 
+TEST_F(KeyCommandTest, KeysWithTheSameIdAreOneChoice) {
+    token.add("01", "ck", "ec", "Second key");
+    const std::string key = "  --key %01  Card 1: My key (";
+    EXPECT_EQ(run({"sign"}).errors, "marvo sign: there are several keys; choose one of them:\n" + key +
+                                        "another key with this id cannot be selected by it)\n");
+    token.add("01", "ck", "encipher", "Third key");
+    EXPECT_EQ(run({"sign"}).errors, "marvo sign: there are several keys; choose one of them:\n" + key +
+                                        "2 other keys with this id cannot be selected by it)\n");
+    EXPECT_EQ(split_lines(run({"sign", "--key", "%01"}).output)[0], "key: Card 1: My key (RSA 2048)");
+}
+
 TEST_F(KeyCommandTest, UnknownKeyIsNamedWithThoseThatExist) {
     const ToolRun result = run({"cert", "--key", "%07"});
     EXPECT_EQ(result.status, 1);
