@@ -30,10 +30,10 @@ constexpr std::array<AlgorithmName, 11> other_names{{{0x0807, "ed25519"},
                                                      {0x0502, "dsa_sha384"},
                                                      {0x0602, "dsa_sha512"}}};
 
-int curve_of(const EVP_PKEY* key) {
+std::string curve_of(const EVP_PKEY* key) {
     std::array<char, 80> name{};
-    if (::EVP_PKEY_get_group_name(key, name.data(), name.size(), nullptr) != 1) return NID_undef;
-    return ::OBJ_txt2nid(name.data());
+    if (::EVP_PKEY_get_group_name(key, name.data(), name.size(), nullptr) != 1) return "";
+    return name.data();
 }
 
 } // namespace
@@ -67,7 +67,12 @@ std::string name_of_algorithm(std::uint16_t number) {
 
 KeyAbilities abilities_of(const EVP_PKEY* key, bool uses_cryptoapi) {
     const bool is_ec = ::EVP_PKEY_get_base_id(key) == EVP_PKEY_EC;
-    return {is_ec, is_ec ? curve_of(key) : NID_undef, !is_ec && !uses_cryptoapi};
+    return abilities_of(is_ec, is_ec ? curve_of(key) : "", uses_cryptoapi);
+}
+
+KeyAbilities abilities_of(bool is_ec, const std::string& curve, bool uses_cryptoapi) {
+    const bool has_curve = is_ec && !curve.empty();
+    return {is_ec, has_curve ? ::OBJ_txt2nid(curve.c_str()) : NID_undef, !is_ec && !uses_cryptoapi};
 }
 
 bool can_sign(const KeyAbilities& abilities, const SignatureAlgorithm& algorithm, int protocol) {

@@ -36,6 +36,9 @@ struct KeyAbilities {
 /// @param uses_cryptoapi  the key signs with PKCS#1 v1.5 only
 KeyAbilities abilities_of(const EVP_PKEY* key, bool uses_cryptoapi);
 
+/// The same, without the key. @param curve  OpenSSL's name; not used for RSA
+KeyAbilities abilities_of(bool is_ec, const std::string& curve, bool uses_cryptoapi);
+
 /// Whether the key can sign with the algorithm in this protocol version of OpenSSL.
 bool can_sign(const KeyAbilities& abilities, const SignatureAlgorithm& algorithm, int protocol);
 

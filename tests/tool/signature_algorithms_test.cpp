@@ -40,5 +40,17 @@ TEST(SignatureAlgorithmTest, CurveMattersWithTls13) {
     EXPECT_EQ(usable({true, NID_secp384r1, false}, TLS1_2_VERSION).size(), 4U);
 }
 
+TEST(SignatureAlgorithmTest, AbilitiesFollowFromTypeCurveAndBackEnd) {
+    const auto check = [](const tool::KeyAbilities& abilities, bool is_ec, int curve, bool has_pss) {
+        EXPECT_EQ(abilities.is_ec, is_ec);
+        EXPECT_EQ(abilities.curve, curve);
+        EXPECT_EQ(abilities.has_pss, has_pss);
+    };
+    check(tool::abilities_of(false, "", false), false, NID_undef, true);
+    check(tool::abilities_of(false, "", true), false, NID_undef, false);
+    check(tool::abilities_of(true, "secp384r1", false), true, NID_secp384r1, false);
+    check(tool::abilities_of(true, "", false), true, NID_undef, false);
+}
+
 } // namespace
 } // namespace Kes::test

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <memory>
-#include <openssl/objects.h>
 #include <openssl/ssl.h>
 #include <optional>
 #include <string>
@@ -25,10 +24,9 @@ std::string listed(const std::vector<std::string>& names) {
 /// What the back-end can sign with by a key; none if it cannot use such keys.
 std::optional<KeyAbilities> find_abilities(OsslScardCfg::CryptoIf crypto_if, const CertificateFacts& facts) {
     const bool is_pkcs11 = crypto_if == OsslScardCfg::pkcs11;
-    if (facts.key_type == "RSA") return KeyAbilities{false, NID_undef, is_pkcs11};
-    if (facts.key_type == "EC" && is_pkcs11)
-        return KeyAbilities{true, ::OBJ_txt2nid(facts.curve.c_str()), false};
-    return std::nullopt;
+    const bool is_ec = facts.key_type == "EC";
+    if (facts.key_type != "RSA" && !(is_ec && is_pkcs11)) return std::nullopt;
+    return abilities_of(is_ec, facts.curve, !is_pkcs11);
 }
 
 /// Versions and signature algorithms, as TLS names them. Those with SHA-1 are left out, because OpenSSL
