@@ -90,6 +90,41 @@ TEST(DoctorTlsTest, EcKeyWithCryptoApiIsAnError) {
               "an RSA key, or the back-end pkcs11"});
 }
 
+/// The report without names about a key of CryptoAPI.
+std::string report_without_names(const std::string& key_id) {
+    const EnvVar back_end("ossl_scard_cfg_crypto_if", "capi");
+    const tool::SettingOptions settings;
+    const tool::PinOptions pin;
+    tool::Context context({settings, pin, false, key_id});
+    tool::SurveyedKey key = offered_key("RSA");
+    key.id = "Eva Novak";
+    key.name = "Eva Novak (signature)";
+    key.verdict = {"offered", "offered"};
+    key.certificate->subject = "CN=Eva Novak";
+    tool::SurveyedKey unreadable;
+    unreadable.id = unreadable.name = "Eva";
+    unreadable.verdict = {"unreadable_container", "Eva Novak and Eva"};
+    context.survey = tool::KeySurvey{true, {unreadable, key}, {}};
+    const std::vector<tool::Check> checks{{"keys", Link::card, {}, tool::check_keys},
+                                          {"key in effect", Link::client, {}, tool::check_key_id},
+                                          {"TLS", Link::card, {}, tool::check_tls}};
+    std::string report;
+    for (const Finding& finding : tool::run_checks(checks, context, [](const Finding&) {}))
+        report += finding.finding.str(tool::Names::left_out) + "\n";
+    return report;
+}
+
+TEST(DoctorPersonalDataTest, ContainersOfCryptoApiAreLeftOut) {
+    EXPECT_EQ(report_without_names("Eva Novak"),
+              "'[name]' (id [name]): [name] and [name]\n"
+              "'[name]' (id [name], RSA 0, [name], 0 days left): offered\n"
+              "the key [name] is offered\n"
+              "the key [name] can serve TLS 1.2 only, with rsa_pkcs1_sha256, rsa_pkcs1_sha384 and "
+              "rsa_pkcs1_sha512\n");
+    const std::string absent = report_without_names("Eva Nov");
+    EXPECT_NE(absent.find("\nthe key [name] is not on the card\n"), std::string::npos) << absent;
+}
+
 Findings succeed(tool::Context&) { return {{State::ok, Link::client, "good", "fine", ""}}; }
 Findings fail(tool::Context&) { throw std::runtime_error("first\nsecond"); }
 Findings fail_strangely(tool::Context&) { throw 1; } // NOLINT(misc-throw-by-value-catch-by-reference)

@@ -77,7 +77,11 @@ Findings run_checks(std::span<const Check> checks, Context& context,
             all.push_back(finding);
         }
     }
-    // At the end, because a check may find a name that is in an earlier line, too.
+    // At the end, because a check may find a name that is in an earlier line, too. Long names come first,
+    // because a short one may be a part of them.
+    std::stable_sort(
+        context.names.begin(), context.names.end(),
+        [](const std::string& first, const std::string& second) { return first.size() > second.size(); });
     for (Finding& finding : all) {
         finding.finding.mark(context.names);
         finding.remedy.mark(context.names);

@@ -16,9 +16,11 @@ Finding key_line(State state, const Text& finding, const Text& remedy) {
     return {state, Link::card, "keys", finding, remedy};
 }
 
-Text describe(const SurveyedKey& key) {
+Text describe(const Context& context, const SurveyedKey& key) {
     Text text("'");
-    text.add_personal(printable(key.name, longest_name)).add("' (id " + printable(key.id, longest_name));
+    text.add_personal(printable(key.name, longest_name))
+        .add("' (id ")
+        .add(text_of_id(context.crypto_if(), key.id));
     if (!key.certificate) return text.add(")");
     const CertificateFacts& facts = *key.certificate;
     text.add(", " + facts.key_type + " " + std::to_string(facts.key_bits) + ", ")
@@ -61,9 +63,9 @@ std::string remedy_of(const SurveyedKey& key) {
                                 : "Check that servers accept such a certificate, or have another one issued";
 }
 
-Finding judge(const SurveyedKey& key, bool has_usable_key) {
+Finding judge(const Context& context, const SurveyedKey& key, bool has_usable_key) {
     return key_line(state_of(key, has_usable_key),
-                    describe(key).add(": " + key.verdict.text + warnings_of(key)), remedy_of(key));
+                    describe(context, key).add(": " + key.verdict.text + warnings_of(key)), remedy_of(key));
 }
 
 Findings judge_all(Context& context, const std::vector<SurveyedKey>& keys) {
@@ -71,8 +73,9 @@ Findings judge_all(Context& context, const std::vector<SurveyedKey>& keys) {
     Findings findings;
     for (const SurveyedKey& key : keys) {
         context.names.push_back(key.name);
+        if (context.crypto_if() != OsslScardCfg::pkcs11) context.names.push_back(key.id);
         if (key.certificate) context.names.push_back(key.certificate->subject);
-        findings.push_back(judge(key, has_usable_key));
+        findings.push_back(judge(context, key, has_usable_key));
     }
     return findings;
 }
@@ -102,6 +105,11 @@ Finding no_key_line(bool has_keys) {
 }
 
 } // namespace
+
+Text text_of_id(OsslScardCfg::CryptoIf crypto_if, const std::string& id) {
+    const std::string shown = printable(id, longest_name);
+    return crypto_if == OsslScardCfg::pkcs11 ? Text(shown) : Text().add_personal(shown);
+}
 
 std::vector<SurveyedKey> candidate_keys(const KeySurvey& survey) {
     std::vector<SurveyedKey> keys = survey.keys;
@@ -134,8 +142,8 @@ Findings check_keys(Context& context) {
                      "Add --login to see the keys"));
     else
         for (const SurveyedKey& certificate : survey.lone_certificates)
-            findings.push_back(
-                key_line(State::note, describe(certificate).add(": a certificate without its key"), ""));
+            findings.push_back(key_line(
+                State::note, describe(context, certificate).add(": a certificate without its key"), ""));
     if (!is_any_offered(keys) && (survey.is_complete || !keys.empty()))
         findings.push_back(no_key_line(!keys.empty()));
     return findings;
@@ -155,8 +163,8 @@ Findings check_key_id(Context& context) {
     const auto found = std::find_if(keys.begin(), keys.end(), [&](const SurveyedKey& key) {
         return id.empty() ? is_name_of(name, key, context.token) : key.id == id;
     });
-    const Text wanted =
-        id.empty() ? Text("the key of priv_key_name (").add_personal(name).add(")") : Text("the key " + id);
+    const Text wanted = id.empty() ? Text("the key of priv_key_name (").add_personal(name).add(")")
+                                   : Text("the key ").add(text_of_id(context.crypto_if(), id));
     if (found == keys.end())
         return line(State::error, Text(wanted).add(" is not on the card"),
                     "Use an id of the lines of the check 'keys', exactly as it is written there");

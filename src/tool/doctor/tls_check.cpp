@@ -6,7 +6,6 @@
 
 #include "tool/doctor/checks.h"
 #include "tool/doctor/tls_abilities.h"
-#include "tool/printable.h"
 #include "tool/signature_algorithms.h"
 #include "utils/error.h"
 #include "utils/ossl_ptr.h"
@@ -66,16 +65,16 @@ Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedK
     Findings findings;
     for (const SurveyedKey& key : keys) {
         if (!key.is_offered || !key.certificate) continue;
-        const std::string name = "the key " + printable(key.id, 120) + " can serve ";
+        const Text name = Text("the key ").add(text_of_id(crypto_if, key.id)).add(" can serve ");
         const auto abilities = find_abilities(crypto_if, *key.certificate);
         if (abilities)
             findings.push_back({State::ok, Link::card, "TLS",
-                                name + describe_abilities(*abilities, key.certificate->curve), ""});
+                                Text(name).add(describe_abilities(*abilities, key.certificate->curve)), ""});
         else
-            findings.push_back(
-                {can_any ? State::warning : State::error, Link::card, "TLS",
-                 name + "no TLS: this back-end cannot use keys of the type " + key.certificate->key_type,
-                 "Use an RSA key, or the back-end pkcs11"});
+            findings.push_back({can_any ? State::warning : State::error, Link::card, "TLS",
+                                Text(name).add("no TLS: this back-end cannot use keys of the type " +
+                                               key.certificate->key_type),
+                                "Use an RSA key, or the back-end pkcs11"});
     }
     return findings;
 }
