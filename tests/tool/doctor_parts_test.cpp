@@ -29,9 +29,10 @@ Lines texts_of(const Findings& findings) {
     return lines;
 }
 
-tool::SurveyedKey offered_key(const std::string& type, const std::string& curve = "") {
+tool::SurveyedKey offered_key(const std::string& type, const std::string& curve = "",
+                              const std::string& id = "container") {
     tool::SurveyedKey key;
-    key.id = "container";
+    key.id = id;
     key.is_offered = true;
     key.certificate = tool::CertificateFacts();
     key.certificate->key_type = type;
@@ -64,22 +65,22 @@ TEST(DoctorTlsTest, Tls13WithCryptoApiIsReported) {
 
 TEST(DoctorTlsTest, CurveDecidesAboutTls13) {
     EXPECT_EQ(
-        texts_of(tool::judge_tls(OsslScardCfg::pkcs11,
-                                 {offered_key("EC", "secp384r1"), offered_key("EC", "brainpoolP256r1")})),
+        texts_of(tool::judge_tls(OsslScardCfg::pkcs11, {offered_key("EC", "secp384r1"),
+                                                        offered_key("EC", "brainpoolP256r1", "other")})),
         (Lines{"ok TLS: the key container can serve TLS 1.2 with ecdsa_secp256r1_sha256 and "
                "ecdsa_secp521r1_sha512, TLS 1.2 and 1.3 with ecdsa_secp384r1_sha384 | ",
-               "ok TLS: the key container can serve TLS 1.2 only, with ecdsa_secp256r1_sha256, "
+               "ok TLS: the key other can serve TLS 1.2 only, with ecdsa_secp256r1_sha256, "
                "ecdsa_secp384r1_sha384 and ecdsa_secp521r1_sha512, because TLS 1.3 has no signatures with "
                "brainpoolP256r1 | "}));
 }
 
 TEST(DoctorTlsTest, EcKeyWithCryptoApiBesideAGoodKeyIsAWarning) {
     EXPECT_EQ(
-        texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("EC", "prime256v1"), offered_key("RSA")})),
-        (Lines{
-            "warning TLS: the key container can serve no TLS: this back-end cannot use keys of the type EC | "
-            "Use an RSA key, or the back-end pkcs11",
-            capi_rsa}));
+        texts_of(tool::judge_tls(OsslScardCfg::capi,
+                                 {offered_key("EC", "prime256v1", "other"), offered_key("RSA")})),
+        (Lines{"warning TLS: the key other can serve no TLS: this back-end cannot use keys of the type EC | "
+               "Use an RSA key, or the back-end pkcs11",
+               capi_rsa}));
 }
 
 TEST(DoctorTlsTest, EcKeyWithCryptoApiIsAnError) {
@@ -88,6 +89,15 @@ TEST(DoctorTlsTest, EcKeyWithCryptoApiIsAnError) {
         Lines{"error TLS: the key container can serve no TLS: this back-end cannot use keys of the type EC | "
               "Use "
               "an RSA key, or the back-end pkcs11"});
+}
+
+TEST(DoctorTlsTest, KeysWithTheSameIdHaveOneLine) {
+    EXPECT_EQ(texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA"), offered_key("RSA")})),
+              Lines{capi_rsa});
+    EXPECT_EQ(
+        texts_of(tool::judge_tls(OsslScardCfg::capi, {offered_key("RSA"), offered_key("RSA", "", "other")}))
+            .size(),
+        2U);
 }
 
 /// The report without names about a key of CryptoAPI.

@@ -2,6 +2,7 @@
 #include <memory>
 #include <openssl/ssl.h>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "tool/doctor/checks.h"
@@ -46,6 +47,15 @@ std::string describe_abilities(const KeyAbilities& abilities, const std::string&
     return "TLS 1.2 with " + listed(only_tls12) + ", TLS 1.2 and 1.3 with " + listed(both);
 }
 
+/// The offered keys with a certificate; of those with the same id, the first one, which the id selects.
+std::vector<SurveyedKey> selectable_keys(const std::vector<SurveyedKey>& keys) {
+    std::vector<SurveyedKey> selectable;
+    std::set<std::string> ids;
+    for (const SurveyedKey& key : keys)
+        if (key.is_offered && key.certificate && ids.insert(key.id).second) selectable.push_back(key);
+    return selectable;
+}
+
 using SslCtxPtr = std::unique_ptr<SSL_CTX, FreeWith<&::SSL_CTX_free>>;
 
 } // namespace
@@ -58,13 +68,12 @@ TlsDefaults read_tls_defaults() {
 }
 
 Findings judge_tls(OsslScardCfg::CryptoIf crypto_if, const std::vector<SurveyedKey>& keys) {
-    const auto can_serve = [crypto_if](const SurveyedKey& key) {
-        return key.is_offered && key.certificate && find_abilities(crypto_if, *key.certificate);
-    };
-    const bool can_any = std::any_of(keys.begin(), keys.end(), can_serve);
+    const std::vector<SurveyedKey> selectable = selectable_keys(keys);
+    const bool can_any = std::any_of(selectable.begin(), selectable.end(), [&](const SurveyedKey& key) {
+        return find_abilities(crypto_if, *key.certificate).has_value();
+    });
     Findings findings;
-    for (const SurveyedKey& key : keys) {
-        if (!key.is_offered || !key.certificate) continue;
+    for (const SurveyedKey& key : selectable) {
         const Text name = Text("the key ").add(text_of_id(crypto_if, key.id)).add(" can serve ");
         const auto abilities = find_abilities(crypto_if, *key.certificate);
         if (abilities)
