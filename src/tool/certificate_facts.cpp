@@ -94,6 +94,10 @@ std::string extended_key_usage_name(const std::string& oid) {
     return nid == NID_undef ? oid : ::OBJ_nid2sn(nid);
 }
 
+std::string days_left_text(const CertificateFacts& facts) {
+    return std::to_string(facts.days_left) + (facts.days_left == 1 ? " day left" : " days left");
+}
+
 CertificateFacts read_facts(X509* certificate, const CertKeyUsage& key_usage, std::time_t now) {
     CertificateFacts facts;
     facts.subject = name_text(::X509_get_subject_name(certificate));

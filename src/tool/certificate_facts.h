@@ -32,6 +32,9 @@ struct CertificateFacts {
 /// @param now          for the days that are left
 CertificateFacts read_facts(X509* certificate, const CertKeyUsage& key_usage, std::time_t now);
 
+/// The days that are left of a certificate that has not expired, such as "30 days left".
+std::string days_left_text(const CertificateFacts& facts);
+
 /// A name of X.509 by RFC 4514, in UTF-8; "" if OpenSSL cannot print it.
 std::string name_text(const X509_NAME* name);
 

@@ -59,8 +59,7 @@ std::string key_text(const CertificateFacts& certificate) {
 }
 
 std::string validity_text(const CertificateFacts& certificate) {
-    const std::string days = std::to_string(std::abs(certificate.days_left));
-    const std::string left = certificate.is_expired ? "expired" : days + " days left";
+    const std::string left = certificate.is_expired ? "expired" : days_left_text(certificate);
     return certificate.not_before.substr(0, 10) + " to " + certificate.not_after.substr(0, 10) + " (" + left +
            ")";
 }

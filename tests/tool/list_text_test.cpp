@@ -56,6 +56,20 @@ TEST(ListTextTest, FlagsOfTheTokenAreNamed) {
                                                          "Keys       0 keys, 0 offered\n");
 }
 
+TEST(ListTextTest, LastDayIsOneDay) {
+    tool::ListResult result = result_with(used_token());
+    tool::SurveyedKey key;
+    key.certificate = tool::CertificateFacts();
+    const auto text_with = [&](long days) {
+        key.certificate->days_left = days;
+        result.survey.keys = {key};
+        return text_of_result(result);
+    };
+    EXPECT_NE(text_with(0).find(" (0 days left)\n"), std::string::npos);
+    EXPECT_NE(text_with(1).find(" (1 day left)\n"), std::string::npos);
+    EXPECT_NE(text_with(2).find(" (2 days left)\n"), std::string::npos);
+}
+
 TEST(ListTextTest, ReaderWithAPinPadIsExplained) {
     TokenInfo token = used_token();
     token.has_pin_pad = true;

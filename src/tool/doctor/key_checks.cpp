@@ -25,7 +25,7 @@ Text describe(const Context& context, const SurveyedKey& key) {
     const CertificateFacts& facts = *key.certificate;
     text.add(", " + facts.key_type + " " + std::to_string(facts.key_bits) + ", ")
         .add_personal(printable(facts.subject, longest_name));
-    if (!facts.is_expired) text.add(", " + std::to_string(facts.days_left) + " days left");
+    if (!facts.is_expired) text.add(", " + days_left_text(facts));
     return text.add(")");
 }
 
