@@ -33,6 +33,14 @@ TEST_F(DoctorTest, WrongModulePathIsReported) {
     EXPECT_EQ(doctor.status, 3);
 }
 
+TEST_F(DoctorTest, NameThatTheLoaderCannotSearchForIsReported) {
+    set("pkcs11_module_dll", "x y");
+    EXPECT_EQ(
+        mistakes(run()),
+        Lines{"error   module file: pkcs11_module_dll=x y: cannot search for 'x y': the name contains a "
+              "space or a colon. Remedy: Set pkcs11_module_dll to the full path of a PKCS#11 module."});
+}
+
 TEST_F(DoctorTest, SwappedEngineAndModuleAreReported) {
     set("pkcs11_module_dll", system_engine);
     set("pkcs11_openssl_engine_dll", module_);

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 #include "base/env_settings.h"
@@ -99,13 +100,15 @@ Findings check_access(const NamedFile& file, const std::string& path) {
                  "Take the right to write to it from them")};
 }
 
-Findings check_file(const NamedFile& file) {
-    const std::string path = find_library(file.loaded_name);
+Finding no_file(const NamedFile& file, const std::string& reason) {
+    return make(file, State::error, file.setting + "=" + file.value + ": " + reason,
+                set_to_path(file, file.kind.name) + hint_for(file));
+}
+
+Findings check_found_file(const NamedFile& file, const std::string& path) {
     Findings findings = check_name(file, path);
     if (path.empty()) {
-        findings.push_back(make(file, State::error,
-                                file.setting + "=" + file.value + ": there is no such file",
-                                set_to_path(file, file.kind.name) + hint_for(file)));
+        findings.push_back(no_file(file, "there is no such file"));
         return findings;
     }
     const BinaryFile binary = inspect_file(path);
@@ -116,6 +119,16 @@ Findings check_file(const NamedFile& file) {
          {check_version(file, binary), check_libcrypto_of(file, binary), check_access(file, path)})
         findings.insert(findings.end(), more.begin(), more.end());
     return findings;
+}
+
+Findings check_file(const NamedFile& file) {
+    std::string path;
+    try {
+        path = find_library(file.loaded_name);
+    } catch (const std::runtime_error& error) {
+        return {no_file(file, error.what())};
+    }
+    return check_found_file(file, path);
 }
 
 } // namespace
