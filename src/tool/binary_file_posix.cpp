@@ -59,7 +59,8 @@ private:
 };
 
 BinaryFormat format_of(const ElfFile& file) {
-    static const GElf_Ehdr own = ElfFile("/proc/self/exe").header().value();
+    // The loader has the class and the processor of this program, and, unlike the program, a path without /proc.
+    static const GElf_Ehdr own = ElfFile(loader_path()).header().value();
     const std::optional<GElf_Ehdr> header = file.header();
     if (!header || header->e_type != ET_DYN) return BinaryFormat::no_library;
     if (header->e_ident[EI_CLASS] != own.e_ident[EI_CLASS]) return BinaryFormat::bits_32;

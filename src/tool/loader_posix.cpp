@@ -35,11 +35,6 @@ std::string file_of(const void* address) {
     return ::dladdr(address, &info) == 0 ? "" : info.dli_fname;
 }
 
-/// The loader of this process.
-std::string loader_path() {
-    return file_of(reinterpret_cast<const void*>(::getauxval(AT_BASE))); // NOLINT(performance-no-int-to-ptr)
-}
-
 /// What a process is started with: standard output to a pipe, standard error to nowhere.
 class FileActions {
 public:
@@ -134,6 +129,10 @@ std::string loaded_path(const std::string& name) {
 }
 
 } // namespace
+
+std::string loader_path() {
+    return file_of(reinterpret_cast<const void*>(::getauxval(AT_BASE))); // NOLINT(performance-no-int-to-ptr)
+}
 
 std::string ask_loader_for_path(const std::string& name) {
     if (std::string path = loaded_path(name); !path.empty()) return path;

@@ -9,6 +9,9 @@
 /// files.
 namespace Kes::tool {
 
+/// The loader of this process.
+std::string loader_path();
+
 /// Where the loader finds a library for a name without a folder; "" if it does not.
 /// @throws std::runtime_error if the loader cannot be started, or cannot search for such a name
 std::string ask_loader_for_path(const std::string& name);
