@@ -1,5 +1,5 @@
-# The component "documents": the guides and the reference as HTML. They are built when they are installed, because few builds
-# need them. Without the programs that build them, the component does not exist.
+# The component "documents": the guides and the reference as HTML, with the schema files of the program's JSON output. They are
+# built when they are installed, because few builds need them. Without the programs that build them, the component does not exist.
 find_program(MARVO_PANDOC pandoc)
 find_program(MARVO_DOXYGEN doxygen)
 if(NOT MARVO_PANDOC OR NOT MARVO_DOXYGEN)

@@ -1,5 +1,5 @@
 -- Turns the Markdown of GitHub into pages that refer to each other: links to Markdown files become links to their pages, and
--- links to public headers become links to the reference. Other files of the project are not part of the documents; of a link
+-- links to public headers become links to the reference. The schema files are copied and keep their names. Other files of the project are not part of the documents; of a link
 -- to them, the text remains. Diagrams become the pictures that docs/make-pictures has rendered.
 local page = os.getenv("MARVO_PAGE")
 local folder = page:match("^(.*/)[^/]*$") or ""
@@ -36,12 +36,17 @@ local function reference_of(file)
     return "reference/" .. header:gsub("_", "__"):gsub("%.", "_8") .. ".html"
 end
 
+local function copy_of(file)
+    if file:match("^docs/schema$") or file:match("^docs/schema/") then return file end
+    return nil
+end
+
 function Link(link)
     if link.target:match("^%a[%a%d+.-]*:") or link.target:match("^#") then return nil end
     local target, anchor = link.target:match("^([^#]*)(.*)$")
     local file = resolve(target)
     if not exists(file) then error(page .. ": the target " .. link.target .. " does not exist") end
-    local address = page_of(file) or reference_of(file)
+    local address = page_of(file) or reference_of(file) or copy_of(file)
     if address == nil then return link.content end
     link.target = root .. address .. anchor
     return link

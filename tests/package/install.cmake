@@ -19,7 +19,8 @@ list(TRANSFORM notices PREPEND share/doc/marvo/licences/ OUTPUT_VARIABLE install
 add_install_test(NoticesAreComplete component notices share/doc/marvo/LICENSE ${installed_notices})
 add_install_test(DocumentsAreComplete documents ${PROJECT_SOURCE_DIR}/docs/check-links
     index.html CHANGELOG.html SECURITY.html docs/client-guide.html docs/architecture.html docs/decisions/index.html
-    reference/index.html reference/ossl__scard__c_8h.html reference/marvo_8hpp.html)
+    reference/index.html reference/ossl__scard__c_8h.html reference/marvo_8hpp.html
+    docs/schema/list.json docs/schema/version.json)
 add_install_test(FilesContainNoPathOfBuild no_build_paths)
 add_install_test(ClientFindsMovedPackage find_package ${run_program})
 add_install_test(ClientUsesPkgConfig use_pkg_config ${run_program})
