@@ -25,6 +25,8 @@ using StorePtr = std::unique_ptr<X509_STORE, FreeWith<&::X509_STORE_free>>;
 using AddressPtr = std::unique_ptr<ASN1_OCTET_STRING, FreeWith<&::ASN1_OCTET_STRING_free>>;
 
 constexpr int nap = 100;                     // milliseconds
+constexpr std::time_t time_to_refuse = 1;    // seconds
+constexpr std::time_t pause_in_answer = 2;   // seconds, for a server that keeps the connection
 constexpr std::size_t longest_answer = 8192; // bytes
 
 void require_setup(bool is_done, const std::string& step) {
@@ -49,7 +51,10 @@ private:
     bool connect();
     bool shake_hands();
     long set_name_for_server();
+    bool is_certificate_refused();
     void request_page();
+    bool send(const std::string& text, std::time_t deadline);
+    void read_answer(std::time_t deadline);
     bool wait(int result, std::time_t deadline);
     std::time_t deadline() const { return std::time(nullptr) + target.timeout; }
     void describe_session();
@@ -107,7 +112,10 @@ void Connection::set_up_server_check() {
 }
 
 LoginReport Connection::run() {
-    if (connect() && shake_hands()) request_page();
+    if (connect() && shake_hands() && !is_certificate_refused()) request_page();
+    // With TLS 1.3, the refusal of the certificate arrives after the handshake.
+    if (report.error.empty() && report.alert && report.alert->is_received && report.answer.empty())
+        report.error = describe_failure();
     return std::move(report);
 }
 
@@ -188,25 +196,51 @@ std::string Connection::describe_failure() {
     return take_openssl_reason("the server closed the connection");
 }
 
+/// With TLS 1.3, the handshake ends here before the server has checked the certificate. A server that refuses it
+/// sends an alert and closes the connection. If it had not read a request by then, the connection would be
+/// reset, and the alert could be lost. Therefore, this waits until the server sends something: the alert, or
+/// the session tickets that most servers send after they accept the certificate.
+bool Connection::is_certificate_refused() {
+    if (report.protocol < TLS1_3_VERSION || !report.request) return false;
+    char first = 0;
+    const std::uint64_t received = ::BIO_number_read(socket);
+    ::ERR_clear_error();
+    const int result = ::SSL_peek(ssl.get(), &first, 1);
+    const bool is_silent = result <= 0 && ::BIO_number_read(socket) == received;
+    if (is_silent &&
+        wait(result, std::time(nullptr) + std::min<std::time_t>(time_to_refuse, target.timeout))) {
+        ::ERR_clear_error();
+        ::SSL_peek(ssl.get(), &first, 1);
+    }
+    return report.alert && report.alert->is_received;
+}
+
 void Connection::request_page() {
-    const std::string page =
-        "GET / HTTP/1.0\r\nHost: " + target.server_name + "\r\nConnection: close\r\n\r\n";
-    std::time_t end = deadline();
+    const std::time_t end = deadline();
+    if (send("GET / HTTP/1.0\r\nHost: " + target.server_name + "\r\nConnection: close\r\n\r\n", end))
+        read_answer(end);
+}
+
+bool Connection::send(const std::string& text, std::time_t deadline) {
     int result = -1;
     do {
         ::ERR_clear_error();
-        result = ::SSL_write(ssl.get(), page.data(), static_cast<int>(page.size()));
-    } while (result <= 0 && wait(result, end));
+        result = ::SSL_write(ssl.get(), text.data(), static_cast<int>(text.size()));
+    } while (result <= 0 && wait(result, deadline));
+    return result > 0;
+}
+
+void Connection::read_answer(std::time_t deadline) {
     std::array<char, 1024> part{};
+    std::time_t end = deadline;
+    int result = 1;
     while (report.answer.size() < longest_answer && (result > 0 || wait(result, end))) {
         ::ERR_clear_error();
         result = ::SSL_read(ssl.get(), part.data(), static_cast<int>(part.size()));
         if (result <= 0) continue;
         report.answer.append(part.data(), static_cast<std::size_t>(result));
-        end = std::time(nullptr) + 2; // for a server that keeps the connection
+        end = std::min(deadline, std::time(nullptr) + pause_in_answer);
     }
-    // With TLS 1.3, the server's refusal of the certificate arrives here.
-    if (report.alert && report.alert->is_received && report.answer.empty()) report.error = describe_failure();
 }
 
 /// Called when the server asks for a certificate.
