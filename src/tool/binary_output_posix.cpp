@@ -4,8 +4,6 @@
 
 namespace Kes::tool {
 
-void print_bytes(const std::string& bytes) {
-    std::cout << bytes << std::flush;
-}
+void print_bytes(const std::string& bytes) { std::cout << bytes << std::flush; }
 
 } // namespace Kes::tool
