@@ -59,7 +59,7 @@ private:
 };
 
 BinaryFormat format_of(const ElfFile& file) {
-    // The loader has the class and the processor of this program, and, unlike the program, a path without /proc.
+    // The loader has the class and the processor of this program, and its path is known without /proc.
     static const GElf_Ehdr own = ElfFile(loader_path()).header().value();
     const std::optional<GElf_Ehdr> header = file.header();
     if (!header || header->e_type != ET_DYN) return BinaryFormat::no_library;

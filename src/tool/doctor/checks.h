@@ -42,7 +42,7 @@ std::string hint_of_command_env(const std::string& key);
 /// The keys, and, without a login that the card requires, the certificates whose keys it hides.
 std::vector<SurveyedKey> candidate_keys(const KeySurvey& survey);
 
-/// The id of a key, as lines show it. The ids of PKCS#11 are numbers; those of CryptoAPI may be persons' names.
+/// The id of a key, as lines show it. Ids of PKCS#11 are numbers; those of CryptoAPI may be persons' names.
 Text text_of_id(OsslScardCfg::CryptoIf crypto_if, const std::string& id);
 
 // The checks. Each is in the file of its subject.
