@@ -124,15 +124,16 @@ void print_request(const LoginResult& result) {
         std::cout << "misfit: " << misfit.text << '\n';
 }
 
+AlertExplanation explain(const LoginReport& report) {
+    return report.alert->is_received ? explain_alert(report.alert->number)
+                                     : explain_sent_alert(report.alert->number, report.server_check);
+}
+
 void print_alert(const LoginReport& report) {
     if (!report.alert) return;
-    const AlertExplanation alert = explain_alert(report.alert->number);
-    if (report.alert->is_received)
-        std::cout << "alert: " << alert.name << " from the server: " << alert.meaning
-                  << "\nremedy: " << alert.remedy << '\n';
-    else
-        std::cout << "alert: " << alert.name << " sent to the server by this program\n"
-                  << "remedy: if the server is the right one, name its authorities with --ca\n";
+    const AlertExplanation alert = explain(report);
+    std::cout << "alert: " << alert.name << (report.alert->is_received ? " from" : " sent to")
+              << " the server: " << alert.meaning << "\nremedy: " << alert.remedy << '\n';
 }
 
 void print_text(const LoginResult& result) {
@@ -152,7 +153,7 @@ void print_text(const LoginResult& result) {
 
 Json alert_json(const LoginReport& report) {
     if (!report.alert) return nullptr;
-    const AlertExplanation alert = explain_alert(report.alert->number);
+    const AlertExplanation alert = explain(report);
     return {{"number", report.alert->number},
             {"name", alert.name},
             {"from_server", report.alert->is_received},

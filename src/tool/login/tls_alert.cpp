@@ -62,7 +62,37 @@ constexpr std::array<KnownAlert, 17> known_alerts{{
      see_the_server},
 }};
 
+std::string remedy_for_server_certificate(int server_check) {
+    switch (server_check) {
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
+    case X509_V_ERR_CERT_UNTRUSTED:
+        return "if the server is the right one, name its authorities with --ca";
+    case X509_V_ERR_HOSTNAME_MISMATCH:
+    case X509_V_ERR_IP_ADDRESS_MISMATCH:
+        return "use a name from the server's certificate in the address, or give it with --sni";
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+        return "check the clock of this computer; if it is right, the server needs a new certificate";
+    default:
+        return "ask the server's administrator for another certificate";
+    }
+}
+
 } // namespace
+
+AlertExplanation explain_sent_alert(int number, int server_check) {
+    const std::string name = explain_alert(number).name;
+    if (server_check == X509_V_OK)
+        return {name, "this program cannot use what the server sent",
+                "check that the address and the port are those of a TLS server"};
+    return {name, "this program rejects the server's certificate",
+            remedy_for_server_certificate(server_check)};
+}
 
 AlertExplanation explain_alert(int number) {
     for (const KnownAlert& alert : known_alerts)

@@ -12,8 +12,13 @@ struct AlertExplanation {
     std::string remedy;  ///< what to do
 };
 
+/// An alert from the server.
 /// @param number  of the alert in the protocol, 0 to 255
 AlertExplanation explain_alert(int number);
+
+/// An alert that this program sent to the server.
+/// @param server_check  the result of the check of the server's certificate, as OpenSSL numbers it
+AlertExplanation explain_sent_alert(int number, int server_check);
 
 } // namespace Kes::tool
 

@@ -187,11 +187,11 @@ void Connection::describe_session() {
 }
 
 std::string Connection::describe_failure() {
-    const long verdict = ::SSL_get_verify_result(ssl.get());
-    if (!target.is_insecure && verdict != X509_V_OK) {
+    if (!target.is_insecure) report.server_check = static_cast<int>(::SSL_get_verify_result(ssl.get()));
+    if (report.server_check != X509_V_OK) {
         ::ERR_clear_error();
         return std::string("the server's certificate is not trusted: ") +
-               ::X509_verify_cert_error_string(verdict);
+               ::X509_verify_cert_error_string(report.server_check);
     }
     return take_openssl_reason("the server closed the connection");
 }

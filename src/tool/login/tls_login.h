@@ -46,8 +46,9 @@ struct LoginReport {
     std::string signature; ///< of this key; empty if no certificate was sent
     std::optional<CertificateRequest> request;
     std::optional<TlsAlert> alert;
-    std::string error;  ///< what failed; empty if nothing did
-    std::string answer; ///< the beginning of the server's answer
+    int server_check = X509_V_OK; ///< of the server's certificate, as OpenSSL numbers the result
+    std::string error;            ///< what failed; empty if nothing did
+    std::string answer;           ///< the beginning of the server's answer
 };
 
 /// Fails if the file that --ca names has no certificates. Call it before a login to the card, which would be

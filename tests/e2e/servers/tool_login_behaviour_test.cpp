@@ -2,6 +2,7 @@
 #include <chrono>
 #include <gtest/gtest.h>
 
+#include <openssl/pem.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -117,6 +118,48 @@ TEST_F(ToolLoginBehaviourTest, TimeoutIsForTheWholeHandshake) {
     EXPECT_LT(Clock::now() - start, seconds(15));
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(run.output.ends_with("\nlogin: failed: the handshake did not end within 2 s\n"))
+        << run.output << run.errors;
+}
+
+using CertPtr = std::unique_ptr<X509, FreeWith<&::X509_free>>;
+using KeyPtr = std::unique_ptr<EVP_PKEY, FreeWith<&::EVP_PKEY_free>>;
+
+/// Replaces the server's certificate by one that expired a minute ago.
+void let_server_certificate_expire(SSL_CTX* ctx, const std::string& ca_key_file) {
+    const CertPtr cert(::X509_dup(::SSL_CTX_get0_certificate(ctx)));
+    const BioPtr file(::BIO_new_file(ca_key_file.c_str(), "r"));
+    const KeyPtr ca_key(::PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
+    ASSERT_NE(::X509_gmtime_adj(::X509_getm_notBefore(cert.get()), -3600), nullptr);
+    ASSERT_NE(::X509_gmtime_adj(::X509_getm_notAfter(cert.get()), -60), nullptr);
+    ASSERT_GT(::X509_sign(cert.get(), ca_key.get(), ::EVP_sha256()), 0);
+    ASSERT_EQ(::SSL_CTX_use_certificate(ctx, cert.get()), 1);
+}
+
+TEST_F(ToolLoginBehaviourTest, ExpiredServerCertificateIsNotBlamedOnTheAuthorities) {
+    let_server_certificate_expire(ctx.get(), card.file("ca.key"));
+    const TestServer server([this](int socket) { accept_tls(ctx.get(), socket); });
+    const ToolRun run = log_in(server, {});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.output.ends_with(
+        "\nalert: certificate_expired sent to the server: this program rejects the server's certificate\n"
+        "remedy: check the clock of this computer; if it is right, the server needs a new certificate\n"
+        "login: failed: the server's certificate is not trusted: certificate has expired\n"))
+        << run.output << run.errors;
+}
+
+TEST_F(ToolLoginBehaviourTest, AlertForAnUnknownMessageDoesNotBlameTheCertificate) {
+    const TestServer server([](int socket) {
+        char hello[4096];
+        ::recv(socket, hello, sizeof hello, 0);
+        ::send(socket, "\x16\x03\x03\x00\x04\xff\x00\x00\x00", 9, 0); // no message has the type 255
+        ::recv(socket, hello, sizeof hello, 0);
+    });
+    const ToolRun run = log_in(server, {});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.output.ends_with(
+        "\nalert: unexpected_message sent to the server: this program cannot use what the server sent\n"
+        "remedy: check that the address and the port are those of a TLS server\n"
+        "login: failed: unexpected message\n"))
         << run.output << run.errors;
 }
 

@@ -128,15 +128,28 @@ TEST_F(ToolLoginTest, ServersCertificateIsChecked) {
     const auto server = create_server("nginx", card.server_setup());
     const ToolRun untrusted = log_in(card, address(*server), {"--ca", other.ca_file()});
     EXPECT_EQ(untrusted.status, 1);
-    EXPECT_NE(untrusted.output.find("\nlogin: failed: the server's certificate is not trusted: "),
+    EXPECT_NE(untrusted.output.find(
+                  "\nalert: unknown_ca sent to the server: this program rejects the server's certificate\n"
+                  "remedy: if the server is the right one, name its authorities with --ca\n"
+                  "login: failed: the server's certificate is not trusted: unable to get local issuer "
+                  "certificate\n"),
               std::string::npos)
         << untrusted.output;
     const ToolRun wrong_name =
         log_in(card, address(*server), {"--sni", "another.example", "--ca", card.ca_file()});
-    EXPECT_NE(wrong_name.output.find(
-                  "\nlogin: failed: the server's certificate is not trusted: hostname mismatch\n"),
-              std::string::npos)
+    EXPECT_NE(
+        wrong_name.output.find(
+            "\nalert: bad_certificate sent to the server: this program rejects the server's certificate\n"
+            "remedy: use a name from the server's certificate in the address, or give it with --sni\n"
+            "login: failed: the server's certificate is not trusted: hostname mismatch\n"),
+        std::string::npos)
         << wrong_name.output;
+    const auto json =
+        log_in(card, address(*server), {"--json", "--sni", "another.example", "--ca", card.ca_file()}).json();
+    EXPECT_FALSE(json["alert"]["from_server"]);
+    EXPECT_EQ(json["alert"]["meaning"], "this program rejects the server's certificate");
+    EXPECT_EQ(json["alert"]["remedy"],
+              "use a name from the server's certificate in the address, or give it with --sni");
     EXPECT_EQ(log_in(card, address(*server), {"--insecure"}).status, 0);
     EXPECT_EQ(log_in(card, "127.0.0.1:" + std::to_string(server->port()), {"--ca", card.ca_file()}).status,
               0);
