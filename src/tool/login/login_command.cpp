@@ -9,6 +9,7 @@
 #include <openssl/ssl.h>
 
 #include "tool/commands.h"
+#include "tool/decimal_number.h"
 #include "tool/json_parts.h"
 #include "tool/login/login_fit.h"
 #include "tool/login/tls_alert.h"
@@ -40,7 +41,10 @@ std::pair<std::string, std::string> split_address(const std::string& text) {
 
 // The error does not repeat the text, which may be a PIN that the user gave as an argument.
 std::string check_address(const std::string& text) {
-    return split_address(text).first.empty() ? "the address is not of the form HOST:PORT" : "";
+    const auto [host, port] = split_address(text);
+    if (host.empty()) return "the address is not of the form HOST:PORT";
+    const int number = decimal_number(port);
+    return number >= 1 && number <= 65535 ? "" : "the port is not a number from 1 to 65535";
 }
 
 /// The result of a login in words.
@@ -138,8 +142,8 @@ void print_alert(const LoginReport& report) {
 
 void print_text(const LoginResult& result) {
     const LoginReport& report = result.report;
-    std::cout << "server: " << result.target.host << ':' << result.target.port
-              << "\nkey: " << printable(result.key.name(), 200) << " (" << result.key.type() << ")\n";
+    std::cout << "server: " << result.target.address() << "\nkey: " << printable(result.key.name(), 200)
+              << " (" << result.key.type() << ")\n";
     if (!report.protocol_name.empty())
         std::cout << "protocol: " << report.protocol_name << "\ncipher: " << report.cipher << '\n';
     if (!report.signature.empty()) std::cout << "signature: " << report.signature << '\n';

@@ -123,9 +123,7 @@ bool Connection::connect() {
     try {
         socket = connect_to(target.host, target.port, target.timeout).release();
     } catch (const std::runtime_error& error) {
-        const bool is_ipv6 = target.host.find(':') != std::string::npos;
-        const std::string host = is_ipv6 ? "[" + target.host + "]" : target.host;
-        report.error = "cannot connect to " + host + ":" + target.port + ": " + error.what();
+        report.error = "cannot connect to " + target.address() + ": " + error.what();
         return false;
     }
     require_setup(socket != nullptr, "cannot set up the connection");
@@ -278,6 +276,11 @@ void Connection::on_event(const SSL* ssl, int where, int value) {
 }
 
 } // namespace
+
+std::string LoginTarget::address() const {
+    const bool is_ipv6 = host.find(':') != std::string::npos;
+    return (is_ipv6 ? "[" + host + "]" : host) + ":" + port;
+}
 
 void check_authorities(const std::string& ca_file) {
     const StorePtr store(::X509_STORE_new());

@@ -25,6 +25,9 @@ struct LoginTarget {
     bool is_insecure = false;
     int protocol = 0; ///< the only protocol version, as OpenSSL numbers it; 0: any
     int timeout = 10; ///< seconds for each of connection, handshake and answer
+
+    /// HOST:PORT, with brackets for IPv6
+    std::string address() const;
 };
 
 /// What the server said when it asked for a certificate.

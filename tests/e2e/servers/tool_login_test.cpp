@@ -178,6 +178,24 @@ TEST_F(ToolLoginTest, ClosedPortIsReported) {
     EXPECT_EQ(schema_violations("login", with_json.output), "");
 }
 
+TEST_F(ToolLoginTest, AddressOfIpv6HasBrackets) {
+    const Card card("ec:P-256", "/CN=Ada Lovelace");
+    const ToolRun run = log_in(card, "[::1]:1");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.output.starts_with("server: [::1]:1\nkey: ")) << run.output << run.errors;
+    EXPECT_NE(run.output.find("\nlogin: failed: cannot connect to [::1]:1: "), std::string::npos)
+        << run.output;
+}
+
+TEST_F(ToolLoginTest, PortIsANumber) {
+    for (const char* port : {"0", "65536", "99999", "4294967297", "-1", "+1", "0x1", "1 ", "https"}) {
+        const ToolRun run = run_tool({"login", std::string("127.0.0.1:") + port});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.errors, "server: the port is not a number from 1 to 65535\n"
+                              "Run with --help or --help-all for more information.\n");
+    }
+}
+
 TEST_F(ToolLoginTest, AddressNeedsHostAndPort) {
     for (const char* address : {"localhost", ":443", "localhost:", "::1:443"}) {
         const ToolRun run = run_tool({"login", address});
