@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include <CLI/CLI.hpp>
+#include <openssl/err.h>
 #include <openssl/ui.h>
 
 #include "tool/printable.h"
@@ -32,12 +33,15 @@ public:
 
 // The errors of this file do not repeat the names that the user gave, because a user who misunderstands the
 // options gives the PIN itself.
+std::string too_long(const std::string& source) {
+    return "the PIN from " + source + " is longer than " + std::to_string(PinOptions::max_pin_length) +
+           " bytes";
+}
+
 Pin make_pin(const char* characters, const std::string& source) {
     const std::size_t length = std::strlen(characters);
     if (length == 0) throw std::runtime_error("no PIN was given: " + source + " is empty");
-    if (length > PinOptions::max_pin_length)
-        throw std::runtime_error("the PIN from " + source + " is longer than " +
-                                 std::to_string(PinOptions::max_pin_length) + " bytes");
+    if (length > PinOptions::max_pin_length) throw std::runtime_error(too_long(source));
     return Pin(characters);
 }
 
@@ -81,12 +85,21 @@ Pin read_variable(const std::string& name) {
     return make_pin(value, source);
 }
 
+/// Why the user's input could not be read. OpenSSL's error queue is emptied.
+std::string describe_input_error() {
+    const unsigned long code = ::ERR_peek_error();
+    ::ERR_clear_error();
+    const bool is_too_long = ERR_GET_LIB(code) == ERR_LIB_UI && ERR_GET_REASON(code) == UI_R_RESULT_TOO_LARGE;
+    return is_too_long ? too_long("the input") : "no PIN was entered";
+}
+
 Pin ask_on_terminal(const std::string& token) {
     PinBuffer pin;
+    ::ERR_clear_error();
     const std::string prompt = "PIN of " + token + ": ";
     if (::UI_UTIL_read_pw_string(pin.characters.data(), static_cast<int>(pin.characters.size()),
                                  prompt.c_str(), 0) != 0)
-        throw std::runtime_error("no PIN was entered");
+        throw std::runtime_error(describe_input_error());
     return make_pin(pin.characters.data(), "the input");
 }
 

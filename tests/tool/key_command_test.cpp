@@ -269,6 +269,19 @@ TEST_F(KeyCommandTest, PromptNamesTheToken) {
     }
 }
 
+TEST_F(KeyCommandTest, LongPinAtThePromptIsRejected) {
+    for (const std::size_t length : {std::size_t{256}, std::size_t{257}, std::size_t{1000}}) {
+        Terminal terminal;
+        terminal.start({MARVO_TOOL_PROGRAM, "cert", "--backend", "pkcs11", "--module", FileTokens::module()});
+        terminal.read_until(": ");
+        terminal.wait_until_echo_is_off();
+        terminal.type(std::string(length, '7') + "\n");
+        EXPECT_EQ(terminal.read_to_end(),
+                  "\r\nmarvo cert: the PIN from the input is longer than 255 bytes\r\n");
+        EXPECT_EQ(terminal.wait(), 1);
+    }
+}
+
 TEST_F(KeyCommandTest, WrongPinIsTriedOnce) {
     const EnvVar pin("MARVO_TEST_WRONG_PIN", "1");
     token.set("tries", "3");
