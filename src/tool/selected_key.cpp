@@ -52,8 +52,8 @@ const PkoId& find_key(const PkoIdList& keys, const std::string& id) {
     for (const SameId& group : groups)
         if (!id.empty() && group.first->cluster_name == id) return *group.first;
     if (!id.empty())
-        throw std::runtime_error("the library offers no key with the id " + printable(id, 200) +
-                                 ", but these:" + listed(groups));
+        // The id is not repeated, because it may be a PIN.
+        throw std::runtime_error("the library offers no key with this id, but these:" + listed(groups));
     if (groups.size() > 1 || groups.front().others > 0)
         throw std::runtime_error("there are several keys; choose one of them:" + listed(groups));
     return *groups.front().first;

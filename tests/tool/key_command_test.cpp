@@ -104,7 +104,7 @@ TEST_F(KeyCommandTest, JsonOfAFailureFollowsTheSchema) {
         const ToolRun result = run(command);
         EXPECT_EQ(result.status, 1);
         const std::string error =
-            "the library offers no key with the id %07, but these:\n  --key %01  Card 1: My key";
+            "the library offers no key with this id, but these:\n  --key %01  Card 1: My key";
         EXPECT_EQ(result.json(), nlohmann::json({{"schema", 1}, {"command", command[0]}, {"error", error}}));
         EXPECT_EQ(result.errors, "marvo " + command[0] + ": " + error + "\n");
         EXPECT_EQ(schema_violations(command[0], result.output), "");
@@ -131,10 +131,10 @@ TEST_F(KeyCommandTest, KeysWithTheSameIdAreOneChoice) {
     EXPECT_EQ(split_lines(run({"sign", "--key", "%01"}).output)[0], "key: Card 1: My key (RSA 2048)");
 }
 
-TEST_F(KeyCommandTest, UnknownKeyIsNamedWithThoseThatExist) {
+TEST_F(KeyCommandTest, UnknownKeyIsAnErrorThatNamesTheOthers) {
     const ToolRun result = run({"cert", "--key", "%07"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errors, "marvo cert: the library offers no key with the id %07, but these:\n"
+    EXPECT_EQ(result.errors, "marvo cert: the library offers no key with this id, but these:\n"
                              "  --key %01  Card 1: My key\n");
 }
 
