@@ -9,6 +9,7 @@
 #include "tool/binary_output.h"
 #include "tool/commands.h"
 #include "tool/json_parts.h"
+#include "tool/option_checks.h"
 #include "tool/output_file.h"
 #include "tool/selected_key.h"
 #include "utils/ossl_ptr.h"
@@ -63,7 +64,7 @@ void create_cert_command(CLI::App& program, Command& command) {
     app->add_option("--out", options->file, "Save the certificate in this file")->type_name("FILE");
     app->add_option("--format", options->format, "pem or der (default: pem)")
         ->type_name("FORMAT")
-        ->check(CLI::IsMember({"pem", "der"}));
+        ->check(is_one_of({"pem", "der"}));
     app->add_flag("--force", options->may_overwrite, "Overwrite an existing file");
     command.action = [&command, options] { return print_certificate(command, *options); };
 }

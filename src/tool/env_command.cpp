@@ -8,6 +8,7 @@
 #include "base/env_settings.h"
 #include "tool/commands.h"
 #include "tool/environment_check.h"
+#include "tool/option_checks.h"
 #include "tool/shell_assignment.h"
 #include "tool/suggested_settings.h"
 
@@ -86,7 +87,7 @@ void create_env_command(CLI::App& program, Command& command) {
     const auto shell = std::make_shared<std::string>(usual_shell());
     app->add_option("--shell", *shell, "sh, cmd (for a batch file) or powershell")
         ->type_name("NAME")
-        ->check(CLI::IsMember({"sh", "cmd", "powershell"}));
+        ->check(is_one_of({"sh", "cmd", "powershell"}));
     command.action = [&command, shell] { return print_environment(command, *shell); };
 }
 

@@ -78,9 +78,7 @@ void create_list_command(CLI::App& program, Command& command) {
     command.name = "list";
     CLI::App* app = command.add_to(program, "List the tokens and keys, and why a key is not offered");
     const auto is_login_wanted = std::make_shared<bool>(false);
-    app->add_flag("--login", *is_login_wanted, "Ask for the PIN if the token requires it")
-        ->disable_flag_override()
-        ->group("PIN");
+    app->add_flag("--login", *is_login_wanted, "Ask for the PIN if the token requires it")->group("PIN");
     command.pin.add_to(*app);
     command.pin.add_final_try_to(*app);
     command.action = [&command, is_login_wanted] { return list_keys_or_help(command, *is_login_wanted); };

@@ -68,6 +68,16 @@ ExitStatus report_missing_command(const CLI::App& program, const CLI::ParseError
     return report_command_line(program, CLI::ParseError(text, CLI::ExitCodes::ExtrasError));
 }
 
+/// Names a flag that was given a value. CLI11 does not say "--" or that no value is allowed.
+ExitStatus report_mismatch(const CLI::App& program, const CLI::ArgumentMismatch& error) {
+    const std::string text = error.what();
+    const std::string ending = CLI::ArgumentMismatch::FlagOverride("").what();
+    if (!text.ends_with(ending)) return report_command_line(program, error);
+    const std::string flag = text.substr(0, text.size() - ending.size());
+    return report_command_line(
+        program, CLI::ParseError("--" + flag + ": this option takes no value", error.get_exit_code()));
+}
+
 ExitStatus run(Command& command) {
     try {
         return command.action();
@@ -81,6 +91,7 @@ ExitStatus run(Command& command) {
 ExitStatus run_program(int argc, char** argv) {
     CLI::App program("Shows, checks and uses the keys of smart cards as libmarvo does.", "marvo");
     program.set_version_flag("--version", std::string("marvo ") + library_version());
+    program.option_defaults()->disable_flag_override(); // also for the commands
     program.require_subcommand(1);
     program.set_help_all_flag("--help-all", "Print the help of all commands");
     std::array<Command, creators.size()> commands;
@@ -95,6 +106,8 @@ ExitStatus run_program(int argc, char** argv) {
             }
     } catch (const CLI::ExtrasError&) {
         return report_unexpected(program);
+    } catch (const CLI::ArgumentMismatch& error) {
+        return report_mismatch(program, error);
     } catch (const CLI::RequiredError& error) {
         const bool has_command = !program.get_subcommands().empty();
         return has_command ? report_command_line(program, error) : report_missing_command(program, error);

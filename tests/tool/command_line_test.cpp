@@ -68,12 +68,47 @@ TEST(CommandLineTest, UnexpectedArgumentsAreNotRepeated) {
     }
 }
 
-TEST(CommandLineTest, ValueOfALoginFlagIsNotRepeated) {
-    for (const char* command : {"list", "doctor"}) {
-        const ToolRun run = run_tool({command, "--login=secret"});
+TEST(CommandLineTest, FlagWithAValueIsAUsageErrorThatDoesNotRepeatIt) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"list", "--login"},        {"doctor", "--login"},   {"version", "--json"},
+        {"login", "--insecure"},    {"cert", "--force"},     {"doctor", "--force"},
+        {"doctor", "--with-names"}, {"sign", "--pin-stdin"}, {"login", "--final-try"}};
+    for (const auto& [command, flag] : rows)
+        for (const char* value : {"=1234567", "=secret", "=0"}) {
+            const ToolRun run = run_tool({command, flag + value});
+            EXPECT_EQ(run.status, 2);
+            EXPECT_EQ(run.output, "");
+            EXPECT_EQ(run.errors, flag + ": this option takes no value\n" + hint);
+        }
+}
+
+TEST(CommandLineTest, WrongValueOfAnOptionIsNotRepeated) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"login", "a:1", "--tls", "1.1"}, "--tls: use 1.2 or 1.3"},
+        {{"login", "a:1", "--tls", "1234"}, "--tls: use 1.2 or 1.3"},
+        {{"login", "a:1", "--timeout", "secret"}, "--timeout: use a whole number from 1 to 3600"},
+        {{"login", "a:1", "--timeout", "0"}, "--timeout: use a whole number from 1 to 3600"},
+        {{"login", "a:1", "--timeout", "3601"}, "--timeout: use a whole number from 1 to 3600"},
+        {{"login", "a:1", "--timeout", "10s"}, "--timeout: use a whole number from 1 to 3600"},
+        {{"login", "a:1", "--timeout", "-0"}, "--timeout: use a whole number from 1 to 3600"},
+        {{"login", "a:1", "--ca", "/1234"}, "--ca: no file has this name"},
+        {{"login", "a:1", "--ca", "/"}, "--ca: no file has this name"},
+        {{"cert", "--format", "1234"}, "--format: use pem or der"},
+        {{"cert", "--format", "DER"}, "--format: use der"},
+        {{"env", "--shell", "1234"}, "--shell: use sh, cmd or powershell"}};
+    for (const auto& [arguments, text] : rows) {
+        const ToolRun run = run_tool(arguments);
         EXPECT_EQ(run.status, 2);
-        EXPECT_EQ(run.errors, "login was given a disallowed flag override\n" + hint);
+        EXPECT_EQ(run.output, "");
+        EXPECT_EQ(run.errors, text + "\n" + hint);
     }
+}
+
+TEST(CommandLineTest, HelpNamesTheKindOfEachValueOnce) {
+    const std::string help = run_tool({"login", "--help"}).output;
+    EXPECT_NE(help.find("  --ca FILE Excludes: --insecure\n"), std::string::npos) << help;
+    EXPECT_NE(help.find("  --timeout SECONDS  "), std::string::npos) << help;
+    EXPECT_NE(help.find("  --tls VERSION:{1.2,1.3}  "), std::string::npos) << help;
 }
 
 TEST(CommandLineTest, WrongAddressIsNotRepeated) {

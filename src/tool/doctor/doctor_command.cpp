@@ -121,7 +121,6 @@ void create_doctor_command(CLI::App& program, Command& command) {
     const auto options = std::make_shared<DoctorOptions>();
     command.pin.add_to(*app);
     app->add_flag("--login", options->login, "Log in to the card once, and ask for the PIN on the terminal")
-        ->disable_flag_override()
         ->group("PIN");
     app->add_option("--key", options->key_id, "Check the key that a client selects with this id")
         ->type_name("ID");

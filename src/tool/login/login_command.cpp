@@ -14,6 +14,7 @@
 #include "tool/login/login_fit.h"
 #include "tool/login/tls_alert.h"
 #include "tool/login/tls_login.h"
+#include "tool/option_checks.h"
 #include "tool/printable.h"
 #include "tool/selected_key.h"
 
@@ -227,7 +228,7 @@ void create_login_command(CLI::App& program, Command& command) {
     CLI::Option* ca_file =
         app->add_option("--ca", options->target.ca_file,
                         "The authorities that may sign the server's certificate, PEM (default: OpenSSL's)");
-    ca_file->type_name("FILE")->check(CLI::ExistingFile);
+    ca_file->type_name("FILE")->check(is_existing_file());
     app->add_flag("--insecure", options->target.is_insecure, "Do not check the server's certificate")
         ->excludes(ca_file);
     app->add_option("--sni", options->target.server_name,
@@ -235,11 +236,11 @@ void create_login_command(CLI::App& program, Command& command) {
         ->type_name("NAME");
     app->add_option("--tls", options->version, "Only this version of TLS")
         ->type_name("VERSION")
-        ->check(CLI::IsMember({"1.2", "1.3"}));
+        ->check(is_one_of({"1.2", "1.3"}));
     app->add_option("--timeout", options->target.timeout,
-                    "How long to wait for each of connection, handshake and answer (default: 10)")
+                    "How long to wait for each of connection, handshake and answer, 1 to 3600 (default: 10)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(1, 3600));
+        ->check(is_number(1, 3600));
     command.action = [&command, options] { return log_in_and_report(command, *options); };
 }
 
