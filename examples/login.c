@@ -106,6 +106,14 @@ static bool print_answer(BIO* connection, const char* host) {
     return require(has_answer, "the server does not answer");
 }
 
+/* Servers with several names choose the certificate by this name (SNI). RFC 6066 allows no IP address in it. */
+static bool send_server_name(SSL* ssl, const char* host) {
+    ASN1_OCTET_STRING* address = a2i_IPADDRESS(host);
+    const bool is_address = address != NULL;
+    ASN1_OCTET_STRING_free(address);
+    return is_address || SSL_set_tlsext_host_name(ssl, host) == 1;
+}
+
 static bool connect_and_ask(SSL_CTX* tls, const char* host, const char* port) {
     SSL* ssl = NULL;
     BIO* connection = BIO_new_ssl_connect(tls);
@@ -113,9 +121,10 @@ static bool connect_and_ask(SSL_CTX* tls, const char* host, const char* port) {
     BIO_get_ssl(connection, &ssl);
     BIO_set_conn_hostname(connection, host);
     BIO_set_conn_port(connection, port);
-    const bool is_good =
-        require(SSL_set1_host(ssl, host) == 1 && BIO_do_connect(connection) == 1, "no TLS connection") &&
-        print_answer(connection, host);
+    const bool is_good = require(send_server_name(ssl, host) && SSL_set1_host(ssl, host) == 1 &&
+                                     BIO_do_connect(connection) == 1,
+                                 "no TLS connection") &&
+                         print_answer(connection, host);
     BIO_free_all(connection);
     return is_good;
 }

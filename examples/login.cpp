@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <openssl/ui.h>
+#include <openssl/x509v3.h>
 
 #include "marvo/marvo.hpp"
 
@@ -46,6 +47,15 @@ static void load(marvo::Session& card, const std::string& part_of_name) {
     require(certificate.is_meant_for_clients, "the certificate is not meant for TLS clients");
 }
 
+// Servers with several names choose the certificate by this name (SNI). RFC 6066 allows no IP address in it.
+static bool send_server_name(SSL* ssl, std::string host) {
+    const std::unique_ptr<ASN1_OCTET_STRING, decltype(&ASN1_OCTET_STRING_free)> address(
+        a2i_IPADDRESS(host.c_str()), ASN1_OCTET_STRING_free);
+    // What SSL_set_tlsext_host_name() does, without its cast, which -Wold-style-cast reports.
+    return address ||
+           SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, host.data()) == 1;
+}
+
 static void log_in(const marvo::Session& card, const std::string& host, const std::string& port) {
     const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> tls(SSL_CTX_new(TLS_client_method()),
                                                                 SSL_CTX_free);
@@ -57,7 +67,8 @@ static void log_in(const marvo::Session& card, const std::string& host, const st
     SSL* ssl = nullptr;
     BIO_get_ssl(connection.get(), &ssl);
     BIO_set_conn_hostname(connection.get(), (host + ":" + port).c_str());
-    require(SSL_set1_host(ssl, host.c_str()) == 1 && BIO_do_connect(connection.get()) == 1,
+    require(send_server_name(ssl, host) && SSL_set1_host(ssl, host.c_str()) == 1 &&
+                BIO_do_connect(connection.get()) == 1,
             "no TLS connection");
     BIO_puts(connection.get(), ("GET / HTTP/1.0\r\nHost: " + host + "\r\n\r\n").c_str());
     std::string answer;

@@ -78,7 +78,9 @@ static void log_in(EVP_PKEY* key, X509* cert, bool uses_cryptoapi, const Argumen
     SSL* ssl = nullptr;
     BIO_get_ssl(bio.get(), &ssl);
     BIO_set_conn_hostname(bio.get(), (host + ":" + arguments.port).c_str());
-    require(SSL_set1_host(ssl, host.c_str()) && BIO_do_connect(bio.get()) > 0, "no TLS connection");
+    require(examples::send_server_name(ssl, host) && SSL_set1_host(ssl, host.c_str()) &&
+                BIO_do_connect(bio.get()) > 0,
+            "no TLS connection");
     BIO_puts(bio.get(), ("GET / HTTP/1.0\r\nHost: " + host + "\r\n\r\n").c_str());
     std::string answer;
     for (char c = 0; BIO_read(bio.get(), &c, 1) == 1;)

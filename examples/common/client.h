@@ -1,11 +1,12 @@
-// The parts that every example client needs: error handling, opening the card, the PIN, checking the certificate.
+// The parts that every example client needs: error handling, opening the card, the PIN, checking the certificate,
+// naming the server.
 #ifndef KES_EXAMPLES_COMMON_CLIENT_H_
 #define KES_EXAMPLES_COMMON_CLIENT_H_
 
 #include <functional>
 #include <string>
 
-#include <openssl/x509.h>
+#include <openssl/ssl.h>
 
 #include "marvo/ossl_scard_cfg.h"
 #include "marvo/ossl_scard_if.h"
@@ -27,6 +28,11 @@ void read_and_set_pin(Kes::OsslScardIf& card, bool from_terminal = true);
 /// Throws if the certificate has expired, is not valid yet, or is not meant for TLS clients. A server would
 /// reject it, usually without saying why.
 void check_certificate(X509* cert);
+
+/// Names the server in the handshake (SNI), unless the host is an IP address, which RFC 6066 does not allow.
+/// Servers with several names choose their certificate by this name.
+/// @return whether OpenSSL has accepted the name
+bool send_server_name(SSL* ssl, std::string host);
 
 /// Runs a client, prints its error and destroys the library's object.
 /// @return the exit code of the program

@@ -37,6 +37,22 @@ TEST_F(ExamplesTest, TlsClientSelectsTheKeyByItsId) {
     EXPECT_TRUE(has_shown("CN=Mary Ross, SUCCESS"));
 }
 
+TEST_F(ExamplesTest, TlsClientSendsTheServersName) {
+    const auto server = create_server("nginx", card_.server_setup());
+    terminal_.start({TLS_CLIENT_PROGRAM, "0", "localhost", std::to_string(server->port()), "1.2"});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("Server-Name: [localhost]\r\n"));
+}
+
+TEST_F(ExamplesTest, TlsClientSendsNoServerNameForAnAddress) {
+    const auto server = create_server("nginx", card_.server_setup());
+    terminal_.start({TLS_CLIENT_PROGRAM, "0", "127.0.0.1", std::to_string(server->port()), "1.2"});
+    type_pin(card_.pin());
+    EXPECT_EQ(finish(), 0);
+    EXPECT_TRUE(has_shown("Server-Name: []\r\n"));
+}
+
 TEST_F(ExamplesTest, TlsClientReportsAnIdThatNoKeyHas) {
     EXPECT_EQ(check_key("0:%02"), 1);
     EXPECT_TRUE(has_shown("specified key not found: val=8 (not_found)\r\n"));

@@ -36,6 +36,16 @@ protected:
         }
     }
 
+    /// Logs in at a name and at an address, and compares what the server has received as its name.
+    void expect_server_names(const std::string& program) {
+        const auto server = create_server("nginx", card_.server_setup());
+        const std::string port = std::to_string(server->port());
+        EXPECT_EQ(run({program, "localhost", port}, card_.pin()), 0);
+        EXPECT_TRUE(has_shown("Server-Name: [localhost]\r"));
+        EXPECT_EQ(run({program, "127.0.0.1", port}, card_.pin()), 0);
+        EXPECT_TRUE(has_shown("Server-Name: []\r"));
+    }
+
     /// Runs the README's client with another card than the fixture's.
     int run_readme_client(const Card& card) { return run({README_CLIENT_PROGRAM}, card.pin()); }
 
@@ -54,6 +64,14 @@ TEST_F(FirstClientsTest, ClientsLogInOverTls12) {
     setup.has_tls_13 = false;
     const auto server = create_server("nginx", setup);
     expect_of_all(server->port(), card_.pin(), 0, "CN=Mary Ross, SUCCESS");
+}
+
+TEST_F(FirstClientsTest, ClientInCSendsTheServersNameUnlessItIsAnAddress) {
+    expect_server_names(LOGIN_C_PROGRAM);
+}
+
+TEST_F(FirstClientsTest, ClientInCxxSendsTheServersNameUnlessItIsAnAddress) {
+    expect_server_names(LOGIN_CXX_PROGRAM);
 }
 
 TEST_F(FirstClientsTest, ClientsReportAWrongPin) {

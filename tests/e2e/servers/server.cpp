@@ -76,6 +76,7 @@ private:
             << "    ssl_certificate " << setup().cert_file << ";\n"
             << "    ssl_certificate_key " << setup().key_file << ";\n"
             << "    ssl_client_certificate " << setup().client_ca_file << "; ssl_verify_client on;\n"
+            << "    add_header Server-Name \"[$ssl_server_name]\";\n" // the name in the client's handshake
             << "    return 200 \"$ssl_protocol, $ssl_cipher, -, $ssl_client_s_dn, $ssl_client_verify\";\n"
             << "  }\n}\n";
         return std::make_unique<Process>(std::vector<std::string>{NGINX_PROGRAM, "-e", "stderr", "-p", folder,
