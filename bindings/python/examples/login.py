@@ -7,6 +7,7 @@ The environment contains the settings (ossl_scard_cfg_...), and in SSL_CERT_FILE
 import argparse
 import ctypes
 import getpass
+import ipaddress
 import socket
 import sys
 from ctypes import c_char_p, c_int, c_long, c_void_p
@@ -63,11 +64,21 @@ def get(libssl: ctypes.CDLL, ssl: int, host: str) -> bytes:
     return answer.partition(b"\r\n\r\n")[2]
 
 
-def set_server_name(libssl: ctypes.CDLL, ssl: int, host: bytes) -> None:
+def is_address(host: str) -> bool:
+    try:
+        ipaddress.ip_address(host)
+        return True
+    except ValueError:
+        return False
+
+
+def set_server_name(libssl: ctypes.CDLL, ssl: int, host: str) -> None:
     """Without the check of the name, every server with a certificate of the same CA would be accepted."""
-    is_set = libssl.SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, 0, host) == 1
+    name = host.encode()
+    # Servers with several names choose the certificate by this name (SNI). RFC 6066 allows no IP address in it.
+    is_set = is_address(host) or libssl.SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, 0, name) == 1
     require(is_set, libssl, "the server's name cannot be sent")
-    require(libssl.SSL_set1_host(ssl, host) == 1, libssl, "the server's name cannot be checked")
+    require(libssl.SSL_set1_host(ssl, name) == 1, libssl, "the server's name cannot be checked")
 
 
 def log_in(libssl: ctypes.CDLL, loaded: marvo.LoadedKey, host: str, port: int) -> bytes:
@@ -78,7 +89,7 @@ def log_in(libssl: ctypes.CDLL, loaded: marvo.LoadedKey, host: str, port: int) -
         require(libssl.SSL_CTX_set_default_verify_paths(ctx) == 1, libssl, "no CA certificates")
         loaded.use_in(ctx, libssl)
         ssl = libssl.SSL_new(ctx)
-        set_server_name(libssl, ssl, host.encode())
+        set_server_name(libssl, ssl, host)
         with socket.create_connection((host, port)) as connection:
             libssl.SSL_set_fd(ssl, connection.fileno())
             require(libssl.SSL_connect(ssl) == 1, libssl, "no TLS connection")

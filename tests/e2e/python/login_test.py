@@ -37,6 +37,13 @@ class LoginTest(TokenFixture):
         self.assertEqual(self.log_in_with_requests(self.url(), "%01"), (0, "PIN: \nTLSv1.3, CN=Rosa, SUCCESS\n"))
         self.assertEqual(self.log_in_with_requests(self.url(), "%02"), (0, "PIN: \nTLSv1.3, CN=Paul, SUCCESS\n"))
 
+    def test_libssl_sends_the_servers_name_unless_it_is_an_address(self):
+        port = str(self.server.port)
+        self.assertEqual(self.log_in("localhost", port, "%01"), (0, "PIN: \nTLSv1.3, CN=Rosa, SUCCESS\n"))
+        self.assertEqual(self.server.last_server_name(), "localhost")
+        self.assertEqual(self.log_in("127.0.0.1", port, "%01"), (0, "PIN: \nTLSv1.3, CN=Rosa, SUCCESS\n"))
+        self.assertEqual(self.server.last_server_name(), "-")
+
     def test_unknown_key_is_an_error(self):
         text = "the card has no suitable key with the id '%03' and the type 0"
         self.assertEqual(self.log_in(*self.place(), "%03"), (1, f"PIN: \nlogin: {text}\n"))

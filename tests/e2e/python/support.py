@@ -99,6 +99,11 @@ class Nginx:
         self._process.terminate()
         self._process.wait()
 
+    def last_server_name(self):
+        """What the last client sent as the server's name in its handshake; "-" for none."""
+        with open(f"{self._folder}/server-names") as log:
+            return log.read().splitlines()[-1]
+
     @staticmethod
     def _free_port():
         """Another process may take the port before nginx does; then nginx ends, and the caller tries again."""
@@ -124,7 +129,8 @@ class Nginx:
         paths = "".join(f"{name}_temp_path {folder}/{name}; " for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
         return f"""daemon off; master_process off; pid {folder}/nginx.pid; error_log stderr error; events {{}}
 http {{
-    access_log off; default_type text/plain; {paths}
+    log_format server_names "$ssl_server_name"; access_log {folder}/server-names server_names;
+    default_type text/plain; {paths}
     server {{
         listen 127.0.0.1:{self.port} ssl; ssl_protocols TLSv1.2 TLSv1.3;
         ssl_certificate {folder}/server.crt; ssl_certificate_key {folder}/server.key;
