@@ -2,6 +2,7 @@
 // libcrypto as the library. The environment contains the same settings as for login.cpp, but CURL_CA_BUNDLE
 // has the CA certificate of the server.
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -29,6 +30,13 @@ static CURLcode prepare(CURL*, void* tls, void* context) {
     }
 }
 
+// A server would reject such a certificate, usually without saying why.
+static void check(const marvo::Certificate& certificate) {
+    if (!certificate.is_valid_at(std::time(nullptr)))
+        throw marvo::Error("the certificate has expired or is not valid yet");
+    if (!certificate.is_meant_for_clients) throw marvo::Error("the certificate is not meant for TLS clients");
+}
+
 static void load_first_key(marvo::Session& card) {
     card.read_card();
     if (!card.warning().empty()) std::cerr << "login_curl: " << card.warning() << std::endl;
@@ -39,7 +47,9 @@ static void load_first_key(marvo::Session& card) {
     }
     const std::vector<marvo::Key> keys = card.find_keys();
     if (keys.empty()) throw marvo::Error("there is no key to log in with");
-    std::cout << "certificate: " << card.load(keys.front()).subject << std::endl;
+    const marvo::Certificate certificate = card.load(keys.front());
+    std::cout << "certificate: " << certificate.subject << std::endl;
+    check(certificate);
 }
 
 static void download(Login& login, const char* url) {

@@ -126,6 +126,13 @@ TEST_F(FirstClientsTest, ClientsRejectAnExpiredCertificate) {
     EXPECT_TRUE(has_shown("login_c: the certificate has expired\r\n"));
     EXPECT_EQ(run({LOGIN_CXX_PROGRAM, "127.0.0.1", "1"}, card.pin()), 1);
     EXPECT_TRUE(has_shown("login_cxx: the certificate has expired or is not valid yet\r\n"));
+    EXPECT_EQ(run({LOGIN_CURL_PROGRAM, "https://127.0.0.1:1/"}, card.pin()), 1);
+    EXPECT_TRUE(has_shown("login_curl: the certificate has expired or is not valid yet\r\n"));
+}
+
+TEST_F(FirstClientsTest, ClientsRejectACertificateForServers) {
+    const Card card("ec:P-256", "/CN=Mary Ross", {"--eku", "serverAuth"});
+    expect_of_all(1, card.pin(), 1, "NAME: the certificate is not meant for TLS clients\r\n");
 }
 
 TEST_F(FirstClientsTest, ClientsShowTheirUsageAndAskForNoPin) {
