@@ -83,8 +83,8 @@ public:
     virtual void set_pkcs11_openssl_engine_dll(const char* value) = 0;
     virtual const char* get_pkcs11_openssl_engine_dll() const = 0;
 
-    /// Path or name of the card vendor's PKCS#11 module, for pkcs11. init() loads it, and the first ossl_load()
-    /// passes it to the engine. Default: "itp11.dll".
+    /// Path or name of the card vendor's PKCS#11 module, for pkcs11. init() loads it, and the first
+    /// ossl_load() passes it to the engine. Default: "itp11.dll".
     virtual void set_pkcs11_module_dll(const char* value) = 0;
     virtual const char* get_pkcs11_module_dll() const = 0;
 

@@ -159,13 +159,14 @@ public:
     /// in with it, and an empty PIN may cost one of the card's tries. Therefore call set_pin() first if
     /// is_pin_required() returns true.
     ///
-    /// With pkcs11, the engine of libp11 0.4.12 lists the objects of the card at its first load and keeps the list until
-    /// destroy(). If the card fails while it is listed, every later call fails too ("object not found" or
-    /// "error reading certificate"), even after another read_scard(). Then call destroy() and start again.
+    /// With pkcs11, the engine of libp11 0.4.12 lists the objects of the card at its first load and keeps the
+    /// list until destroy(). If the card fails while it is listed, every later call fails too ("object not
+    /// found" or "error reading certificate"), even after another read_scard(). Then call destroy() and start
+    /// again.
     ///
     /// With pkcs11 and libp11 0.4.12 or 0.4.13, the operation does not return if the card refuses to open a
-    /// session; see discover_keys(). The engine opens one of its own. If the card allows only one session, do not call
-    /// discover_keys(), but set priv_key_name and cert_name in the configuration.
+    /// session; see discover_keys(). The engine opens one of its own. If the card allows only one session, do
+    /// not call discover_keys(), but set priv_key_name and cert_name in the configuration.
     virtual int ossl_load() = 0;
 
     /// Frees the key and the certificate; without them, it does nothing. States: configured. Free every TLS
