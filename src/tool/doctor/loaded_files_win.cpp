@@ -13,9 +13,8 @@ std::vector<std::string> loaded_files() {
     ::K32EnumProcessModules(::GetCurrentProcess(), modules.data(),
                             static_cast<DWORD>(modules.size() * sizeof(HMODULE)), &size);
     modules.resize(std::min(modules.size(), size / sizeof(HMODULE)));
-    std::vector<std::string> files;
-    for (const HMODULE module : modules)
-        files.push_back(library_path(module));
+    std::vector<std::string> files(modules.size());
+    std::transform(modules.begin(), modules.end(), files.begin(), library_path);
     return files;
 }
 
