@@ -193,6 +193,8 @@ TEST(ListTest, CryptoApiOnAnotherSystemFailsWithTheLibrarysError) {
 TEST(ListTest, MissingCardFailsWithTheLibrarysErrorAndAHint) {
     const FileTokens tokens;
     tokens.add_empty_reader("reader");
+    // The library deliberately abandons the slots of a read without a card, which a sanitizer build reports.
+    const EnvVar without_leak_check("ASAN_OPTIONS", "detect_leaks=0");
     const std::string error =
         "libp11_helper:140 Kes::Libp11Init::read_scard(): PKCS11_find_token() failed: val=11 (empty)";
     const ToolRun run = run_tool({"list", "--json", "--backend", "pkcs11", "--module", FileTokens::module()});
